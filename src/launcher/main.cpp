@@ -1,0 +1,18 @@
+// morvik-python: the host interpreter in a process whose heap lies below 2 GiB.
+//
+// Python code names a thread by the low 32 bits of its thread state's address. The
+// interpreter's own executable is position independent and has its heap high up, where no
+// such name leads back to an address. This one is linked at a fixed low address, and the
+// heap begins right behind it.
+
+#include <Python.h>
+#include <malloc.h>
+
+int main(int argc, char** argv) {
+    // Further arenas, one for each thread, would be mapped high up.
+    mallopt(M_ARENA_MAX, 1);
+    // The interpreter finds its library by its own path and shows it as sys.executable.
+    static char executable[] = MORVIK_HOST_EXECUTABLE;
+    argv[0] = executable;
+    return Py_Main(argc, argv);
+}

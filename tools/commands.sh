@@ -1,0 +1,155 @@
+# One function for each command of ./morvik, and the reading of their options.
+
+help() {
+    cat <<'EOF'
+usage: ./morvik COMMAND [OPTIONS]
+
+  setup [--python EXE]                    find or bring a host interpreter and build tools
+  build [--python EXE] [--asan]           build; prints the folder that holds the module
+  python [--python EXE] [--asan] -- ARGS  run the host with the module importable
+  run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
+  demo [--python EXE]                     watch a short recorded session
+  test [--python EXE]...                  run every test, on every host found
+  bench [ARGS]                            measure the core beside other trace functions
+  help                                    this text
+
+EXE is a CPython 2.6 or 2.7 with its development files; MORVIK_PYTHON names the default.
+EOF
+}
+
+# read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
+# leaves hosts, asan, and the others in rest.
+read_options() {
+    local allowed=' '
+    hosts=() asan='' rest=()
+    while [[ $1 != -- ]]; do
+        allowed+="$1 "
+        shift
+    done
+    shift
+    while (($#)); do
+        case $1 in
+            --python | --python=*)
+                if [[ $1 == *=* ]]; then
+                    hosts+=("${1#*=}")
+                else
+                    (($# > 1)) || usage_error "--python needs an interpreter"
+                    hosts+=("$2")
+                    shift
+                fi
+                ;;
+            --asan)
+                [[ $allowed == *' --asan '* ]] || usage_error "unknown option: $1"
+                asan=1
+                ;;
+            --)
+                shift
+                rest=("$@")
+                return
+                ;;
+            -*) usage_error "unknown option: $1" ;;
+            *)
+                rest=("$@")
+                return
+                ;;
+        esac
+        shift
+    done
+}
+
+no_arguments() {
+    ((${#rest[@]} == 0)) || usage_error "unexpected argument: ${rest[0]}"
+}
+
+# one_host: the named host or the default one. In a subshell a failure only ends that, hence
+# the explicit exits of its callers.
+one_host() {
+    if ((${#hosts[@]} > 0)); then
+        named_host "${hosts[-1]}"
+    else
+        default_host
+    fi
+}
+
+# in_host EXE ASAN ARGS...: becomes morvik-python, built, with the module and sorrel importable.
+in_host() {
+    local exe=$1 asan=$2 dir
+    shift 2
+    build "$exe" "$asan"
+    dir=$(build_dir "$exe" "$asan")
+    export PYTHONPATH=$dir/lib:$root${PYTHONPATH:+:$PYTHONPATH}
+    exec "$dir/bin/morvik-python" "$@"
+}
+
+command_setup() {
+    local exe
+    read_options -- "$@"
+    no_arguments
+    need_test_tools
+    if ((${#hosts[@]} > 0)); then
+        exe=$(one_host) || exit
+        say "host: $exe"
+        return
+    fi
+    debug_and_release_hosts
+    exe=$(one_host) || exit
+    say "host: $exe"
+}
+
+# Both kinds of host on the machine, Debian's where one is missing.
+debug_and_release_hosts() {
+    local exe kinds=''
+    for exe in $(all_hosts); do
+        kinds+=$(host_value "$exe" flavour)
+    done
+    [[ $kinds == *debug* && $kinds == *release* ]] || bring_hosts
+}
+
+command_build() {
+    local exe
+    read_options --asan -- "$@"
+    no_arguments
+    exe=$(one_host) || exit
+    build "$exe" "$asan"
+    echo "$(build_dir "$exe" "$asan")/lib"
+}
+
+command_python() {
+    local exe
+    read_options --asan -- "$@"
+    exe=$(one_host) || exit
+    in_host "$exe" "$asan" "${rest[@]}"
+}
+
+command_run() {
+    local exe
+    read_options -- "$@"
+    ((${#rest[@]} > 0)) || usage_error "run needs a program"
+    [[ -f ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
+    exe=$(one_host) || exit
+    in_host "$exe" '' -m sorrel.main terminal -- "${rest[@]}"
+}
+
+command_demo() {
+    local exe
+    read_options -- "$@"
+    no_arguments
+    exe=$(one_host) || exit
+    in_host "$exe" '' -m sorrel.main demo
+}
+
+command_bench() {
+    local exe
+    exe=$(release_host) || exit
+    in_host "$exe" '' "$root/bench/run.py" "$@"
+}
+
+main() {
+    local command=${1:-help}
+    (($# == 0)) || shift
+    case $command in
+        setup | build | python | run | demo | test | bench) "command_$command" "$@" ;;
+        help | --help | -h) help ;;
+        *) usage_error "unknown command: $command" ;;
+    esac
+}

@@ -1,0 +1,110 @@
+# Finding the interpreters the core is built for. A host is always given by the path of its
+# executable; tools/describe_host.py says the rest.
+
+deps=$root/.deps
+deps_hosts=("$deps/root/usr/bin/python2.7-dbg" "$deps/root/usr/bin/python2.7")
+
+# describe_host EXE: the answers of describe_host.py; fails, with its complaint on standard
+# error, when EXE cannot be a host. Remembered for binaries, which do not change unseen
+# (a script named python2.7 may lead to another interpreter tomorrow).
+describe_host() {
+    local exe=$1 magic='' memory
+    local describe=$root/tools/describe_host.py
+    [[ -f $exe && -x $exe ]] || { echo "$exe: no such program" >&2; return 1; }
+    LC_ALL=C read -r -N 4 magic <"$exe" || true
+    if [[ $magic != $'\x7fELF' ]]; then
+        "$exe" -E "$describe"
+        return
+    fi
+    memory=$root/build/hosts/${exe//\//%}
+    if [[ ! -s $memory || $exe -nt $memory || $describe -nt $memory ]]; then
+        mkdir -p "$root/build/hosts"
+        if ! "$exe" -E "$describe" >"$memory.$$"; then
+            rm -f "$memory.$$"
+            return 1
+        fi
+        mv "$memory.$$" "$memory"
+    fi
+    cat "$memory"
+}
+
+is_host() {
+    describe_host "$1" >/dev/null 2>&1
+}
+
+# host_value EXE KEY: one answer of describe_host.py.
+host_value() {
+    describe_host "$1" | sed -n "s/^$2=//p"
+}
+
+# host_key EXE: the name of its build folder, such as 2.7-debug-1f3a90.
+host_key() {
+    local hash
+    hash=$(host_value "$1" executable | cksum)
+    printf '%s-%s-%06x\n' "$(host_value "$1" version)" "$(host_value "$1" flavour)" \
+        $((${hash%% *} & 0xffffff))
+}
+
+# The usable interpreters on the path, the best first.
+hosts_on_path() {
+    local name exe
+    for name in python2.6-dbg python2.6 python2.7-dbg python2.7; do
+        for exe in $(type -aP "$name"); do
+            if is_host "$exe"; then
+                echo "$exe"
+                break
+            fi
+        done
+    done
+}
+
+# Every usable interpreter, on the path and brought by setup, each once.
+all_hosts() {
+    local exe seen=' ' real
+    for exe in $(hosts_on_path) "${deps_hosts[@]}"; do
+        is_host "$exe" || continue
+        real=$(readlink -f "$exe")
+        [[ $seen == *" $real "* ]] && continue
+        seen+="$real "
+        echo "$exe"
+    done
+}
+
+# named_host NAME: the path of an interpreter a person named, checked.
+named_host() {
+    local exe
+    exe=$(type -P "$1") || die "no such interpreter: $1"
+    exe=$(cd "$(dirname "$exe")" && pwd)/${exe##*/}
+    describe_host "$exe" >/dev/null || die "$1 cannot be a host"
+    echo "$exe"
+}
+
+# default_host: the one a command uses when none is named; brings one when there is none.
+default_host() {
+    local exe
+    if [[ -n ${MORVIK_PYTHON:-} ]]; then
+        named_host "$MORVIK_PYTHON"
+        return
+    fi
+    for exe in $(hosts_on_path) "${deps_hosts[@]}"; do
+        if is_host "$exe"; then
+            echo "$exe"
+            return
+        fi
+    done
+    bring_hosts >&2
+    default_host
+}
+
+# release_host: where figures are taken.
+release_host() {
+    local exe
+    for exe in $(all_hosts); do
+        if [[ $(host_value "$exe" flavour) == release ]]; then
+            echo "$exe"
+            return
+        fi
+    done
+    bring_hosts >&2
+    echo "${deps_hosts[1]}"
+}

@@ -1,0 +1,144 @@
+# Bringing what a machine lacks: build tools from its own package manager, and, where it has
+# no interpreter that can be a host, Debian's own packages of 2.7 unpacked into .deps/.
+
+# The last Debian release that has them.
+host_suite=bullseye
+host_packages=(
+    python2.7-dbg libpython2.7-dbg python2.7 python2.7-dev libpython2.7-dev libpython2.7
+    libpython2.7-stdlib libpython2.7-minimal python2.7-minimal libpython2.7-testsuite
+    libffi7 libssl1.1)
+# What its extension modules need besides, brought only where the machine has no such library.
+host_libraries=(
+    libz.so.1:zlib1g libbz2.so.1.0:libbz2-1.0 libexpat.so.1:libexpat1 libcrypt.so.1:libcrypt1
+    libncursesw.so.6:libncursesw6 libpanelw.so.6:libncursesw6 libtinfo.so.6:libtinfo6
+    libreadline.so.8:libreadline8 libsqlite3.so.0:libsqlite3-0 libdb-5.3.so:libdb5.3)
+
+build_tools_ready() {
+    command -v cmake >/dev/null && command -v ninja >/dev/null &&
+        command -v "${CXX:-c++}" >/dev/null
+}
+
+test_tools_ready() {
+    [[ -e /usr/include/gtest/gtest.h || -e /usr/local/include/gtest/gtest.h ]]
+}
+
+# bring_tools [PACKAGE...]: installs build tools and PACKAGEs, or says how to.
+bring_tools() {
+    local packages=(cmake ninja-build g++ "$@")
+    local install=(apt-get install -y --no-install-recommends "${packages[@]}")
+    if ! command -v apt-get >/dev/null; then
+        die "needs CMake 3.21 or newer, Ninja, a C++17 compiler and GoogleTest:" \
+            "install them with this machine's package manager"
+    fi
+    if ((EUID != 0)); then
+        die "build tools are missing; install them with: sudo ${install[*]}"
+    fi
+    say "installing build tools: ${packages[*]}"
+    {
+        DEBIAN_FRONTEND=noninteractive "${install[@]}" ||
+            { apt-get update && DEBIAN_FRONTEND=noninteractive "${install[@]}"; }
+    } >&2 || die "could not install the build tools; install by hand: ${packages[*]}"
+}
+
+need_build_tools() {
+    build_tools_ready || bring_tools
+}
+
+need_test_tools() {
+    need_build_tools
+    test_tools_ready || bring_tools libgtest-dev libgmock-dev
+}
+
+host_advice() {
+    die "$1; install CPython 2.6 or 2.7 with its development files" \
+        "(for example with pyenv, --debug) and name it: --python EXE or MORVIK_PYTHON=EXE"
+}
+
+hosts_brought() {
+    [[ -e $deps/root/.complete ]]
+}
+
+# private_apt: an apt that reads the machine's settings and keys but keeps all of its own
+# state under .deps/apt and knows one source: the Debian mirror in $1, its keyring in $2.
+private_apt() {
+    local mirror=$1 keyring=$2 apt=$deps/apt
+    mkdir -p "$apt/state/lists/partial" "$apt/cache/archives/partial"
+    # Hooks are the machine's own housekeeping: not for a private cache.
+    apt-config dump | grep -Ev '^(DPkg|APT::(Update|Archives|Periodic|NeverAutoRemove)|Dir::Etc::(main|parts))|Invoke' \
+        >"$apt/apt.conf"
+    cat >>"$apt/apt.conf" <<EOF
+Dir::Etc::main "/dev/null";
+Dir::Etc::parts "/dev/null";
+Dir::Etc::sourcelist "$apt/sources.list";
+Dir::Etc::sourceparts "/dev/null";
+Dir::Etc::preferences "/dev/null";
+Dir::Etc::preferencesparts "/dev/null";
+Dir::State "$apt/state";
+Dir::Cache "$apt/cache";
+Acquire::Languages "none";
+APT::Sandbox::User "";
+EOF
+    echo "deb ${keyring:+[signed-by=$keyring] }$mirror $host_suite main" >"$apt/sources.list"
+    export APT_CONFIG=$apt/apt.conf
+}
+
+# The configured archives that may be Debian's, as "address keyring" lines: those that
+# offer this machine's own release. What is no Debian archive fails the signature check.
+debian_mirrors() {
+    local codename
+    codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-stable}")
+    # shellcheck disable=SC2016  # apt's own variables
+    apt-get indextargets --format '$(REPO_URI) $(SIGNED_BY) $(RELEASE) $(COMPONENT)' \
+        'Identifier: Packages' |
+        awk -v codename="$codename" '
+            $NF == "main" && ($(NF-1) == codename || $(NF-1) ~ /^(old)*stable$/) {
+                print $1, (NF == 4 && $2 ~ /^\// ? $2 : "") }' |
+        sort -u
+}
+
+missing_library_packages() {
+    local pair known
+    known=$(PATH=$PATH:/sbin:/usr/sbin ldconfig -p)
+    for pair in "${host_libraries[@]}"; do
+        [[ $known == *"${pair%%:*} "* ]] || echo "${pair#*:}"
+    done | sort -u
+}
+
+# bring_hosts: Debian's 2.7, debug and release, into .deps/root.
+bring_hosts() {
+    local mirror keyring packages fetched=$deps/fetched package updated=''
+    hosts_brought && return
+    if ! command -v apt-get >/dev/null || ! command -v dpkg >/dev/null; then
+        host_advice "no usable interpreter was found and this is no Debian machine"
+    fi
+    say "bringing Debian's 2.7 (debug and release) into ${deps/#$HOME/\~}"
+    mkdir -p "$deps"
+    exec {setup_lock}>"$deps/lock"
+    flock "$setup_lock"
+    hosts_brought && return
+    (
+        while read -r mirror keyring; do
+            private_apt "$mirror" "$keyring"
+            if apt-get -qq update >&2 && apt-cache show "${host_packages[0]}" >/dev/null 2>&1; then
+                updated=1
+                break
+            fi
+            unset APT_CONFIG
+        done < <(debian_mirrors)
+        [[ -n $updated ]] ||
+            host_advice "no usable interpreter was found and Debian's could not be fetched from the configured archives"
+        rm -rf "$fetched" "$deps/root.new"
+        mkdir -p "$fetched"
+        mapfile -t packages < <(missing_library_packages)
+        (cd "$fetched" && apt-get -qq download "${host_packages[@]}" "${packages[@]}" >&2) ||
+            host_advice "Debian's 2.7 could not be downloaded"
+        for package in "$fetched"/*.deb; do
+            dpkg -x "$package" "$deps/root.new"
+        done
+        touch "$deps/root.new/.complete"
+        rm -rf "$deps/root" "$fetched"
+        mv "$deps/root.new" "$deps/root"
+    )
+    exec {setup_lock}>&-
+    is_host "${deps_hosts[0]}" || host_advice "the interpreter that was fetched does not run here"
+}
