@@ -3,6 +3,8 @@
 #   morvik_host_headers   its headers, as system headers
 #   morvik_host_embedded  headers, libpython and link flags of a program that is the host
 
+include(CheckLinkerFlag)
+
 if(NOT MORVIK_PYTHON)
     message(FATAL_ERROR "Name the host interpreter: -DMORVIK_PYTHON=/path/to/python2.6 "
         "(./morvik build does all of this)")
@@ -31,6 +33,17 @@ add_library(morvik_host_embedded INTERFACE)
 target_link_libraries(morvik_host_embedded INTERFACE morvik_host_headers)
 target_compile_options(morvik_host_embedded INTERFACE -fno-pie)
 target_link_options(morvik_host_embedded INTERFACE -no-pie -Wl,--export-dynamic)
+# The interpreter's own posix module would have the linker warn of tempnam and tmpnam_r.
+check_linker_flag(CXX -Wl,--no-warnings MORVIK_LINKER_CAN_BE_QUIET)
+if(MORVIK_LINKER_CAN_BE_QUIET)
+    target_link_options(morvik_host_embedded INTERFACE -Wl,--no-warnings)
+endif()
+if(MORVIK_ASAN)
+    target_sources(morvik_host_embedded INTERFACE
+        ${PROJECT_SOURCE_DIR}/src/launcher/asan_low_blocks.cpp)
+    set_source_files_properties(src/launcher/asan_low_blocks.cpp PROPERTIES
+        COMPILE_OPTIONS -fno-sanitize=all)
+endif()
 if(MORVIK_HOST_static_library)
     target_link_libraries(morvik_host_embedded INTERFACE
         -Wl,--whole-archive ${MORVIK_HOST_static_library} -Wl,--no-whole-archive)

@@ -5,20 +5,28 @@ build_dir() {
     echo "$root/build/$(host_key "$1")${2:+-asan}"
 }
 
-# build EXE ASAN: brings the build up to date, silent where it is. Builds of one folder
-# wait for each other.
+# configure EXE ASAN DIR
+configure() {
+    local preset=${2:+asan}
+    (cd "$root" && MORVIK_PYTHON=$1 cmake --preset "${preset:-default}" -B "$3" \
+        --log-level=WARNING >/dev/null) ||
+        { rm -f "$3/build.ninja"; die "could not configure for $1"; }
+}
+
+# build EXE ASAN [TESTS]: brings the build up to date, silent where it is; with TESTS also
+# the list of tests. Builds of one folder wait for each other.
 build() {
-    local exe=$1 asan=$2 dir lock
-    dir=$(build_dir "$exe" "$asan")
+    local exe=$1 asan=$2 tests=${3:-} dir lock
     need_build_tools
+    dir=$(build_dir "$exe" "$asan")
     mkdir -p "$dir"
     exec {lock}>"$dir/.lock"
     flock "$lock"
     if [[ ! -e $dir/build.ninja ]]; then
         say "configuring ${dir#"$root/"}"
-        cmake -S "$root" -B "$dir" -G Ninja --log-level=WARNING -DMORVIK_PYTHON="$exe" \
-            -DMORVIK_ASAN="${asan:-OFF}" >/dev/null ||
-            { rm -f "$dir/build.ninja"; die "could not configure for $exe"; }
+        configure "$exe" "$asan" "$dir"
+    elif [[ -n $tests ]]; then
+        configure "$exe" "$asan" "$dir"
     fi
     if [[ $(ninja -C "$dir" -n 2>&1) != *"no work to do"* ]]; then
         say "building ${dir#"$root/"}"

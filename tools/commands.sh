@@ -1,6 +1,6 @@
 # One function for each command of ./morvik, and the reading of their options.
 
-help() {
+command_help() {
     cat <<'EOF'
 usage: ./morvik COMMAND [OPTIONS]
 
@@ -9,8 +9,9 @@ usage: ./morvik COMMAND [OPTIONS]
   python [--python EXE] [--asan] -- ARGS  run the host with the module importable
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   demo [--python EXE]                     watch a short recorded session
-  test [--python EXE]...                  run every test, on every host found
-  bench [ARGS]                            measure the core beside other trace functions
+  test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
+  test --asan [--python EXE]...           the same with sanitizers, on the default host
+  bench [--python EXE] [ARGS]             measure the core beside other trace functions
   help                                    this text
 
 EXE is a CPython 2.6 or 2.7 with its development files; MORVIK_PYTHON names the default.
@@ -96,15 +97,6 @@ command_setup() {
     say "host: $exe"
 }
 
-# Both kinds of host on the machine, Debian's where one is missing.
-debug_and_release_hosts() {
-    local exe kinds=''
-    for exe in $(all_hosts); do
-        kinds+=$(host_value "$exe" flavour)
-    done
-    [[ $kinds == *debug* && $kinds == *release* ]] || bring_hosts
-}
-
 command_build() {
     local exe
     read_options --asan -- "$@"
@@ -138,9 +130,55 @@ command_demo() {
     in_host "$exe" '' -m sorrel.main demo
 }
 
+# The hosts of a test run: those named, else the default one with --asan, else all.
+test_hosts() {
+    local name
+    if ((${#hosts[@]} > 0)); then
+        for name in "${hosts[@]}"; do
+            named_host "$name" || return
+        done
+    elif [[ -n $asan ]]; then
+        default_host
+    else
+        debug_and_release_hosts
+        all_hosts
+    fi
+}
+
+command_test() {
+    local exe list dir tests=$root/build/tests
+    read_options --asan -- "$@"
+    list=$(test_hosts) || exit
+    need_test_tools
+    mkdir -p "$tests"
+    : >"$tests/CTestTestfile.cmake"
+    while read -r exe; do
+        build "$exe" "$asan" tests
+        dir=$(build_dir "$exe" "$asan")
+        echo "subdirs(\"$dir\")" >>"$tests/CTestTestfile.cmake"
+    done <<<"$list"
+    # One run over all builds, so that one summary ends it.
+    ctest --test-dir "$tests" --output-on-failure -j"$(nproc)" "${rest[@]}"
+}
+
 command_bench() {
-    local exe
-    exe=$(release_host) || exit
+    local exe name=${MORVIK_PYTHON:-}
+    case ${1:-} in
+        --python)
+            (($# > 1)) || usage_error "--python needs an interpreter"
+            name=$2
+            shift 2
+            ;;
+        --python=*)
+            name=${1#*=}
+            shift
+            ;;
+    esac
+    if [[ -n $name ]]; then
+        exe=$(named_host "$name") || exit
+    else
+        exe=$(release_host) || exit
+    fi
     in_host "$exe" '' "$root/bench/run.py" "$@"
 }
 
@@ -149,7 +187,7 @@ main() {
     (($# == 0)) || shift
     case $command in
         setup | build | python | run | demo | test | bench) "command_$command" "$@" ;;
-        help | --help | -h) help ;;
+        help | --help | -h) command_help ;;
         *) usage_error "unknown command: $command" ;;
     esac
 }

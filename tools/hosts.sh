@@ -49,24 +49,24 @@ host_key() {
 hosts_on_path() {
     local name exe
     for name in python2.6-dbg python2.6 python2.7-dbg python2.7; do
-        for exe in $(type -aP "$name"); do
+        while read -r exe; do
             if is_host "$exe"; then
                 echo "$exe"
                 break
             fi
-        done
+        done < <(type -aP "$name")
     done
 }
 
 # Every usable interpreter, on the path and brought by setup, each once.
 all_hosts() {
-    local exe seen=' ' real
-    for exe in $(hosts_on_path) "${deps_hosts[@]}"; do
-        is_host "$exe" || continue
+    local exe real seen=:
+    { hosts_on_path; printf '%s\n' "${deps_hosts[@]}"; } | while read -r exe; do
         real=$(readlink -f "$exe")
-        [[ $seen == *" $real "* ]] && continue
-        seen+="$real "
-        echo "$exe"
+        if [[ $seen != *":$real:"* ]] && is_host "$exe"; then
+            seen+=$real:
+            echo "$exe"
+        fi
     done
 }
 
@@ -86,25 +86,37 @@ default_host() {
         named_host "$MORVIK_PYTHON"
         return
     fi
-    for exe in $(hosts_on_path) "${deps_hosts[@]}"; do
-        if is_host "$exe"; then
-            echo "$exe"
-            return
-        fi
+    exe=$(all_hosts | head -n 1)
+    if [[ -z $exe ]]; then
+        bring_hosts
+        exe=${deps_hosts[0]}
+    fi
+    echo "$exe"
+}
+
+# hosts_of FLAVOUR: the usable ones that are debug or release builds.
+hosts_of() {
+    local exe
+    all_hosts | while read -r exe; do
+        [[ $(host_value "$exe" flavour) != "$1" ]] || echo "$exe"
     done
-    bring_hosts >&2
-    default_host
+}
+
+# debug_and_release_hosts: sees to it that both kinds are there, and is content with one kind
+# where the other cannot be brought.
+debug_and_release_hosts() {
+    if [[ -z $(hosts_of debug) || -z $(hosts_of release) ]]; then
+        (bring_hosts) || [[ -n $(all_hosts) ]] || exit
+    fi
 }
 
 # release_host: where figures are taken.
 release_host() {
     local exe
-    for exe in $(all_hosts); do
-        if [[ $(host_value "$exe" flavour) == release ]]; then
-            echo "$exe"
-            return
-        fi
-    done
-    bring_hosts >&2
-    echo "${deps_hosts[1]}"
+    exe=$(hosts_of release | head -n 1)
+    if [[ -z $exe ]]; then
+        bring_hosts
+        exe=${deps_hosts[1]}
+    fi
+    echo "$exe"
 }

@@ -58,14 +58,13 @@ hosts_brought() {
     [[ -e $deps/root/.complete ]]
 }
 
-# private_apt: an apt that reads the machine's settings and keys but keeps all of its own
-# state under .deps/apt and knows one source: the Debian mirror in $1, its keyring in $2.
-private_apt() {
+# use_private_apt MIRROR KEYRING: from here on apt reads the machine's settings and keys but
+# keeps all of its own state under .deps/apt, and knows no other source than MIRROR.
+use_private_apt() {
     local mirror=$1 keyring=$2 apt=$deps/apt
     mkdir -p "$apt/state/lists/partial" "$apt/cache/archives/partial"
-    # Hooks are the machine's own housekeeping: not for a private cache.
-    apt-config dump | grep -Ev '^(DPkg|APT::(Update|Archives|Periodic|NeverAutoRemove)|Dir::Etc::(main|parts))|Invoke' \
-        >"$apt/apt.conf"
+    # Hooks are the machine's own housekeeping, not to be run for a private cache.
+    apt-config dump | grep -Ev '^DPkg|^APT::(NeverAutoRemove|Periodic)|Invoke' >"$apt/apt.conf"
     cat >>"$apt/apt.conf" <<EOF
 Dir::Etc::main "/dev/null";
 Dir::Etc::parts "/dev/null";
@@ -104,41 +103,48 @@ missing_library_packages() {
     done | sort -u
 }
 
+# fetch_hosts FOLDER: downloads the packages into FOLDER, from the first archive that has them.
+fetch_hosts() {
+    local mirror keyring packages
+    mapfile -t packages < <(missing_library_packages)
+    while read -r mirror keyring; do
+        if (
+            use_private_apt "$mirror" "$keyring"
+            cd "$1" && apt-get -qq update &&
+                apt-get -qq download "${host_packages[@]}" "${packages[@]}"
+        ) >&2; then
+            return
+        fi
+    done < <(debian_mirrors)
+    return 1
+}
+
 # bring_hosts: Debian's 2.7, debug and release, into .deps/root.
 bring_hosts() {
-    local mirror keyring packages fetched=$deps/fetched package updated=''
+    local fetched=$deps/fetched package lock
     hosts_brought && return
     if ! command -v apt-get >/dev/null || ! command -v dpkg >/dev/null; then
-        host_advice "no usable interpreter was found and this is no Debian machine"
+        host_advice "no usable interpreter was found, and this is no Debian machine"
     fi
-    say "bringing Debian's 2.7 (debug and release) into ${deps/#$HOME/\~}"
     mkdir -p "$deps"
-    exec {setup_lock}>"$deps/lock"
-    flock "$setup_lock"
-    hosts_brought && return
-    (
-        while read -r mirror keyring; do
-            private_apt "$mirror" "$keyring"
-            if apt-get -qq update >&2 && apt-cache show "${host_packages[0]}" >/dev/null 2>&1; then
-                updated=1
-                break
-            fi
-            unset APT_CONFIG
-        done < <(debian_mirrors)
-        [[ -n $updated ]] ||
-            host_advice "no usable interpreter was found and Debian's could not be fetched from the configured archives"
-        rm -rf "$fetched" "$deps/root.new"
-        mkdir -p "$fetched"
-        mapfile -t packages < <(missing_library_packages)
-        (cd "$fetched" && apt-get -qq download "${host_packages[@]}" "${packages[@]}" >&2) ||
-            host_advice "Debian's 2.7 could not be downloaded"
-        for package in "$fetched"/*.deb; do
-            dpkg -x "$package" "$deps/root.new"
-        done
-        touch "$deps/root.new/.complete"
-        rm -rf "$deps/root" "$fetched"
-        mv "$deps/root.new" "$deps/root"
-    )
-    exec {setup_lock}>&-
-    is_host "${deps_hosts[0]}" || host_advice "the interpreter that was fetched does not run here"
+    exec {lock}>"$deps/lock"
+    flock "$lock"
+    if hosts_brought; then
+        exec {lock}>&-
+        return
+    fi
+    say "bringing Debian's own 2.7, debug and release, into .deps"
+    rm -rf "$fetched" "$deps/root.new" "$deps/root"
+    mkdir -p "$fetched"
+    fetch_hosts "$fetched" ||
+        host_advice "no usable interpreter was found, and Debian's could not be fetched from the archives this machine knows"
+    for package in "$fetched"/*.deb; do
+        dpkg -x "$package" "$deps/root.new" || die "could not unpack ${package##*/}"
+    done
+    touch "$deps/root.new/.complete"
+    mv "$deps/root.new" "$deps/root"
+    rm -rf "$fetched" "$deps/apt"
+    exec {lock}>&-
+    is_host "${deps_hosts[0]}" ||
+        host_advice "no usable interpreter was found, and Debian's does not run here"
 }

@@ -11,6 +11,8 @@
 int main(int argc, char** argv) {
     // Further arenas, one for each thread, would be mapped high up.
     mallopt(M_ARENA_MAX, 1);
+    // Setting the default threshold stops it from growing: large blocks stay out of the low heap.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     // The interpreter finds its library by its own path and shows it as sys.executable.
     static char executable[] = MORVIK_HOST_EXECUTABLE;
     argv[0] = executable;

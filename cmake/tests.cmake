@@ -1,0 +1,40 @@
+# What ctest runs for this build. A test's name begins with the build's, so that a failure
+# tells its host.
+
+get_filename_component(build_name ${PROJECT_BINARY_DIR} NAME)
+
+# add_host_test(<name> COMMAND <program> ARGS...): a program under the host, as ./morvik python
+# would run it.
+function(add_host_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "COMMAND")
+    add_test(NAME ${build_name}/${name} COMMAND ${arg_COMMAND}
+        WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    set_tests_properties(${build_name}/${name} PROPERTIES TIMEOUT 300 ENVIRONMENT
+        "PYTHONPATH=${PROJECT_BINARY_DIR}/lib:${PROJECT_SOURCE_DIR};PYTHONDONTWRITEBYTECODE=1")
+endfunction()
+
+add_test(NAME ${build_name}/module_exports_only_its_entry COMMAND ${CMAKE_COMMAND}
+    -DNM=${CMAKE_NM} -DMODULE=$<TARGET_FILE:tmorvik26_vs2012_x64>
+    -P ${PROJECT_SOURCE_DIR}/cmake/check_exports.cmake)
+
+file(GLOB native_sources tests/native/*.cpp)
+find_package(GTest)
+if(native_sources AND GTest_FOUND)
+    include(GoogleTest)
+    add_executable(native_tests ${native_sources})
+    target_link_libraries(native_tests PRIVATE
+        morvik_core morvik_host_embedded GTest::gtest GTest::gmock)
+    target_compile_definitions(native_tests PRIVATE
+        MORVIK_HOST_EXECUTABLE="${MORVIK_HOST_executable}")
+    gtest_discover_tests(native_tests DISCOVERY_MODE PRE_TEST
+        TEST_PREFIX ${build_name}/native/ PROPERTIES TIMEOUT 300)
+endif()
+
+add_host_test(launcher_behaves_like_the_host
+    COMMAND morvik-python tests/launcher/test_same_as_host.py)
+
+file(GLOB scenarios RELATIVE ${PROJECT_SOURCE_DIR} tests/python/test_*.py)
+foreach(scenario ${scenarios})
+    get_filename_component(name ${scenario} NAME_WE)
+    add_host_test(python/${name} COMMAND morvik-python tests/python/runner.py ${scenario})
+endforeach()
