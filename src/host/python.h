@@ -1,0 +1,40 @@
+// The one way the interpreter's headers come in, and what differs between the interpreters the
+// core is built for. Nothing outside host/ tests the Python version.
+#ifndef MORVIK_HOST_PYTHON_H
+#define MORVIK_HOST_PYTHON_H
+
+#define PY_SSIZE_T_CLEAN
+#include <Python.h>
+// Python.h comes first, as it asks for.
+#include <frameobject.h>
+#include <pythread.h>
+
+#if PY_VERSION_HEX < 0x02060000 || PY_VERSION_HEX >= 0x02080000
+#error "Morvik is built for CPython 2.6 and 2.7"
+#endif
+
+namespace morvik {
+
+// The calling thread's state, or nullptr where the caller does not hold the interpreter lock.
+// PyThreadState_Get() aborts the process instead.
+inline PyThreadState* current_thread_state() { return _PyThreadState_Current; }
+
+// New references to a constant, for return statements and slots.
+inline PyObject* new_none() {
+    Py_INCREF(Py_None);
+    return Py_None;
+}
+
+// Exactly a frame. A frame chain ends at anything else.
+inline bool is_frame(const void* object) {
+    return object != nullptr && Py_TYPE(static_cast<const PyObject*>(object)) == &PyFrame_Type;
+}
+
+inline PyObject* as_object(PyFrameObject* frame) { return reinterpret_cast<PyObject*>(frame); }
+inline PyFrameObject* as_frame(PyObject* object) {
+    return reinterpret_cast<PyFrameObject*>(object);
+}
+
+}  // namespace morvik
+
+#endif

@@ -1,0 +1,84 @@
+// What the debugger knows of each thread of the program, the ids by which Python code names
+// threads, and the lock functions. All need the interpreter lock, which is their only lock.
+#ifndef MORVIK_THREADOPS_H
+#define MORVIK_THREADOPS_H
+
+#include <cstdint>
+
+#include "hashtable.h"
+#include "host/python.h"
+
+namespace morvik {
+
+// One thread's record, owned by the thread table. Every object field holds a reference of its
+// own; where nullptr is not mentioned a field is never nullptr.
+struct ThreadData {
+    int frames_hooked;         // 1: every frame on the stack carries the trace function
+    int trace_installed;       // 1: the native trace function is installed in the thread
+    int32_t tstate_id;         // the id handed to Python: low 32 bits of the thread state's address
+    long thread_ident;         // the interpreter's ident of the thread
+    PyObject* thread_name;     // name of the thread's main function, None if unknown; nullptr
+                               // only while the thread is being hooked
+    PyObject* bot_frame;       // the bottom traced frame; None if unknown
+    PyObject* stop_frame;      // nullptr: run freely; None: stop at the next event; a frame: stop
+                               // in it, or once it has been left
+    PyObject* return_frame;    // the frame whose return stops, or None
+    PyObject* curr_frame;      // the frame of the event at hand, None between events
+    int line_first;            // inclusive range of lines of stop_frame that are stepped over;
+    int line_last;             // -1, -1 for none
+    PyObject* sub_lang_frame;  // the frame that activated the hook, or nullptr
+    PyObject* sub_lang_hook;   // the active sub-language hook, or nullptr
+    int exiting_on_exc;        // 1: an exception was seen leaving bot_frame
+    PyObject* pending_exc;     // exception to raise at the next event, or nullptr
+};
+
+struct ThreadTable {
+    HashTable records;             // thread-state address to ThreadData
+    PyThreadState* last_key = {};  // the record found last: nearly every look-up is by the thread
+    ThreadData* last_record = {};  // that is running anyway
+};
+
+// An empty, initialised table; records it may hold are forgotten, not freed.
+void thread_table_init(ThreadTable* table);
+// Frees every record and initialises the table again.
+void thread_table_clear(ThreadTable* table);
+
+// The record of a thread state, or nullptr. Sets no error. The key need not be a live thread
+// state: it is not read.
+ThreadData* thread_table_find(ThreadTable* table, PyThreadState* thread);
+
+// The calling thread's record, its ident brought up to date, or nullptr. Sets no error.
+ThreadData* thread_table_current(ThreadTable* table);
+
+// The existing or a new record; nullptr with MemoryError set.
+ThreadData* thread_table_get_or_add(ThreadTable* table, PyThreadState* thread);
+
+// Frees a thread state's record, if it has one. May run Python code (destructors).
+void thread_table_remove(ThreadTable* table, PyThreadState* thread);
+
+// A record with its initial values, or nullptr when out of memory (no error set).
+ThreadData* thread_data_new(PyThreadState* thread);
+// Releases what the record holds and frees it. May run Python code (destructors).
+void thread_data_free(ThreadData* record);
+
+// New reference to the int that names a thread to Python.
+PyObject* tstate_id_from_tstate(const PyThreadState* thread);
+// The table key for such an int, sign-extended from 32 bits: a thread state that lies higher is
+// not found again. Anything but an int gives a key that finds nothing, with TypeError set.
+PyThreadState* tstate_from_tstate_id(PyObject* tstate_id);
+
+// Finds the interpreter's thread-identity function; called once, when the module is imported.
+void thread_ident_init();
+// The calling thread's ident, as thread.get_ident() gives it; 1 when the interpreter has no such
+// function.
+long get_thread_ident();
+
+// Locks of the interpreter. A nullptr lock is always free. errno is kept.
+PyThread_type_lock dbg_lock_new();
+// 1 if acquired, 0 if not. Waiting releases the interpreter lock, so that the holder can run.
+int dbg_lock_acquire(PyThread_type_lock lock, int wait);
+void dbg_lock_release(PyThread_type_lock lock);
+
+}  // namespace morvik
+
+#endif

@@ -1,0 +1,125 @@
+#include "tracercore/events.h"
+
+#include "dbgcommon.h"
+#include "dprintf.h"
+#include "host/ref.h"
+#include "tracercore/policy.h"
+#include "tracercore/stepping.h"
+
+namespace morvik {
+
+namespace {
+
+// The breakpoints that changed since the last stop: ids that are gone, and descriptions. New
+// reference, or nullptr with MemoryError set.
+PyObject* take_changed_breakpoints() {
+    const Ref removed = Ref::steal(PyList_New(0));
+    const Ref changed = Ref::steal(PyList_New(0));
+    if (!removed || !changed) {
+        return nullptr;
+    }
+    return PyTuple_Pack(2, removed.get(), changed.get());
+}
+
+// callback(frame, changed_bps), or callback(frame, argument, changed_bps) where there is an
+// argument.
+HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* argument) {
+    const Ref held = Ref::share(callback);
+    const Ref changed = Ref::steal(take_changed_breakpoints());
+    Ref result;
+    if (changed && argument == nullptr) {
+        result = Ref::steal(call_with_2(held.get(), as_object(frame), changed.get()));
+    } else if (changed) {
+        result = Ref::steal(call_with_3(held.get(), as_object(frame), argument, changed.get()));
+    }
+    if (!result) {
+        discard_callback_error();
+        return kEndTracing;
+    }
+    return kHandled;
+}
+
+bool is_return_frame(const ThreadData* record, PyFrameObject* frame) {
+    return record != nullptr && record->return_frame == as_object(frame);
+}
+
+// The thread's bottom frame is left: the program, or this thread's part of it, is over.
+void leave_bottom_frame(ThreadData* record) {
+    set_slot(record->bot_frame, Py_None);
+    if (core.autoquit != 0) {
+        const Ref callback = Ref::share(core.callbacks.quit_cb);
+        const Ref result = Ref::steal(PyObject_CallObject(callback.get(), nullptr));
+        if (!result) {
+            discard_callback_error();
+        }
+    }
+    forget_thread_policy(get_thread_ident());
+}
+
+}  // namespace
+
+HandlerResult dispatch_call(PyFrameObject* frame) {
+    if (core.tracing == 0) {
+        return kEndTracing;
+    }
+    if (!is_frame(frame)) {
+        return kHandled;
+    }
+    dprintf(kLogCore, "in call: locals = %p, globals = %p, thread = %ld\n", frame->f_locals,
+            frame->f_globals, get_thread_ident());
+    ThreadData* const record = thread_table_current(&core.threads);
+    if (record != nullptr && record->bot_frame == Py_None) {
+        set_slot(record->bot_frame, as_object(frame));
+    }
+    return kHandled;
+}
+
+HandlerResult dispatch_line(PyFrameObject* frame) {
+    if (core.tracing == 0) {
+        return kEndTracing;
+    }
+    if (!is_frame(frame)) {
+        return kHandled;
+    }
+    const PendingErrorGuard keep_error;
+    if (dprintf_file != nullptr) {
+        dprintf(kLogCore, "in dispatch_line: file=%s, lineno=%d\n", frame_file_name(frame),
+                frame->f_lineno);
+    }
+    if (!stop_here(frame, kStopAtLine)) {
+        return kHandled;
+    }
+    return call_server(core.callbacks.line_cb, frame, nullptr);
+}
+
+HandlerResult dispatch_return(PyFrameObject* frame, PyObject* value) {
+    if (core.tracing == 0) {
+        return kEndTracing;
+    }
+    if (!is_frame(frame)) {
+        return kHandled;
+    }
+    if (is_return_frame(thread_table_current(&core.threads), frame) ||
+        stop_here(frame, kStopAtReturn)) {
+        return call_server(core.callbacks.return_cb, frame, value != nullptr ? value : Py_None);
+    }
+    ThreadData* const record = thread_table_current(&core.threads);
+    if (record != nullptr && record->bot_frame == as_object(frame)) {
+        leave_bottom_frame(record);
+    }
+    return kHandled;
+}
+
+void call_install_thread_hooks(int on) {
+    const Ref callback = Ref::share(core.callbacks.install_thread_hooks_cb);
+    const Ref number = Ref::steal(PyInt_FromLong(on));
+    if (number) {
+        const Ref result = Ref::steal(call_with_1(callback.get(), number.get()));
+    }
+}
+
+const char* frame_file_name(PyFrameObject* frame) {
+    return is_frame(frame) ? object_text(frame->f_code->co_filename) : "<cframe>";
+}
+
+}  // namespace morvik

@@ -1,0 +1,224 @@
+#include "tracercore/install.h"
+
+#include <cstring>
+
+#include "dbgcommon.h"
+#include "dprintf.h"
+#include "host/ref.h"
+#include "tracercore/dispatch.h"
+#include "tracercore/events.h"
+#include "tracercore/state.h"
+
+namespace morvik {
+
+namespace {
+
+PyInterpreterState* current_interpreter() { return current_thread_state()->interp; }
+
+bool is_live_thread(const PyThreadState* thread) {
+    for (PyThreadState* other = PyInterpreterState_ThreadHead(current_interpreter());
+         other != nullptr; other = PyThreadState_Next(other)) {
+        if (other == thread) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The frames on a thread's stack, innermost first, as a new list. Logging and releasing objects
+// run Python code, during which the thread may go on and its frames go away: whoever does either
+// works on this list. Empty for a thread that has ended; nullptr (no error set) out of memory.
+Ref frames_of_thread(const PyThreadState* thread) {
+    // Making the list may run a garbage collection, and so anything: look at the thread after it.
+    Ref frames = Ref::steal(PyList_New(0));
+    if (frames && is_live_thread(thread)) {
+        for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
+            if (PyList_Append(frames.get(), as_object(frame)) != 0) {
+                break;
+            }
+        }
+    }
+    if (PyErr_Occurred() != nullptr) {
+        PyErr_Clear();
+    }
+    return frames;
+}
+
+// Applies an operation to every thread of the interpreter. Threads may end while it runs: the
+// addresses are taken first, and the operations check them.
+void for_each_thread(void (*operation)(PyThreadState*)) {
+    Ref threads = Ref::steal(PyList_New(0));
+    for (PyThreadState* thread = PyInterpreterState_ThreadHead(current_interpreter());
+         threads && thread != nullptr; thread = PyThreadState_Next(thread)) {
+        const Ref address = Ref::steal(PyLong_FromVoidPtr(thread));
+        if (!address || PyList_Append(threads.get(), address.get()) != 0) {
+            break;
+        }
+    }
+    if (PyErr_Occurred() != nullptr) {
+        PyErr_Clear();
+    }
+    for (Py_ssize_t i = 0; threads && i < PyList_GET_SIZE(threads.get()); ++i) {
+        auto* const thread =
+            static_cast<PyThreadState*>(PyLong_AsVoidPtr(PyList_GET_ITEM(threads.get(), i)));
+        if (is_live_thread(thread)) {
+            operation(thread);
+        }
+    }
+}
+
+// The name of a thread's main function, when `frame` is one: the first code of the program above
+// the interpreter's or the debugger's own start-up code. Borrowed, or nullptr.
+PyObject* main_function_name(PyFrameObject* frame) {
+    PyFrameObject* const caller = frame_back(frame);
+    if (!is_frame(caller)) {
+        return nullptr;
+    }
+    const bool started_here = is_bootstrap_frame(caller) || is_internal_frame(caller) > 0;
+    PyObject* const name =
+        started_here && is_internal_frame(frame) == 0 ? frame->f_code->co_name : nullptr;
+    PyErr_Clear();
+    return name;
+}
+
+void insert_into_frame(PyThreadState* thread, PyFrameObject* frame) {
+    dprintf(kLogCore, "\tinserting into thread state %p; frame = %p\n", thread, frame);
+    set_slot(frame->f_trace, core.trace_dispatch);
+    ThreadData* record = thread_table_find(&core.threads, thread);
+    if (record == nullptr) {
+        return;
+    }
+    set_slot(record->bot_frame, as_object(frame));
+    record = thread_table_find(&core.threads, thread);
+    if (record != nullptr && record->thread_name == nullptr) {
+        // Only the innermost frame is asked: a name is one that the thread starts with, not one
+        // that it happens to have on its stack when tracing begins.
+        PyObject* const name = main_function_name(frame);
+        set_slot(record->thread_name, name != nullptr ? name : Py_None);
+    }
+}
+
+}  // namespace
+
+int start_trace() {
+    dprintf(kLogCore, "START TRACING\n");
+    if (core.tracing != 0) {
+        return 1;
+    }
+    core.event_count = 0;
+    core.tracing = 1;
+    for_each_thread(insert_into_thread);
+    set_trace_for_current_thread(1);
+    call_install_thread_hooks(1);
+    return 1;
+}
+
+void stop_trace() {
+    dprintf(kLogCore, "in __tracer_stop_trace()\n");
+    core.tracing = 0;
+    for_each_thread(remove_from_thread);
+    set_trace_for_current_thread(0);
+    call_install_thread_hooks(0);
+}
+
+void insert_into_thread(PyThreadState* thread) {
+    ThreadData* record = thread_table_get_or_add(&core.threads, thread);
+    if (record == nullptr) {
+        PyErr_Clear();
+        return;
+    }
+    const Ref old_curr_frame = Ref::steal(record->curr_frame);
+    const Ref old_bot_frame = Ref::steal(record->bot_frame);
+    const Ref old_name = Ref::steal(record->thread_name);
+    record->curr_frame = new_none();
+    record->bot_frame = new_none();
+    record->thread_name = nullptr;
+    const Ref frames = frames_of_thread(thread);
+    for (Py_ssize_t i = 0; frames && i < PyList_GET_SIZE(frames.get()); ++i) {
+        insert_into_frame(thread, as_frame(PyList_GET_ITEM(frames.get(), i)));
+    }
+    record = thread_table_find(&core.threads, thread);
+    if (record != nullptr) {
+        record->frames_hooked = 1;
+        if (record->thread_name == nullptr) {
+            record->thread_name = new_none();
+        }
+    }
+}
+
+void remove_from_thread(PyThreadState* thread) {
+    ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (record != nullptr) {
+        record->frames_hooked = 0;
+    }
+    const Ref frames = frames_of_thread(thread);
+    for (Py_ssize_t i = 0; frames && i < PyList_GET_SIZE(frames.get()); ++i) {
+        PyFrameObject* const frame = as_frame(PyList_GET_ITEM(frames.get(), i));
+        if (frame->f_trace != nullptr && frame->f_trace == core.trace_dispatch) {
+            dprintf(kLogCore, "\tremoving from thread state; frame = %p\n", frame);
+            clear_slot(frame->f_trace);
+        }
+    }
+}
+
+int set_trace_for_current_thread(int on) {
+    ThreadData* const record = thread_table_get_or_add(&core.threads, current_thread_state());
+    if (record == nullptr) {
+        PyErr_Clear();
+        return 1;
+    }
+    if (record->trace_installed == on) {
+        return 1;
+    }
+    record->trace_installed = on;
+    if (on != 0) {
+        PyEval_SetTrace(c_dispatch, core.trace_dispatch);
+    } else {
+        PyEval_SetTrace(nullptr, nullptr);
+    }
+    return 1;
+}
+
+void untrace_current_thread() {
+    PyThreadState* const thread = current_thread_state();
+    remove_from_thread(thread);
+    // A record made after a reset does not know that its thread was traced before.
+    ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (record != nullptr && thread->c_tracefunc == c_dispatch) {
+        record->trace_installed = 1;
+    }
+    set_trace_for_current_thread(0);
+}
+
+void bootstrap_current_thread() {
+    PyThreadState* const thread = current_thread_state();
+    forget_thread(thread);
+    insert_into_thread(thread);
+    set_trace_for_current_thread(1);
+}
+
+bool is_bootstrap_frame(PyFrameObject* frame) {
+    constexpr char kFile[] = "threading.py";
+    constexpr size_t kFileLength = sizeof(kFile) - 1;
+    if (strcmp(object_text(frame->f_code->co_name), "__bootstrap") != 0) {
+        return false;
+    }
+    const char* const file = frame_file_name(frame);
+    const size_t length = strlen(file);
+    return length >= kFileLength && strcmp(file + length - kFileLength, kFile) == 0;
+}
+
+int is_internal_frame(PyFrameObject* frame) {
+    const char* const file = frame_file_name(frame);
+    if (*file == '\0') {
+        return 0;
+    }
+    const Ref name = Ref::steal(PyString_FromString(file));
+    if (!name) {
+        return -1;
+    }
+    PyObject* const map = core.callbacks.internal_modules_map;
+    return map != nullptr && PyDict_GetItem(map, name.get()) != nullptr ? 1 : 0;
+}
+
+}  // namespace morvik

@@ -1,0 +1,164 @@
+#include "tracercore/state.h"
+
+#include "dprintf.h"
+#include "host/ref.h"
+#include "tracercore/install.h"
+
+namespace morvik {
+
+CoreState core;
+
+namespace {
+
+constexpr int kIdleCheckInterval = 10;
+
+// Keeps an object that the debug server gave. A different one that was kept before is left
+// referenced: one of the program's threads may be running in it. The same one is kept once,
+// however often it is given.
+void keep(PyObject*& slot, PyObject* object) {
+    if (slot != object) {
+        Py_INCREF(object);
+        slot = object;
+    }
+}
+
+void keep_callbacks(const Callbacks& given) {
+    Callbacks& kept = core.callbacks;
+    keep(kept.install_thread_hooks_cb, given.install_thread_hooks_cb);
+    keep(kept.idle_cb, given.idle_cb);
+    keep(kept.line_cb, given.line_cb);
+    keep(kept.return_cb, given.return_cb);
+    keep(kept.exception_cb, given.exception_cb);
+    keep(kept.quit_cb, given.quit_cb);
+    keep(kept.import_cb, given.import_cb);
+    keep(kept.default_import, given.default_import);
+    keep(kept.internal_modules_map, given.internal_modules_map);
+}
+
+bool make_mutex() {
+    // A mutex that is held belongs to the event that is under way; it is left to its holder.
+    if (core.mutex == nullptr || core.mutex_owner != kNoOwner) {
+        core.mutex = dbg_lock_new();
+    }
+    core.mutex_owner = kNoOwner;
+    if (core.mutex == nullptr) {
+        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+    }
+    return core.mutex != nullptr;
+}
+
+// Fetches an attribute into an owning slot; a missing one leaves it empty.
+void fetch_attribute(PyObject*& slot, PyObject* object, const char* name) {
+    const Ref value = Ref::steal(PyObject_GetAttrString(object, name));
+    if (!value) {
+        PyErr_Clear();
+    }
+    set_slot(slot, value.get());
+}
+
+void reset_policies() {
+    core.autoquit = 1;
+    core.debug_all_threads = 1;
+    clear_slot(core.debug_thread_cb);
+    clear_thread_policies();
+}
+
+}  // namespace
+
+int core_init(const CoreSettings& settings) {
+    dprintf_set_file(settings.debug_stream);
+    dprintf(kLogCore, "INIT CORE\n");
+    core.tracing = 0;
+    core.idle_period = settings.idle_period;
+    core.in_idle = 0;
+    core.exception_mode = settings.exception_mode;
+    keep_callbacks(settings.callbacks);
+    if (core.initialised) {
+        thread_table_clear(&core.threads);
+    } else {
+        thread_table_init(&core.threads);
+    }
+    if (!make_mutex()) {
+        return 0;
+    }
+    set_slot(core.module, settings.module);
+    fetch_attribute(core.trace_dispatch, settings.module, "trace_dispatch");
+    const Ref sys_module = Ref::steal(PyImport_ImportModule("sys"));
+    if (!sys_module) {
+        return 0;
+    }
+    set_slot(core.sys_module, sys_module.get());
+    fetch_attribute(core.sys_settrace, core.sys_module, "settrace");
+    fetch_attribute(core.sys_exc_info, core.sys_module, "exc_info");
+    reset_policies();
+    core.idle_event_count = 0;
+    core.idle_check_interval = kIdleCheckInterval;
+    core.next_idle_time = 0;
+    core.event_count = 0;
+    core.import_hook_calls = 0;
+    core.pending_raise_count = 0;
+    core.initialised = true;
+    return 1;
+}
+
+void core_reset() {
+    stop_trace();
+    const PendingErrorGuard keep_hooks_error;
+    dprintf(kLogCore, "RESET THREAD TABLE\n");
+    thread_table_clear(&core.threads);
+    core.pending_raise_count = 0;
+    reset_policies();
+}
+
+void core_destroy() {
+    dprintf(kLogCore, "DESTROY REACHED\n");
+    core_reset();
+}
+
+int acquire_sorrel_mutex() {
+    const long ident = get_thread_ident();
+    if (core.mutex_owner == ident) {
+        return 0;
+    }
+    for (;;) {
+        PyThread_type_lock const lock = core.mutex;
+        const int acquired = dbg_lock_acquire(lock, WAIT_LOCK);
+        if (acquired != 0 && lock != core.mutex) {
+            // Another init() put a new mutex in its place while this thread waited.
+            dbg_lock_release(lock);
+            continue;
+        }
+        if (acquired != 0) {
+            core.mutex_owner = ident;
+        }
+        return acquired;
+    }
+}
+
+void release_sorrel_mutex() {
+    if (core.mutex_owner == get_thread_ident()) {
+        // Once the lock is free another thread may own it at any moment.
+        core.mutex_owner = kNoOwner;
+        dbg_lock_release(core.mutex);
+    }
+}
+
+void discard_callback_error() {
+    dprintf_exception();
+    PyErr_Clear();
+}
+
+void clear_thread_policies() {
+    hash_delete_table(&core.debug_thread_map);
+    hash_init(&core.debug_thread_map, sizeof(long));
+}
+
+void forget_thread(PyThreadState* thread) {
+    const ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (record != nullptr && record->pending_exc != nullptr) {
+        --core.pending_raise_count;
+    }
+    thread_table_remove(&core.threads, thread);
+}
+
+}  // namespace morvik

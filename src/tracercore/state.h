@@ -1,0 +1,128 @@
+// The trace core's one state: settings, callbacks, the mutex in front of the debug server, and
+// counters. Changed only with the interpreter lock held; lives until the process ends.
+#ifndef MORVIK_TRACERCORE_STATE_H
+#define MORVIK_TRACERCORE_STATE_H
+
+#include <cstdint>
+
+#include "hashtable.h"
+#include "host/python.h"
+#include "threadops.h"
+
+namespace morvik {
+
+// Event codes of the interpreter, as the native trace function receives them.
+enum TraceEvent {
+    kEventCall = 0,
+    kEventException = 1,
+    kEventLine = 2,
+    kEventReturn = 3,
+    // 4 to 6 are those of built-in functions.
+};
+
+// Event codes that stop tests, sub-language hooks and the breakpoint matcher receive.
+enum StopEvent {
+    kStopAtException = -1,
+    kStopAtCall = 0,
+    kStopAtLine = 1,
+    kStopAtReturn = 2,
+};
+
+// What an event handler answers. Only a call event can ask for propagation.
+enum HandlerResult {
+    kHandled = 0,
+    kEndTracing = -1,       // this thread is traced no longer
+    kPropagateError = -2,   // the pending error goes to the traced code
+};
+
+// The callables and objects that init() is given; each holds a reference of the core's.
+struct Callbacks {
+    PyObject* install_thread_hooks_cb;
+    PyObject* idle_cb;
+    PyObject* line_cb;
+    PyObject* return_cb;
+    PyObject* exception_cb;
+    PyObject* quit_cb;
+    PyObject* import_cb;       // or None
+    PyObject* default_import;
+    PyObject* internal_modules_map;
+};
+
+struct CoreState {
+    bool initialised;  // init() has run; everything below is blank before
+
+    int tracing;               // 1 between start and stop of tracing
+    float idle_period;         // seconds; only tested to be above 0
+    int in_idle;               // 1 while idle_cb runs
+    int exception_mode;
+    int autoquit;              // quit_cb is called when a thread's bottom frame returns
+    int debug_all_threads;     // 0: while one thread is stopped the others are ignored
+    PyObject* debug_thread_cb; // thread policy, or nullptr
+    HashTable debug_thread_map;  // thread ident to the policy's answer, 0 or 1
+
+    int idle_event_count;     // events since the clock was last read
+    int idle_check_interval;
+    int64_t next_idle_time;   // wall-clock seconds; no idle_cb before
+
+    PyThread_type_lock mutex;  // held by a thread for the whole of an event
+    long mutex_owner;          // its holder's thread ident, kNoOwner for none
+
+    int event_count;         // events that passed the mutex since tracing started
+    int import_hook_calls;
+    int pending_raise_count; // records with a pending exception
+    HashTable imported_files;  // distinct files of modules imported through the hook
+
+    PyObject* module;          // this module
+    PyObject* trace_dispatch;  // its trace_dispatch function
+    PyObject* sys_module;
+    PyObject* sys_settrace;
+    PyObject* sys_exc_info;
+    Callbacks callbacks;
+
+    ThreadTable threads;
+};
+
+constexpr long kNoOwner = -1;
+
+extern CoreState core;
+
+// What init() is given, borrowed.
+struct CoreSettings {
+    PyObject* module;
+    float idle_period;
+    int exception_mode;
+    Callbacks callbacks;
+    PyObject* debug_stream;
+};
+
+// Sets the core up with tracing off. 1, or 0 with an error set when the sys module cannot be
+// imported or no mutex can be made. What an earlier call was given stays referenced unless given again: a thread may
+// still be inside it.
+int core_init(const CoreSettings& settings);
+
+// Tracing off, tables and policy settings back to their defaults; callbacks, idle period,
+// exception mode and counters stay. An error that the server's hooks callback left is set.
+void core_reset();
+
+// Logs and resets.
+void core_destroy();
+
+// Nonzero on success, waiting as long as it takes. 0 when the calling thread holds the mutex
+// already: waiting for oneself would never end.
+int acquire_sorrel_mutex();
+// Does nothing unless the calling thread holds the mutex.
+void release_sorrel_mutex();
+
+// Writes the header of a pending error to the diagnostic output and clears it: the traced program
+// never sees what the debug server's code raised.
+void discard_callback_error();
+
+// Empties the cache of the thread policy's answers.
+void clear_thread_policies();
+
+// Frees a thread's record.
+void forget_thread(PyThreadState* thread);
+
+}  // namespace morvik
+
+#endif

@@ -1,0 +1,74 @@
+#include "tracercore/stepping.h"
+
+#include "dbgcommon.h"
+#include "dprintf.h"
+#include "host/ref.h"
+
+namespace morvik {
+
+namespace {
+
+bool in_line_range(const ThreadData* record, const PyFrameObject* frame) {
+    return record->line_first != -1 && record->line_first <= frame->f_lineno &&
+           frame->f_lineno <= record->line_last;
+}
+
+// Walking outward from a frame: was the stop frame left, so that the thread's bottom frame comes
+// first?
+bool stop_frame_was_left(const ThreadData* record, PyFrameObject* frame) {
+    for (; frame != nullptr; frame = frame_back(frame)) {
+        if (as_object(frame) == record->stop_frame) {
+            return false;
+        }
+        if (as_object(frame) == record->bot_frame) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+bool stop_here(PyFrameObject* frame, StopEvent /*event*/) {
+    if (core.tracing == 0) {
+        dprintf(kLogCore, "Not stopping here because no longer tracing\n");
+        return false;
+    }
+    const ThreadData* const record = thread_table_current(&core.threads);
+    if (record == nullptr) {
+        dprintf(kLogCore, "ERROR: UNEXPECTED thread_data == NULL (while still tracing)!\n");
+        return false;
+    }
+    if (record->stop_frame == nullptr) {
+        dprintf(kLogCore, "Not stopping here because stop_frame == NULL\n");
+        return false;
+    }
+    if (record->stop_frame == Py_None) {
+        dprintf(kLogCore, "Stopping here because stop_frame == None\n");
+        return true;
+    }
+    if (record->stop_frame == as_object(frame) && !in_line_range(record, frame)) {
+        dprintf(kLogCore, "Stopping here because stop_frame == current frame\n");
+        return true;
+    }
+    if (stop_frame_was_left(record, frame)) {
+        dprintf(kLogCore, "Stopping because bot_frame is found before the stop frame\n");
+        return true;
+    }
+    return false;
+}
+
+void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return_frame,
+                      int line_first, int line_last) {
+    // The record is complete before anything is released: a destructor may free it.
+    const Ref old_stop_frame = Ref::steal(record->stop_frame);
+    const Ref old_return_frame = Ref::steal(record->return_frame);
+    Py_XINCREF(stop_frame);
+    record->stop_frame = stop_frame;
+    Py_INCREF(return_frame);
+    record->return_frame = return_frame;
+    record->line_first = line_first;
+    record->line_last = line_last;
+}
+
+}  // namespace morvik
