@@ -3,6 +3,7 @@
 #   morvik_host_headers   its headers, as system headers
 #   morvik_host_embedded  headers, libpython and link flags of a program that is the host
 
+include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
 
 if(NOT MORVIK_PYTHON)
@@ -26,6 +27,12 @@ message(STATUS "Host: ${MORVIK_HOST_executable} (${MORVIK_HOST_version} ${MORVIK
 
 add_library(morvik_host_headers INTERFACE)
 target_include_directories(morvik_host_headers SYSTEM INTERFACE ${MORVIK_HOST_includes})
+# A debug host's headers may be links to the release ones; resolved, they would bring along the
+# release configuration that lies beside them.
+check_cxx_compiler_flag(-fno-canonical-system-headers MORVIK_KEEPS_HEADER_LINKS)
+if(MORVIK_KEEPS_HEADER_LINKS)
+    target_compile_options(morvik_host_headers INTERFACE -fno-canonical-system-headers)
+endif()
 
 # A thread is known by the low half of its thread state's address, so a program that hosts
 # the core has a low heap: not position independent.

@@ -86,14 +86,10 @@ command_setup() {
     local exe
     read_options -- "$@"
     no_arguments
-    need_test_tools
-    if ((${#hosts[@]} > 0)); then
-        exe=$(one_host) || exit
-        say "host: $exe"
-        return
-    fi
-    debug_and_release_hosts
+    # The host first: it can be brought without being root.
+    ((${#hosts[@]} > 0)) || debug_and_release_hosts
     exe=$(one_host) || exit
+    need_test_tools
     say "host: $exe"
 }
 

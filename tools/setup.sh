@@ -14,39 +14,43 @@ host_libraries=(
     libreadline.so.8:libreadline8 libsqlite3.so.0:libsqlite3-0 libdb-5.3.so:libdb5.3)
 
 build_tools_ready() {
-    command -v cmake >/dev/null && command -v ninja >/dev/null &&
-        command -v "${CXX:-c++}" >/dev/null
+    type -P cmake ninja >/dev/null && type -P "${CXX:-c++}" >/dev/null
 }
 
 test_tools_ready() {
     [[ -e /usr/include/gtest/gtest.h || -e /usr/local/include/gtest/gtest.h ]]
 }
 
-# bring_tools [PACKAGE...]: installs build tools and PACKAGEs, or says how to.
-bring_tools() {
-    local packages=(cmake ninja-build g++ "$@")
-    local install=(apt-get install -y --no-install-recommends "${packages[@]}")
-    if ! command -v apt-get >/dev/null; then
-        die "needs CMake 3.21 or newer, Ninja, a C++17 compiler and GoogleTest:" \
-            "install them with this machine's package manager"
+check_tools_ready() {
+    type -P clang-format clang-tidy shellcheck >/dev/null
+}
+
+# bring_packages PACKAGE...: installs them, or says how to.
+bring_packages() {
+    if ! type -P apt-get >/dev/null; then
+        die "install with this machine's package manager what Debian calls: $*"
     fi
     if ((EUID != 0)); then
-        die "build tools are missing; install them with: sudo ${install[*]}"
+        die "install first: sudo apt-get install $*"
     fi
-    say "installing build tools: ${packages[*]}"
-    {
-        DEBIAN_FRONTEND=noninteractive "${install[@]}" ||
-            { apt-get update && DEBIAN_FRONTEND=noninteractive "${install[@]}"; }
-    } >&2 || die "could not install the build tools; install by hand: ${packages[*]}"
+    say "installing $*"
+    { apt-get -qq update && DEBIAN_FRONTEND=noninteractive \
+        apt-get -qq install --no-install-recommends "$@"; } >&2 ||
+        die "could not install by apt-get, is there a network? needed: $*"
 }
 
 need_build_tools() {
-    build_tools_ready || bring_tools
+    build_tools_ready || bring_packages cmake ninja-build g++
 }
 
 need_test_tools() {
-    need_build_tools
-    test_tools_ready || bring_tools libgtest-dev libgmock-dev
+    if ! build_tools_ready || ! test_tools_ready; then
+        bring_packages cmake ninja-build g++ libgtest-dev libgmock-dev
+    fi
+}
+
+need_check_tools() {
+    check_tools_ready || bring_packages clang-format clang-tidy shellcheck
 }
 
 host_advice() {
@@ -123,7 +127,7 @@ fetch_hosts() {
 bring_hosts() {
     local fetched=$deps/fetched package lock
     hosts_brought && return
-    if ! command -v apt-get >/dev/null || ! command -v dpkg >/dev/null; then
+    if ! type -P apt-get dpkg >/dev/null; then
         host_advice "no usable interpreter was found, and this is no Debian machine"
     fi
     mkdir -p "$deps"

@@ -88,5 +88,6 @@ __attribute__((visibility("default"))) void* realloc(void* block, size_t size) {
 
 // The interpreter keeps what it made until the process ends.
 const char* __asan_default_options() { return "detect_leaks=0"; }
+const char* __ubsan_default_options() { return "print_stacktrace=1"; }
 
 }  // extern "C"

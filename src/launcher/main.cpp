@@ -8,6 +8,13 @@
 #include <Python.h>
 #include <malloc.h>
 
+// The wrong configuration links all the same, and the module then fails in odd ways.
+#ifdef Py_DEBUG
+static_assert(MORVIK_HOST_IS_DEBUG, "a release host with a debug host's headers");
+#else
+static_assert(!MORVIK_HOST_IS_DEBUG, "a debug host with a release host's headers");
+#endif
+
 int main(int argc, char** argv) {
     // Further arenas, one for each thread, would be mapped high up.
     mallopt(M_ARENA_MAX, 1);
