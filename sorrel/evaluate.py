@@ -1,0 +1,44 @@
+"""Expressions and statements of the user, run in a frame of the program."""
+
+import __future__
+import sys
+import traceback
+
+import tmorvik26_vs2012_x64 as core
+
+_FUTURE_FLAGS = reduce(
+    lambda flags, name: flags | getattr(__future__, name).compiler_flag,
+    __future__.all_feature_names, 0)
+
+
+def _compile(source, mode, frame):
+    # Understood as the frame's own module understands its source.
+    return compile(source, '<stdin>', mode, frame.f_code.co_flags & _FUTURE_FLAGS, True)
+
+
+def expression(source, frame):
+    """The value of an expression. Raises whatever evaluating it raises."""
+    return eval(_compile(source.strip(), 'eval', frame), frame.f_globals, frame.f_locals)
+
+
+def statement(source, frame, display):
+    """Executes a statement, then gives the frame the values that its variables have now.
+
+    The value of a statement that is an expression is given to `display`, if it isn't None.
+    Raises whatever executing it raises.
+    """
+    code = _compile(source.strip() + '\n', 'single', frame)
+    displayhook = sys.displayhook
+    # Once: asking for f_locals again would bring back the old values.
+    variables = frame.f_locals
+    sys.displayhook = lambda value: value is not None and display(value)
+    try:
+        exec code in frame.f_globals, variables
+    finally:
+        sys.displayhook = displayhook
+        core.locals_to_fast(frame)
+
+
+def error_text(type, value):
+    """An exception in one line, such as "NameError: name 'x' is not defined"."""
+    return traceback.format_exception_only(type, value)[-1].strip()

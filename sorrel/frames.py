@@ -1,0 +1,59 @@
+"""Which frames are the program's, and which are the server's own or the interpreter's."""
+
+import os
+import sys
+import threading
+
+_THREAD_START = ('__bootstrap', '__bootstrap_inner')
+_own_globals = set()
+
+
+def learn_own_modules():
+    """Called when all modules of the server are loaded."""
+    for name, module in sys.modules.items():
+        if module is not None and name.split('.')[0] == __name__.split('.')[0]:
+            _own_globals.add(id(module.__dict__))
+
+
+def own_files():
+    """The server's source files, as the keys of a dict."""
+    folder = os.path.dirname(os.path.abspath(__file__))
+    return dict((os.path.join(folder, name), True)
+                for name in os.listdir(folder) if name.endswith('.py'))
+
+
+def is_own(frame):
+    # By identity: file names in compiled modules can be stale.
+    return id(frame.f_globals) in _own_globals
+
+
+def is_program(frame):
+    if is_own(frame):
+        return False
+    return not (frame.f_code.co_name in _THREAD_START
+                and frame.f_globals is threading.__dict__)
+
+
+def callers(frame):
+    """The frame and those that it was called from, innermost first."""
+    while frame is not None:
+        yield frame
+        frame = frame.f_back
+
+
+def stack(frame):
+    """The program's frames from its outermost to this one."""
+    found = []
+    for caller in callers(frame):
+        if not is_program(caller):
+            break
+        found.append(caller)
+    found.reverse()
+    return found
+
+
+def without_own(traceback):
+    """The part of a traceback that begins in the program."""
+    while traceback is not None and is_own(traceback.tb_frame):
+        traceback = traceback.tb_next
+    return traceback

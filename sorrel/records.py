@@ -1,0 +1,32 @@
+"""What the service and its front ends tell each other."""
+
+from collections import namedtuple
+
+# A thread has stopped. thread: the core's id of it. reason: one of the words below. argument:
+# the value on its way out (RETURNED) or (type, value, traceback) (RAISED), else None.
+# changed_bps: the breakpoints deleted and changed since the last stop, as the core has them.
+Stop = namedtuple('Stop', 'thread frame reason argument changed_bps')
+
+STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
+
+# How a stopped thread goes on: one of the words below. frame: in which frame of its stack a step
+# is counted; None for the innermost. first, last: the lines that STEP_OVER_RANGE passes over.
+Resume = namedtuple('Resume', 'action frame first last')
+Resume.__new__.__defaults__ = (None, None, None)
+
+STEP_INTO = 'step_into'
+STEP_OVER = 'step_over'
+STEP_OVER_LINE = 'step_over_line'
+STEP_OVER_RANGE = 'step_over_line_range'
+STEP_OUT = 'step_out'
+CONTINUE = 'continue_run'
+DETACH = 'detach'
+QUIT = 'quit'
+
+# One thread of the program. id: the core's; ident: the interpreter's. frame: the innermost frame
+# where it is now, None when that is unknown. stop: its Stop, None while it runs.
+Thread = namedtuple('Thread', 'id ident name frame stop')
+
+# How the program ended: with which exit status, and the type of the exception that ended it
+# (None for any other end).
+Outcome = namedtuple('Outcome', 'status exception')

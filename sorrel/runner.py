@@ -1,0 +1,93 @@
+"""Runs a program the way the interpreter runs a script."""
+
+import __builtin__
+import atexit
+import imp
+import os
+import sys
+import traceback
+
+from sorrel import frames
+from sorrel.records import Outcome
+
+# The interpreter empties a module that nothing refers to; the server was started by this one.
+_started_by = sys.modules['__main__']
+
+
+class CannotRead(Exception):
+    """The program's file cannot be read; the text says why, in one line."""
+
+
+def run(path, args, service):
+    """Runs the program at `path` under the service; returns its exit status.
+
+    SystemExit passes through: what its code means is the interpreter's to say. The service is
+    told the outcome after the program's threads and exit functions have ended.
+    """
+    source = _read(path)
+    sys.argv[:] = [path] + args
+    # The script's folder, where the interpreter would have put it.
+    sys.path[0] = os.path.dirname(os.path.realpath(path))
+    outcome = []
+    # Exit functions run last in, first out.
+    atexit.register(_finish, service, outcome)
+    try:
+        _execute(source, path, service)
+    except SystemExit as end:
+        outcome.append(Outcome(_status(end.code), None))
+        raise
+    except:
+        outcome.append(Outcome(1, sys.exc_info()[0]))
+        _report(*sys.exc_info())
+        return 1
+    outcome.append(Outcome(0, None))
+    return 0
+
+
+def _read(path):
+    try:
+        with open(path, 'rU') as program:
+            return program.read()
+    except IOError as error:
+        raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
+
+
+def _execute(source, path, service):
+    # The line end is for 2.6, which needs one.
+    code = compile(source + '\n', path, 'exec', 0, True)
+    service.run(code, _new_main(path))
+
+
+def _new_main(path):
+    main = imp.new_module('__main__')
+    main.__builtins__ = __builtin__
+    main.__file__ = path
+    sys.modules['__main__'] = main
+    return main.__dict__
+
+
+def _status(code):
+    if code is None:
+        return 0
+    return code if isinstance(code, int) else 1
+
+
+def _finish(service, outcome):
+    if outcome:
+        service.ended(outcome[0])
+
+
+def _report(type, value, tb):
+    """Prints an uncaught exception, as the interpreter would."""
+    tb = frames.without_own(tb)
+    sys.last_type, sys.last_value, sys.last_traceback = type, value, tb
+    try:
+        sys.excepthook(type, value, tb)
+    except SystemExit:
+        raise
+    except:
+        hook_type, hook_value, hook_tb = sys.exc_info()
+        sys.stderr.write('Error in sys.excepthook:\n')
+        traceback.print_exception(hook_type, hook_value, frames.without_own(hook_tb))
+        sys.stderr.write('\nOriginal exception was:\n')
+        traceback.print_exception(type, value, tb)

@@ -1,0 +1,226 @@
+"""The service between the native core and the front ends.
+
+It owns the core's callbacks and knows which threads are stopped. A front end has one method,
+`stopped(stop)`, called in the thread that stopped; the Resume that it returns is carried out in
+that thread. While it runs, the thread holds the core's mutex, and nothing that it does is traced.
+A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
+"""
+
+import __builtin__
+import os
+import sys
+import threading
+import traceback
+
+import tmorvik26_vs2012_x64 as core
+
+from sorrel import frames, threadhooks
+from sorrel.interrupts import Interrupts
+from sorrel.records import (
+    DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_OUT, STEP_OVER_RANGE, STEPPED, Stop,
+    Thread)
+
+_NEVER_STOP_ON_EXCEPTIONS = 0
+_IDLE_PERIOD = 1.0
+
+
+class Service(object):
+    """One for the life of a process, made in its main thread."""
+
+    def __init__(self, front_end):
+        self._front_end = front_end
+        self._process = os.getpid()
+        self._ignored = set()
+        self._stops = {}
+        # Requests that count in an outer frame, for threads that still run on towards it.
+        self._awaited = {}
+        self._entry_frame = None
+        self._interrupts = Interrupts(self._interrupt)
+        self._interrupted = False
+        self.attached = False
+        frames.learn_own_modules()
+        core.init(_IDLE_PERIOD, _NEVER_STOP_ON_EXCEPTIONS, self._hook_threads, self._on_idle,
+                  self._on_line, self._on_return, self._on_exception, self._on_quit, None,
+                  __builtin__.__import__, None, frames.own_files())
+        self._main_thread = core.get_current_tstate_id()
+
+    # For whoever runs the program.
+
+    def run(self, code, namespace):
+        """Executes the program's code, which stops at its first line."""
+        self._entry_frame = sys._getframe()
+        self._interrupts.install()
+        self.attached = True
+        core.start_trace()
+        core.step_into()
+        try:
+            exec code in namespace
+        finally:
+            if self.attached:
+                # What is left on this thread is not the program's.
+                core.continue_run()
+
+    def ended(self, outcome):
+        """Nothing of the program will run any more."""
+        if self.attached:
+            self.detach()
+            self._front_end.ended(outcome)
+
+    # For front ends.
+
+    def ignore_thread(self, ident):
+        """Never debug this thread (an interpreter's thread ident): it is a front end's own."""
+        self._ignored.add(ident)
+        core.set_debug_thread_cb(self._debugs_thread)
+
+    def threads(self):
+        """A Thread for each one that the core knows, by id."""
+        running = sys._current_frames()
+        return [self._thread(id, running) for id in sorted(core.get_threads())]
+
+    def detach(self):
+        """The program runs on at full speed."""
+        if self.attached:
+            self.attached = False
+            core.stop_trace()
+            self._interrupts.remove()
+
+    def quit(self):
+        """Ends the process at once, whatever the program's threads are doing."""
+        for stream in (sys.stdout, sys.stderr):
+            try:
+                stream.flush()
+            except Exception:
+                pass  # The program's own object, or closed: nothing more to save.
+        os._exit(0)
+
+    # The core's callbacks. An error in one would end the tracing of its thread.
+
+    def _on_line(self, frame, changed_bps):
+        self._stopped(frame, STEPPED, None, changed_bps)
+
+    def _on_return(self, frame, value, changed_bps):
+        self._stopped(frame, RETURNED, value, changed_bps)
+
+    def _on_exception(self, frame, error, changed_bps):
+        self._stopped(frame, RAISED, error, changed_bps)
+
+    def _on_idle(self):
+        """Nothing is waiting to be done between stops."""
+
+    def _on_quit(self):
+        """The runner sees the end of the program by itself."""
+
+    def _hook_threads(self, on):
+        if on:
+            threadhooks.install()
+        else:
+            threadhooks.remove()
+
+    def _debugs_thread(self, ident):
+        return 0 if ident in self._ignored else 1
+
+    # Stops.
+
+    def _stopped(self, frame, reason, argument, changed_bps):
+        if os.getpid() != self._process:
+            # A fork: two processes cannot share one front end.
+            self.detach()
+        elif not frames.is_program(frame):
+            self._pass_over(frame)
+        else:
+            id = core.get_current_tstate_id()
+            if self._interrupted and id == self._main_thread:
+                self._interrupted = False
+                if reason == STEPPED:
+                    reason = INTERRUPTED
+            stop = Stop(id, frame, reason, argument, changed_bps)
+            if not self._still_on_its_way(stop):
+                self._resume(stop, self._ask(stop))
+
+    def _pass_over(self, frame):
+        """A step request has met code that is not the program's."""
+        for caller in frames.callers(frame):
+            if caller is self._entry_frame:
+                break
+            if frames.is_program(caller):
+                return  # The program is being interrupted, and goes on to its own next line.
+        if frame is not self._entry_frame:
+            core.continue_run()
+
+    def _ask(self, stop):
+        self._stops[stop.thread] = stop
+        try:
+            while True:
+                try:
+                    return self._front_end.stopped(stop)
+                except KeyboardInterrupt:
+                    pass  # Ctrl-C at a moment when the front end was not ready for it.
+                except Exception:
+                    traceback.print_exc(file=sys.__stderr__)
+                    return Resume(DETACH)
+        finally:
+            del self._stops[stop.thread]
+
+    def _resume(self, stop, resume):
+        if resume.action == DETACH:
+            self.detach()
+        elif resume.action == QUIT:
+            self.quit()
+        elif resume.frame is None or resume.frame is stop.frame:
+            self._request(resume)
+        else:
+            self._awaited[stop.thread] = resume
+            core.step_out()
+
+    def _request(self, resume):
+        if resume.action == STEP_OVER_RANGE:
+            core.step_over_line_range(resume.first, resume.last)
+        else:
+            # The words are the names of the core's functions.
+            getattr(core, resume.action)()
+
+    def _still_on_its_way(self, stop):
+        """Whether the thread only goes on towards the outer frame in which its step counts.
+
+        The core steps from the innermost frame alone: the frames inside the outer one are left
+        one by one.
+        """
+        resume = self._awaited.get(stop.thread)
+        if resume is None:
+            return False
+        if stop.frame is not resume.frame and stop.reason in (STEPPED, RETURNED) \
+                and resume.frame in list(frames.callers(stop.frame)):
+            if stop.reason == STEPPED:
+                core.step_out()
+            return True
+        del self._awaited[stop.thread]
+        if stop.frame is resume.frame and stop.reason == STEPPED:
+            if resume.action == STEP_OUT or (
+                    resume.action == STEP_OVER_RANGE
+                    and resume.first <= stop.frame.f_lineno <= resume.last):
+                self._request(resume)
+                return True
+        return False
+
+    def _interrupt(self):
+        """Ctrl-C, in the main thread."""
+        if self._main_thread in self._stops or self._interrupted:
+            # It is for the front end, or the program has not got to a line since the last one.
+            raise KeyboardInterrupt
+        self._interrupted = True
+        core.stop()
+
+    # Threads.
+
+    def _thread(self, id, running):
+        ident = core.get_thread_ident_for_tstate_id(id)
+        stop = self._stops.get(id)
+        frame = running.get(ident) if stop is None else stop.frame
+        return Thread(id, ident, self._thread_name(id, ident), frame, stop)
+
+    def _thread_name(self, id, ident):
+        known = threading._active.get(ident)
+        if known is not None:
+            return known.getName()
+        return core.get_thread_name(id) or 'thread %s' % ident

@@ -1,0 +1,314 @@
+"""The terminal front end: the standard debugger's commands over the service."""
+
+import cmd
+import inspect
+import pprint
+import re
+import repr as shortened
+import rlcompleter
+import sys
+
+from sorrel import evaluate, frames, source
+from sorrel.console import Closed
+from sorrel.records import (
+    CONTINUE, DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER,
+    STEP_OVER_RANGE)
+
+_ALIASES = {
+    's': 'step', 'n': 'next', 'r': 'return', 'c': 'continue', 'cont': 'continue', 'unt': 'until',
+    'w': 'where', 'bt': 'where', 'u': 'up', 'd': 'down', 'l': 'list', 'a': 'args', 'p': 'print',
+    'pretty-print': 'pp', 'h': 'help', 'q': 'quit', 'exit': 'quit'}
+
+# What may follow a command. Anything else makes the line a statement: "n = 1" sets a variable.
+_NOTHING = r'$'
+_COUNT = r'\d*$'
+_LINES = r'(\d+(\s*,\s*|\s+)?(\d+)?)?$'
+_EXPRESSION = r'(?!=[^=])'
+_ARGUMENTS = {
+    'step': _NOTHING, 'next': _NOTHING, 'return': _NOTHING, 'continue': _NOTHING,
+    'until': _NOTHING, 'where': _NOTHING, 'up': _COUNT, 'down': _COUNT, 'list': _LINES,
+    'args': _NOTHING, 'threads': _NOTHING, 'quit': _NOTHING}
+
+_LINES_SHOWN = 11
+
+
+class Terminal(cmd.Cmd):
+    """Asks at each stop what to do. `service` is set by whoever makes both."""
+
+    prompt = '(sorrel) '
+
+    def __init__(self, console):
+        cmd.Cmd.__init__(self, stdout=console)
+        self.service = None
+        self._console = console
+        self._thread = None
+        self._stop = None
+        self._stack = []
+        self._index = 0
+        self._next_listed = None
+        self._resume = None
+
+    # For the service.
+
+    def stopped(self, stop):
+        source.refresh()
+        self._stop = stop
+        self._stack = frames.stack(stop.frame)
+        self._index = len(self._stack) - 1
+        self._next_listed = None
+        self._resume = None
+        try:
+            self._announce()
+            while self._resume is None:
+                self._one_command()
+        except Closed:
+            self._resume = Resume(DETACH)
+        finally:
+            # Nothing of the program is kept alive while it runs.
+            self._stop = None
+            self._stack = []
+        return self._resume
+
+    def ended(self, outcome):
+        if outcome.exception is not None:
+            text = 'an uncaught %s' % outcome.exception.__name__
+        else:
+            text = 'exit status %d' % outcome.status
+        try:
+            self._say('The program ended with %s.' % text)
+        except Closed:
+            pass
+
+    # One stop.
+
+    def _announce(self):
+        if self._stop.thread != self._thread:
+            if self._thread is not None:
+                self._say('[%s]' % self._thread_of(self._stop.thread).name)
+            self._thread = self._stop.thread
+        if self._stop.reason == INTERRUPTED:
+            self._say('--Interrupted--')
+        elif self._stop.reason == RETURNED:
+            self._say('--Return--')
+        elif self._stop.reason == RAISED:
+            self._say(evaluate.error_text(*self._stop.argument[:2]))
+        self._show_frame(self._index)
+
+    def _one_command(self):
+        try:
+            line = self._console.read_line(self.prompt, self.complete)
+            if line is None:
+                self._detach()
+            else:
+                self.onecmd(line)
+        except KeyboardInterrupt:
+            self._say('\n--KeyboardInterrupt--')
+
+    def parseline(self, line):
+        line = line.strip()
+        if line.startswith('pretty-print'):  # No name of a command for the base class.
+            line = line.replace('pretty-print', 'pp', 1)
+        command, argument, line = cmd.Cmd.parseline(self, line)
+        command = _ALIASES.get(command, command)
+        if not command or not re.match(_ARGUMENTS.get(command, _EXPRESSION), argument):
+            return '', None, line
+        return command, argument, line
+
+    def default(self, line):
+        if line.startswith('!'):
+            line = line[1:]
+        self._try(evaluate.statement, line, self._frame(), self._show_value)
+
+    def completedefault(self, text, line, begin, end):
+        names = dict(self._frame().f_globals)
+        names.update(self._frame().f_locals)
+        completer = rlcompleter.Completer(names)
+        return completer.attr_matches(text) if '.' in text else completer.global_matches(text)
+
+    # Commands that go on.
+
+    def do_step(self, argument):
+        """step, s: run to the next line, in whatever function it is."""
+        self._resume = Resume(STEP_INTO)
+
+    def do_next(self, argument):
+        """next, n: run to the next line of this function, or to its return."""
+        self._resume = Resume(STEP_OVER, self._frame())
+
+    def do_until(self, argument):
+        """until, unt: as next, but only forward: a loop is run to its end."""
+        self._resume = Resume(STEP_OVER_RANGE, self._frame(), 0, self._frame().f_lineno)
+
+    def do_return(self, argument):
+        """return, r: run until this function returns."""
+        self._resume = Resume(STEP_OUT, self._frame())
+
+    def do_continue(self, argument):
+        """continue, cont, c: run on."""
+        self._resume = Resume(CONTINUE)
+
+    def do_quit(self, argument):
+        """quit, q, exit: end the program at once, with exit status 0."""
+        self._resume = Resume(QUIT)
+
+    def _detach(self):
+        self._say('\nDetached: the program runs on.')
+        self._resume = Resume(DETACH)
+
+    # Commands that show.
+
+    def do_where(self, argument):
+        """where, w, bt: show the stack, the innermost frame last."""
+        for index in range(len(self._stack)):
+            self._show_frame(index)
+
+    def do_up(self, argument):
+        """up, u [COUNT]: go to the frame that called this one."""
+        self._go_to(self._index - int(argument or 1), 'Oldest frame')
+
+    def do_down(self, argument):
+        """down, d [COUNT]: go to the frame that this one has called."""
+        self._go_to(self._index + int(argument or 1), 'Newest frame')
+
+    def do_list(self, argument):
+        """list, l [FIRST [LAST]]: show source lines, by default around this one, then those after.
+
+        A LAST smaller than FIRST is a number of lines.
+        """
+        numbers = [int(number) for number in re.findall(r'\d+', argument)]
+        first = self._first_listed(numbers)
+        last = first + _LINES_SHOWN - 1
+        if len(numbers) == 2:
+            last = numbers[1] if numbers[1] >= first else first + numbers[1]
+        self._list(first, last)
+
+    def do_args(self, argument):
+        """args, a: show this function's arguments."""
+        code = self._frame().f_code
+        count = code.co_argcount
+        count += bool(code.co_flags & inspect.CO_VARARGS)
+        count += bool(code.co_flags & inspect.CO_VARKEYWORDS)
+        values = self._frame().f_locals
+        for name in code.co_varnames[:count]:
+            if name in values:
+                self._try(self._show_argument, name, values[name])
+            else:
+                self._say('%s: deleted' % name)
+
+    def do_print(self, argument):
+        """print, p EXPRESSION: show its value."""
+        self._try(lambda: self._say(repr(self._value(argument))))
+
+    def do_pp(self, argument):
+        """pp, pretty-print EXPRESSION: show its value over several lines, laid out to be read."""
+        self._try(lambda: self._say(pprint.pformat(self._value(argument))))
+
+    def do_whatis(self, argument):
+        """whatis EXPRESSION: show its type."""
+        self._try(lambda: self._say(_kind(self._value(argument))))
+
+    def do_threads(self, argument):
+        """threads: list the program's threads; * marks the one shown here."""
+        for thread in self.service.threads():
+            mark = '*' if thread.id == self._stop.thread else ' '
+            state = 'running' if thread.stop is None else 'stopped'
+            self._say('%s %d  %s  %s%s' % (mark, thread.id, thread.name, state, _place(thread)))
+
+    def do_help(self, argument):
+        """help, h, ? [COMMAND]: this list, or more about a command."""
+        if argument:
+            command = getattr(self, 'do_' + _ALIASES.get(argument, argument), None)
+            self._say(inspect.getdoc(command) if command else '*** No command %s' % argument)
+            return
+        for name in sorted(name for name in self.get_names() if name.startswith('do_')):
+            self._say(inspect.getdoc(getattr(self, name)).splitlines()[0])
+        self._say('Anything else is executed as a statement, and so is what follows a "!".')
+        self._say('An empty line repeats the last command. End of input lets the program run on.')
+
+    # Helpers.
+
+    def _say(self, text):
+        self._console.write(text + '\n')
+
+    def _frame(self):
+        return self._stack[self._index]
+
+    def _value(self, expression):
+        return evaluate.expression(expression, self._frame())
+
+    def _show_value(self, value):
+        self._say(repr(value))
+
+    def _show_argument(self, name, value):
+        self._say('%s = %r' % (name, value))
+
+    def _try(self, function, *arguments):
+        """Calls what may run code of the program, and shows the error that this ends with."""
+        try:
+            function(*arguments)
+        except Closed:
+            raise
+        except:
+            self._say('*** ' + evaluate.error_text(*sys.exc_info()[:2]))
+
+    def _show_frame(self, index):
+        frame = self._stack[index]
+        mark = '>' if index == self._index else ' '
+        returned = ''
+        if self._stop.reason == RETURNED and frame is self._stop.frame:
+            returned = '->' + _short(self._stop.argument)
+        self._say('%s %s%s' % (mark, source.place(frame), returned))
+        line = source.line(frame, frame.f_lineno).strip()
+        if line:
+            self._say('-> ' + line)
+
+    def _go_to(self, index, end):
+        index = min(max(index, 0), len(self._stack) - 1)
+        if index == self._index:
+            self._say('*** ' + end)
+            return
+        self._index = index
+        self._next_listed = None
+        self._show_frame(index)
+
+    def _first_listed(self, numbers):
+        if len(numbers) == 2:
+            return numbers[0]
+        if not numbers and self._next_listed is not None:
+            return self._next_listed
+        middle = numbers[0] if numbers else self._frame().f_lineno
+        return max(1, middle - _LINES_SHOWN // 2)
+
+    def _list(self, first, last):
+        for number in range(first, last + 1):
+            line = source.line(self._frame(), number)
+            if not line:
+                self._say('[EOF]')
+                break
+            mark = '->' if number == self._frame().f_lineno else '  '
+            self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
+            self._next_listed = number + 1
+
+    def _thread_of(self, id):
+        return [thread for thread in self.service.threads() if thread.id == id][0]
+
+
+def _short(value):
+    try:
+        return shortened.repr(value)
+    except Exception:
+        return '<%s that cannot be shown>' % type(value).__name__
+
+
+def _kind(value):
+    if inspect.ismethod(value):
+        return 'Method ' + value.__name__
+    if inspect.isfunction(value):
+        return 'Function ' + value.__name__
+    return repr(type(value))
+
+
+def _place(thread):
+    if thread.frame is None or not frames.is_program(thread.frame):
+        return ''
+    return '  ' + source.place(thread.frame)

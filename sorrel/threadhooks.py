@@ -1,0 +1,65 @@
+"""Tracing begins in every thread that the program starts, and is cleared up when it ends."""
+
+import sys
+import thread
+import threading
+
+import tmorvik26_vs2012_x64 as core
+
+from sorrel import frames
+
+
+class _ThreadMain(object):
+    """Stands in place of a thread's function and calls it."""
+
+    def __init__(self, function, trace):
+        self._function = function
+        self._trace = trace
+
+    def __repr__(self):
+        return repr(self._function)
+
+    def __call__(self, *args, **kwargs):
+        # Taken now: when the thread ends, the interpreter may have emptied the modules.
+        settrace, thread_exiting = sys.settrace, core.thread_exiting
+        try:
+            if self._trace is not None:
+                settrace(self._trace)
+            self._function(*args, **kwargs)
+        except SystemExit:
+            raise
+        except:
+            self._report(*sys.exc_info())
+        finally:
+            # In this order: one more event would give the thread a new record.
+            settrace(None)
+            thread_exiting()
+
+    def _report(self, type, value, traceback):
+        # As the interpreter does it, but without this frame.
+        sys.stderr.write('Unhandled exception in thread started by %r\n' % (self,))
+        sys.excepthook(type, value, frames.without_own(traceback))
+
+
+def _starter(start, trace):
+    def start_new_thread(function, args, *kwargs):
+        if callable(function):
+            function = _ThreadMain(function, trace)
+        return start(function, args, *kwargs)
+    return start_new_thread
+
+
+_start = thread.start_new_thread
+
+
+def install():
+    thread.start_new_thread = thread.start_new = _starter(_start, core.bootstrap_new_thread)
+    # A Thread is traced from its run method on: until then, other threads may be waiting for it.
+    threading._start_new_thread = _starter(_start, None)
+    threading.settrace(core.bootstrap_new_thread)
+
+
+def remove():
+    thread.start_new_thread = thread.start_new = _start
+    threading._start_new_thread = _start
+    threading.settrace(None)
