@@ -85,18 +85,22 @@ EOF
     export APT_CONFIG=$apt/apt.conf
 }
 
-# The configured archives that may be Debian's, as "address keyring" lines: those that
-# offer this machine's own release. What is no Debian archive fails the signature check.
+# The configured archives that may be Debian's, as lines of an address and, if known, the
+# keyring its signatures are checked with: those that offer this machine's own release. An
+# archive of somebody else fails later, as it has no signed $host_suite.
 debian_mirrors() {
-    local codename
+    local codename release component address entry keyring
+    local standard=/usr/share/keyrings/debian-archive-keyring.gpg
     codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-stable}")
     # shellcheck disable=SC2016  # apt's own variables
-    apt-get indextargets --format '$(REPO_URI) $(SIGNED_BY) $(RELEASE) $(COMPONENT)' \
-        'Identifier: Packages' |
-        awk -v codename="$codename" '
-            $NF == "main" && ($(NF-1) == codename || $(NF-1) ~ /^(old)*stable$/) {
-                print $1, (NF == 4 && $2 ~ /^\// ? $2 : "") }' |
-        sort -u
+    apt-get indextargets --no-release-info 'Identifier: Packages' \
+        --format '$(RELEASE) $(COMPONENT) $(REPO_URI) $(SOURCESENTRY)' |
+        while read -r release component address entry; do
+            [[ $component == main && $release =~ ^($codename|(old)*stable)$ ]] || continue
+            keyring=$(sed -nE 's|.*[Ss]igned-[Bb]y[:=] *(/[^] ,]+).*|\1|p' "${entry%:*}")
+            echo "$address ${keyring%%$'\n'*}"
+            [[ ! -e $standard ]] || echo "$address $standard"
+        done | awk '!seen[$0]++'
 }
 
 missing_library_packages() {
@@ -127,7 +131,7 @@ fetch_hosts() {
 bring_hosts() {
     local fetched=$deps/fetched package lock
     hosts_brought && return
-    if ! type -P apt-get dpkg >/dev/null; then
+    if ! type -P apt-get dpkg-deb >/dev/null; then
         host_advice "no usable interpreter was found, and this is no Debian machine"
     fi
     mkdir -p "$deps"
@@ -142,8 +146,13 @@ bring_hosts() {
     mkdir -p "$fetched"
     fetch_hosts "$fetched" ||
         host_advice "no usable interpreter was found, and Debian's could not be fetched from the archives this machine knows"
+    # One folder of libraries, whichever of the two a package names.
+    mkdir -p "$deps/root.new/usr/lib"
+    ln -s usr/lib "$deps/root.new/lib"
     for package in "$fetched"/*.deb; do
-        dpkg -x "$package" "$deps/root.new" || die "could not unpack ${package##*/}"
+        dpkg-deb --fsys-tarfile "$package" |
+            tar -x -C "$deps/root.new" --no-same-owner --keep-directory-symlink ||
+            die "could not unpack ${package##*/}"
     done
     touch "$deps/root.new/.complete"
     mv "$deps/root.new" "$deps/root"
