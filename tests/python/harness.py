@@ -1,6 +1,24 @@
-"""What the tests share."""
+"""What the tests share: assertions, a debug server that records, programs to debug."""
 
+import os
+import shutil
+import tempfile
+import threading
+import time
 import unittest
+
+import tmorvik26_vs2012_x64 as core
+
+INIT_ARGUMENTS = (
+    "idle_period", "exception_mode", "install_thread_hooks_cb", "idle_cb", "line_cb", "return_cb",
+    "exception_cb", "quit_cb", "import_cb", "default_import", "debug_stream",
+    "internal_modules_map")
+
+
+def launcher():
+    """The program to start for another process of this host."""
+    # sys.executable is the interpreter that the launcher stands for.
+    return os.environ.get("MORVIK_PYTHON_EXE") or os.readlink("/proc/self/exe")
 
 
 class Skipped(Exception):
@@ -8,7 +26,21 @@ class Skipped(Exception):
 
 
 class TestCase(unittest.TestCase):
-    """unittest's, with the assertions that 2.6 lacks."""
+    """unittest's, with the assertions that 2.6 lacks and a folder for the test's files."""
+
+    def setUp(self):
+        self.folder = os.path.realpath(tempfile.mkdtemp())
+
+    def tearDown(self):
+        shutil.rmtree(self.folder)
+
+    def script(self, source, name="program.py"):
+        """The path of a new file."""
+        path = os.path.join(self.folder, name)
+        output = open(path, "w")
+        output.write(source)
+        output.close()
+        return path
 
     def skip(self, reason):
         raise Skipped(reason)
@@ -29,10 +61,10 @@ class TestCase(unittest.TestCase):
         if first is second:
             self.fail("%r is %r" % (first, second))
 
-    def assert_raises(self, exception_class, message, function, *arguments):
+    def assert_raises(self, exception_class, message, function, *arguments, **keywords):
         """The call raises exactly this class, with exactly this message unless it is None."""
         try:
-            result = function(*arguments)
+            result = function(*arguments, **keywords)
         except Exception as error:
             if type(error) is not exception_class:
                 self.fail("%r raised %r instead of %s"
@@ -42,3 +74,148 @@ class TestCase(unittest.TestCase):
             return error
         self.fail("%r returned %r instead of raising %s"
                   % (function, result, exception_class.__name__))
+
+
+class Stream(object):
+    """A diagnostic stream: each message of the core is one item."""
+
+    def __init__(self):
+        self.messages = []
+        self.flushes = 0
+
+    def write(self, text):
+        self.messages.append(text)
+
+    def flush(self):
+        self.flushes += 1
+
+    def count(self, message):
+        return self.messages.count(message)
+
+    def among(self, *expected):
+        """The messages that are among these, in their order."""
+        return [message for message in self.messages if message in expected]
+
+    def starting(self, prefix):
+        return [message for message in self.messages if message.startswith(prefix)]
+
+    def clear(self):
+        del self.messages[:]
+
+
+class Server(object):
+    """A debug server that records what it is told and answers by a script.
+
+    Each stop in the program takes the next of `requests`: the name of a function of the core, or
+    a tuple of its name and arguments, or a callable that gets the stopped frame.  After the last
+    one the program runs freely.  A stop anywhere else (the test's own code, the library) is not
+    recorded and steps on into whatever comes.
+    """
+
+    def __init__(self, requests=()):
+        self.requests = list(requests)
+        self.program = None     # the file whose stops count
+        self.stream = Stream()
+        self.stops = []         # "line function 12", "return function 13 -> value"
+        self.changed_bps = []
+        self.hooks = []
+        self.idle_calls = 0
+        self.quit_calls = 0
+        self.imports = []
+        self.exceptions = []
+
+    def init(self, **changes):
+        """core.init() with this server's callbacks but for the arguments named."""
+        core.init(*self.init_arguments(**changes))
+
+    def init_arguments(self, **changes):
+        arguments = {
+            "idle_period": 0.0, "exception_mode": 0,
+            "install_thread_hooks_cb": self.install_thread_hooks, "idle_cb": self.idle,
+            "line_cb": self.line, "return_cb": self.return_, "exception_cb": self.exception,
+            "quit_cb": self.quit, "import_cb": None, "default_import": __import__,
+            "debug_stream": self.stream, "internal_modules_map": {}}
+        assert set(changes).issubset(INIT_ARGUMENTS), changes
+        arguments.update(changes)
+        return [arguments[name] for name in INIT_ARGUMENTS]
+
+    def run(self, path, **variables):
+        """Runs the program of this file under trace; returns its variables."""
+        self.program = path
+        variables.update({"__name__": "program", "__file__": path, "core": core, "server": self})
+        code = compile(open(path).read(), path, "exec")
+        core.start_trace()
+        core.step_into()
+        try:
+            exec code in variables
+        finally:
+            core.stop_trace()
+        return variables
+
+    def stop(self, event, frame, result=""):
+        if frame.f_code.co_filename != self.program:
+            core.step_into()
+            return
+        self.stops.append("%s %s %d%s" % (event, frame.f_code.co_name, frame.f_lineno, result))
+        request = "continue_run"
+        if self.requests:
+            request = self.requests.pop(0)
+        if callable(request):
+            request(frame)
+        elif isinstance(request, tuple):
+            getattr(core, request[0])(*request[1:])
+        else:
+            getattr(core, request)()
+
+    def line(self, frame, changed_bps):
+        self.changed_bps.append(changed_bps)
+        self.stop("line", frame)
+
+    def return_(self, frame, value, changed_bps):
+        self.changed_bps.append(changed_bps)
+        self.stop("return", frame, " -> %r" % (value,))
+
+    def exception(self, frame, exc_info, changed_bps):
+        self.exceptions.append(exc_info)
+
+    def idle(self):
+        self.idle_calls += 1
+
+    def quit(self):
+        self.quit_calls += 1
+
+    def install_thread_hooks(self, on):
+        self.hooks.append(on)
+
+
+class CoreTestCase(TestCase):
+    """Tests with a server in front of the core."""
+
+    def setUp(self):
+        TestCase.setUp(self)
+        self.server = Server()
+
+    def debug(self, source, *requests, **init_changes):
+        """The stops of a program that is debugged with these requests from its first line on."""
+        self.server.requests = list(requests)
+        self.server.init(**init_changes)
+        self.server.run(self.script(source))
+        return self.server.stops
+
+
+def wait_until(condition, seconds=30):
+    """Waits for what another thread does; whether it came true."""
+    end = time.time() + seconds
+    while not condition():
+        if time.time() > end:
+            return False
+        time.sleep(0.001)
+    return True
+
+
+def trace_new_threads(on):
+    """An install_thread_hooks_cb for programs that use the threading module."""
+    if on:
+        threading.settrace(core.bootstrap_new_thread)
+    else:
+        threading.settrace(None)

@@ -17,16 +17,13 @@ import tempfile
 import time
 import unittest
 
+import harness
+
 TIME_LIMIT = 60
 
 PASSED = "passed"
 FAILED = "failed"
 SKIPPED = "skipped"
-
-
-def launcher():
-    # sys.executable is the interpreter that the launcher stands for.
-    return os.environ.get("MORVIK_PYTHON_EXE") or os.readlink("/proc/self/exe")
 
 
 def load(path):
@@ -66,7 +63,7 @@ class Verdict(unittest.TestResult):
 
     def addError(self, test, err):
         # 2.6 knows no skipping: there harness.Skipped is one more error.
-        if err[0].__name__ == "Skipped":
+        if err[0] is harness.Skipped:
             self.addSkip(test, str(err[1]))
             return
         unittest.TestResult.addError(self, test, err)
@@ -110,7 +107,7 @@ class Child(object):
         self.report = tempfile.NamedTemporaryFile()
         self.started = time.time()
         self.process = subprocess.Popen(
-            [launcher(), os.path.abspath(__file__), "--child", path, name,
+            [harness.launcher(), os.path.abspath(__file__), "--child", path, name,
              self.report.name],
             stdin=open(os.devnull), stdout=self.output, stderr=subprocess.STDOUT,
             preexec_fn=os.setsid)
