@@ -18,6 +18,8 @@ ThreadData* own_record() {
                : nullptr;
 }
 
+PyObject* none_unless_error() { return PyErr_Occurred() == nullptr ? new_none() : nullptr; }
+
 PyObject* argument(PyObject* args, Py_ssize_t index) { return PyTuple_GetItem(args, index); }
 
 }  // namespace morvik

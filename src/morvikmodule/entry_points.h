@@ -66,6 +66,9 @@ bool core_is_initialised();
 // The calling thread's record, made when there is none; nullptr with an error set.
 ThreadData* own_record();
 
+// None, or nullptr when a core operation left an error pending: it is the entry point's to raise.
+PyObject* none_unless_error();
+
 // Item `index` of the argument tuple (borrowed), or nullptr with IndexError set.
 PyObject* argument(PyObject* args, Py_ssize_t index);
 

@@ -1,8 +1,8 @@
 // Entry points that look at threads and frames and adjust a thread's state.
+#include "conames.h"
 #include "dbgcommon.h"
 #include "host/ref.h"
 #include "morvikmodule/entry_points.h"
-#include "tracercore/events.h"
 #include "tracercore/install.h"
 #include "tracercore/state.h"
 
@@ -26,9 +26,6 @@ PyObject* new_reference(PyObject* object) {
     Py_INCREF(object);
     return object;
 }
-
-// Nothing known of the thread: None, or the error that is set.
-PyObject* none_unless_error() { return PyErr_Occurred() == nullptr ? new_none() : nullptr; }
 
 PyFrameObject* parse_frame(PyObject* args, const char* format) {
     PyObject* frame = nullptr;
@@ -170,7 +167,11 @@ PyObject* entry_locals_to_fast(PyObject* /*self*/, PyObject* args) {
 
 PyObject* entry_get_frame_file(PyObject* /*self*/, PyObject* args) {
     PyFrameObject* const frame = parse_frame(args, "O!:get_frame_file");
-    return frame != nullptr ? PyString_FromString(frame_file_name(frame)) : nullptr;
+    if (frame == nullptr) {
+        return nullptr;
+    }
+    const char* const file = LookupCOPathname(&code_names, frame);
+    return file != nullptr ? PyString_FromString(file) : new_none();
 }
 
 PyObject* entry_get_current_tstate_id(PyObject* /*self*/, PyObject* args) {

@@ -1,4 +1,5 @@
 // The module itself: its method table and its initialisation.
+#include "conames.h"
 #include "dprintf.h"
 #include "morvikmodule/entry_points.h"
 #include "tracercore/state.h"
@@ -230,6 +231,8 @@ void init_module() {
     module_object = Py_InitModule4("tmorvik26_vs2012_x64", methods, nullptr, nullptr,
                                    PYTHON_API_VERSION);
     thread_ident_init();
+    // Without memory for it the core runs on, with the names that code was compiled under.
+    registry_init(&code_names, path_cache_new());
     dprintf(kLogCore, "Initialize morvik module complete\n");
 }
 

@@ -38,9 +38,6 @@ bool check_callbacks(const Callbacks& given) {
            check(PyDict_Check(given.internal_modules_map), "internal_modules_map must be a dict");
 }
 
-// What a core operation left pending is the entry point's to raise.
-PyObject* none_unless_error() { return PyErr_Occurred() == nullptr ? new_none() : nullptr; }
-
 // Stores one int, parsed by `format`.
 PyObject* store_int(PyObject* args, const char* format, int* setting) {
     int value = 0;
@@ -158,7 +155,7 @@ PyObject* entry_stop_trace(PyObject* /*self*/, PyObject* args) {
     if (PyArg_ParseTuple(args, ":tracer_stop_trace") == 0 || !core_is_initialised()) {
         return nullptr;
     }
-    stop_trace();
+    __tracer_stop_trace();
     return none_unless_error();
 }
 

@@ -3,6 +3,7 @@
 #ifndef MORVIK_PLATFORM_PLATFORM_H
 #define MORVIK_PLATFORM_PLATFORM_H
 
+#include <cstddef>
 #include <cstdint>
 
 namespace morvik {
@@ -15,6 +16,49 @@ int64_t wall_clock_seconds();
 // library handle, or nullptr; it is asked only where the platform cannot find a library by an
 // address in it.
 void* interpreter_symbol(const char* name, const void* anchor, void* (*recorded_handle)());
+
+// Paths. None has more than kMaxPath characters; a buffer for one holds kMaxPath + 1. A log
+// function is printf-like and may be nullptr.
+constexpr size_t kMaxPath = 32000;
+using PathLog = void (*)(const char* format, ...);
+
+// What a file system knows a file by, however its name is spelled. All zero where a platform
+// has nothing beyond the name.
+struct FileIdentity {
+    uint64_t device;
+    uint64_t file;
+};
+
+// Whether file queries with wide-character names exist here: 1 or 0.
+int wide_file_queries();
+
+// The absolute form of a path, without ".", ".." and doubled separators; free() it. nullptr when
+// there is none.
+char* absolute_path(const char* path);
+
+// An absolute path as the file system spells it.
+bool long_path_name(const char* path, char* out, PathLog log);
+
+// The one name that all spellings of an existing file share, and its identity.
+bool short_path_name(const char* path, char* out, FileIdentity* identity, PathLog log);
+
+// Whether two spellings name one file without a look at the file, as this platform's rules for
+// letter case have it. Different files under such names are told apart.
+bool same_spelling(const char* a, const char* b);
+
+// Whether two short names are equal.
+bool same_short_name(const char* a, const char* b);
+
+// Whether two identities are known and equal.
+inline bool same_identity(const FileIdentity& a, const FileIdentity& b) {
+    return (a.device != 0 || a.file != 0) && a.device == b.device && a.file == b.file;
+}
+
+// Brings a module's file name into the one letter case in which such names are kept, in place.
+void fold_file_name(char* path);
+
+// Whether a file can be opened for reading.
+bool can_read_file(const char* path);
 
 }  // namespace morvik
 

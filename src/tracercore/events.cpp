@@ -1,5 +1,7 @@
 #include "tracercore/events.h"
 
+#include "bpops/matching.h"
+#include "conames.h"
 #include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
@@ -10,22 +12,11 @@ namespace morvik {
 
 namespace {
 
-// The breakpoints that changed since the last stop: ids that are gone, and descriptions. New
-// reference, or nullptr with MemoryError set.
-PyObject* take_changed_breakpoints() {
-    const Ref removed = Ref::steal(PyList_New(0));
-    const Ref changed = Ref::steal(PyList_New(0));
-    if (!removed || !changed) {
-        return nullptr;
-    }
-    return PyTuple_Pack(2, removed.get(), changed.get());
-}
-
 // callback(frame, changed_bps), or callback(frame, argument, changed_bps) where there is an
 // argument.
 HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* argument) {
     const Ref held = Ref::share(callback);
-    const Ref changed = Ref::steal(take_changed_breakpoints());
+    const Ref changed = Ref::steal(bp_take_changed(&core.breakpoints));
     Ref result;
     if (changed && argument == nullptr) {
         result = Ref::steal(call_with_2(held.get(), as_object(frame), changed.get()));
@@ -41,6 +32,18 @@ HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* ar
 
 bool is_return_frame(const ThreadData* record, PyFrameObject* frame) {
     return record != nullptr && record->return_frame == as_object(frame);
+}
+
+// Gives a function's code its file name the first time it runs. False with an error set.
+bool register_function_code(PyFrameObject* frame) {
+    PyCodeObject* const code = frame->f_code;
+    if (registered_pathname(&code_names, code) == nullptr) {
+        if (PyErr_Occurred() != nullptr) {
+            return false;
+        }
+        resolve_and_register(&code_names, frame->f_globals, code->co_filename, code);
+    }
+    return true;
 }
 
 // The thread's bottom frame is left: the program, or this thread's part of it, is over.
@@ -67,6 +70,9 @@ HandlerResult dispatch_call(PyFrameObject* frame) {
     }
     dprintf(kLogCore, "in call: locals = %p, globals = %p, thread = %ld\n", frame->f_locals,
             frame->f_globals, get_thread_ident());
+    if (frame->f_locals != frame->f_globals && !register_function_code(frame)) {
+        return kPropagateError;
+    }
     ThreadData* const record = thread_table_current(&core.threads);
     if (record != nullptr && record->bot_frame == Py_None) {
         set_slot(record->bot_frame, as_object(frame));
@@ -83,10 +89,9 @@ HandlerResult dispatch_line(PyFrameObject* frame) {
     }
     const PendingErrorGuard keep_error;
     if (dprintf_file != nullptr) {
-        dprintf(kLogCore, "in dispatch_line: file=%s, lineno=%d\n", frame_file_name(frame),
-                frame->f_lineno);
+        dprintf(kLogCore, "in dispatch_line: file=%s, lineno=%d\n", text_or_null(LookupCOPathname(&code_names, frame)), frame->f_lineno);
     }
-    if (!stop_here(frame, kStopAtLine)) {
+    if (!stop_here(frame, kStopAtLine) && bp_check(&core.breakpoints, frame, 1) == 0) {
         return kHandled;
     }
     return call_server(core.callbacks.line_cb, frame, nullptr);
@@ -116,10 +121,6 @@ void call_install_thread_hooks(int on) {
     if (number) {
         const Ref result = Ref::steal(call_with_1(callback.get(), number.get()));
     }
-}
-
-const char* frame_file_name(PyFrameObject* frame) {
-    return is_frame(frame) ? object_text(frame->f_code->co_filename) : "<cframe>";
 }
 
 }  // namespace morvik

@@ -17,10 +17,6 @@ HandlerResult dispatch_return(PyFrameObject* frame, PyObject* value);
 // install_thread_hooks_cb(on); an error that it raises stays set.
 void call_install_thread_hooks(int on);
 
-// The file name of a frame's code, for comparisons and messages: borrowed from the code object,
-// "<cframe>" for anything but a frame.
-const char* frame_file_name(PyFrameObject* frame);
-
 }  // namespace morvik
 
 #endif

@@ -1,7 +1,9 @@
 #include "tracercore/install.h"
 
 #include <cstring>
+#include <utility>
 
+#include "conames.h"
 #include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
@@ -67,6 +69,17 @@ void for_each_thread(void (*operation)(PyThreadState*)) {
     }
 }
 
+// The canonical name of a frame's file, or nothing.
+OwnedText canonical_file_name(PyFrameObject* frame) {
+    const char* const file = LookupCOPathname(&code_names, frame);
+    // A relative name would be overwritten by the next look-up.
+    OwnedText copy(file != nullptr ? strdup(file) : nullptr);
+    const char* const full =
+        copy && code_names.path_cache != nullptr ? full_path(code_names.path_cache, copy.get())
+                                                 : nullptr;
+    return full != nullptr ? OwnedText(strdup(full)) : std::move(copy);
+}
+
 // The name of a thread's main function, when `frame` is one: the first code of the program above
 // the interpreter's or the debugger's own start-up code. Borrowed, or nullptr.
 PyObject* main_function_name(PyFrameObject* frame) {
@@ -113,7 +126,7 @@ int start_trace() {
     return 1;
 }
 
-void stop_trace() {
+void __tracer_stop_trace() {
     dprintf(kLogCore, "in __tracer_stop_trace()\n");
     core.tracing = 0;
     for_each_thread(remove_from_thread);
@@ -203,17 +216,17 @@ bool is_bootstrap_frame(PyFrameObject* frame) {
     if (strcmp(object_text(frame->f_code->co_name), "__bootstrap") != 0) {
         return false;
     }
-    const char* const file = frame_file_name(frame);
-    const size_t length = strlen(file);
-    return length >= kFileLength && strcmp(file + length - kFileLength, kFile) == 0;
+    const OwnedText file = canonical_file_name(frame);
+    const size_t length = file ? strlen(file.get()) : 0;
+    return length >= kFileLength && strcmp(file.get() + length - kFileLength, kFile) == 0;
 }
 
 int is_internal_frame(PyFrameObject* frame) {
-    const char* const file = frame_file_name(frame);
-    if (*file == '\0') {
+    const OwnedText file = canonical_file_name(frame);
+    if (!file || *file == '\0') {
         return 0;
     }
-    const Ref name = Ref::steal(PyString_FromString(file));
+    const Ref name = Ref::steal(PyString_FromString(file.get()));
     if (!name) {
         return -1;
     }

@@ -16,7 +16,7 @@ int start_trace();
 // Turns tracing off and takes the trace out of every frame of every thread; the native trace
 // function goes from the calling thread now, from others at their next event. An error that the
 // hooks callback left is set. Runs Python code.
-void stop_trace();
+void __tracer_stop_trace();
 
 // Stores the trace in every frame on a thread's stack and fills its record's bottom frame and
 // name. Logs (which may run Python code); sets no error.

@@ -56,6 +56,14 @@ void fetch_attribute(PyObject*& slot, PyObject* object, const char* name) {
     set_slot(slot, value.get());
 }
 
+void init_breakpoints() {
+    if (core.initialised) {
+        bp_table_reset(&core.breakpoints, &code_names);
+    } else {
+        bp_table_init(&core.breakpoints, &code_names);
+    }
+}
+
 void reset_policies() {
     core.autoquit = 1;
     core.debug_all_threads = 1;
@@ -94,6 +102,7 @@ int core_init(const CoreSettings& settings) {
     core.idle_event_count = 0;
     core.idle_check_interval = kIdleCheckInterval;
     core.next_idle_time = 0;
+    init_breakpoints();
     core.event_count = 0;
     core.import_hook_calls = 0;
     core.pending_raise_count = 0;
@@ -102,11 +111,12 @@ int core_init(const CoreSettings& settings) {
 }
 
 void core_reset() {
-    stop_trace();
+    __tracer_stop_trace();
     const PendingErrorGuard keep_hooks_error;
     dprintf(kLogCore, "RESET THREAD TABLE\n");
     thread_table_clear(&core.threads);
     core.pending_raise_count = 0;
+    bp_table_reset(&core.breakpoints, &code_names);
     reset_policies();
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "bpops/table.h"
 #include "hashtable.h"
 #include "host/python.h"
 #include "threadops.h"
@@ -80,6 +81,7 @@ struct CoreState {
     Callbacks callbacks;
 
     ThreadTable threads;
+    BreakpointTable breakpoints;
 };
 
 constexpr long kNoOwner = -1;

@@ -1,5 +1,6 @@
 #include "tracercore/stepping.h"
 
+#include "bpops/matching.h"
 #include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
@@ -27,9 +28,14 @@ bool stop_frame_was_left(const ThreadData* record, PyFrameObject* frame) {
     return false;
 }
 
+// Breakpoints at the place of a stop count it, however the thread came to stop.
+void record_stop(PyFrameObject* frame, StopEvent /*event*/) {
+    bp_check(&core.breakpoints, frame, 1);
+}
+
 }  // namespace
 
-bool stop_here(PyFrameObject* frame, StopEvent /*event*/) {
+bool stop_here(PyFrameObject* frame, StopEvent event) {
     if (core.tracing == 0) {
         dprintf(kLogCore, "Not stopping here because no longer tracing\n");
         return false;
@@ -44,14 +50,17 @@ bool stop_here(PyFrameObject* frame, StopEvent /*event*/) {
         return false;
     }
     if (record->stop_frame == Py_None) {
+        record_stop(frame, event);
         dprintf(kLogCore, "Stopping here because stop_frame == None\n");
         return true;
     }
     if (record->stop_frame == as_object(frame) && !in_line_range(record, frame)) {
+        record_stop(frame, event);
         dprintf(kLogCore, "Stopping here because stop_frame == current frame\n");
         return true;
     }
     if (stop_frame_was_left(record, frame)) {
+        record_stop(frame, event);
         dprintf(kLogCore, "Stopping because bot_frame is found before the stop frame\n");
         return true;
     }

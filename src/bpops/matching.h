@@ -1,0 +1,17 @@
+// Whether a breakpoint stops a thread at a frame, and the counters that go with the question.
+#ifndef MORVIK_BPOPS_MATCHING_H
+#define MORVIK_BPOPS_MATCHING_H
+
+#include "bpops/table.h"
+#include "host/python.h"
+
+namespace morvik {
+
+// 1 to stop, else 0. With `record` set, hits are counted, ignore counts used up and temporary
+// breakpoints removed. Runs Python code where a breakpoint has a condition; the pending exception
+// is the same afterwards.
+int bp_check(BreakpointTable* table, PyFrameObject* frame, int record);
+
+}  // namespace morvik
+
+#endif

@@ -1,0 +1,153 @@
+#include "bpops/resolution.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "dbgcommon.h"
+#include "dprintf.h"
+#include "host/ref.h"
+
+namespace morvik {
+
+namespace {
+
+// Keeps a copy of `text` under `key`; the copy, or nullptr when out of memory, with no entry then.
+const char* store_copy(HashTable* table, const char* key, const char* text) {
+    int is_new = 0;
+    OwnedText copy(strdup(text));
+    HashEntry* const entry = hash_create(table, key, &is_new);
+    if (entry == nullptr) {
+        return nullptr;
+    }
+    if (!copy) {
+        hash_delete_entry_and_value(entry);
+        return nullptr;
+    }
+    free(hash_get_value(entry));
+    hash_set_value(entry, copy.release());
+    return static_cast<const char*>(hash_get_value(entry));
+}
+
+void resolve_waiting_breakpoints(BreakpointTable* table) {
+    HashSearch search;
+    for (HashEntry* entry = hash_first(&table->by_line, &search); entry != nullptr;
+         entry = hash_next(&search)) {
+        for (auto* record = static_cast<BreakpointRecord*>(hash_get_value(entry));
+             record != nullptr; record = record->next) {
+            dprintf(kLogBreakpoints, "lineno = %d, user_filename = %s, module_filename = %s\n",
+                    record->lineno, record->user_filename, text_or_null(record->module_filename));
+            const char* const module_file =
+                record->module_filename == nullptr
+                    ? add_synonym(table, record->user_filename, table->name_buf)
+                    : nullptr;
+            if (module_file != nullptr) {
+                record->module_filename = strdup(module_file);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+void resolve_module(BreakpointTable* table, PyObject* module) {
+    if (!PyModule_Check(module)) {
+        return;
+    }
+    PyObject* const dict = PyModule_GetDict(module);
+    if (dprintf_enabled(kLogBreakpoints)) {
+        const char* const name = PyModule_GetName(module);
+        dprintf(kLogBreakpoints, "MODNAME %s\n", text_or_null(name));
+        if (dict == nullptr) {
+            dprintf(kLogBreakpoints, "MDICT IS NULL for %s\n", text_or_null(name));
+        }
+        PyErr_Clear();
+    }
+    if (dict == nullptr || table->file_key == nullptr) {
+        return;
+    }
+    const Ref file = Ref::share(PyDict_GetItem(dict, table->file_key));
+    dprintf(kLogBreakpoints, "XFER %s\n", object_text(file.get()));
+    if (file && PyString_Check(file.get())) {
+        __tracer_resolve_bp_filenames(table, PyString_AS_STRING(file.get()));
+    } else {
+        dprintf(kLogBreakpoints, "********** NO FILE NAME ****************\n");
+    }
+}
+
+void __tracer_resolve_bp_filenames(BreakpointTable* table, const char* module_filename) {
+    dprintf(kLogBreakpoints, "__tracer_resolve_bp_filenames(module_filename = %s)\n",
+            text_or_null(module_filename));
+    if (module_filename == nullptr || strlen(module_filename) > kMaxPath) {
+        return;
+    }
+    strcpy(table->name_buf, module_filename);
+    strip_compiled_suffix(table->name_buf);
+    fold_file_name(table->name_buf);
+    if (find_module_for_file(table, table->name_buf) != nullptr) {
+        return;
+    }
+    if (store_copy(&table->module_files, table->name_buf, table->name_buf) == nullptr) {
+        return;
+    }
+    ++table->module_count;
+    resolve_waiting_breakpoints(table);
+    dprintf(kLogBreakpoints, "Done resolving\n");
+}
+
+int find_bp_filename_synonyms(BreakpointTable* table, BreakpointRecord* record) {
+    dprintf(kLogBreakpoints, "FINDING BP FILENAME SYNONYMS\n");
+    if (record->module_filename != nullptr) {
+        dprintf(kLogBreakpoints, "Not adding:  Already added before\n");
+        return 1;
+    }
+    const char* const modfile = find_module_for_file(table, record->user_filename);
+    dprintf(kLogBreakpoints, "  modfile = %s\n", text_or_null(modfile));
+    if (modfile == nullptr) {
+        dprintf(kLogBreakpoints,
+                "No loaded module for the bp... exiting find_bp_filename_synonyms\n");
+        return 1;
+    }
+    record->module_filename = strdup(modfile);
+    dprintf(kLogBreakpoints, "bp->module_filename = %s\n", text_or_null(record->module_filename));
+    if (record->module_filename == nullptr) {
+        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+        return 0;
+    }
+    dprintf(kLogBreakpoints, "^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^\n");
+    dprintf(kLogBreakpoints, "Added bp %s, %i\n", record->module_filename, record->lineno);
+    return 1;
+}
+
+const char* find_module_for_file(BreakpointTable* table, const char* filename) {
+    HashEntry* const known = hash_find(&table->module_files, filename);
+    dprintf(kLogBreakpoints, "Finding module for %s\n", filename);
+    if (known != nullptr) {
+        return static_cast<const char*>(hash_get_value(known));
+    }
+    dprintf(kLogBreakpoints, "Nothing found... searching for synonyms\n");
+    HashSearch search;
+    for (HashEntry* entry = hash_first(&table->module_files, &search); entry != nullptr;
+         entry = hash_next(&search)) {
+        const char* const module_file =
+            add_synonym(table, filename, static_cast<const char*>(hash_get_value(entry)));
+        if (module_file != nullptr) {
+            return module_file;
+        }
+    }
+    dprintf(kLogBreakpoints, "No synonyms found\n");
+    return nullptr;
+}
+
+const char* add_synonym(BreakpointTable* table, const char* filename, const char* module_file) {
+    PathCache* const cache = table->registry->path_cache;
+    if (cache == nullptr || same_file(cache, filename, module_file) == 0) {
+        return nullptr;
+    }
+    const char* const stored = store_copy(&table->module_files, filename, module_file);
+    if (stored != nullptr) {
+        dprintf(kLogBreakpoints, "Found synonym %s\n", stored);
+    }
+    return stored;
+}
+
+}  // namespace morvik
