@@ -80,6 +80,7 @@ Dir::State "$apt/state";
 Dir::Cache "$apt/cache";
 Acquire::Languages "none";
 APT::Sandbox::User "";
+APT::Update::Error-Mode "any";
 EOF
     echo "deb ${keyring:+[signed-by=$keyring] }$mirror $host_suite main" >"$apt/sources.list"
     export APT_CONFIG=$apt/apt.conf
@@ -132,7 +133,7 @@ bring_hosts() {
     local fetched=$deps/fetched package lock
     hosts_brought && return
     if ! type -P apt-get dpkg-deb >/dev/null; then
-        host_advice "no usable interpreter was found, and this is no Debian machine"
+        host_advice "Debian's 2.7 cannot be brought: this is no Debian machine"
     fi
     mkdir -p "$deps"
     exec {lock}>"$deps/lock"
@@ -145,7 +146,7 @@ bring_hosts() {
     rm -rf "$fetched" "$deps/root.new" "$deps/root"
     mkdir -p "$fetched"
     fetch_hosts "$fetched" ||
-        host_advice "no usable interpreter was found, and Debian's could not be fetched from the archives this machine knows"
+        host_advice "Debian's 2.7 could not be fetched from the archives this machine knows"
     # One folder of libraries, whichever of the two a package names.
     mkdir -p "$deps/root.new/usr/lib"
     ln -s usr/lib "$deps/root.new/lib"
@@ -159,5 +160,5 @@ bring_hosts() {
     rm -rf "$fetched" "$deps/apt"
     exec {lock}>&-
     is_host "${deps_hosts[0]}" ||
-        host_advice "no usable interpreter was found, and Debian's does not run here"
+        host_advice "Debian's 2.7 does not run here"
 }
