@@ -1,8 +1,11 @@
 """What the tests share: assertions, a debug server that records, programs to debug."""
 
+import functools
+import operator
 import os
 import shutil
 import tempfile
+import thread
 import threading
 import time
 import unittest
@@ -211,6 +214,14 @@ def wait_until(condition, seconds=30):
             return False
         time.sleep(0.001)
     return True
+
+
+def run_bare_thread(*calls):
+    """Calls each in a new thread that has no Python code below them; whether all returned."""
+    finished = []
+    thread.start_new_thread(map, (operator.methodcaller("__call__"),
+                                  calls + (functools.partial(finished.append, 1),)))
+    return wait_until(lambda: finished)
 
 
 def trace_new_threads(on):
