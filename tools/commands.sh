@@ -62,8 +62,8 @@ no_arguments() {
     ((${#rest[@]} == 0)) || usage_error "unexpected argument: ${rest[0]}"
 }
 
-# one_host: the named host or the default one. In a subshell a failure only ends that, hence
-# the explicit exits of its callers.
+# one_host: the named host or the default one. Called in a subshell, which alone would end
+# when it fails: hence "|| exit" after each call.
 one_host() {
     if ((${#hosts[@]} > 0)); then
         named_host "${hosts[-1]}"
@@ -148,6 +148,9 @@ command_test() {
     need_test_tools
     mkdir -p "$tests"
     : >"$tests/CTestTestfile.cmake"
+    # The command itself is tested once, on a host whose plain build is there.
+    [[ -n $asan ]] || echo "add_test(command_line \"$root/tests/command/test_command.sh\"" \
+        "\"${list%%$'\n'*}\")" >"$tests/CTestTestfile.cmake"
     while read -r exe; do
         build "$exe" "$asan" tests
         dir=$(build_dir "$exe" "$asan")

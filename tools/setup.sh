@@ -159,6 +159,10 @@ bring_hosts() {
     mv "$deps/root.new" "$deps/root"
     rm -rf "$fetched" "$deps/apt"
     exec {lock}>&-
+    # Compiled once, or every start without write access would compile the library again. The
+    # tests of the library hold files that are not to compile.
+    "${deps_hosts[1]}" -E -m compileall -q -x '/(test|tests)/' \
+        "$deps/root/usr/lib/python2.7" >/dev/null || true
     is_host "${deps_hosts[0]}" ||
         host_advice "Debian's 2.7 does not run here"
 }

@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# What ./morvik answers: usage errors, and a program's own output and exit status.
+# usage: test_command.sh HOST, a host that is built already
+set -uo pipefail
+
+root=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/../.." && pwd)
+host=$1
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+failures=0
+
+# run STATUS ARGS...: calls ./morvik, whose exit status must be STATUS; leaves out and err.
+run() {
+    local expected=$1 status
+    shift
+    "$root/morvik" "$@" >"$scratch/out" 2>"$scratch/err"
+    status=$?
+    out=$(<"$scratch/out")
+    # A debug interpreter ends by telling its reference count.
+    err=$(sed '/^\[[0-9]* refs\]$/d' "$scratch/err")
+    called="morvik $*"
+    check "exit status $status, not $expected" "$status" "$expected"
+}
+
+# check WHAT ACTUAL EXPECTED
+check() {
+    if [[ $2 != "$3" ]]; then
+        printf '%s: %s\n--- expected\n%s\n--- was\n%s\n' "$called" "$1" "$3" "$2"
+        failures=$((failures + 1))
+    fi
+}
+
+# refused MESSAGE ARGS...: a usage error, told in one line.
+refused() {
+    local message="morvik: $1 (./morvik help lists the commands)"
+    shift
+    run 2 "$@"
+    check "standard error" "$err" "$message"
+    check "standard output" "$out" ""
+}
+
+refused "unknown command: bild" bild
+refused "unknown option: --fast" build --fast
+refused "unknown option: --asan" setup --asan
+refused "unknown option: -x" python -x
+refused "unknown option: --x" run --x
+refused "unknown option: --x" demo --x
+refused "unknown option: --x" test --x
+refused "--python needs an interpreter" build --python
+refused "--python needs an interpreter" bench --python
+refused "unexpected argument: extra" build extra
+refused "run needs a program" run
+refused "no such program: $scratch/none.py" run "$scratch/none.py"
+
+run 0 help
+check "the first line of help" "${out%%$'\n'*}" "usage: ./morvik COMMAND [OPTIONS]"
+check "standard error" "$err" ""
+
+run 1 build --python "$scratch/python2.6"
+check "standard error" "$err" "morvik: no such interpreter: $scratch/python2.6"
+
+run 0 build --python "$host"
+check "standard error of a build with nothing to do" "$err" ""
+folder=${out##*$'\n'}
+check "modules in $folder" "$(find "$folder" -name 'tmorvik26_vs2012_x64*.so' | wc -l)" 1
+
+run 7 python --python "$host" -- -c \
+    'import sys; sys.stdout.write(sys.stdin.read()); sys.stderr.write("e\n"); sys.exit(7)' \
+    <<<"a line"
+check "standard output of the program" "$out" "a line"
+check "standard error of the program" "$err" "e"
+
+run 0 python --python "$host" -- -c 'import tmorvik26_vs2012_x64 as m; print(m.__name__)' x
+check "import of the module" "$out" tmorvik26_vs2012_x64
+
+exit $((failures > 0))
