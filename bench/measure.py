@@ -1,0 +1,60 @@
+"""Times a program under every variant in turn, round after round.
+
+All in one process: what the machine does meanwhile (its clock rate, its other load) then meets
+neighbouring samples alike, which is why a ratio is taken within each round.
+"""
+
+from time import clock  # processor time
+
+from bench import variants
+import morvik_counting
+
+
+def timed(program, times):
+    # A frame between the debugger's and the program's: some trace functions treat the first
+    # one that they see in a way of its own.
+    started = clock()
+    program.run(times)
+    return clock() - started
+
+
+def sample(variant, program, times):
+    """Processor seconds of program.run(times) under a variant."""
+    share = times
+    if variant in variants.SLOW:
+        share = max(1, times // 10)
+    with variant(program):
+        return timed(program, share) * times / share
+
+
+def quantile(values, fraction):
+    values = sorted(values)
+    position = fraction * (len(values) - 1)
+    below = int(position)
+    above = min(below + 1, len(values) - 1)
+    return values[below] + (values[above] - values[below]) * (position - below)
+
+
+def count_events(program, times):
+    morvik_counting.start()
+    program.run(times)
+    return morvik_counting.stop()
+
+
+def measure(program, times, rounds):
+    """What is known of one program: its events, and for each variant the median processor
+    seconds, the median ratio to the yardstick and the quartiles of that ratio."""
+    seconds = dict((variant, []) for variant in variants.ALL)
+    for _ in range(rounds):
+        for variant in variants.ALL:
+            seconds[variant].append(sample(variant, program, times))
+    results = {}
+    for variant in variants.ALL:
+        ratios = [own / yardstick
+                  for own, yardstick in zip(seconds[variant], seconds[variants.YARDSTICK])]
+        results[variant.__name__] = {
+            "seconds": quantile(seconds[variant], 0.5),
+            "ratio": quantile(ratios, 0.5),
+            "quartiles": [quantile(ratios, 0.25), quantile(ratios, 0.75)],
+        }
+    return {"times": times, "events": count_events(program, times), "variants": results}

@@ -1,0 +1,21 @@
+"""A loop of plain lines: arithmetic on local names, no calls."""
+
+TIMES = 20000
+
+
+def run(times):
+    total = 0
+    for number in xrange(times):
+        low = number & 7
+        high = number >> 3
+        both = low + high
+        total = total + both
+        low = high
+        high = both
+        both = low - high
+        total = total + both
+    return total
+
+
+def quiet():
+    return 0
