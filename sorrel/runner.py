@@ -24,7 +24,7 @@ def run(path, args, service):
     SystemExit passes through: what its code means is the interpreter's to say. The service is
     told the outcome after the program's threads and exit functions have ended.
     """
-    source = _read(path)
+    _check_readable(path)
     sys.argv[:] = [path] + args
     # The script's folder, where the interpreter would have put it.
     sys.path[0] = os.path.dirname(os.path.realpath(path))
@@ -32,7 +32,7 @@ def run(path, args, service):
     # Exit functions run last in, first out.
     atexit.register(_finish, service, outcome)
     try:
-        _execute(source, path, service)
+        service.run(path, _new_main(path))
     except SystemExit as end:
         outcome.append(Outcome(_status(end.code), None))
         raise
@@ -44,18 +44,11 @@ def run(path, args, service):
     return 0
 
 
-def _read(path):
+def _check_readable(path):
     try:
-        with open(path, 'rU') as program:
-            return program.read()
+        open(path).close()
     except IOError as error:
         raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
-
-
-def _execute(source, path, service):
-    # The line end is for 2.6, which needs one.
-    code = compile(source + '\n', path, 'exec', 0, True)
-    service.run(code, _new_main(path))
 
 
 def _new_main(path):

@@ -35,6 +35,8 @@ class Service(object):
         # Requests that count in an outer frame, for threads that still run on towards it.
         self._awaited = {}
         self._entry_frame = None
+        # The program's namespace until its code has begun to run.
+        self._entering = None
         self._interrupts = Interrupts(self._interrupt)
         self._interrupted = False
         self.attached = False
@@ -46,15 +48,17 @@ class Service(object):
 
     # For whoever runs the program.
 
-    def run(self, code, namespace):
-        """Executes the program's code, which stops at its first line."""
+    def run(self, path, namespace):
+        """Executes the file at `path` in the namespace, which stops at its first line."""
         self._entry_frame = sys._getframe()
+        self._entering = namespace
         self._interrupts.install()
         self.attached = True
         core.start_trace()
         core.step_into()
         try:
-            exec code in namespace
+            # Reads the file as the interpreter reads a script, errors included.
+            execfile(path, namespace)
         finally:
             if self.attached:
                 # What is left on this thread is not the program's.
@@ -128,7 +132,8 @@ class Service(object):
             self.detach()
         elif not frames.is_program(frame):
             self._pass_over(frame)
-        else:
+        elif self._entering is None or self._entering is frame.f_globals:
+            self._entering = None
             id = core.get_current_tstate_id()
             if self._interrupted and id == self._main_thread:
                 self._interrupted = False

@@ -27,7 +27,7 @@ _EXPRESSION = r'(?!=[^=])'
 _ARGUMENTS = {
     'step': _NOTHING, 'next': _NOTHING, 'return': _NOTHING, 'continue': _NOTHING,
     'until': _NOTHING, 'where': _NOTHING, 'up': _COUNT, 'down': _COUNT, 'list': _LINES,
-    'args': _NOTHING, 'threads': _NOTHING, 'quit': _NOTHING}
+    'args': _NOTHING, 'threads': _NOTHING, 'quit': r'(\(\))?$'}
 
 _LINES_SHOWN = 11
 
@@ -220,7 +220,7 @@ class Terminal(cmd.Cmd):
             command = getattr(self, 'do_' + _ALIASES.get(argument, argument), None)
             self._say(inspect.getdoc(command) if command else '*** No command %s' % argument)
             return
-        for name in sorted(name for name in self.get_names() if name.startswith('do_')):
+        for name in sorted(set(name for name in self.get_names() if name.startswith('do_'))):
             self._say(inspect.getdoc(getattr(self, name)).splitlines()[0])
         self._say('Anything else is executed as a statement, and so is what follows a "!".')
         self._say('An empty line repeats the last command. End of input lets the program run on.')

@@ -1,0 +1,125 @@
+"""Sessions of the terminal front end over small programs, through pipes and pseudo-terminals."""
+
+import os
+import pty
+import re
+import select
+import signal
+import subprocess
+import time
+
+import harness
+
+PROMPT = '(sorrel) '
+PATIENCE = 20
+
+
+class TestCase(harness.TestCase):
+
+    def start(self, program, args=(), **files):
+        """Starts the terminal over a program in the test's folder."""
+        return self.popen(['-m', 'sorrel.main', 'terminal', '--', program] + list(args), **files)
+
+    def popen(self, arguments, **files):
+        return subprocess.Popen([harness.launcher()] + list(arguments), cwd=self.folder, **files)
+
+    def finish(self, process, text):
+        """Feeds text to a process; returns (stdout, stderr, exit status)."""
+        out, err = process.communicate(text)
+        # What a debug build says at its end.
+        err = re.sub(r'\[\d+ refs\]\n', '', err)
+        return self.clean(out), self.clean(err), process.returncode
+
+    def clean(self, text):
+        return text.replace('\r\n', '\n').replace(self.folder + os.sep, '')
+
+    def call(self, *arguments):
+        """Runs the host to its end without input; returns (stdout, stderr, exit status)."""
+        return self.finish(self.popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE), '')
+
+    def debug(self, text, commands, args=()):
+        """Debugs the text of a program with these commands; returns (stdout, stderr, status)."""
+        self.script(text, 'prog.py')
+        process = self.start('prog.py', args, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE)
+        return self.finish(process, ''.join([command + '\n' for command in commands]))
+
+    def transcript(self, text, commands, args=()):
+        """What a person would have seen who typed the commands, down to the end of the output."""
+        out, err, self.status = self.debug(text, commands, args)
+        self.assertEqual(err, '')
+        answers = out.split(PROMPT)
+        seen = answers[0]
+        for number, answer in enumerate(answers[1:]):
+            typed = commands[number] if number < len(commands) else '^D'
+            seen += PROMPT + typed + '\n' + answer
+        return seen
+
+    def assert_session(self, text, session):
+        """Types what follows each prompt in the session, and sees just what is written there.
+
+        The session is indented by four blanks; program lines are named by "prog.py(LINE)".
+        """
+        lines = session.splitlines()[1:-1]
+        session = ''.join([line[4:] + '\n' for line in lines])
+        commands = re.findall(r'^\(sorrel\) ?(.*)$', session, re.M)
+        commands = [command for command in commands if command != '^D']
+        seen = self.transcript(text, commands)
+        if seen != session:
+            self.fail('expected:\n%s\nseen:\n%s' % (session, seen))
+
+
+class Screen(object):
+    """A program of the terminal front end on a pseudo-terminal of its own."""
+
+    def __init__(self, test, program, args=()):
+        self._test = test
+        # The launcher is named before the fork: after it there is only the exec.
+        command = [harness.launcher(), '-m', 'sorrel.main', 'terminal', '--', program] + list(args)
+        self._process, self._terminal = pty.fork()
+        if self._process == 0:
+            try:
+                os.chdir(test.folder)
+                os.environ['TERM'] = 'dumb'
+                os.execv(command[0], command)
+            finally:
+                os._exit(99)
+        self._ended = False
+
+    def type(self, text):
+        os.write(self._terminal, text)
+
+    def read_to(self, text):
+        """Everything that appears up to and including this text."""
+        seen = ''
+        deadline = time.time() + PATIENCE
+        while not seen.endswith(text):
+            ready = select.select([self._terminal], [], [], max(0, deadline - time.time()))[0]
+            if not ready:
+                self._test.fail('waited for %r, saw %r' % (text, seen))
+            # One at a time: what comes after the text is for the next call.
+            seen += os.read(self._terminal, 1)
+        return self._test.clean(seen)
+
+    def read_all(self):
+        """Everything until the program has ended, and its exit status."""
+        seen = ''
+        while True:
+            try:
+                more = os.read(self._terminal, 4096)
+            except OSError:
+                more = ''  # How a pseudo-terminal says that nobody is left.
+            if not more:
+                break
+            seen += more
+        status = os.waitpid(self._process, 0)[1]
+        self._ended = True
+        seen = re.sub(r'\[\d+ refs\]\r\n', '', seen)
+        return self._test.clean(seen), os.WEXITSTATUS(status)
+
+    def close(self):
+        if not self._ended:
+            os.kill(self._process, signal.SIGKILL)
+            os.waitpid(self._process, 0)
+        os.close(self._terminal)
