@@ -193,6 +193,13 @@ class StepOverTest(harness.CoreTestCase):
             "line use 7", "line use 6", "line use 7", "line use 6", "line use 8",
             "return use 8 -> 2", "return <module> 10 -> None"])
 
+    def test_step_over_logs_why_it_stops(self):
+        self.debug(NESTED, *(TO_OUTER + ["step_over"] * 4))
+        self.assertEqual(self.server.stops[-1], "line <module> 10")
+        self.assertEqual(self.server.stream.among(*STOPPED)[-4:], [
+            "Stopping here because stop_frame == current frame\n"] * 3 + [
+            "Stopping because bot_frame is found before the stop frame\n"])
+
 
 class StepOverLinesTest(harness.CoreTestCase):
 
@@ -274,7 +281,7 @@ class StepOutTest(harness.CoreTestCase):
             "line outer 5", "return outer 7 -> 3", "line <module> 10"])
 
     def test_step_out_of_a_recursion_leaves_one_level(self):
-        requests = ["step_over"] + ["step_into"] * 5 + ["step_out"] * 4
+        requests = ["step_over"] + ["step_into"] * 4 + ["step_out"] * 4
         self.assertEqual(self.debug(RECURSION, *requests), [
             "line <module> 1", "line <module> 7",
             "line down 2", "line down 4", "line down 2", "line down 4",
@@ -292,16 +299,29 @@ class StepOutTest(harness.CoreTestCase):
             "line fail 2", "return fail 3 -> None", "line careful 8"])
 
     def test_stop_at_the_return_frame_does_not_ask_the_stop_decision(self):
-        marks = []
+        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out), [])
 
-        def mark(frame):
-            marks.append(len(self.server.stream.messages))
+    def test_stop_leaves_the_return_frame_of_an_earlier_step_out(self):
+        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out, core.stop), [])
+
+    def test_step_into_forgets_the_return_frame_of_an_earlier_step_out(self):
+        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out, core.step_into),
+                         ["Stopping here because stop_frame == None\n"])
+
+    def reasons_at_the_return_of_inner(self, *requests):
+        """What the stop decision logs between the line of inner() and its return."""
+        def request_all(frame):
+            for request in requests:
+                request()
+            self.server.stream.clear()
+
+        def remember(frame):
+            reasons.extend(self.server.stream.among(*STOPPED))
             core.continue_run()
-        self.debug(NESTED, *(TO_INNER + ["step_out", mark]))
-        before = self.server.stream.messages[:marks[0]]
-        last_line = max([at for at, text in enumerate(before)
-                         if text.startswith("in dispatch_line")])
-        self.assertEqual(before[last_line + 1:], ["Stopping here because stop_frame == None\n"])
+        reasons = []
+        self.debug(NESTED, *(TO_INNER + [request_all, remember]))
+        self.assertEqual(self.server.stops[4:], ["line inner 2", "return inner 2 -> 2"])
+        return reasons
 
     def test_step_out_of_the_outermost_frame_stops_at_the_next_event_anywhere(self):
         def step_out(frame):
@@ -341,22 +361,6 @@ class ContinueAndStopTest(harness.CoreTestCase):
 
     def test_stop_stops_at_the_next_return(self):
         self.assertEqual(self.debug(NESTED, *(TO_INNER + ["stop"]))[-1], "return inner 2 -> 2")
-
-    def test_stop_leaves_the_return_frame_of_an_earlier_step_out(self):
-        def out_and_stop(frame):
-            core.step_out()
-            core.stop()
-        marks = []
-
-        def mark(frame):
-            marks.append(self.server.stream.messages[-1])
-            core.continue_run()
-        self.debug(NESTED, *(TO_INNER + [out_and_stop, mark]))
-        self.assertEqual(self.server.stops[-1], "return inner 2 -> 2")
-        # A return frame stops before the stop decision is asked and says why.
-        self.assertEqual(marks[0].startswith("in call"), False)
-        self.assertEqual(self.server.stream.among(*STOPPED)[-1],
-                         "Stopping here because stop_frame == None\n")
 
     def test_callback_that_requests_nothing_repeats_the_last_request(self):
         nothing = lambda frame: None
