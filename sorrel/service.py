@@ -22,6 +22,8 @@ from sorrel.records import (
 
 _NEVER_STOP_ON_EXCEPTIONS = 0
 _IDLE_PERIOD = 1.0
+# What a front end may need where the program has used up its own.
+_STACK_ROOM = 100
 
 
 class Service(object):
@@ -155,6 +157,8 @@ class Service(object):
 
     def _ask(self, stop):
         self._stops[stop.thread] = stop
+        limit = sys.getrecursionlimit()
+        sys.setrecursionlimit(limit + _STACK_ROOM)
         try:
             while True:
                 try:
@@ -166,6 +170,8 @@ class Service(object):
                     return Resume(DETACH)
         finally:
             del self._stops[stop.thread]
+            if sys.getrecursionlimit() == limit + _STACK_ROOM:
+                sys.setrecursionlimit(limit)
 
     def _resume(self, stop, resume):
         if resume.action == DETACH:
