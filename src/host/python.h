@@ -8,6 +8,7 @@
 // Python.h comes first, as it asks for.
 #include <frameobject.h>
 #include <pythread.h>
+#include <traceback.h>
 
 #if PY_VERSION_HEX < 0x02060000 || PY_VERSION_HEX >= 0x02080000
 #error "Morvik is built for CPython 2.6 and 2.7"

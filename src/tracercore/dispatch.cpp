@@ -3,6 +3,7 @@
 #include "dprintf.h"
 #include "host/ref.h"
 #include "tracercore/events.h"
+#include "tracercore/exceptions.h"
 #include "tracercore/install.h"
 #include "tracercore/policy.h"
 #include "tracercore/state.h"
@@ -100,6 +101,8 @@ Outcome handle_event(PyFrameObject* frame, int event, PyObject* argument) {
     switch (event) {
         case kEventCall:
             return handle_call(frame);
+        case kEventException:
+            return ended_if(dispatch_exception(frame, argument), "TRACER EXC STOPPED TRACER\n");
         case kEventLine:
             return ended_if(dispatch_line(frame), "TRACER LINE STOPPED TRACER\n");
         case kEventReturn:

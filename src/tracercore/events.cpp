@@ -5,30 +5,13 @@
 #include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
+#include "tracercore/exceptions.h"
 #include "tracercore/policy.h"
 #include "tracercore/stepping.h"
 
 namespace morvik {
 
 namespace {
-
-// callback(frame, changed_bps), or callback(frame, argument, changed_bps) where there is an
-// argument.
-HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* argument) {
-    const Ref held = Ref::share(callback);
-    const Ref changed = Ref::steal(bp_take_changed(&core.breakpoints));
-    Ref result;
-    if (changed && argument == nullptr) {
-        result = Ref::steal(call_with_2(held.get(), as_object(frame), changed.get()));
-    } else if (changed) {
-        result = Ref::steal(call_with_3(held.get(), as_object(frame), argument, changed.get()));
-    }
-    if (!result) {
-        discard_callback_error();
-        return kEndTracing;
-    }
-    return kHandled;
-}
 
 bool is_return_frame(const ThreadData* record, PyFrameObject* frame) {
     return record != nullptr && record->return_frame == as_object(frame);
@@ -46,8 +29,29 @@ bool register_function_code(PyFrameObject* frame) {
     return true;
 }
 
-// The thread's bottom frame is left: the program, or this thread's part of it, is over.
-void leave_bottom_frame(ThreadData* record) {
+}  // namespace
+
+HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* argument) {
+    const Ref held = Ref::share(callback);
+    const Ref changed = Ref::steal(bp_take_changed(&core.breakpoints));
+    Ref result;
+    if (changed && argument == nullptr) {
+        result = Ref::steal(call_with_2(held.get(), as_object(frame), changed.get()));
+    } else if (changed) {
+        result = Ref::steal(call_with_3(held.get(), as_object(frame), argument, changed.get()));
+    }
+    if (!result) {
+        discard_callback_error();
+        return kEndTracing;
+    }
+    return kHandled;
+}
+
+void leave_bottom_frame(PyFrameObject* frame) {
+    ThreadData* const record = thread_table_current(&core.threads);
+    if (record == nullptr || record->bot_frame != as_object(frame)) {
+        return;
+    }
     set_slot(record->bot_frame, Py_None);
     if (core.autoquit != 0) {
         const Ref callback = Ref::share(core.callbacks.quit_cb);
@@ -58,8 +62,6 @@ void leave_bottom_frame(ThreadData* record) {
     }
     forget_thread_policy(get_thread_ident());
 }
-
-}  // namespace
 
 HandlerResult dispatch_call(PyFrameObject* frame) {
     if (core.tracing == 0) {
@@ -104,14 +106,30 @@ HandlerResult dispatch_return(PyFrameObject* frame, PyObject* value) {
     if (!is_frame(frame)) {
         return kHandled;
     }
+    if (value == nullptr) {
+        const Ref exception = Ref::share(get_frame_exc_info(&core.catch_info, frame));
+        if (exception_leaves_frame(frame, exception.get()) != kHandled) {
+            clear_frame_exc_info(&core.catch_info, frame);
+            return kEndTracing;
+        }
+        if (frame->f_trace == nullptr && core.tracing == 0) {
+            return kHandled;
+        }
+    }
     if (is_return_frame(thread_table_current(&core.threads), frame) ||
         stop_here(frame, kStopAtReturn)) {
-        return call_server(core.callbacks.return_cb, frame, value != nullptr ? value : Py_None);
+        if (call_server(core.callbacks.return_cb, frame, value != nullptr ? value : Py_None) !=
+            kHandled) {
+            clear_frame_exc_info(&core.catch_info, frame);
+            return kEndTracing;
+        }
+    } else {
+        leave_bottom_frame(frame);
+        if (frame->f_trace == nullptr && core.tracing == 0) {
+            return kHandled;
+        }
     }
-    ThreadData* const record = thread_table_current(&core.threads);
-    if (record != nullptr && record->bot_frame == as_object(frame)) {
-        leave_bottom_frame(record);
-    }
+    clear_frame_exc_info(&core.catch_info, frame);
     return kHandled;
 }
 

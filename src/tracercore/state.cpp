@@ -64,6 +64,12 @@ void init_breakpoints() {
     }
 }
 
+void clear_exception_policy() {
+    clear_slot(core.always_stop_excepts);
+    clear_slot(core.never_stop_excepts);
+    clear_slot(core.ignored_handlers);
+}
+
 void reset_policies() {
     core.autoquit = 1;
     core.debug_all_threads = 1;
@@ -102,7 +108,11 @@ int core_init(const CoreSettings& settings) {
     core.idle_event_count = 0;
     core.idle_check_interval = kIdleCheckInterval;
     core.next_idle_time = 0;
+    clear_exception_policy();
     init_breakpoints();
+    exception_locs_clear(&core.ignored_locations);
+    catch_info_store_clear(&core.catch_info);
+    clear_slot(core.catch_info.catch_dict);
     core.event_count = 0;
     core.import_hook_calls = 0;
     core.pending_raise_count = 0;
@@ -116,8 +126,11 @@ void core_reset() {
     dprintf(kLogCore, "RESET THREAD TABLE\n");
     thread_table_clear(&core.threads);
     core.pending_raise_count = 0;
+    exception_locs_clear(&core.ignored_locations);
     bp_table_reset(&core.breakpoints, &code_names);
     reset_policies();
+    clear_exception_policy();
+    catch_info_store_clear(&core.catch_info);
 }
 
 void core_destroy() {

@@ -6,6 +6,8 @@
 #include <cstdint>
 
 #include "bpops/table.h"
+#include "exceptops/catch_info.h"
+#include "exceptops/ignored_locations.h"
 #include "hashtable.h"
 #include "host/python.h"
 #include "threadops.h"
@@ -82,6 +84,11 @@ struct CoreState {
 
     ThreadTable threads;
     BreakpointTable breakpoints;
+    IgnoredLocations ignored_locations;
+    CatchInfoStore catch_info;
+    PyObject* always_stop_excepts;  // a tuple of types, or nullptr
+    PyObject* never_stop_excepts;   // likewise
+    PyObject* ignored_handlers;     // a dictionary of frames or code objects, or nullptr
 };
 
 constexpr long kNoOwner = -1;

@@ -1,0 +1,193 @@
+#include "tracercore/exceptions.h"
+
+#include <cstring>
+
+#include "conames.h"
+#include "dbgcommon.h"
+#include "dprintf.h"
+#include "exceptops/handlers.h"
+#include "host/ref.h"
+#include "tracercore/events.h"
+#include "tracercore/stepping.h"
+
+namespace morvik {
+
+namespace {
+
+bool is_kind_of(PyObject* type, PyObject* types) {
+    return types != nullptr && PyErr_GivenExceptionMatches(type, types) != 0;
+}
+
+bool is_handled(PyFrameObject* frame, PyObject* type, HandlerMatch match, bool this_frame_only) {
+    // The server may name other ignored handlers from code that logging runs.
+    const Ref ignored = Ref::share(core.ignored_handlers);
+    return exception_is_handled(frame, ignored.get(), type, match, this_frame_only) != 0;
+}
+
+// Whether the exception ends the thread: nothing in its bottom frame can take it any more.
+bool leaves_bottom_frame(PyFrameObject* frame) {
+    ThreadData* const record = thread_table_current(&core.threads);
+    if (record == nullptr || record->bot_frame != as_object(frame) || frame->f_iblock != 0) {
+        return false;
+    }
+    dprintf(kLogExceptions, "  leaving bottom frame\n");
+    record->exiting_on_exc = 1;
+    return true;
+}
+
+bool stop_at_exception_no_filters(PyFrameObject* frame, PyObject* type) {
+    dprintf(kLogExceptions, "stop_at_exception_no_filters\n");
+    if (core.exception_mode == kExcAlwaysStop) {
+        return true;
+    }
+    if (is_kind_of(type, core.never_stop_excepts)) {
+        dprintf(kLogExceptions, "  never stop\n");
+        return false;
+    }
+    if (leaves_bottom_frame(frame)) {
+        return true;
+    }
+    if (is_kind_of(type, core.always_stop_excepts) &&
+        !is_handled(frame, type, HandlerMatch::kTyped, true)) {
+        dprintf(kLogExceptions, "  always stop\n");
+        return true;
+    }
+    if (core.exception_mode == kExcUnhandledStop &&
+        !is_handled(frame, type, HandlerMatch::kAny, false)) {
+        dprintf(kLogExceptions, "  unhandled\n");
+        return true;
+    }
+    if (core.exception_mode != kExcPrintedStop && core.exception_mode != kExcPrintedStopToo) {
+        return false;
+    }
+    if (frame_prints_exc(&core.catch_info, frame) != 0) {
+        dprintf(kLogExceptions, "  frame prints\n");
+        return true;
+    }
+    return false;
+}
+
+bool is_ignored_location(const char* filename, PyObject* line) {
+    return exception_loc_find(&core.ignored_locations, code_names.path_cache, filename, line) !=
+           nullptr;
+}
+
+// Whether the place where an exception was raised is one that is never reported.
+bool is_quiet_place(PyFrameObject* frame) {
+    const char* const file = LookupCOPathname(&code_names, frame);
+    const Ref line = Ref::steal(PyInt_FromLong(frame->f_lineno));
+    if (file == nullptr || !line) {
+        PyErr_Clear();
+        return false;
+    }
+    return is_ignored_location(file, line.get()) || is_sre_parse_probe(file, frame->f_lineno) != 0;
+}
+
+// Raises the recursion limit for a scope when the exception says that it was reached: the debug
+// server's code runs at the very depth where it was.
+class RecursionReserve {
+  public:
+    explicit RecursionReserve(PyObject* exception) {
+        constexpr int kReserve = 50;
+        constexpr char kMessage[] = "maximum recursion depth exceeded";
+        PyObject* const value =
+            PyTuple_GET_SIZE(exception) > 1 ? PyTuple_GET_ITEM(exception, 1) : nullptr;
+        if (value != nullptr && PyString_Check(value) &&
+            strncmp(PyString_AS_STRING(value), kMessage, sizeof(kMessage) - 1) == 0 &&
+            is_kind_of(PyTuple_GET_ITEM(exception, 0), PyExc_RuntimeError)) {
+            limit_ = Py_GetRecursionLimit();
+            Py_SetRecursionLimit(limit_ + kReserve);
+        }
+    }
+    ~RecursionReserve() {
+        if (limit_ != kUnchanged) {
+            Py_SetRecursionLimit(limit_);
+        }
+    }
+    RecursionReserve(const RecursionReserve&) = delete;
+    RecursionReserve& operator=(const RecursionReserve&) = delete;
+
+  private:
+    static constexpr int kUnchanged = -1;
+    int limit_ = kUnchanged;
+};
+
+// The frame where the exception was raised; empty where that cannot be told.
+Ref raising_frame(PyFrameObject* frame, PyObject* exception) {
+    PyObject* const traceback =
+        PyTuple_GET_SIZE(exception) > 2 ? PyTuple_GET_ITEM(exception, 2) : nullptr;
+    if (traceback == nullptr) {
+        return Ref();
+    }
+    if (traceback == Py_None) {
+        return Ref::share(as_object(frame));
+    }
+    Ref found = Ref::steal(last_traceback_frame(traceback));
+    PyErr_Clear();
+    return is_frame(found.get()) ? std::move(found) : Ref();
+}
+
+// Reports an exception to the debug server, unless the place where it was raised is a quiet one.
+HandlerResult stop_at_exception(PyFrameObject* frame, PyObject* exception) {
+    const Ref raised_in = raising_frame(frame, exception);
+    if (!raised_in || is_quiet_place(as_frame(raised_in.get()))) {
+        return kHandled;
+    }
+    const RecursionReserve reserve(exception);
+    return call_server(core.callbacks.exception_cb, frame, exception);
+}
+
+// What the thread is handling now, as (type, value, traceback).
+Ref handled_exception() {
+    const PyThreadState* const thread = current_thread_state();
+    const auto or_none = [](PyObject* object) { return object != nullptr ? object : Py_None; };
+    return Ref::steal(PyTuple_Pack(3, or_none(thread->exc_type), or_none(thread->exc_value),
+                                   or_none(thread->exc_traceback)));
+}
+
+}  // namespace
+
+HandlerResult dispatch_exception(PyFrameObject* frame, PyObject* exception) {
+    dprintf(kLogCore, "---EXCEPTION---\n");
+    if (core.tracing == 0) {
+        return kEndTracing;
+    }
+    if (!is_frame(frame) || exception == nullptr || !PyTuple_Check(exception) ||
+        PyTuple_GET_SIZE(exception) == 0) {
+        dprintf(kLogCore, "  exit 0\n");
+        return kHandled;
+    }
+    if (stop_here(frame, kStopAtException) ||
+        stop_at_exception_no_filters(frame, PyTuple_GET_ITEM(exception, 0))) {
+        dprintf(kLogCore, "  dispatched=TRUE\n");
+        if (stop_at_exception(frame, exception) != kHandled) {
+            dprintf(kLogCore, "  failure\n");
+            return kEndTracing;
+        }
+    }
+    if (set_frame_exc_info(&core.catch_info, frame, exception) != 0) {
+        dprintf(kLogCore, "  set_frame_exc_info failed\n");
+        PyErr_Clear();
+    }
+    return kHandled;
+}
+
+HandlerResult exception_leaves_frame(PyFrameObject* frame, PyObject* exception) {
+    if (!is_frame(frame)) {
+        return kHandled;
+    }
+    HandlerResult result = kHandled;
+    if ((core.exception_mode == kExcPrintedStop || core.exception_mode == kExcPrintedStopToo) &&
+        frame_parent_prints_exc(&core.catch_info, frame) != 0) {
+        const Ref reported = exception != nullptr ? Ref::share(exception) : handled_exception();
+        if (!reported) {
+            PyErr_Clear();
+            return kEndTracing;
+        }
+        result = stop_at_exception(frame, reported.get());
+    }
+    leave_bottom_frame(frame);
+    return result;
+}
+
+}  // namespace morvik

@@ -1,0 +1,30 @@
+// Exception events: whether one stops, by the policy that the debug server set, and the report.
+#ifndef MORVIK_TRACERCORE_EXCEPTIONS_H
+#define MORVIK_TRACERCORE_EXCEPTIONS_H
+
+#include "exceptops/catch_info.h"
+#include "exceptops/ignored_locations.h"
+#include "host/python.h"
+#include "tracercore/state.h"
+
+namespace morvik {
+
+// Exception modes. 4 and 5 are alike: stop also where the program prints an exception.
+enum ExceptionMode {
+    kExcNeverStop = 0,
+    kExcAlwaysStop = 1,
+    kExcUnhandledStop = 2,
+    kExcPrintedStop = 4,
+    kExcPrintedStopToo = 5,
+};
+
+// An exception event with the interpreter's (type, value, traceback). Leaves no error set.
+HandlerResult dispatch_exception(PyFrameObject* frame, PyObject* exception);
+
+// An exception leaves a frame; `exception` is the one last seen in it, or nullptr. Leaves no error
+// set.
+HandlerResult exception_leaves_frame(PyFrameObject* frame, PyObject* exception);
+
+}  // namespace morvik
+
+#endif
