@@ -80,7 +80,10 @@ class TestCase(unittest.TestCase):
 
 
 class Stream(object):
-    """A diagnostic stream: each message of the core is one item."""
+    """A diagnostic stream: each message of the core is one item.
+
+    Looking through the messages while tracing is on adds to them: copies are looked through.
+    """
 
     def __init__(self):
         self.messages = []
@@ -97,10 +100,10 @@ class Stream(object):
 
     def among(self, *expected):
         """The messages that are among these, in their order."""
-        return [message for message in self.messages if message in expected]
+        return [message for message in self.messages[:] if message in expected]
 
     def starting(self, prefix):
-        return [message for message in self.messages if message.startswith(prefix)]
+        return [message for message in self.messages[:] if message.startswith(prefix)]
 
     def clear(self):
         del self.messages[:]
