@@ -101,7 +101,7 @@ bool is_exactly(PyObject* exception, PyObject* candidate) {
 
 bool matches(const Scan& scan, PyObject* candidate) {
     if (scan.mode != HandlerMatch::kExact) {
-        return PyErr_GivenExceptionMatches(scan.exception, candidate) != 0;
+        return exception_matches(scan.exception, candidate) != 0;
     }
     if (!PyTuple_Check(candidate)) {
         return is_exactly(scan.exception, candidate);
@@ -266,8 +266,8 @@ int handler_catches(PyFrameObject* frame, int handler_offset, PyObject* exceptio
 
 int loop_ends_on_exception(PyFrameObject* frame, PyObject* exception, const CodeRange& range,
                            const OpcodeTable& opcodes) {
-    if (PyErr_GivenExceptionMatches(exception, PyExc_IndexError) == 0 &&
-        PyErr_GivenExceptionMatches(exception, PyExc_StopIteration) == 0) {
+    if (exception_matches(exception, PyExc_IndexError) == 0 &&
+        exception_matches(exception, PyExc_StopIteration) == 0) {
         return 0;
     }
     const long last = frame->f_lasti;

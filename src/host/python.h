@@ -36,6 +36,21 @@ inline PyFrameObject* as_frame(PyObject* object) {
     return reinterpret_cast<PyFrameObject*>(object);
 }
 
+// Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0. Where the recursion
+// limit is reached 2.6 would answer no, and print so, for want of a level to ask with.
+inline int exception_matches(PyObject* exception, PyObject* kinds) {
+#if PY_VERSION_HEX < 0x02070000
+    constexpr int kLevelsToAskWith = 5;
+    const int limit = Py_GetRecursionLimit();
+    Py_SetRecursionLimit(limit + kLevelsToAskWith);
+    const int matches = PyErr_GivenExceptionMatches(exception, kinds);
+    Py_SetRecursionLimit(limit);
+    return matches;
+#else
+    return PyErr_GivenExceptionMatches(exception, kinds);
+#endif
+}
+
 }  // namespace morvik
 
 #endif

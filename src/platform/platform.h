@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 namespace morvik {
 
@@ -59,6 +60,35 @@ void fold_file_name(char* path);
 
 // Whether a file can be opened for reading.
 bool can_read_file(const char* path);
+
+// Texts about the user: UTF-8 on Windows, on Linux the bytes that the system has, which are UTF-8
+// nearly everywhere. free() them. nullptr when there is no such thing.
+
+// The name of the user that the process runs as.
+char* user_name();
+
+// The existing folder in which the user's programs keep their data.
+char* application_data_folder();
+
+// Waiting for a C stream to have input, for one thread of the process at a time. A wait that ends
+// without input leaves its watch behind, and the next wait goes on with it.
+enum class StreamWait { kTimeOut, kInput, kFailed };
+
+// Begins a wait. False when it cannot be done.
+bool watch_stream(FILE* stream);
+
+// Goes on with the wait for at most so long. kInput, which ends it, means that a character, which
+// stays in the stream, or the stream's end can be read without blocking.
+StreamWait wait_for_stream(FILE* stream, int milliseconds);
+
+// How many bytes the stream holds that were read from its file already, those included that came
+// to a watch left behind. Not above 0 means none.
+int stream_buffered_bytes(FILE* stream);
+
+// Finds out, without waiting, which of `count` distinct descriptors can be read without blocking:
+// those have their flag set in `readable`. False when one is bad, or where the platform refuses.
+constexpr int kMaxPolled = 64;
+bool poll_descriptors(const int* descriptors, int count, bool* readable);
 
 }  // namespace morvik
 

@@ -15,7 +15,7 @@ namespace morvik {
 namespace {
 
 bool is_kind_of(PyObject* type, PyObject* types) {
-    return types != nullptr && PyErr_GivenExceptionMatches(type, types) != 0;
+    return types != nullptr && exception_matches(type, types) != 0;
 }
 
 bool is_handled(PyFrameObject* frame, PyObject* type, HandlerMatch match, bool this_frame_only) {
