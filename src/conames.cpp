@@ -43,8 +43,7 @@ const char* entry_name(PyObject* entry) {
 // The registry's entry of a code object (borrowed), or nullptr.
 PyObject* find_entry(CodeNameRegistry* registry, PyCodeObject* code) {
     const Ref key = Ref::steal(PyLong_FromVoidPtr(code));
-    return key && registry->names != nullptr ? PyDict_GetItem(registry->names, key.get())
-                                             : nullptr;
+    return key && registry->names != nullptr ? PyDict_GetItem(registry->names, key.get()) : nullptr;
 }
 
 struct GarbageBatch {
@@ -75,6 +74,9 @@ void drop_garbage(CodeNameRegistry* registry, const GarbageBatch& batch) {
         const Ref key = Ref::steal(batch.keys[i]);
         const Ref code = Ref::steal(as_object(batch.codes[i]));
         forget_recent(registry, batch.codes[i]);
+        if (registry->forgotten != nullptr) {
+            registry->forgotten(batch.codes[i]);
+        }
         if (PyDict_DelItem(registry->names, key.get()) != 0) {
             dprintf(kLogFiles,
                     "FATAL ERROR: UNEXPECTED EXCEPTION in conames, CollectGarbage "
@@ -98,8 +100,8 @@ int register_nested(CodeNameRegistry* registry, PyCodeObject* code, const char* 
     for (Py_ssize_t i = 0; result == 0 && i < PyTuple_GET_SIZE(constants.get()); ++i) {
         PyObject* const item = PyTuple_GET_ITEM(constants.get(), i);
         if (PyCode_Check(item)) {
-            result = register_pathname(registry, reinterpret_cast<PyCodeObject*>(item), pathname,
-                                       force);
+            result =
+                register_pathname(registry, reinterpret_cast<PyCodeObject*>(item), pathname, force);
         }
     }
     Py_LeaveRecursiveCall();
@@ -119,9 +121,8 @@ int store_entry(CodeNameRegistry* registry, PyCodeObject* code, const char* path
     if (!key || !entry) {
         return -1;
     }
-    Ref code_reference = PyDict_GetItem(registry->names, key.get()) == nullptr
-                             ? Ref::share(as_object(code))
-                             : Ref();
+    Ref code_reference =
+        PyDict_GetItem(registry->names, key.get()) == nullptr ? Ref::share(as_object(code)) : Ref();
     if (PyDict_SetItem(registry->names, key.get(), entry.get()) != 0) {
         return -1;
     }
@@ -171,8 +172,7 @@ bool is_preferable(const char* module_file, const char* code_file) {
 }
 
 const char* exact_string(PyObject* object) {
-    return object != nullptr && PyString_CheckExact(object) ? PyString_AS_STRING(object)
-                                                            : nullptr;
+    return object != nullptr && PyString_CheckExact(object) ? PyString_AS_STRING(object) : nullptr;
 }
 
 // What the walk over a module's values carries along.
@@ -247,8 +247,8 @@ int register_matching_value(MatchContext* context, PyObject* value, int depth) {
 
 int RegisterMatchingDictValues(MatchContext* context, PyObject* dict, int depth) {
     dprintf(kLogFiles,
-            "RegisterMatchingDictValues: obj = %p; pathname = %s; globals = %p; depth = %d\n",
-            dict, context->pathname, context->globals, depth);
+            "RegisterMatchingDictValues: obj = %p; pathname = %s; globals = %p; depth = %d\n", dict,
+            context->pathname, context->globals, depth);
     if (depth >= kDeepestClass || !PyDict_Check(dict)) {
         return 0;
     }
@@ -260,8 +260,7 @@ int RegisterMatchingDictValues(MatchContext* context, PyObject* dict, int depth)
     while (PyDict_Next(dict, &position, &key, &value) != 0) {
         // Registering allocates, so that a collection may run and change the dictionary.
         const Ref held_value = Ref::share(value);
-        dprintf(kLogFiles, "Examining %s: type is %s\n", object_text(key),
-                Py_TYPE(value)->tp_name);
+        dprintf(kLogFiles, "Examining %s: type is %s\n", object_text(key), Py_TYPE(value)->tp_name);
         const int result = register_matching_value(context, value, depth + 1);
         if (result != 0) {
             dprintf(kLogFiles, "Returning %i from RegisterMatchingDictValues()\n", result);
@@ -358,8 +357,8 @@ int register_pathname(CodeNameRegistry* registry, PyCodeObject* code, const char
     return register_nested(registry, code, pathname, force);
 }
 
-int RegisterMatchingCodeValues(CodeNameRegistry* registry, const char* pathname,
-                               PyObject* globals, int force) {
+int RegisterMatchingCodeValues(CodeNameRegistry* registry, const char* pathname, PyObject* globals,
+                               int force) {
     dprintf(kLogFiles, "RegisterMatchingCodeValues: globals = %p\n", globals);
     if (globals == nullptr || !PyDict_Check(globals)) {
         return 0;
@@ -410,8 +409,7 @@ const char* LookupCOPathname(CodeNameRegistry* registry, PyFrameObject* frame) {
         PyErr_Clear();
         return nullptr;
     }
-    const char* const relative =
-        get_relative_path(registry, frame->f_globals, code->co_filename);
+    const char* const relative = get_relative_path(registry, frame->f_globals, code->co_filename);
     const char* const full =
         registry->path_cache != nullptr ? full_path(registry->path_cache, relative) : nullptr;
     if (full == nullptr) {

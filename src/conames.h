@@ -18,10 +18,12 @@ struct CodeNameRegistry {
     // Code object's address, as a long, to (path name, None); nullptr until the first
     // registration. Every code object in it is kept alive by one reference of the registry's.
     PyObject* names;
-    int32_t gc_counter;     // look-ups and registrations since the last collection
-    PathCache* path_cache;  // nullptr when it could not be made: then there are no full names
-    PyObject* file_key;     // "__file__"
+    int32_t gc_counter;          // look-ups and registrations since the last collection
+    PathCache* path_cache;       // nullptr when it could not be made: then there are no full names
+    PyObject* file_key;          // "__file__"
     char rel_buf[kMaxPath + 1];  // the relative name computed last
+    void (*forgotten)(PyCodeObject* code);  // told of every one that the registry lets go of, or
+                                            // nullptr
     // Answers that `names` gave lately, by address: what a call event costs.
     struct {
         const PyCodeObject* code;
@@ -54,12 +56,11 @@ int register_pathname(CodeNameRegistry* registry, PyCodeObject* code, const char
                       int force);
 
 // Registers the functions, methods and classes of a module's dictionary. Always 0.
-int RegisterMatchingCodeValues(CodeNameRegistry* registry, const char* pathname,
-                               PyObject* globals, int force);
+int RegisterMatchingCodeValues(CodeNameRegistry* registry, const char* pathname, PyObject* globals,
+                               int force);
 
 // The file name to go by, as it was given, in rel_buf.
-const char* get_relative_path(CodeNameRegistry* registry, PyObject* globals,
-                              PyObject* co_filename);
+const char* get_relative_path(CodeNameRegistry* registry, PyObject* globals, PyObject* co_filename);
 
 // Drops code objects that only the registry keeps alive, once in so many calls.
 void CollectGarbage(CodeNameRegistry* registry);

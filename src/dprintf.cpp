@@ -39,9 +39,7 @@ class UntracedWrite {
 
 }  // namespace
 
-void dprintf_set_file(PyObject* file) {
-    set_slot(dprintf_file, file == Py_None ? nullptr : file);
-}
+void dprintf_set_file(PyObject* file) { set_slot(dprintf_file, file == Py_None ? nullptr : file); }
 
 void dprintf_write(const char* format, ...) {
     const UntracedWrite write;
@@ -56,8 +54,7 @@ void dprintf_write(const char* format, ...) {
     Ref text = Ref::steal(PyString_FromFormatV(format, args));
     va_end(args);
     if (!text) {
-        text =
-            Ref::steal(PyString_FromString("DPRINTF error: unable to create output string\n"));
+        text = Ref::steal(PyString_FromString("DPRINTF error: unable to create output string\n"));
     }
     if (text) {
         PyFile_WriteObject(text.get(), file.get(), Py_PRINT_RAW);

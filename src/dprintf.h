@@ -9,12 +9,12 @@ namespace morvik {
 
 // One bit each; a message carries exactly one.
 enum DprintfCategory : unsigned {
-    kLogErrors = 1,        // errors of the common Python services
-    kLogFiles = 2,         // file identity
-    kLogCore = 4,          // module interface, trace core, threads
-    kLogBreakpoints = 8,   // breakpoints
-    kLogExceptions = 16,   // exception analysis and the exception stop decision
-    kLogInput = 32,        // waiting for input
+    kLogErrors = 1,       // errors of the common Python services
+    kLogFiles = 2,        // file identity
+    kLogCore = 4,         // module interface, trace core, threads
+    kLogBreakpoints = 8,  // breakpoints
+    kLogExceptions = 16,  // exception analysis and the exception stop decision
+    kLogInput = 32,       // waiting for input
 };
 
 // The categories that are written. Fixed in the shipped module; native tests widen it.

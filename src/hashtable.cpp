@@ -119,8 +119,7 @@ HashEntry* find_string(HashTable* table, const void* key) {
 
 HashEntry* find_fixed(HashTable* table, const void* key) {
     const auto* const bytes = static_cast<const char*>(key);
-    return find_in_fixed_chain(table->buckets[fixed_bucket(table, bytes)], bytes,
-                               table->key_width);
+    return find_in_fixed_chain(table->buckets[fixed_bucket(table, bytes)], bytes, table->key_width);
 }
 
 HashEntry* create_string(HashTable* table, const void* key, int* is_new) {
@@ -138,8 +137,7 @@ HashEntry* create_string(HashTable* table, const void* key, int* is_new) {
 HashEntry* create_fixed(HashTable* table, const void* key, int* is_new) {
     const auto* const bytes = static_cast<const char*>(key);
     const uint32_t bucket = fixed_bucket(table, bytes);
-    HashEntry* const found =
-        find_in_fixed_chain(table->buckets[bucket], bytes, table->key_width);
+    HashEntry* const found = find_in_fixed_chain(table->buckets[bucket], bytes, table->key_width);
     *is_new = found == nullptr;
     if (found != nullptr) {
         return found;

@@ -36,8 +36,7 @@ bool failed_lately(PathCache* cache, const char* path) {
     if (entry == nullptr) {
         return false;
     }
-    const auto then =
-        static_cast<int32_t>(reinterpret_cast<intptr_t>(hash_get_value(entry)));
+    const auto then = static_cast<int32_t>(reinterpret_cast<intptr_t>(hash_get_value(entry)));
     if (std::abs(now() - then) < kFailureSeconds) {
         return true;
     }

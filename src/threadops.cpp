@@ -139,9 +139,7 @@ void thread_ident_init() {
     }
 }
 
-long get_thread_ident() {
-    return thread_ident_function != nullptr ? thread_ident_function() : 1;
-}
+long get_thread_ident() { return thread_ident_function != nullptr ? thread_ident_function() : 1; }
 
 PyThread_type_lock dbg_lock_new() { return PyThread_allocate_lock(); }
 

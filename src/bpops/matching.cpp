@@ -19,8 +19,8 @@ Ref condition_code(BreakpointRecord* record) {
     if (record->cond_code == nullptr) {
         // Compiling allocates, so that a collection may run and change the condition.
         const OwnedText text(strdup(record->cond));
-        const Ref code = Ref::steal(
-            text ? Py_CompileString(text.get(), "<string>", Py_eval_input) : nullptr);
+        const Ref code =
+            Ref::steal(text ? Py_CompileString(text.get(), "<string>", Py_eval_input) : nullptr);
         if (!code || record->cond == nullptr || strcmp(text.get(), record->cond) != 0) {
             return Ref::share(code.get());
         }
@@ -29,16 +29,40 @@ Ref condition_code(BreakpointRecord* record) {
     return Ref::share(record->cond_code);
 }
 
-Condition evaluate_condition(BreakpointRecord* record, PyFrameObject* frame) {
-    const PendingErrorGuard keep_error;
-    PyFrame_FastToLocals(frame);
+// Where a thread is, as breakpoints name it.
+struct Location {
+    PyFrameObject* frame;
+    PyObject* hook;    // the sub-language hook that translated the frame, or nullptr
+    Ref translation;   // keeps `file` alive where the hook gave it
+    OwnedText copy;    // likewise, where another look-up would overwrite it
+    const char* file;  // nullptr when unknown
+    int line;
+};
+
+// New reference, or nullptr with an error set. Changes that the condition makes to locals are not
+// written back to the frame.
+Ref evaluate_in_python(BreakpointRecord* record, PyFrameObject* frame) {
     const Ref code = condition_code(record);
     const Ref globals = Ref::share(frame->f_globals);
     const Ref locals = Ref::share(frame->f_locals);
-    const Ref result =
-        code && locals ? Ref::steal(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()),
-                                                    globals.get(), locals.get()))
-                       : Ref();
+    return code && locals ? Ref::steal(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()),
+                                                       globals.get(), locals.get()))
+                          : Ref();
+}
+
+Ref evaluate_in_sub_language(const BreakpointRecord* record, const Location& location) {
+    const Ref text = Ref::steal(PyString_FromString(record->cond));
+    return text ? Ref::steal(PyObject_CallMethod(location.hook, const_cast<char*>("_Eval"),
+                                                 const_cast<char*>("OO"), text.get(),
+                                                 as_object(location.frame)))
+                : Ref();
+}
+
+Condition evaluate_condition(BreakpointRecord* record, const Location& location) {
+    const PendingErrorGuard keep_error;
+    PyFrame_FastToLocals(location.frame);
+    const Ref result = location.hook == nullptr ? evaluate_in_python(record, location.frame)
+                                                : evaluate_in_sub_language(record, location);
     if (!result || PyErr_Occurred() != nullptr) {
         return Condition::kCannotBeEvaluated;
     }
@@ -49,26 +73,31 @@ Condition evaluate_condition(BreakpointRecord* record, PyFrameObject* frame) {
     return truth != 0 ? Condition::kHolds : Condition::kFails;
 }
 
-bool files_match(BreakpointTable* table, const BreakpointRecord* record, const char* code_file) {
+bool files_match(BreakpointTable* table, const BreakpointRecord* record, const Location& location) {
     bool match = false;
-    if (record->module_filename != nullptr) {
-        const char* const modfile = find_module_for_file(table, code_file);
+    if (location.hook != nullptr) {
+        match = strcmp(location.file, record->user_filename) == 0;
+        dprintf(kLogBreakpoints, "sub_language bp codefile = %s, bp->user_filename = %s\n",
+                location.file, record->user_filename);
+    } else if (record->module_filename != nullptr) {
+        const char* const modfile = find_module_for_file(table, location.file);
         match = modfile != nullptr && strcmp(modfile, record->module_filename) == 0;
-        dprintf(kLogBreakpoints, "modfile = %s, bp->module_filename = %s\n",
-                text_or_null(modfile), record->module_filename);
+        dprintf(kLogBreakpoints, "modfile = %s, bp->module_filename = %s\n", text_or_null(modfile),
+                record->module_filename);
     }
     dprintf(kLogBreakpoints, "files_match = %d\n", match ? 1 : 0);
     return match;
 }
 
 // One breakpoint whose place was reached: whether it stops the thread.
-bool check_hit(BreakpointTable* table, BreakpointRecord* record, PyFrameObject* frame, bool count) {
+bool check_hit(BreakpointTable* table, BreakpointRecord* record, const Location& location,
+               bool count) {
     if (count) {
         ++record->hit_count;
         bp_mark_changed(table, record);
     }
     if (record->cond != nullptr) {
-        const Condition condition = evaluate_condition(record, frame);
+        const Condition condition = evaluate_condition(record, location);
         if (record->removed != 0 || condition == Condition::kFails) {
             return false;
         }
@@ -91,36 +120,64 @@ bool check_hit(BreakpointTable* table, BreakpointRecord* record, PyFrameObject* 
     return true;
 }
 
+// Asks the hook whether it would stop here at all, and where that is. False when it says no or
+// gives no proper answer.
+bool translate(Location* location, int event) {
+    constexpr int kStepOver = 1;
+    const PendingErrorGuard drop_errors;
+    PyObject* const frame = as_object(location->frame);
+    const Ref wanted =
+        Ref::steal(PyObject_CallMethod(location->hook, const_cast<char*>("_StopHere"),
+                                       const_cast<char*>("Oii"), frame, event, kStepOver));
+    if (!wanted || PyObject_IsTrue(wanted.get()) != 1) {
+        return false;
+    }
+    location->translation = Ref::steal(PyObject_CallMethod(
+        location->hook, const_cast<char*>("_TranslateFrame"), const_cast<char*>("Oi"), frame, 0));
+    return location->translation && PyTuple_Check(location->translation.get()) &&
+           PyArg_ParseTuple(location->translation.get(), "si", &location->file, &location->line) !=
+               0;
+}
+
+// The file of a frame of plain Python; a module that is seen for the first time resolves its
+// breakpoints now.
+void find_code_file(BreakpointTable* table, Location* location) {
+    const PendingErrorGuard keep_error;
+    location->file = LookupCOPathname(table->registry, location->frame);
+    if (location->file == table->registry->rel_buf) {
+        // The next look-up, in a condition say, overwrites it.
+        location->copy.reset(strdup(location->file));
+        location->file = location->copy.get();
+    }
+    dprintf(kLogBreakpoints, "CODE FILE %s\n", text_or_null(location->file));
+    __tracer_resolve_bp_filenames(table, location->file);
+}
+
 }  // namespace
 
-int bp_check(BreakpointTable* table, PyFrameObject* frame, int record) {
+int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* frame, int record) {
     if (table->by_line.num_entries == 0 || !is_frame(frame)) {
         return 0;
     }
-    BreakpointRecord* breakpoint = bp_first_on_line(table, frame->f_lineno);
+    const Ref held_hook = Ref::share(hook);
+    Location location = {frame, hook, Ref(), nullptr, nullptr, frame->f_lineno};
+    if (hook != nullptr && !translate(&location, event)) {
+        return 0;
+    }
+    BreakpointRecord* breakpoint = bp_first_on_line(table, location.line);
     if (breakpoint == nullptr) {
         return 0;
     }
-    dprintf(kLogBreakpoints, "Found bp table entry for lineno %d\n", frame->f_lineno);
+    dprintf(kLogBreakpoints, "Found bp table entry for lineno %d\n", location.line);
     const BreakpointPin pin(table);
-    OwnedText copied_file;
-    const char* code_file = nullptr;
-    {
-        const PendingErrorGuard keep_error;
-        code_file = LookupCOPathname(table->registry, frame);
-        if (code_file == table->registry->rel_buf) {
-            // The next look-up, in a condition say, overwrites it.
-            copied_file.reset(strdup(code_file));
-            code_file = copied_file.get();
-        }
-        dprintf(kLogBreakpoints, "CODE FILE %s\n", text_or_null(code_file));
-        __tracer_resolve_bp_filenames(table, code_file);
+    if (hook == nullptr) {
+        find_code_file(table, &location);
     }
     int stop = 0;
-    for (; breakpoint != nullptr && code_file != nullptr; breakpoint = breakpoint->next) {
+    for (; breakpoint != nullptr && location.file != nullptr; breakpoint = breakpoint->next) {
         if (breakpoint->removed == 0 && breakpoint->deleted == 0 &&
-            files_match(table, breakpoint, code_file) && breakpoint->enabled != 0 &&
-            check_hit(table, breakpoint, frame, record != 0)) {
+            files_match(table, breakpoint, location) && breakpoint->enabled != 0 &&
+            check_hit(table, breakpoint, location, record != 0)) {
             stop = 1;
         }
     }

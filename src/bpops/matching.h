@@ -7,10 +7,11 @@
 
 namespace morvik {
 
-// 1 to stop, else 0. With `record` set, hits are counted, ignore counts used up and temporary
-// breakpoints removed. Runs Python code where a breakpoint has a condition; the pending exception
-// is the same afterwards.
-int bp_check(BreakpointTable* table, PyFrameObject* frame, int record);
+// 1 to stop, else 0. `hook` is the sub-language hook that this frame is a key frame of, nullptr
+// for a frame of plain Python; it receives the event's code. With `record` set, hits are counted,
+// ignore counts used up and temporary breakpoints removed. Runs Python code where there is a hook
+// or a condition; the pending exception is the same afterwards.
+int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* frame, int record);
 
 }  // namespace morvik
 

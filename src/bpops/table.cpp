@@ -225,8 +225,8 @@ void bp_table_reset(BreakpointTable* table, CodeNameRegistry* registry) {
     bp_table_init(table, registry);
 }
 
-int64_t bp_set(BreakpointTable* table, const char* filename, int lineno, int enabled,
-               int temporary, PyObject* cond, int ignore_count) {
+int64_t bp_set(BreakpointTable* table, const char* filename, int lineno, int enabled, int temporary,
+               PyObject* cond, int ignore_count) {
     BreakpointRecord* const record =
         new_record(table, filename, lineno, enabled, temporary, cond, ignore_count);
     if (record == nullptr) {
@@ -314,7 +314,8 @@ void bp_clear_all(BreakpointTable* table) {
 PyObject* bp_get(BreakpointTable* table, const char* filename, int lineno) {
     Ref list = Ref::steal(PyList_New(0));
     const BreakpointPin pin(table);
-    if (!list || !append_line_of_file(list.get(), bp_first_on_line(table, lineno), filename, false)) {
+    if (!list ||
+        !append_line_of_file(list.get(), bp_first_on_line(table, lineno), filename, false)) {
         return out_of_memory();
     }
     return list.release();
@@ -350,7 +351,8 @@ PyObject* bp_get_file(BreakpointTable* table, const char* filename) {
 PyObject* bp_take_changed(BreakpointTable* table) {
     const Ref removed = Ref::steal(PyList_New(0));
     const Ref changed = Ref::steal(PyList_New(0));
-    Ref pair = removed && changed ? Ref::steal(PyTuple_Pack(2, removed.get(), changed.get())) : Ref();
+    Ref pair =
+        removed && changed ? Ref::steal(PyTuple_Pack(2, removed.get(), changed.get())) : Ref();
     const BreakpointPin pin(table);
     ChangedRecords records = {};
     if (!pair || !snapshot_changed(table, &records)) {
@@ -358,8 +360,7 @@ PyObject* bp_take_changed(BreakpointTable* table) {
     }
     for (size_t i = 0; i < records.count; ++i) {
         const BreakpointRecord* const record = records.items.get()[i];
-        if (record->on_changed_list != 0 &&
-            !append_changed(removed.get(), changed.get(), record)) {
+        if (record->on_changed_list != 0 && !append_changed(removed.get(), changed.get(), record)) {
             return out_of_memory();
         }
     }

@@ -23,23 +23,23 @@ struct BreakpointRecord {
     char* module_filename;  // owned; nullptr until its module is known
     int32_t lineno;
     uint8_t enabled;
-    uint8_t temporary;        // goes with its first stop
-    char* cond;               // owned condition; nullptr for none
-    PyObject* cond_code;      // owned; the condition compiled, nullptr until first needed
-    int32_t ignore_count;     // qualifying hits still to be passed over
+    uint8_t temporary;     // goes with its first stop
+    char* cond;            // owned condition; nullptr for none
+    PyObject* cond_code;   // owned; the condition compiled, nullptr until first needed
+    int32_t ignore_count;  // qualifying hits still to be passed over
     int32_t hit_count;
-    int deleted;              // a temporary breakpoint that fired: reported and freed with the
-                              // changed list
+    int deleted;  // a temporary breakpoint that fired: reported and freed with the
+                  // changed list
     int on_changed_list;
     int on_line_list;
-    int removed;              // freed once the table is not pinned any more
+    int removed;                     // freed once the table is not pinned any more
     BreakpointRecord* next;          // on the same line; still readable after removal
     BreakpointRecord* next_changed;  // on the changed list
     BreakpointRecord* next_removed;
 };
 
 struct BreakpointTable {
-    HashTable by_line;  // line number to the head of its records, newest first
+    HashTable by_line;               // line number to the head of its records, newest first
     BreakpointRecord* changed_head;  // most recently added first
     uint32_t next_id;
     HashTable module_files;  // known module files and their synonyms to module files (owned text)
@@ -71,8 +71,8 @@ void bp_table_reset(BreakpointTable* table, CodeNameRegistry* registry);
 
 // Adds one more breakpoint. Its id, or kNoBreakpoint when out of memory or when `cond` is neither
 // None nor a string (that error is set); the id is used up all the same.
-int64_t bp_set(BreakpointTable* table, const char* filename, int lineno, int enabled,
-               int temporary, PyObject* cond, int ignore_count);
+int64_t bp_set(BreakpointTable* table, const char* filename, int lineno, int enabled, int temporary,
+               PyObject* cond, int ignore_count);
 
 // Each of these acts on all breakpoints at a file and line. 1 when at least one was enabled or
 // found, else 0.

@@ -271,9 +271,8 @@ int loop_ends_on_exception(PyFrameObject* frame, PyObject* exception, const Code
         return 0;
     }
     const long last = frame->f_lasti;
-    return last >= 0 && last < range.end - range.start && range.start[last] == opcodes.for_iter
-               ? 1
-               : 0;
+    return last >= 0 && last < range.end - range.start && range.start[last] == opcodes.for_iter ? 1
+                                                                                                : 0;
 }
 
 int is_sre_parse_probe(const char* filename, int lineno) {

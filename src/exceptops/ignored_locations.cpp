@@ -117,8 +117,8 @@ void exception_loc_remove(IgnoredLocations* table, const char* filename, PyObjec
     free_location(location);
 }
 
-IgnoredLocation* exception_loc_find(IgnoredLocations* table, PathCache* cache,
-                                    const char* filename, PyObject* line) {
+IgnoredLocation* exception_loc_find(IgnoredLocations* table, PathCache* cache, const char* filename,
+                                    PyObject* line) {
     return find_by_key(table, cache, filename, exception_line_key(line));
 }
 

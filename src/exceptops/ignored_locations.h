@@ -32,8 +32,8 @@ void exception_locs_clear(IgnoredLocations* table);
 IgnoredLocation* exception_loc_add(IgnoredLocations* table, PathCache* cache, const char* filename,
                                    PyObject* line);
 void exception_loc_remove(IgnoredLocations* table, const char* filename, PyObject* line);
-IgnoredLocation* exception_loc_find(IgnoredLocations* table, PathCache* cache,
-                                    const char* filename, PyObject* line);
+IgnoredLocation* exception_loc_find(IgnoredLocations* table, PathCache* cache, const char* filename,
+                                    PyObject* line);
 
 }  // namespace morvik
 

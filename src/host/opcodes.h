@@ -30,10 +30,10 @@ struct OpcodeTable {
 // The argument of compare_op for an exception match, in both.
 inline constexpr int kCompareExceptionMatch = 10;
 
-inline constexpr OpcodeTable kOpcodes26 = {90,  1,   4,   93,  100, 101, 102, 105,
-                                    106, 111, 116, 121, 124, 143, false};
+inline constexpr OpcodeTable kOpcodes26 = {90,  1,   4,   93,  100, 101, 102,  105,
+                                           106, 111, 116, 121, 124, 143, false};
 inline constexpr OpcodeTable kOpcodes27 = {90,  1,   4,   93,  100, 101, 102, 106,
-                                    107, 114, 116, 121, 124, 145, true};
+                                           107, 114, 116, 121, 124, 145, true};
 
 #if PY_VERSION_HEX < 0x02070000
 inline constexpr const OpcodeTable& kHostOpcodes = kOpcodes26;

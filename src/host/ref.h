@@ -89,6 +89,31 @@ class PendingErrorGuard {
     PyObject* traceback_ = nullptr;
 };
 
+// Keeps the first of several errors while work that needs none pending goes on, and sets it when
+// the scope ends.
+class FirstError {
+  public:
+    FirstError() = default;
+    ~FirstError() {
+        collect();
+        PyErr_Restore(type_, value_, traceback_);
+    }
+    FirstError(const FirstError&) = delete;
+    FirstError& operator=(const FirstError&) = delete;
+    void collect() {
+        if (type_ == nullptr) {
+            PyErr_Fetch(&type_, &value_, &traceback_);
+        } else {
+            PyErr_Clear();
+        }
+    }
+
+  private:
+    PyObject* type_ = nullptr;
+    PyObject* value_ = nullptr;
+    PyObject* traceback_ = nullptr;
+};
+
 }  // namespace morvik
 
 #endif

@@ -13,9 +13,8 @@ bool core_is_initialised() {
 }
 
 ThreadData* own_record() {
-    return core_is_initialised()
-               ? thread_table_get_or_add(&core.threads, current_thread_state())
-               : nullptr;
+    return core_is_initialised() ? thread_table_get_or_add(&core.threads, current_thread_state())
+                                 : nullptr;
 }
 
 PyObject* none_unless_error() { return PyErr_Occurred() == nullptr ? new_none() : nullptr; }

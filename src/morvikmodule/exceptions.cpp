@@ -47,8 +47,7 @@ PyObject* entry_ignore_exception_loc(PyObject* /*self*/, PyObject* args) {
     PyObject* line = nullptr;
     int ignore = 0;
     if (!core_is_initialised() ||
-        PyArg_ParseTuple(args, "sOi:tracer_ignore_exception_loc", &filename, &line, &ignore) ==
-            0) {
+        PyArg_ParseTuple(args, "sOi:tracer_ignore_exception_loc", &filename, &line, &ignore) == 0) {
         return nullptr;
     }
     if (ignore != 0) {

@@ -54,8 +54,7 @@ PyObject* entry_get_threads(PyObject* /*self*/, PyObject* /*args*/) {
 PyObject* entry_get_curr_frame(PyObject* /*self*/, PyObject* args) {
     const ThreadData* const record = named_record(args);
     if (record == nullptr) {
-        PyErr_SetString(PyExc_IndexError,
-                        "get_curr_frame called for unknown or terminated thread");
+        PyErr_SetString(PyExc_IndexError, "get_curr_frame called for unknown or terminated thread");
         return nullptr;
     }
     return new_reference(record->curr_frame);
@@ -67,6 +66,24 @@ PyObject* entry_get_thread_name(PyObject* /*self*/, PyObject* args) {
         return none_unless_error();
     }
     return new_reference(record->thread_name);
+}
+
+PyObject* entry_sub_language_get_active_hook(PyObject* /*self*/, PyObject* args) {
+    const ThreadData* const record = named_record(args);
+    if (core.sub_languages.registered == 0 || record == nullptr ||
+        record->sub_lang_hook == nullptr) {
+        return none_unless_error();
+    }
+    return new_reference(record->sub_lang_hook);
+}
+
+PyObject* entry_sub_language_get_frame_category(PyObject* /*self*/, PyObject* args) {
+    PyObject* const frame = argument(args, 1);
+    const ThreadData* const record = named_record(args);
+    if (PyErr_Occurred() != nullptr) {
+        return nullptr;
+    }
+    return PyInt_FromLong(sub_language_category(record, as_frame(frame)));
 }
 
 PyObject* entry_is_botframe(PyObject* /*self*/, PyObject* args) {

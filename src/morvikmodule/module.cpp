@@ -23,8 +23,7 @@ PyMethodDef methods[] = {
      "and exception callback.\n"
      "Currently there is also a default_import parameter which should get\n"
      "__builtins__['__import__'] until we can access this correctly on the C side"},
-    {"reset", entry_reset, METH_VARARGS,
-     "Reset the debug tracer core to blank initial state"},
+    {"reset", entry_reset, METH_VARARGS, "Reset the debug tracer core to blank initial state"},
     {"destroy", entry_destroy, METH_VARARGS,
      "Clear all info from the tracer core and reset environment to initial state"},
     {"set_autoquit", entry_set_autoquit, METH_VARARGS,
@@ -46,22 +45,18 @@ PyMethodDef methods[] = {
      "breakpoint or exception [XXX the latter is unimplemented].\n"},
     {"start_trace", entry_start_trace, METH_VARARGS,
      " Set trace function to start tracing and set the trace in all frames."},
-    {"stop_trace", entry_stop_trace, METH_VARARGS,
-     "Remove trace function and stop debugging."},
+    {"stop_trace", entry_stop_trace, METH_VARARGS, "Remove trace function and stop debugging."},
     {"step_into", entry_step_into, METH_VARARGS,
      "Set up to step into next function or to next instruction"},
-    {"step_over", entry_step_over, METH_VARARGS,
-     "Set up to step over the next instruction"},
+    {"step_over", entry_step_over, METH_VARARGS, "Set up to step over the next instruction"},
     {"step_over_line", entry_step_over_line, METH_VARARGS,
      "Set up to step over the next line of code"},
     {"step_over_line_range", entry_step_over_line_range, METH_VARARGS,
      "Set up to step over the given range of lines"},
-    {"step_out", entry_step_out, METH_VARARGS,
-     "Set up to step out of the current stack frame"},
+    {"step_out", entry_step_out, METH_VARARGS, "Set up to step out of the current stack frame"},
     {"continue_run", entry_continue_run, METH_VARARGS,
      "Set up to continue running freely until next breakpoint"},
-    {"stop", entry_stop, METH_VARARGS,
-     "Set up to stop at next reached run location"},
+    {"stop", entry_stop, METH_VARARGS, "Set up to stop at next reached run location"},
     {"get_threads", entry_get_threads, METH_VARARGS,
      "Get the a list of all threads' thread ids.  These can be passed to get_curr_frame\n"
      "for access to the thread's stack, although some thread ids returned here may still\n"
@@ -81,8 +76,7 @@ PyMethodDef methods[] = {
      "temporary flag, conditional as string (or None), and ignore count.  If\n"
      "a breakpoint exists, its values will be updated accordingly.  The new breakpoint\n"
      "id is returned as int."},
-    {"clear_breaks", entry_clear_breaks, METH_VARARGS,
-     "Clear all breakpoints at given file/line"},
+    {"clear_breaks", entry_clear_breaks, METH_VARARGS, "Clear all breakpoints at given file/line"},
     {"enable_breaks", entry_enable_breaks, METH_VARARGS,
      "Enable/disable all breakpoints at given file and line number"},
     {"ignore_breaks", entry_ignore_breaks, METH_VARARGS,
@@ -91,8 +85,7 @@ PyMethodDef methods[] = {
     {"set_breaks_cond", entry_set_breaks_cond, METH_VARARGS,
      "Set conditional for all breakpoints at given file and line number; empty string to "
      "set no conditional"},
-    {"clear_all_breaks", entry_clear_all_breaks, METH_VARARGS,
-     "Clear all defined breakpoints"},
+    {"clear_all_breaks", entry_clear_all_breaks, METH_VARARGS, "Clear all defined breakpoints"},
     {"get_breaks", entry_get_breaks, METH_VARARGS,
      "Get all breakpoints at given file and line number: Returns sequence of\n"
      "(id, enabled, temporary, cond, ignore_count, hit_count) tuples"},
@@ -143,8 +136,7 @@ PyMethodDef methods[] = {
      "the table of new loaded/reloaded modules to blank."},
     {"set_import_cb", entry_set_import_cb, METH_VARARGS,
      "Set the callback called when a module is imported (may be None)"},
-    {"register_module", entry_register_module, METH_VARARGS,
-     "Register module with the debugger"},
+    {"register_module", entry_register_module, METH_VARARGS, "Register module with the debugger"},
     {"register_sub_language_hook", entry_register_sub_language_hook, METH_VARARGS,
      "Register a sub-language extension with the debugger"},
     {"sub_language_get_active_hook", entry_sub_language_get_active_hook, METH_VARARGS,
@@ -188,8 +180,7 @@ PyMethodDef methods[] = {
      "Returns id returned by thread.get_ident for given tstate_id"},
     {"get_changed_bps_lists", entry_get_changed_bps_lists, METH_VARARGS,
      "Gets and clears the changed bp lists."},
-    {"GetUserName", entry_GetUserName, METH_VARARGS,
-     "Return username for process \n"},
+    {"GetUserName", entry_GetUserName, METH_VARARGS, "Return username for process \n"},
     {"GetUserAppDataPath", entry_GetUserAppDataPath, METH_VARARGS,
      "Returns path name of current users application data directory.  Returns None if "
      "unable to get path, either because there's no appropriate user or if the directory "
@@ -208,14 +199,10 @@ PyMethodDef methods[] = {
      "remaining buffer space, it is truncated.  Returns # of bytes copied."},
     {"PyFrame_LocalsToFast", entry_PyFrame_LocalsToFast, METH_VARARGS,
      "Wrapper around PyFrame_LocalsToFast internal api call."},
-    {"trace_dispatch", entry_trace_dispatch, METH_VARARGS,
-     nullptr},
-    {"bootstrap_new_thread", entry_bootstrap_new_thread, METH_VARARGS,
-     nullptr},
-    {"thread_exiting", entry_thread_exiting, METH_VARARGS,
-     nullptr},
-    {"__import__", with_keywords(entry_import), METH_VARARGS | METH_KEYWORDS,
-     nullptr},
+    {"trace_dispatch", entry_trace_dispatch, METH_VARARGS, nullptr},
+    {"bootstrap_new_thread", entry_bootstrap_new_thread, METH_VARARGS, nullptr},
+    {"thread_exiting", entry_thread_exiting, METH_VARARGS, nullptr},
+    {"__import__", with_keywords(entry_import), METH_VARARGS | METH_KEYWORDS, nullptr},
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -228,8 +215,8 @@ PyObject* this_module() { return module_object; }
 
 void init_module() {
     dprintf(kLogCore, "Initialize morvik module started\n");
-    module_object = Py_InitModule4("tmorvik26_vs2012_x64", methods, nullptr, nullptr,
-                                   PYTHON_API_VERSION);
+    module_object =
+        Py_InitModule4("tmorvik26_vs2012_x64", methods, nullptr, nullptr, PYTHON_API_VERSION);
     thread_ident_init();
     // Without memory for it the core runs on, with the names that code was compiled under.
     registry_init(&code_names, path_cache_new());

@@ -172,8 +172,7 @@ PyObject* entry_step_over_line(PyObject* /*self*/, PyObject* /*args*/) {
     if (record == nullptr) {
         return nullptr;
     }
-    const int line =
-        is_frame(record->curr_frame) ? as_frame(record->curr_frame)->f_lineno : -1;
+    const int line = is_frame(record->curr_frame) ? as_frame(record->curr_frame)->f_lineno : -1;
     return request_step_over(line, line);
 }
 
@@ -191,9 +190,15 @@ PyObject* entry_step_out(PyObject* /*self*/, PyObject* /*args*/) {
     if (record == nullptr) {
         return nullptr;
     }
-    PyFrameObject* const caller = frame_back(record->curr_frame);
-    return request_step(caller != nullptr ? as_object(caller) : Py_None, record->curr_frame, -1,
-                        -1);
+    const Ref left = Ref::share(record->curr_frame);
+    const Ref hook = Ref::share(record->sub_lang_hook);
+    if (!hook) {
+        PyFrameObject* const caller = frame_back(left.get());
+        return request_step(caller != nullptr ? as_object(caller) : Py_None, left.get(), -1, -1);
+    }
+    const Ref target = Ref::steal(PyObject_CallMethod(
+        hook.get(), const_cast<char*>("_GetStepOutFrame"), const_cast<char*>("O"), left.get()));
+    return target ? request_step(target.get(), left.get(), -1, -1) : nullptr;
 }
 
 PyObject* entry_continue_run(PyObject* /*self*/, PyObject* /*args*/) {

@@ -2,12 +2,12 @@
 
 #include "dprintf.h"
 #include "host/ref.h"
+#include "threadops.h"
 #include "tracercore/events.h"
 #include "tracercore/exceptions.h"
 #include "tracercore/install.h"
 #include "tracercore/policy.h"
 #include "tracercore/state.h"
-#include "threadops.h"
 
 namespace morvik {
 
@@ -28,8 +28,7 @@ bool raise_pending_exception() {
 
 // Whether the calling thread's record could be found or made.
 bool enter_frame(PyFrameObject* frame) {
-    ThreadData* const record =
-        thread_table_get_or_add(&core.threads, current_thread_state());
+    ThreadData* const record = thread_table_get_or_add(&core.threads, current_thread_state());
     if (record == nullptr) {
         discard_callback_error();
         return false;

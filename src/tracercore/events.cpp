@@ -1,11 +1,11 @@
 #include "tracercore/events.h"
 
-#include "bpops/matching.h"
 #include "conames.h"
 #include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
 #include "tracercore/exceptions.h"
+#include "tracercore/imports.h"
 #include "tracercore/policy.h"
 #include "tracercore/stepping.h"
 
@@ -13,8 +13,22 @@ namespace morvik {
 
 namespace {
 
-bool is_return_frame(const ThreadData* record, PyFrameObject* frame) {
-    return record != nullptr && record->return_frame == as_object(frame);
+bool has_sub_language_hook() {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    return record != nullptr && record->sub_lang_hook != nullptr;
+}
+
+// Whether a step out waits for this frame's return. Frames of a sub-language are its hook's.
+bool is_return_frame(PyFrameObject* frame) {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    return record != nullptr && record->return_frame == as_object(frame) &&
+           sub_language_category(record, frame) == kUnknownFrame;
+}
+
+// What is kept for a frame goes with it.
+void forget_frame(PyFrameObject* frame) {
+    clear_frame_exc_info(&core.catch_info, frame);
+    leave_sub_language_frame(frame);
 }
 
 // Gives a function's code its file name the first time it runs. False with an error set.
@@ -47,10 +61,10 @@ HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* ar
     return kHandled;
 }
 
-void leave_bottom_frame(PyFrameObject* frame) {
+bool leave_bottom_frame(PyFrameObject* frame) {
     ThreadData* const record = thread_table_current(&core.threads);
     if (record == nullptr || record->bot_frame != as_object(frame)) {
-        return;
+        return false;
     }
     set_slot(record->bot_frame, Py_None);
     if (core.autoquit != 0) {
@@ -61,6 +75,7 @@ void leave_bottom_frame(PyFrameObject* frame) {
         }
     }
     forget_thread_policy(get_thread_ident());
+    return true;
 }
 
 HandlerResult dispatch_call(PyFrameObject* frame) {
@@ -72,12 +87,18 @@ HandlerResult dispatch_call(PyFrameObject* frame) {
     }
     dprintf(kLogCore, "in call: locals = %p, globals = %p, thread = %ld\n", frame->f_locals,
             frame->f_globals, get_thread_ident());
-    if (frame->f_locals != frame->f_globals && !register_function_code(frame)) {
+    const bool registered = frame->f_locals != frame->f_globals ? register_function_code(frame)
+                                                                : register_module_code(frame) == 0;
+    if (!registered) {
         return kPropagateError;
     }
     ThreadData* const record = thread_table_current(&core.threads);
     if (record != nullptr && record->bot_frame == Py_None) {
         set_slot(record->bot_frame, as_object(frame));
+    }
+    track_sub_language(frame);
+    if (has_sub_language_hook() && sub_language_stop_test(frame, kStopAtCall)) {
+        return call_server(core.callbacks.line_cb, frame, nullptr);
     }
     return kHandled;
 }
@@ -91,9 +112,10 @@ HandlerResult dispatch_line(PyFrameObject* frame) {
     }
     const PendingErrorGuard keep_error;
     if (dprintf_file != nullptr) {
-        dprintf(kLogCore, "in dispatch_line: file=%s, lineno=%d\n", text_or_null(LookupCOPathname(&code_names, frame)), frame->f_lineno);
+        dprintf(kLogCore, "in dispatch_line: file=%s, lineno=%d\n",
+                text_or_null(LookupCOPathname(&code_names, frame)), frame->f_lineno);
     }
-    if (!stop_here(frame, kStopAtLine) && bp_check(&core.breakpoints, frame, 1) == 0) {
+    if (!stop_here(frame, kStopAtLine) && check_breakpoints(frame, kStopAtLine) == 0) {
         return kHandled;
     }
     return call_server(core.callbacks.line_cb, frame, nullptr);
@@ -109,27 +131,23 @@ HandlerResult dispatch_return(PyFrameObject* frame, PyObject* value) {
     if (value == nullptr) {
         const Ref exception = Ref::share(get_frame_exc_info(&core.catch_info, frame));
         if (exception_leaves_frame(frame, exception.get()) != kHandled) {
-            clear_frame_exc_info(&core.catch_info, frame);
+            forget_frame(frame);
             return kEndTracing;
         }
         if (frame->f_trace == nullptr && core.tracing == 0) {
             return kHandled;
         }
     }
-    if (is_return_frame(thread_table_current(&core.threads), frame) ||
-        stop_here(frame, kStopAtReturn)) {
+    if (is_return_frame(frame) || stop_here(frame, kStopAtReturn)) {
         if (call_server(core.callbacks.return_cb, frame, value != nullptr ? value : Py_None) !=
             kHandled) {
-            clear_frame_exc_info(&core.catch_info, frame);
+            forget_frame(frame);
             return kEndTracing;
         }
-    } else {
-        leave_bottom_frame(frame);
-        if (frame->f_trace == nullptr && core.tracing == 0) {
-            return kHandled;
-        }
+    } else if (leave_bottom_frame(frame) && frame->f_trace == nullptr && core.tracing == 0) {
+        return kHandled;
     }
-    clear_frame_exc_info(&core.catch_info, frame);
+    forget_frame(frame);
     return kHandled;
 }
 

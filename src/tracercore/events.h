@@ -18,9 +18,9 @@ HandlerResult dispatch_return(PyFrameObject* frame, PyObject* value);
 // argument. A failure is written to the diagnostic output and ends tracing of the thread.
 HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* argument);
 
-// When the frame is the calling thread's bottom frame: the program, or this thread's part of it,
-// is over; the server is told, if it wants to be.
-void leave_bottom_frame(PyFrameObject* frame);
+// Whether the frame is the calling thread's bottom frame. If so the program, or this thread's part
+// of it, is over: the server is told, if it wants to be.
+bool leave_bottom_frame(PyFrameObject* frame);
 
 // install_thread_hooks_cb(on); an error that it raises stays set.
 void call_install_thread_hooks(int on);

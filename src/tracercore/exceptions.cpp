@@ -67,20 +67,62 @@ bool stop_at_exception_no_filters(PyFrameObject* frame, PyObject* type) {
     return false;
 }
 
-bool is_ignored_location(const char* filename, PyObject* line) {
-    return exception_loc_find(&core.ignored_locations, code_names.path_cache, filename, line) !=
-           nullptr;
+// What a sub-language hook says of an exception in one of its key frames.
+struct HookAnswer {
+    bool stop;
+    Ref translation;   // (file name, line), or nothing
+    const char* file;  // nullptr: go by the frame itself
+    PyObject* line;
+};
+
+HookAnswer ask_hook(PyObject* hook, PyFrameObject* frame) {
+    const PendingErrorGuard drop_errors;
+    const Ref held_hook = Ref::share(hook);
+    HookAnswer answer = {false, Ref(), nullptr, nullptr};
+    const Ref wanted = Ref::steal(PyObject_CallMethod(
+        hook, const_cast<char*>("_StopHere"), const_cast<char*>("Oii"), as_object(frame), -1, -1));
+    answer.stop = wanted && PyObject_IsTrue(wanted.get()) == 1;
+    if (answer.stop) {
+        answer.translation =
+            Ref::steal(PyObject_CallMethod(hook, const_cast<char*>("_TranslateFrame"),
+                                           const_cast<char*>("Oi"), as_object(frame), 1));
+    }
+    if (answer.translation && PyTuple_Check(answer.translation.get()) &&
+        PyArg_ParseTuple(answer.translation.get(), "sO", &answer.file, &answer.line) == 0) {
+        answer.file = nullptr;
+    }
+    return answer;
 }
 
-// Whether the place where an exception was raised is one that is never reported.
+bool is_quiet_location(const char* file, PyObject* line) {
+    const int32_t line_key = exception_line_key(line);
+    const bool quiet =
+        exception_loc_find(&core.ignored_locations, code_names.path_cache, file, line) != nullptr ||
+        is_sre_parse_probe(file, line_key) != 0;
+    PyErr_Clear();
+    return quiet;
+}
+
+// Whether an exception that was raised in this frame is never reported.
 bool is_quiet_place(PyFrameObject* frame) {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    const FrameCategory category = sub_language_category(record, frame);
+    if (category == kHiddenFrame) {
+        return true;
+    }
+    if (category == kKeyFrame) {
+        const HookAnswer answer = ask_hook(record->sub_lang_hook, frame);
+        if (!answer.stop || answer.file != nullptr) {
+            return !answer.stop || is_quiet_location(answer.file, answer.line);
+        }
+    }
     const char* const file = LookupCOPathname(&code_names, frame);
     const Ref line = Ref::steal(PyInt_FromLong(frame->f_lineno));
     if (file == nullptr || !line) {
         PyErr_Clear();
         return false;
     }
-    return is_ignored_location(file, line.get()) || is_sre_parse_probe(file, frame->f_lineno) != 0;
+    return is_quiet_location(file, line.get());
 }
 
 // Raises the recursion limit for a scope when the exception says that it was reached: the debug

@@ -9,6 +9,7 @@
 #include "host/ref.h"
 #include "tracercore/dispatch.h"
 #include "tracercore/events.h"
+#include "tracercore/imports.h"
 #include "tracercore/state.h"
 
 namespace morvik {
@@ -74,9 +75,9 @@ OwnedText canonical_file_name(PyFrameObject* frame) {
     const char* const file = LookupCOPathname(&code_names, frame);
     // A relative name would be overwritten by the next look-up.
     OwnedText copy(file != nullptr ? strdup(file) : nullptr);
-    const char* const full =
-        copy && code_names.path_cache != nullptr ? full_path(code_names.path_cache, copy.get())
-                                                 : nullptr;
+    const char* const full = copy && code_names.path_cache != nullptr
+                                 ? full_path(code_names.path_cache, copy.get())
+                                 : nullptr;
     return full != nullptr ? OwnedText(strdup(full)) : std::move(copy);
 }
 
@@ -120,6 +121,9 @@ int start_trace() {
     }
     core.event_count = 0;
     core.tracing = 1;
+    FirstError errors;
+    scan_loaded_modules();
+    errors.collect();
     for_each_thread(insert_into_thread);
     set_trace_for_current_thread(1);
     call_install_thread_hooks(1);

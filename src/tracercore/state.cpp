@@ -1,7 +1,9 @@
 #include "tracercore/state.h"
 
+#include "bpops/matching.h"
 #include "dprintf.h"
 #include "host/ref.h"
+#include "tracercore/imports.h"
 #include "tracercore/install.h"
 
 namespace morvik {
@@ -70,6 +72,14 @@ void clear_exception_policy() {
     clear_slot(core.ignored_handlers);
 }
 
+void empty_new_imports() {
+    clear_slot(core.new_imports);
+    core.new_imports = PyList_New(0);
+    if (core.new_imports == nullptr) {
+        PyErr_Clear();
+    }
+}
+
 void reset_policies() {
     core.autoquit = 1;
     core.debug_all_threads = 1;
@@ -113,10 +123,17 @@ int core_init(const CoreSettings& settings) {
     exception_locs_clear(&core.ignored_locations);
     catch_info_store_clear(&core.catch_info);
     clear_slot(core.catch_info.catch_dict);
+    empty_new_imports();
+    core.import_cb_active = 0;
+    core.import_hook_depth = 0;
+    hash_delete_table(&core.imported_files);
+    hash_init(&core.imported_files, kStringKeys);
+    sub_languages_init();
     core.event_count = 0;
     core.import_hook_calls = 0;
     core.pending_raise_count = 0;
     core.initialised = true;
+    install_import_hook();
     return 1;
 }
 
@@ -128,6 +145,7 @@ void core_reset() {
     core.pending_raise_count = 0;
     exception_locs_clear(&core.ignored_locations);
     bp_table_reset(&core.breakpoints, &code_names);
+    empty_new_imports();
     reset_policies();
     clear_exception_policy();
     catch_info_store_clear(&core.catch_info);
@@ -169,6 +187,14 @@ void release_sorrel_mutex() {
 void discard_callback_error() {
     dprintf_exception();
     PyErr_Clear();
+}
+
+int check_breakpoints(PyFrameObject* frame, int event) {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    PyObject* const hook = record != nullptr && record->sub_lang_hook != nullptr
+                               ? key_frame_hook(record, frame)
+                               : nullptr;
+    return bp_check(&core.breakpoints, event, hook, frame, 1);
 }
 
 void clear_thread_policies() {

@@ -11,6 +11,7 @@
 #include "hashtable.h"
 #include "host/python.h"
 #include "threadops.h"
+#include "tracercore/sublanguages.h"
 
 namespace morvik {
 
@@ -34,8 +35,8 @@ enum StopEvent {
 // What an event handler answers. Only a call event can ask for propagation.
 enum HandlerResult {
     kHandled = 0,
-    kEndTracing = -1,       // this thread is traced no longer
-    kPropagateError = -2,   // the pending error goes to the traced code
+    kEndTracing = -1,      // this thread is traced no longer
+    kPropagateError = -2,  // the pending error goes to the traced code
 };
 
 // The callables and objects that init() is given; each holds a reference of the core's.
@@ -46,7 +47,7 @@ struct Callbacks {
     PyObject* return_cb;
     PyObject* exception_cb;
     PyObject* quit_cb;
-    PyObject* import_cb;       // or None
+    PyObject* import_cb;  // or None
     PyObject* default_import;
     PyObject* internal_modules_map;
 };
@@ -54,25 +55,25 @@ struct Callbacks {
 struct CoreState {
     bool initialised;  // init() has run; everything below is blank before
 
-    int tracing;               // 1 between start and stop of tracing
-    float idle_period;         // seconds; only tested to be above 0
-    int in_idle;               // 1 while idle_cb runs
+    int tracing;        // 1 between start and stop of tracing
+    float idle_period;  // seconds; only tested to be above 0
+    int in_idle;        // 1 while idle_cb runs
     int exception_mode;
-    int autoquit;              // quit_cb is called when a thread's bottom frame returns
-    int debug_all_threads;     // 0: while one thread is stopped the others are ignored
-    PyObject* debug_thread_cb; // thread policy, or nullptr
+    int autoquit;                // quit_cb is called when a thread's bottom frame returns
+    int debug_all_threads;       // 0: while one thread is stopped the others are ignored
+    PyObject* debug_thread_cb;   // thread policy, or nullptr
     HashTable debug_thread_map;  // thread ident to the policy's answer, 0 or 1
 
-    int idle_event_count;     // events since the clock was last read
+    int idle_event_count;  // events since the clock was last read
     int idle_check_interval;
-    int64_t next_idle_time;   // wall-clock seconds; no idle_cb before
+    int64_t next_idle_time;  // wall-clock seconds; no idle_cb before
 
     PyThread_type_lock mutex;  // held by a thread for the whole of an event
     long mutex_owner;          // its holder's thread ident, kNoOwner for none
 
-    int event_count;         // events that passed the mutex since tracing started
+    int event_count;  // events that passed the mutex since tracing started
     int import_hook_calls;
-    int pending_raise_count; // records with a pending exception
+    int pending_raise_count;   // records with a pending exception
     HashTable imported_files;  // distinct files of modules imported through the hook
 
     PyObject* module;          // this module
@@ -82,6 +83,11 @@ struct CoreState {
     PyObject* sys_exc_info;
     Callbacks callbacks;
 
+    PyObject* import_hook;  // the module's own __import__ once it is installed
+    PyObject* new_imports;  // paths of modules loaded or reloaded; nullptr only out of memory
+    int import_cb_active;   // 1 while import_cb runs: no step stops then
+    int import_hook_depth;
+
     ThreadTable threads;
     BreakpointTable breakpoints;
     IgnoredLocations ignored_locations;
@@ -89,6 +95,7 @@ struct CoreState {
     PyObject* always_stop_excepts;  // a tuple of types, or nullptr
     PyObject* never_stop_excepts;   // likewise
     PyObject* ignored_handlers;     // a dictionary of frames or code objects, or nullptr
+    SubLanguages sub_languages;
 };
 
 constexpr long kNoOwner = -1;
@@ -104,9 +111,10 @@ struct CoreSettings {
     PyObject* debug_stream;
 };
 
-// Sets the core up with tracing off. 1, or 0 with an error set when the sys module cannot be
-// imported or no mutex can be made. What an earlier call was given stays referenced unless given again: a thread may
-// still be inside it.
+// Sets the core up with tracing off and installs the import hook. 1, or 0 with an error set when
+// the sys module cannot be imported or no mutex can be made. What an earlier call was given stays
+// referenced unless given again: a thread may still be inside it. With 1 an error may be set: the
+// import hook was refused.
 int core_init(const CoreSettings& settings);
 
 // Tracing off, tables and policy settings back to their defaults; callbacks, idle period,
@@ -125,6 +133,10 @@ void release_sorrel_mutex();
 // Writes the header of a pending error to the diagnostic output and clears it: the traced program
 // never sees what the debug server's code raised.
 void discard_callback_error();
+
+// Asks the breakpoints at a frame's place, where the thread's sub-language hook translates it if
+// it is a key frame's: 1 to stop, else 0. Counts the hit.
+int check_breakpoints(PyFrameObject* frame, int event);
 
 // Empties the cache of the thread policy's answers.
 void clear_thread_policies();

@@ -1,6 +1,5 @@
 #include "tracercore/stepping.h"
 
-#include "bpops/matching.h"
 #include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
@@ -29,18 +28,30 @@ bool stop_frame_was_left(const ThreadData* record, PyFrameObject* frame) {
 }
 
 // Breakpoints at the place of a stop count it, however the thread came to stop.
-void record_stop(PyFrameObject* frame, StopEvent /*event*/) {
-    bp_check(&core.breakpoints, frame, 1);
-}
+void record_stop(PyFrameObject* frame, StopEvent event) { check_breakpoints(frame, event); }
 
 }  // namespace
 
 bool stop_here(PyFrameObject* frame, StopEvent event) {
+    if (core.import_cb_active != 0) {
+        dprintf(kLogCore, "Not stopping here because import callback is active\n");
+        return false;
+    }
     if (core.tracing == 0) {
         dprintf(kLogCore, "Not stopping here because no longer tracing\n");
         return false;
     }
-    const ThreadData* const record = thread_table_current(&core.threads);
+    const ThreadData* record = thread_table_current(&core.threads);
+    if (record != nullptr && record->sub_lang_hook != nullptr) {
+        if (sub_language_stop_test(frame, event)) {
+            return true;
+        }
+        // The hook's own code may have changed everything.
+        record = thread_table_current(&core.threads);
+        if (is_implementation_frame(record, frame)) {
+            return false;
+        }
+    }
     if (record == nullptr) {
         dprintf(kLogCore, "ERROR: UNEXPECTED thread_data == NULL (while still tracing)!\n");
         return false;

@@ -1,0 +1,300 @@
+#include "tracercore/sublanguages.h"
+
+#include <cctype>
+
+#include "bpops/matching.h"
+#include "conames.h"
+#include "dbgcommon.h"
+#include "host/ref.h"
+#include "tracercore/state.h"
+
+namespace morvik {
+
+namespace {
+
+enum StepKind {
+    kRunningFreely = -1,
+    kStepInto = 0,
+    kStepOver = 1,
+    kStepOut = 2,
+};
+
+SubLanguages& state() { return core.sub_languages; }
+
+PyObject* code_of(PyFrameObject* frame) { return reinterpret_cast<PyObject*>(frame->f_code); }
+
+PyObject* find(PyObject* dict, PyObject* key) {
+    return dict != nullptr ? PyDict_GetItem(dict, key) : nullptr;
+}
+
+// What a hook method without arguments answers, if that is a list with something in it.
+Ref ask_for_list(PyObject* hook, const char* method) {
+    Ref answer = Ref::steal(PyObject_CallMethod(hook, const_cast<char*>(method), nullptr));
+    if (!answer || !PyList_Check(answer.get()) || PyList_GET_SIZE(answer.get()) == 0) {
+        PyErr_Clear();
+        return Ref();
+    }
+    return answer;
+}
+
+// Maps each code object of a list to the hook.
+bool enter_codes(PyObject* dict, PyObject* codes, PyObject* hook) {
+    const Ref held_dict = Ref::share(dict);
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(codes); ++i) {
+        const Ref code = Ref::share(PyList_GET_ITEM(codes, i));
+        if (PyDict_SetItem(dict, code.get(), hook) != 0) {
+            PyErr_Clear();
+            return false;
+        }
+    }
+    return true;
+}
+
+bool set_up(PyObject* hook) {
+    const Ref markers = ask_for_list(hook, "_GetMarkerFrames");
+    if (!markers || state().marker_codes == nullptr ||
+        !enter_codes(state().marker_codes, markers.get(), hook)) {
+        return false;
+    }
+    const Ref paths = ask_for_list(hook, "_GetModulePaths");
+    const Ref module_paths = Ref::share(state().module_paths);
+    if (!paths || !module_paths || PyDict_SetItem(module_paths.get(), hook, paths.get()) != 0) {
+        PyErr_Clear();
+        return false;
+    }
+    return refresh_key_frames(hook) != 0;
+}
+
+void set_up_pending() {
+    const Ref still_pending = Ref::steal(PyList_New(0));
+    if (!still_pending) {
+        PyErr_Clear();
+        return;
+    }
+    const Ref pending = Ref::share(state().pending);
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(pending.get()); ++i) {
+        const Ref hook = Ref::share(PyList_GET_ITEM(pending.get(), i));
+        if (!set_up(hook.get()) && PyList_Append(still_pending.get(), hook.get()) != 0) {
+            PyErr_Clear();
+            return;
+        }
+    }
+    set_slot(state().pending,
+             PyList_GET_SIZE(still_pending.get()) > 0 ? still_pending.get() : nullptr);
+}
+
+// The prefix test of module paths; an empty path is every file's.
+bool begins_with(const char* file, const char* path) {
+    for (; *path != '\0'; ++path, ++file) {
+        if (tolower(static_cast<unsigned char>(*path)) !=
+            tolower(static_cast<unsigned char>(*file))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The category of the first (path, category) pair that a file lies under; 0 for none, -1 with an
+// error set for a pair that is none.
+long category_of_file(PyObject* paths, const char* file) {
+    for (Py_ssize_t i = 0; PyList_Check(paths) && i < PyList_GET_SIZE(paths); ++i) {
+        const Ref pair = Ref::share(PyList_GET_ITEM(paths, i));
+        const char* path = nullptr;
+        int category = 0;
+        if (!PyTuple_Check(pair.get())) {
+            PyErr_SetString(PyExc_TypeError, "a module path is a (prefix, category) tuple");
+            return -1;
+        }
+        if (PyArg_ParseTuple(pair.get(), "si", &path, &category) == 0) {
+            return -1;
+        }
+        if (begins_with(file, path)) {
+            return category;
+        }
+    }
+    return 0;
+}
+
+// Nonzero when the frame's file is one of the implementation's. -1 with an error set.
+long implementation_category(const ThreadData* record, PyFrameObject* frame) {
+    if (record == nullptr || record->sub_lang_hook == nullptr) {
+        return 0;
+    }
+    PyCodeObject* const code = frame->f_code;
+    HashEntry* const known = hash_find(&state().categories, &code);
+    if (known != nullptr) {
+        return static_cast<long>(reinterpret_cast<intptr_t>(hash_get_value(known)));
+    }
+    const Ref paths = Ref::share(find(state().module_paths, record->sub_lang_hook));
+    if (!paths) {
+        return 0;
+    }
+    const char* const file = registered_pathname(&code_names, code);
+    if (file == nullptr) {
+        return PyErr_Occurred() != nullptr ? -1 : 0;
+    }
+    const long category = category_of_file(paths.get(), file);
+    if (category == -1 && PyErr_Occurred() != nullptr) {
+        return -1;
+    }
+    // The registry keeps the code object alive, and says when it lets go of it.
+    int is_new = 0;
+    HashEntry* const entry = hash_create(&state().categories, &code, &is_new);
+    if (entry != nullptr) {
+        hash_set_value(entry, reinterpret_cast<void*>(static_cast<intptr_t>(category)));
+    }
+    return category;
+}
+
+void forget_category(PyCodeObject* code) {
+    HashEntry* const entry = hash_find(&state().categories, &code);
+    if (entry != nullptr) {
+        hash_delete_entry(entry);
+    }
+}
+
+StepKind step_kind(const ThreadData* record) {
+    if (record->stop_frame == nullptr) {
+        return kRunningFreely;
+    }
+    if (record->return_frame != Py_None) {
+        return kStepOut;
+    }
+    if (record->stop_frame == Py_None) {
+        return kStepInto;
+    }
+    const bool in_key_frame = is_frame(record->stop_frame) &&
+                              find(state().key_codes, code_of(as_frame(record->stop_frame)));
+    return in_key_frame ? kStepOver : kRunningFreely;
+}
+
+bool make_container(PyObject** slot, PyObject* (*create)()) {
+    if (*slot == nullptr) {
+        *slot = create();
+    }
+    return *slot != nullptr;
+}
+
+PyObject* new_list() { return PyList_New(0); }
+
+void release_containers() {
+    clear_slot(state().pending);
+    clear_slot(state().marker_codes);
+    clear_slot(state().module_paths);
+    clear_slot(state().key_codes);
+}
+
+}  // namespace
+
+void sub_languages_init() {
+    state().registered = 0;
+    release_containers();
+    hash_delete_table(&state().categories);
+    hash_init(&state().categories, sizeof(PyCodeObject*));
+    code_names.forgotten = forget_category;
+}
+
+int register_sub_language_hook(PyObject* hook) {
+    if (!make_container(&state().pending, new_list) ||
+        !make_container(&state().marker_codes, PyDict_New) ||
+        !make_container(&state().module_paths, PyDict_New) ||
+        !make_container(&state().key_codes, PyDict_New)) {
+        const PendingErrorGuard keep_error;
+        release_containers();
+        state().registered = 0;
+        return -1;
+    }
+    if (PyList_Append(state().pending, hook) != 0) {
+        return -1;
+    }
+    state().registered = 1;
+    return 0;
+}
+
+void track_sub_language(PyFrameObject* frame) {
+    if (state().registered == 0) {
+        return;
+    }
+    if (state().pending != nullptr) {
+        set_up_pending();
+    }
+    ThreadData* const record = thread_table_current(&core.threads);
+    if (record == nullptr || record->sub_lang_frame != nullptr) {
+        return;
+    }
+    PyObject* const hook = find(state().marker_codes, code_of(frame));
+    if (hook != nullptr) {
+        set_slot(record->sub_lang_hook, hook);
+        set_slot(record->sub_lang_frame, as_object(frame));
+    }
+}
+
+void leave_sub_language_frame(PyFrameObject* frame) {
+    ThreadData* const record = thread_table_current(&core.threads);
+    if (record == nullptr || record->sub_lang_frame != as_object(frame)) {
+        return;
+    }
+    const Ref marker = Ref::steal(record->sub_lang_frame);
+    const Ref hook = Ref::steal(record->sub_lang_hook);
+    record->sub_lang_frame = nullptr;
+    record->sub_lang_hook = nullptr;
+}
+
+int refresh_key_frames(PyObject* hook) {
+    if (state().key_codes == nullptr) {
+        return 0;
+    }
+    const Ref held_hook = Ref::share(hook);
+    const Ref codes = ask_for_list(hook, "_GetSubLanguageFrames");
+    return codes && state().key_codes != nullptr &&
+                   enter_codes(state().key_codes, codes.get(), hook)
+               ? 1
+               : 0;
+}
+
+FrameCategory sub_language_category(const ThreadData* record, PyFrameObject* frame) {
+    if (record == nullptr || record->sub_lang_hook == nullptr || !is_frame(frame)) {
+        return kUnknownFrame;
+    }
+    if (find(state().key_codes, code_of(frame)) != nullptr) {
+        return kKeyFrame;
+    }
+    const long category = implementation_category(record, frame);
+    if (PyErr_Occurred() != nullptr) {
+        PyErr_Clear();
+        return kUnknownFrame;
+    }
+    return category != 0 ? kHiddenFrame : kUnknownFrame;
+}
+
+bool is_implementation_frame(const ThreadData* record, PyFrameObject* frame) {
+    const long category = implementation_category(record, frame);
+    PyErr_Clear();
+    return category != 0;
+}
+
+PyObject* key_frame_hook(const ThreadData* record, PyFrameObject* frame) {
+    return sub_language_category(record, frame) == kKeyFrame ? record->sub_lang_hook : nullptr;
+}
+
+bool sub_language_stop_test(PyFrameObject* frame, int event) {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    if (core.tracing == 0 || record == nullptr || record->sub_lang_hook == nullptr) {
+        return false;
+    }
+    const Ref hook = Ref::share(find(state().key_codes, code_of(frame)));
+    if (!hook) {
+        return false;
+    }
+    const Ref answer = Ref::steal(PyObject_CallMethod(hook.get(), const_cast<char*>("_StopHere"),
+                                                      const_cast<char*>("Oii"), as_object(frame),
+                                                      event, static_cast<int>(step_kind(record))));
+    const int stop = answer ? PyObject_IsTrue(answer.get()) : -1;
+    PyErr_Clear();
+    if (stop < 0) {
+        return false;
+    }
+    return stop != 0 || check_breakpoints(frame, event) != 0;
+}
+
+}  // namespace morvik
