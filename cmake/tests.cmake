@@ -17,6 +17,17 @@ add_test(NAME ${build_name}/module_exports_only_its_entry COMMAND ${CMAKE_COMMAN
     -DNM=${CMAKE_NM} -DMODULE=$<TARGET_FILE:tmorvik26_vs2012_x64>
     -P ${PROJECT_SOURCE_DIR}/cmake/check_exports.cmake)
 
+# The other platform's file knows no interpreter, so that it can be built on this one. Linking
+# tells whether the system has what it calls. Without the compiler ctest lists it as not run.
+find_program(MORVIK_WINDOWS_CXX x86_64-w64-mingw32-g++)
+add_test(NAME ${build_name}/windows_platform_compiles COMMAND ${MORVIK_WINDOWS_CXX}
+    -std=c++17 -Wall -Wextra -Wshadow -Wpedantic -Werror -fno-exceptions -fno-rtti
+    -I${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/src/platform/windows.cpp
+    -shared -o ${PROJECT_BINARY_DIR}/windows_platform.dll -lws2_32)
+if(NOT MORVIK_WINDOWS_CXX)
+    set_tests_properties(${build_name}/windows_platform_compiles PROPERTIES DISABLED TRUE)
+endif()
+
 file(GLOB native_sources tests/native/*.cpp)
 find_package(GTest)
 if(native_sources AND GTest_FOUND)

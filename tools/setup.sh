@@ -22,7 +22,7 @@ test_tools_ready() {
 }
 
 check_tools_ready() {
-    type -P clang-format clang-tidy shellcheck >/dev/null
+    type -P clang-format clang-tidy shellcheck x86_64-w64-mingw32-g++ >/dev/null
 }
 
 # bring_packages PACKAGE...: installs them, or says how to.
@@ -50,7 +50,7 @@ need_test_tools() {
 }
 
 need_check_tools() {
-    check_tools_ready || bring_packages clang-format clang-tidy shellcheck
+    check_tools_ready || bring_packages clang-format clang-tidy shellcheck g++-mingw-w64-x86-64
 }
 
 host_advice() {

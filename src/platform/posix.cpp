@@ -1,9 +1,13 @@
 #include <dlfcn.h>
 #include <limits.h>
+#include <poll.h>
+#include <pwd.h>
+#include <stdio_ext.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -97,11 +101,68 @@ bool copy_path(const char* path, char* out) {
     return true;
 }
 
+// A text of the process's own entry in the user database; nullptr when it has none.
+OwnedPath user_entry(char* passwd::*field) {
+    constexpr size_t kLargestEntry = 1 << 20;
+    for (size_t size = 1024; size <= kLargestEntry; size *= 2) {
+        const OwnedPath buffer(static_cast<char*>(malloc(size)));
+        passwd entry = {};
+        passwd* found = nullptr;
+        if (!buffer || getpwuid_r(geteuid(), &entry, buffer.get(), size, &found) != ERANGE) {
+            return OwnedPath(found != nullptr ? strdup(found->*field) : nullptr);
+        }
+    }
+    return nullptr;
+}
+
+// A setting that names a folder; nullptr where it is empty or not there.
+OwnedPath environment_folder(const char* name) {
+    const char* const value = getenv(name);
+    return OwnedPath(value != nullptr && *value != '\0' ? strdup(value) : nullptr);
+}
+
+// The stream of the last wait that ended without input.
+FILE* left_behind = nullptr;
+
+int read_ahead(const FILE* stream) {
+    return static_cast<int>(stream->_IO_read_end - stream->_IO_read_ptr);
+}
+
+// Whether a read would not block, as soon as that is known. Takes no lock: another thread may be
+// blocked in a read of the stream.
+StreamWait poll_stream(FILE* stream, int milliseconds) {
+    pollfd entry = {fileno(stream), POLLIN, 0};
+    if (read_ahead(stream) > 0 || feof_unlocked(stream) != 0 || __freadable(stream) == 0 ||
+        entry.fd < 0) {
+        return StreamWait::kInput;
+    }
+    const int ready = poll(&entry, 1, milliseconds);
+    if (ready < 0 && errno != EINTR) {
+        return StreamWait::kFailed;
+    }
+    return ready > 0 ? StreamWait::kInput : StreamWait::kTimeOut;
+}
+
+// Has a stream with input read it into its buffer. False when another thread reads the stream or
+// has read it empty.
+bool fill_buffer(FILE* stream) {
+    if (ftrylockfile(stream) != 0) {
+        return false;
+    }
+    const bool has_input = poll_stream(stream, 0) == StreamWait::kInput;
+    if (has_input) {
+        ungetc(getc_unlocked(stream), stream);
+    }
+    funlockfile(stream);
+    return has_input;
+}
+
 }  // namespace
 
 int64_t wall_clock_seconds() { return static_cast<int64_t>(time(nullptr)); }
 
-void* interpreter_symbol(const char* name, const void* /*anchor*/, void* (*/*recorded_handle*/)()) {
+void* interpreter_symbol(const char* name, const void* /*anchor*/,
+                         void* (* /*recorded_handle*/)()) {
     // The interpreter is the program itself or a library it was linked with: either way its
     // exports are in the global scope, which needs no handle.
     return dlsym(RTLD_DEFAULT, name);
@@ -160,5 +221,76 @@ void fold_file_name(char* /*path*/) {
 }
 
 bool can_read_file(const char* path) { return access(path, R_OK) == 0; }
+
+char* user_name() { return user_entry(&passwd::pw_name).release(); }
+
+char* application_data_folder() {
+    constexpr char kUsual[] = "/.config";
+    OwnedPath folder = environment_folder("XDG_CONFIG_HOME");
+    // A relative one is to be ignored, by its definition.
+    if (!folder || *folder.get() != '/') {
+        OwnedPath home = environment_folder("HOME");
+        if (!home) {
+            home = user_entry(&passwd::pw_dir);
+        }
+        if (!home) {
+            return nullptr;
+        }
+        folder.reset(static_cast<char*>(malloc(strlen(home.get()) + sizeof kUsual)));
+        if (folder) {
+            strcpy(folder.get(), home.get());
+            strcat(folder.get(), kUsual);
+        }
+    }
+    struct stat status = {};
+    const bool exists = folder && stat(folder.get(), &status) == 0 && S_ISDIR(status.st_mode);
+    return exists ? folder.release() : nullptr;
+}
+
+// No thread has to block in the stream here, since a descriptor can be waited for. A reader would
+// hold the stream's lock, and whoever closes the stream or flushes all would hang; and what it
+// takes between two waits would be missed by a program that reads the descriptor itself.
+bool watch_stream(FILE* stream) {
+    left_behind = stream;
+    return true;
+}
+
+StreamWait wait_for_stream(FILE* stream, int milliseconds) {
+    const StreamWait outcome = poll_stream(stream, milliseconds);
+    if (outcome != StreamWait::kInput) {
+        return outcome;
+    }
+    if (!fill_buffer(stream)) {
+        // The input is another thread's, which may need the time to take it.
+        poll(nullptr, 0, milliseconds);
+        return StreamWait::kTimeOut;
+    }
+    left_behind = nullptr;
+    return StreamWait::kInput;
+}
+
+int stream_buffered_bytes(FILE* stream) {
+    if (stream == left_behind) {
+        fill_buffer(stream);
+    }
+    return read_ahead(stream);
+}
+
+bool poll_descriptors(const int* descriptors, int count, bool* readable) {
+    pollfd entries[kMaxPolled];
+    for (int i = 0; i < count; ++i) {
+        entries[i] = {descriptors[i], POLLIN, 0};
+    }
+    int ready = 0;
+    do {
+        ready = poll(entries, static_cast<nfds_t>(count), 0);
+    } while (ready < 0 && errno == EINTR);
+    bool all_good = ready >= 0;
+    for (int i = 0; i < count; ++i) {
+        readable[i] = entries[i].revents != 0;
+        all_good = all_good && (entries[i].revents & POLLNVAL) == 0;
+    }
+    return all_good;
+}
 
 }  // namespace morvik
