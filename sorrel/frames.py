@@ -6,6 +6,16 @@ import threading
 
 _THREAD_START = ('__bootstrap', '__bootstrap_inner')
 _own_globals = set()
+_outside = []
+
+
+def set_entry(frame):
+    """The program is run by this frame: it and its callers are none of the program's."""
+    _outside[:] = callers(frame)
+
+
+def is_entry(frame):
+    return bool(_outside) and frame is _outside[0]
 
 
 def learn_own_modules():
@@ -28,7 +38,7 @@ def is_own(frame):
 
 
 def is_program(frame):
-    if is_own(frame):
+    if is_own(frame) or frame in _outside:
         return False
     return not (frame.f_code.co_name in _THREAD_START
                 and frame.f_globals is threading.__dict__)

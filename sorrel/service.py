@@ -36,7 +36,6 @@ class Service(object):
         self._stops = {}
         # Requests that count in an outer frame, for threads that still run on towards it.
         self._awaited = {}
-        self._entry_frame = None
         # The program's namespace until its code has begun to run.
         self._entering = None
         self._interrupts = Interrupts(self._interrupt)
@@ -52,7 +51,7 @@ class Service(object):
 
     def run(self, path, namespace):
         """Executes the file at `path` in the namespace, which stops at its first line."""
-        self._entry_frame = sys._getframe()
+        frames.set_entry(sys._getframe())
         self._entering = namespace
         self._interrupts.install()
         self.attached = True
@@ -147,13 +146,12 @@ class Service(object):
 
     def _pass_over(self, frame):
         """A step request has met code that is not the program's."""
+        if frames.is_entry(frame):
+            return  # On its way into the program or out of it.
         for caller in frames.callers(frame):
-            if caller is self._entry_frame:
-                break
             if frames.is_program(caller):
                 return  # The program is being interrupted, and goes on to its own next line.
-        if frame is not self._entry_frame:
-            core.continue_run()
+        core.continue_run()
 
     def _ask(self, stop):
         self._stops[stop.thread] = stop
@@ -200,9 +198,9 @@ class Service(object):
         resume = self._awaited.get(stop.thread)
         if resume is None:
             return False
-        if stop.frame is not resume.frame and stop.reason in (STEPPED, RETURNED) \
+        if stop.frame is not resume.frame and stop.reason != INTERRUPTED \
                 and resume.frame in list(frames.callers(stop.frame)):
-            if stop.reason == STEPPED:
+            if stop.reason != RETURNED:
                 core.step_out()
             return True
         del self._awaited[stop.thread]

@@ -90,29 +90,39 @@ class Screen(object):
     def type(self, text):
         os.write(self._terminal, text)
 
+    def interrupt(self):
+        self.type('\x03')
+
     def read_to(self, text):
         """Everything that appears up to and including this text."""
         seen = ''
         deadline = time.time() + PATIENCE
         while not seen.endswith(text):
-            ready = select.select([self._terminal], [], [], max(0, deadline - time.time()))[0]
-            if not ready:
-                self._test.fail('waited for %r, saw %r' % (text, seen))
             # One at a time: what comes after the text is for the next call.
-            seen += os.read(self._terminal, 1)
+            more = self._read(1, deadline)
+            if not more:
+                self._test.fail('waited for %r, saw %r' % (text, seen))
+            seen += more
         return self._test.clean(seen)
+
+    def _read(self, size, deadline):
+        if not select.select([self._terminal], [], [], max(0, deadline - time.time()))[0]:
+            return ''
+        try:
+            return os.read(self._terminal, size)
+        except OSError:
+            return ''  # How a pseudo-terminal says that nobody is left.
 
     def read_all(self):
         """Everything until the program has ended, and its exit status."""
         seen = ''
-        while True:
-            try:
-                more = os.read(self._terminal, 4096)
-            except OSError:
-                more = ''  # How a pseudo-terminal says that nobody is left.
-            if not more:
-                break
+        deadline = time.time() + PATIENCE
+        more = self._read(4096, deadline)
+        while more:
             seen += more
+            more = self._read(4096, deadline)
+        if time.time() > deadline:
+            self._test.fail('waited for the end, saw %r' % seen)
         status = os.waitpid(self._process, 0)[1]
         self._ended = True
         seen = re.sub(r'\[\d+ refs\]\r\n', '', seen)

@@ -335,15 +335,34 @@ for number in numbers():
     The program ended with exit status 0.
     ''')
 
-    def test_a_step_on_from_an_uncaught_exception_ends_the_program(self):
+    def test_steps_follow_an_exception_out_of_the_program(self):
         out, err, status = self.debug('''\
 def fail():
     raise ValueError('no')
 
 fail()
-''', ['s', 's', 's', 's', 's', 's', 's', 's', 's'])
-        self.assertEqual(status, 1)
-        self.assert_in('The program ended with an uncaught ValueError.\n', out)
+''', ['n', 's', 's', 's', 's', 's', 's', 's'])
+        self.assertEqual((out, status), ('''\
+> prog.py(1)<module>()
+-> def fail():
+(sorrel) > prog.py(4)<module>()
+-> fail()
+(sorrel) > prog.py(2)fail()
+-> raise ValueError('no')
+(sorrel) ValueError: no
+> prog.py(2)fail()
+-> raise ValueError('no')
+(sorrel) --Return--
+> prog.py(2)fail()->None
+-> raise ValueError('no')
+(sorrel) ValueError: no
+> prog.py(4)<module>()
+-> fail()
+(sorrel) --Return--
+> prog.py(4)<module>()->None
+-> fail()
+(sorrel) The program ended with an uncaught ValueError.
+''', 1))
         self.assertEqual(err, '''\
 Traceback (most recent call last):
   File "prog.py", line 4, in <module>
@@ -507,7 +526,7 @@ outer()
     The program ended with exit status 0.
     ''')
 
-    def test_an_exception_that_leaves_the_frame_shown_stops_after_it(self):
+    def test_an_exception_stops_when_it_gets_to_the_frame_shown(self):
         self.assert_session('''\
 def inner():
     raise KeyError('x')
@@ -538,6 +557,10 @@ except KeyError:
     > prog.py(2)inner()
     -> raise KeyError('x')
     (sorrel) u 2
+    > prog.py(8)<module>()
+    -> outer()
+    (sorrel) n
+    KeyError: 'x'
     > prog.py(8)<module>()
     -> outer()
     (sorrel) n

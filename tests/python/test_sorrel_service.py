@@ -1,0 +1,210 @@
+"""The service behind front ends, driven by one that only records."""
+
+import os
+import sys
+import thread
+
+import harness
+import tmorvik26_vs2012_x64 as core
+from sorrel import frames, records, runner, service
+from sorrel.records import Resume
+
+
+class FrontEnd(object):
+    """Answers each stop with the next of the given requests, then lets the program run."""
+
+    def __init__(self, *answers):
+        self.answers = list(answers)
+        self.stops = []
+        self.lines = []
+        self.outcomes = []
+
+    def stopped(self, stop):
+        self.stops.append(stop)
+        self.lines.append((stop.reason, stop.frame.f_lineno))
+        answer = self.answers.pop(0) if self.answers else Resume(records.CONTINUE)
+        return answer(stop) if callable(answer) else answer
+
+    def ended(self, outcome):
+        self.outcomes.append(outcome)
+
+
+INTO, OVER, OUT = (Resume(records.STEP_INTO), Resume(records.STEP_OVER), Resume(records.STEP_OUT))
+
+
+class Services(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        self.seen = []
+        self.main = sys.modules['__main__']
+
+    def tearDown(self):
+        sys.modules['__main__'] = self.main
+        harness.TestCase.tearDown(self)
+
+    def run_program(self, text, *answers):
+        self.front_end = FrontEnd(*answers)
+        self.service = service.Service(self.front_end)
+        try:
+            return runner.run(self.script(text), ['argument'], self.service)
+        finally:
+            self.service.detach()
+
+    def test_requests_are_carried_out_in_the_thread_that_stopped(self):
+        status = self.run_program('''\
+def f():
+    x = 1
+    return x
+
+f()
+y = 2
+''', INTO, INTO, OUT, INTO, OVER)
+        self.assertEqual(status, 0)
+        self.assertEqual(self.front_end.lines, [
+            ('step', 1), ('step', 5), ('step', 2), ('return', 3), ('step', 6), ('return', 6)])
+        self.assertEqual(self.front_end.stops[3].argument, 1)
+        self.assertEqual(set(stop.thread for stop in self.front_end.stops),
+                         set([core.get_current_tstate_id()]))
+
+    def test_a_line_is_stepped_over_as_a_whole(self):
+        self.run_program('''\
+for i in range(3): x = i
+y = 2
+''', Resume(records.STEP_OVER_LINE))
+        self.assertEqual(self.front_end.lines, [('step', 1), ('step', 2)])
+
+    def test_a_range_of_lines_is_stepped_over(self):
+        self.run_program('a = 1\nb = 2\nc = 3\nd = 4\n',
+                         Resume(records.STEP_OVER_RANGE, None, 1, 3))
+        self.assertEqual(self.front_end.lines, [('step', 1), ('step', 4)])
+
+    def test_a_stop_knows_the_threads(self):
+        def look(stop):
+            self.seen.append(self.service.threads())
+            return Resume(records.CONTINUE)
+        self.run_program('x = 1\n', look)
+        (only,), = self.seen
+        self.assertEqual((only.id, only.ident, only.name, only.stop),
+                         (core.get_current_tstate_id(), thread.get_ident(), 'MainThread',
+                          self.front_end.stops[0]))
+        self.assert_is(only.frame, self.front_end.stops[0].frame)
+
+    def test_frames_end_where_the_program_begins(self):
+        def look(stop):
+            self.seen.append([frame.f_code.co_name for frame in frames.stack(stop.frame)])
+            return INTO
+        self.run_program('def f():\n    x = 1\nf()\n', look, look, look, look, look)
+        self.assertEqual(self.seen, [['<module>'], ['<module>'], ['<module>', 'f'],
+                                     ['<module>', 'f'], ['<module>']])
+
+    def run_beside(self, ignore):
+        """Runs a program while another thread has asked to stop; returns the threads that did."""
+        self.ready, self.go, self.over = [thread.allocate_lock() for _ in range(3)]
+        for lock in self.ready, self.go, self.over:
+            lock.acquire()
+        sys.go, sys.over = self.go, self.over
+
+        def beside():
+            self.ready.release()
+            self.go.acquire()
+            core.step_into()
+            sys.settrace(core.trace_dispatch)
+            self.step_here()
+            sys.settrace(None)
+            self.over.release()
+        ident = thread.start_new_thread(beside, ())
+        self.ready.acquire()
+        self.front_end = FrontEnd()
+        self.service = service.Service(self.front_end)
+        if ignore:
+            self.service.ignore_thread(ident)
+        runner.run(self.script('import sys\nsys.go.release()\nsys.over.acquire()\n'), [],
+                   self.service)
+        self.service.detach()
+        main = core.get_current_tstate_id()
+        return [stop for stop in self.front_end.stops if stop.thread != main]
+
+    def step_here(self):
+        self.seen.append('stepped')
+
+    def test_an_ignored_thread_does_not_stop(self):
+        self.assertEqual((self.run_beside(True), self.seen), ([], ['stepped']))
+
+    def test_a_thread_that_is_not_ignored_stops(self):
+        stops = self.run_beside(False)
+        self.assertEqual([stop.frame.f_code.co_name for stop in stops], ['beside'])
+        self.assertEqual(self.seen, ['stepped'])
+
+    def test_detaching_ends_the_stops(self):
+        status = self.run_program('a = 1\nb = 2\nimport sys\nsys.exit = None\n', OVER,
+                                  Resume(records.DETACH), OVER)
+        self.assertEqual((status, self.front_end.lines), (0, [('step', 1), ('step', 2)]))
+        self.assertEqual(self.service.attached, False)
+        self.service.ended(records.Outcome(0, None))
+        self.assertEqual(self.front_end.outcomes, [])
+
+    def test_the_end_is_told_to_a_front_end_that_is_attached(self):
+        self.front_end = FrontEnd()
+        self.service = service.Service(self.front_end)
+        runner.run(self.script('x = 1\n'), [], self.service)
+        self.service.ended(records.Outcome(0, None))
+        self.assertEqual(self.front_end.outcomes, [records.Outcome(0, None)])
+        self.assertEqual(self.service.attached, False)
+
+    def test_a_front_end_that_fails_is_detached_and_the_error_shown(self):
+        def fail(stop):
+            raise ValueError('a mistake in the front end')
+        errors = sys.__stderr__
+        written = open(os.path.join(self.folder, 'errors'), 'w')
+        sys.__stderr__ = written
+        try:
+            status = self.run_program('x = 1\ny = 2\n', fail)
+        finally:
+            sys.__stderr__ = errors
+            written.close()
+        self.assertEqual((status, self.front_end.lines), (0, [('step', 1)]))
+        self.assert_in('ValueError: a mistake in the front end\n', open(written.name).read())
+
+    def test_ctrl_c_in_the_front_end_asks_it_again(self):
+        def interrupted(stop):
+            raise KeyboardInterrupt
+        self.run_program('x = 1\ny = 2\n', interrupted, OVER)
+        self.assertEqual(self.front_end.lines, [('step', 1), ('step', 1), ('step', 2)])
+
+    def test_the_recursion_limit_is_the_programs_again_after_a_stop(self):
+        def look(stop):
+            self.seen.append(sys.getrecursionlimit())
+            return OVER
+
+        def change(stop):
+            sys.setrecursionlimit(5000)
+            return OVER
+        limit = sys.getrecursionlimit()
+        self.run_program('''\
+import sys
+limits = [sys.getrecursionlimit()]
+limits.append(sys.getrecursionlimit())
+sys.setrecursionlimit(limits[0])
+''', look, change)
+        self.assertTrue(self.seen[0] > limit)
+        self.assertEqual(sys.getrecursionlimit(), 5000)
+
+    def test_nothing_of_a_stop_is_kept(self):
+        def look(stop):
+            return INTO
+        self.run_program('''\
+class Value(object):
+    pass
+def f():
+    value = Value()
+    kept.append(weakref.ref(value))
+import weakref
+kept = []
+f()
+alive = kept[0]()
+import sys
+sys.kept_alive = alive
+''', *[lambda stop: INTO] * 6)
+        self.front_end.stops[:] = []
+        self.assert_is(sys.kept_alive, None)
