@@ -12,6 +12,9 @@ import unittest
 
 import tmorvik26_vs2012_x64 as core
 
+# The core puts its own in the place of it.
+INTERPRETERS_IMPORT = __import__
+
 INIT_ARGUMENTS = (
     "idle_period", "exception_mode", "install_thread_hooks_cb", "idle_cb", "line_cb", "return_cb",
     "exception_cb", "quit_cb", "import_cb", "default_import", "debug_stream",
@@ -139,7 +142,7 @@ class Server(object):
             "idle_period": 0.0, "exception_mode": 0,
             "install_thread_hooks_cb": self.install_thread_hooks, "idle_cb": self.idle,
             "line_cb": self.line, "return_cb": self.return_, "exception_cb": self.exception,
-            "quit_cb": self.quit, "import_cb": None, "default_import": __import__,
+            "quit_cb": self.quit, "import_cb": None, "default_import": INTERPRETERS_IMPORT,
             "debug_stream": self.stream, "internal_modules_map": {}}
         assert set(changes).issubset(INIT_ARGUMENTS), changes
         arguments.update(changes)
