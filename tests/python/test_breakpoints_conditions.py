@@ -445,6 +445,7 @@ class ReferencesTest(ConditionTestCase):
                 self.set_break(self.path, 3, cond=cond, temporary=1)
             self.run_code(code, act=lambda x: core.clear_breaks(self.path, 2))
             core.get_changed_bps_lists()
+            core.get_new_imports()
             core.clear_all_breaks()
             del self.stops[:], self.changed[:]
             self.server.stream.clear()
