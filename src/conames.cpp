@@ -13,19 +13,12 @@ CodeNameRegistry code_names;
 
 namespace {
 
-constexpr int32_t kCallsPerCollection = 5000;
 constexpr int kCollectionBatch = 100;
 constexpr int kDeepestClass = 10;
 constexpr char kNoFile[] = "<string>";
 constexpr char kTooLong[] = "<filename too long>";
 
 PyObject* as_object(PyCodeObject* code) { return reinterpret_cast<PyObject*>(code); }
-
-uint32_t recent_slot(const PyCodeObject* code) {
-    constexpr unsigned kAlignmentBits = 4;
-    const auto address = reinterpret_cast<uintptr_t>(code) >> kAlignmentBits;
-    return static_cast<uint32_t>(address ^ (address >> 8)) % kRecentNames;
-}
 
 void forget_recent(CodeNameRegistry* registry, const PyCodeObject* code) {
     auto& slot = registry->recent[recent_slot(code)];

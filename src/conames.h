@@ -37,6 +37,23 @@ extern CodeNameRegistry code_names;
 // 0, or -1 when out of memory. The cache becomes the registry's.
 int registry_init(CodeNameRegistry* registry, PathCache* path_cache);
 
+inline constexpr int32_t kCallsPerCollection = 5000;
+
+// The slot of `recent` that a code object's answer goes to.
+inline uint32_t recent_slot(const PyCodeObject* code) {
+    constexpr unsigned kAlignmentBits = 4;
+    const auto address = reinterpret_cast<uintptr_t>(code) >> kAlignmentBits;
+    return static_cast<uint32_t>(address ^ (address >> 8)) % kRecentNames;
+}
+
+// Whether registered_pathname() would answer from `recent` and collect nothing. Follow a yes with
+// count_registry_call().
+inline bool is_recently_registered(const CodeNameRegistry* registry, const PyCodeObject* code) {
+    return registry->recent[recent_slot(code)].code == code &&
+           registry->gc_counter + 1 < kCallsPerCollection;
+}
+inline void count_registry_call(CodeNameRegistry* registry) { ++registry->gc_counter; }
+
 // The full path of a frame's file, its relative name when it has no full one, "<cframe>" for
 // anything but a frame; nullptr when the look-up failed.
 const char* LookupCOPathname(CodeNameRegistry* registry, PyFrameObject* frame);

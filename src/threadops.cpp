@@ -40,10 +40,7 @@ void thread_table_clear(ThreadTable* table) {
     thread_table_init(table);
 }
 
-ThreadData* thread_table_find(ThreadTable* table, PyThreadState* thread) {
-    if (thread == table->last_key && thread != nullptr) {
-        return table->last_record;
-    }
+ThreadData* thread_table_look_up(ThreadTable* table, PyThreadState* thread) {
     HashEntry* const entry = hash_find(&table->records, &thread);
     if (entry == nullptr) {
         return nullptr;

@@ -45,7 +45,11 @@ void thread_table_clear(ThreadTable* table);
 
 // The record of a thread state, or nullptr. Sets no error. The key need not be a live thread
 // state: it is not read.
-ThreadData* thread_table_find(ThreadTable* table, PyThreadState* thread);
+ThreadData* thread_table_look_up(ThreadTable* table, PyThreadState* thread);
+inline ThreadData* thread_table_find(ThreadTable* table, PyThreadState* thread) {
+    return thread == table->last_key && thread != nullptr ? table->last_record
+                                                          : thread_table_look_up(table, thread);
+}
 
 // The calling thread's record, its ident brought up to date, or nullptr. Sets no error.
 ThreadData* thread_table_current(ThreadTable* table);

@@ -7,6 +7,7 @@
 #include "tracercore/exceptions.h"
 #include "tracercore/install.h"
 #include "tracercore/policy.h"
+#include "tracercore/quiet.h"
 #include "tracercore/state.h"
 
 namespace morvik {
@@ -138,6 +139,9 @@ bool serialised_event(PyFrameObject* frame, int event, PyObject* argument) {
 }  // namespace
 
 int c_dispatch(PyObject* /*trace_object*/, PyFrameObject* frame, int event, PyObject* argument) {
+    if (pass_quietly(frame, event, argument)) {
+        return 0;
+    }
     const ErrnoGuard keep_errno;
     const long ident = get_thread_ident();
     if (core.pending_raise_count != 0 && raise_pending_exception()) {

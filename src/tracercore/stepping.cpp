@@ -27,10 +27,17 @@ bool stop_frame_was_left(const ThreadData* record, PyFrameObject* frame) {
     return false;
 }
 
-// Breakpoints at the place of a stop count it, however the thread came to stop.
-void record_stop(PyFrameObject* frame, StopEvent event) { check_breakpoints(frame, event); }
-
 }  // namespace
+
+StepDecision decide_step_request(const ThreadData* record, PyFrameObject* frame) {
+    if (record->stop_frame == Py_None) {
+        return StepDecision::kStopAnywhere;
+    }
+    if (record->stop_frame == as_object(frame) && !in_line_range(record, frame)) {
+        return StepDecision::kStopInFrame;
+    }
+    return stop_frame_was_left(record, frame) ? StepDecision::kStopFrameLeft : StepDecision::kRunOn;
+}
 
 bool stop_here(PyFrameObject* frame, StopEvent event) {
     if (core.import_cb_active != 0) {
@@ -56,26 +63,27 @@ bool stop_here(PyFrameObject* frame, StopEvent event) {
         dprintf(kLogCore, "ERROR: UNEXPECTED thread_data == NULL (while still tracing)!\n");
         return false;
     }
-    if (record->stop_frame == nullptr) {
-        dprintf(kLogCore, "Not stopping here because stop_frame == NULL\n");
-        return false;
+    const StepDecision decision = decide_step(record, frame);
+    if (is_stop(decision)) {
+        check_breakpoints(frame, event);  // they count it, however the thread came to stop
     }
-    if (record->stop_frame == Py_None) {
-        record_stop(frame, event);
-        dprintf(kLogCore, "Stopping here because stop_frame == None\n");
-        return true;
+    switch (decision) {
+        case StepDecision::kRunFreely:
+            dprintf(kLogCore, "Not stopping here because stop_frame == NULL\n");
+            break;
+        case StepDecision::kRunOn:
+            break;
+        case StepDecision::kStopAnywhere:
+            dprintf(kLogCore, "Stopping here because stop_frame == None\n");
+            break;
+        case StepDecision::kStopInFrame:
+            dprintf(kLogCore, "Stopping here because stop_frame == current frame\n");
+            break;
+        case StepDecision::kStopFrameLeft:
+            dprintf(kLogCore, "Stopping because bot_frame is found before the stop frame\n");
+            break;
     }
-    if (record->stop_frame == as_object(frame) && !in_line_range(record, frame)) {
-        record_stop(frame, event);
-        dprintf(kLogCore, "Stopping here because stop_frame == current frame\n");
-        return true;
-    }
-    if (stop_frame_was_left(record, frame)) {
-        record_stop(frame, event);
-        dprintf(kLogCore, "Stopping because bot_frame is found before the stop frame\n");
-        return true;
-    }
-    return false;
+    return is_stop(decision);
 }
 
 void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return_frame,

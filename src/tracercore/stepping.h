@@ -8,6 +8,26 @@
 
 namespace morvik {
 
+// What a thread's step request says of a frame.
+enum class StepDecision {
+    kRunFreely,  // no stop: there is no request
+    kRunOn,      // no stop: not there yet
+    kStopAnywhere,
+    kStopInFrame,    // the stop frame, outside the lines that are stepped over
+    kStopFrameLeft,  // the stop frame is not on the stack any more
+};
+
+inline bool is_stop(StepDecision decision) {
+    return decision != StepDecision::kRunFreely && decision != StepDecision::kRunOn;
+}
+
+// Runs no Python code.
+StepDecision decide_step_request(const ThreadData* record, PyFrameObject* frame);
+inline StepDecision decide_step(const ThreadData* record, PyFrameObject* frame) {
+    return record->stop_frame == nullptr ? StepDecision::kRunFreely
+                                         : decide_step_request(record, frame);
+}
+
 // Whether the calling thread's step request stops it in `frame`. Logs the reason. Sets no error.
 bool stop_here(PyFrameObject* frame, StopEvent event);
 

@@ -1,0 +1,107 @@
+#include "tracercore/quiet.h"
+
+#include "conames.h"
+#include "dprintf.h"
+#include "platform/platform.h"
+#include "tracercore/state.h"
+#include "tracercore/stepping.h"
+
+namespace morvik {
+
+namespace {
+
+enum class Policy { kDebug, kIgnore, kUnknown };
+
+Policy known_policy(const PyThreadState* thread) {
+    if (core.debug_thread_cb == nullptr) {
+        return Policy::kDebug;
+    }
+    const HashEntry* const entry = hash_find(&core.debug_thread_map, &thread->thread_id);
+    if (entry == nullptr) {
+        return Policy::kUnknown;
+    }
+    return hash_get_value(entry) != nullptr ? Policy::kDebug : Policy::kIgnore;
+}
+
+// Whether no idle call is due. Counts the event only then.
+bool idle_is_quiet() {
+    if (core.in_idle != 0 || !(core.idle_period > 0.0F)) {
+        return true;
+    }
+    if (core.idle_event_count < core.idle_check_interval) {
+        ++core.idle_event_count;
+        return true;
+    }
+    if (wall_clock_seconds() >= core.next_idle_time) {
+        return false;
+    }
+    core.idle_event_count = 0;
+    return true;
+}
+
+bool step_is_quiet(const ThreadData* record, PyFrameObject* frame) {
+    return record->sub_lang_hook == nullptr &&
+           (core.import_cb_active != 0 || !is_stop(decide_step(record, frame)));
+}
+
+bool line_is_quiet(const ThreadData* record, PyFrameObject* frame) {
+    return step_is_quiet(record, frame) &&
+           (core.breakpoints.by_line.num_entries == 0 ||
+            bp_first_on_line(&core.breakpoints, frame->f_lineno) == nullptr);
+}
+
+bool return_is_quiet(const ThreadData* record, PyFrameObject* frame, const PyObject* value) {
+    return value != nullptr && core.catch_info.frame_exc_info == nullptr &&
+           record->return_frame != as_object(frame) && record->bot_frame != as_object(frame) &&
+           step_is_quiet(record, frame);
+}
+
+bool call_is_quiet(const ThreadData* record, const PyFrameObject* frame) {
+    return frame->f_locals != frame->f_globals && record->bot_frame != Py_None &&
+           core.sub_languages.registered == 0 && frame->f_trace == nullptr &&
+           is_recently_registered(&code_names, frame->f_code);
+}
+
+bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event,
+                    const PyObject* argument) {
+    switch (event) {
+        case kEventLine:
+            return line_is_quiet(record, frame);
+        case kEventReturn:
+            return return_is_quiet(record, frame, argument);
+        case kEventCall:
+            return call_is_quiet(record, frame);
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
+    if (core.mutex_owner != kNoOwner || core.pending_raise_count != 0 || core.tracing == 0 ||
+        dprintf_file != nullptr || !is_frame(frame)) {
+        return false;
+    }
+    PyThreadState* const thread = current_thread_state();
+    const Policy policy = known_policy(thread);
+    if (policy != Policy::kDebug) {
+        return policy == Policy::kIgnore;
+    }
+    const ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (record == nullptr || record->frames_hooked == 0 || record->trace_installed == 0 ||
+        !event_is_quiet(record, frame, event, argument) || !idle_is_quiet()) {
+        return false;
+    }
+    ++core.event_count;
+    if (event == kEventCall) {
+        count_registry_call(&code_names);
+        if (thread->c_traceobj == core.trace_dispatch) {
+            Py_INCREF(core.trace_dispatch);
+            frame->f_trace = core.trace_dispatch;
+        }
+    }
+    return true;
+}
+
+}  // namespace morvik

@@ -1,0 +1,19 @@
+// The short way through the native trace function, for events at which nothing is due: nearly all
+// of them. It does what the long way (dispatch.cpp) would leave behind, without taking the mutex
+// and without noting the frame: while the interpreter lock is held and no Python code runs, nobody
+// could see either.
+#ifndef MORVIK_TRACERCORE_QUIET_H
+#define MORVIK_TRACERCORE_QUIET_H
+
+#include "host/python.h"
+
+namespace morvik {
+
+// True when the event is done with. False, with nothing changed, when the long way must be gone:
+// always while a diagnostic stream is set, since that way logs. Runs no Python code, allocates
+// nothing, makes no system call, keeps errno.
+bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument);
+
+}  // namespace morvik
+
+#endif
