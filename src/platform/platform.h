@@ -12,6 +12,10 @@ namespace morvik {
 // Wall-clock time in whole seconds since the epoch.
 int64_t wall_clock_seconds();
 
+// Has a function called in every child that the process forks, before anything else of the child
+// runs. Once per function.
+void call_in_forked_child(void (*function)());
+
 // Address of a symbol that the running interpreter exports, or nullptr. `anchor` is any address
 // inside the interpreter's library. `recorded_handle` answers the interpreter's own record of its
 // library handle, or nullptr; it is asked only where the platform cannot find a library by an

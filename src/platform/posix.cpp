@@ -1,6 +1,7 @@
 #include <dlfcn.h>
 #include <limits.h>
 #include <poll.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <stdio_ext.h>
 #include <strings.h>
@@ -160,6 +161,8 @@ bool fill_buffer(FILE* stream) {
 }  // namespace
 
 int64_t wall_clock_seconds() { return static_cast<int64_t>(time(nullptr)); }
+
+void call_in_forked_child(void (*function)()) { pthread_atfork(nullptr, nullptr, function); }
 
 void* interpreter_symbol(const char* name, const void* /*anchor*/,
                          void* (* /*recorded_handle*/)()) {

@@ -192,6 +192,10 @@ StreamWait wait_for_reader(DWORD milliseconds) {
 
 }  // namespace
 
+void call_in_forked_child(void (* /*function*/)()) {
+    // Processes do not fork here.
+}
+
 int64_t wall_clock_seconds() { return _time64(nullptr); }
 
 void* interpreter_symbol(const char* name, const void* anchor, void* (*recorded_handle)()) {

@@ -3,6 +3,7 @@
 #include "bpops/matching.h"
 #include "dprintf.h"
 #include "host/ref.h"
+#include "platform/platform.h"
 #include "tracercore/imports.h"
 #include "tracercore/install.h"
 
@@ -47,6 +48,15 @@ bool make_mutex() {
         PyErr_SetString(PyExc_MemoryError, "Out of memory");
     }
     return core.mutex != nullptr;
+}
+
+// A mutex that another thread holds, or is about to hold, would never be given back here, where
+// that thread is not.
+void renew_mutex_in_child() {
+    if (core.mutex_owner != get_thread_ident()) {
+        core.mutex = dbg_lock_new();
+        core.mutex_owner = kNoOwner;
+    }
 }
 
 // Fetches an attribute into an owning slot; a missing one leaves it empty.
@@ -132,6 +142,9 @@ int core_init(const CoreSettings& settings) {
     core.event_count = 0;
     core.import_hook_calls = 0;
     core.pending_raise_count = 0;
+    if (!core.initialised) {
+        call_in_forked_child(renew_mutex_in_child);
+    }
     core.initialised = true;
     install_import_hook();
     return 1;
