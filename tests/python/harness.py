@@ -4,6 +4,7 @@ import functools
 import operator
 import os
 import shutil
+import subprocess
 import tempfile
 import thread
 import threading
@@ -25,6 +26,20 @@ def launcher():
     """The program to start for another process of this host."""
     # sys.executable is the interpreter that the launcher stands for.
     return os.environ.get("MORVIK_PYTHON_EXE") or os.readlink("/proc/self/exe")
+
+
+def run_host(*arguments):
+    """Runs another process of this host, with this harness; (status, standard error)."""
+    environment = dict(os.environ)
+    environment.pop("PYTHONUNBUFFERED", None)
+    environment["PYTHONPATH"] = os.pathsep.join(
+        [os.path.dirname(os.path.abspath(__file__)), environment.get("PYTHONPATH", "")])
+    process = subprocess.Popen((launcher(),) + arguments, stdin=open(os.devnull),
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment)
+    errors = process.communicate()[1]
+    # A debug build says one thing more as it ends.
+    lines = [line for line in errors.splitlines(True) if not line.endswith(" refs]\n")]
+    return process.returncode, "".join(lines)
 
 
 class Skipped(Exception):
