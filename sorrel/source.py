@@ -1,18 +1,17 @@
 """File names and source lines of frames."""
 
 import linecache
-import os
 
-# Frames keep the name that a program was started with, which a change of folder makes invalid.
-_START_FOLDER = os.getcwd()
+import tmorvik26_vs2012_x64 as core
 
 
 def file_name(frame):
-    """The full name of the frame's file; names such as "<string>" stay as they are."""
+    """The full name of the frame's file; names such as "<stdin>" stay as they are."""
     name = frame.f_code.co_filename
     if name.startswith('<') and name.endswith('>'):
+        # The core goes by the module's file here, whose lines are not these.
         return name
-    return os.path.normpath(os.path.join(_START_FOLDER, name))
+    return core.get_frame_file(frame)
 
 
 def place(frame):

@@ -12,6 +12,10 @@ from sorrel import frames
 class _ThreadMain(object):
     """Stands in place of a thread's function and calls it."""
 
+    # Kept here: when a thread ends last, the interpreter has emptied the modules.
+    _settrace = sys.settrace
+    _thread_exiting = core.thread_exiting
+
     def __init__(self, function, trace):
         self._function = function
         self._trace = trace
@@ -20,20 +24,20 @@ class _ThreadMain(object):
         return repr(self._function)
 
     def __call__(self, *args, **kwargs):
-        # Taken now: when the thread ends, the interpreter may have emptied the modules.
-        settrace, thread_exiting = sys.settrace, core.thread_exiting
         try:
             if self._trace is not None:
-                settrace(self._trace)
+                self._settrace(self._trace)
             self._function(*args, **kwargs)
         except SystemExit:
             raise
         except:
+            if sys is None:
+                raise  # For the interpreter, which is ending.
             self._report(*sys.exc_info())
         finally:
             # In this order: one more event would give the thread a new record.
-            settrace(None)
-            thread_exiting()
+            self._settrace(None)
+            self._thread_exiting()
 
     def _report(self, type, value, traceback):
         # As the interpreter does it, but without this frame.

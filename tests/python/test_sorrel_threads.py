@@ -115,22 +115,18 @@ over.acquire()
         answers = self.stops('''\
 import thread, time
 import tmorvik26_vs2012_x64 as core
+ran = []
 for i in range(20):
-    thread.start_new_thread(lambda: None, ())
-while thread._count() > 0:
+    thread.start_new_thread(ran.append, (i,))
+    thread.start_new_thread(lambda i: ran.append(i), (i,))
+deadline = time.time() + 20
+while (len(ran) < 40 or len(core.get_threads()) > 1) and time.time() < deadline:
     time.sleep(0.01)
 core.step_into()
 x = 1
-''' if hasattr(__import__('thread'), '_count') else '''\
-import thread, time
-import tmorvik26_vs2012_x64 as core
-for i in range(20):
-    thread.start_new_thread(lambda: None, ())
-time.sleep(0.5)
-core.step_into()
-x = 1
-''', ['c', 'threads', 'c'])
-        self.assertEqual(answers[1].count('\n'), 1, answers[1])
+''', ['c', 'p len(ran)', 'threads', 'c'])
+        self.assertEqual(answers[1], '40\n')
+        self.assertEqual(answers[2].count('\n'), 1, answers[2])
 
     def test_while_one_thread_is_stopped_the_others_wait(self):
         answers = self.stops('''\
@@ -144,21 +140,21 @@ def tick():
     while going:
         count += 1
 
-def stop_twice():
+def stop():
     core.step_into()
-    first = count
-    return first
+    return count
 
 ticker = threading.Thread(target=tick)
 ticker.start()
-stopper = threading.Thread(target=stop_twice)
+stopper = threading.Thread(target=stop)
 stopper.start()
 stopper.join()
 going = False
 ticker.join()
-''', ['c', 'n', 'p __import__("time").sleep(0.2), count - first in (0, 1)', 'c'])
-        self.assert_in('return first\n', answers[1])
-        self.assertEqual(answers[2], '(None, True)\n')
+''', ['c', 'p -(count - (__import__("time").sleep(0.3) or count))', 'c'])
+        self.assert_in('return count\n', answers[0])
+        # The line that the other thread was in when this one stopped may still be counted.
+        self.assert_in(answers[1], ['0\n', '1\n'])
 
     def test_an_exception_that_ends_a_thread_is_shown_without_the_server(self):
         out, err, status = self.debug('''\
