@@ -49,3 +49,5 @@ foreach(scenario ${scenarios})
     get_filename_component(name ${scenario} NAME_WE)
     add_host_test(python/${name} COMMAND morvik-python tests/python/runner.py ${scenario})
 endforeach()
+
+include(cmake/event_cost.cmake)
