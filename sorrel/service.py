@@ -92,7 +92,7 @@ class Service(object):
 
     def quit(self):
         """Ends the process at once, whatever the program's threads are doing."""
-        for stream in (sys.stdout, sys.stderr):
+        for stream in (sys.stdout, sys.stderr, sys.__stdout__):
             try:
                 stream.flush()
             except Exception:
@@ -151,6 +151,7 @@ class Service(object):
         for caller in frames.callers(frame):
             if frames.is_program(caller):
                 return  # The program is being interrupted, and goes on to its own next line.
+        self._awaited.pop(core.get_current_tstate_id(), None)
         core.continue_run()
 
     def _ask(self, stop):
