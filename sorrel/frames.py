@@ -27,9 +27,9 @@ def learn_own_modules():
 
 def own_files():
     """The server's source files, as the keys of a dict."""
-    folder = os.path.dirname(os.path.abspath(__file__))
+    top = os.path.dirname(os.path.abspath(__file__))
     return dict((os.path.join(folder, name), True)
-                for name in os.listdir(folder) if name.endswith('.py'))
+                for folder, _, names in os.walk(top) for name in names if name.endswith('.py'))
 
 
 def is_own(frame):

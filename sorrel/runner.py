@@ -4,6 +4,7 @@ import __builtin__
 import atexit
 import imp
 import os
+import pkgutil
 import sys
 import traceback
 
@@ -18,21 +19,27 @@ class CannotRead(Exception):
     """The program's file cannot be read; the text says why, in one line."""
 
 
-def run(path, args, service):
-    """Runs the program at `path` under the service; returns its exit status.
+def run(program, args, service, is_module=False, attached=True):
+    """Runs the program, a path or the name of a module; returns its exit status.
 
     SystemExit passes through: what its code means is the interpreter's to say. The service is
     told the outcome after the program's threads and exit functions have ended.
     """
-    _check_readable(path)
+    if is_module:
+        # The current folder is where the interpreter looks for modules to run.
+        sys.path[0] = ''
+        path, code = _module(program)
+    else:
+        path, code = program, None
+        _check_readable(path)
+        # The script's folder, where the interpreter would have put it.
+        sys.path[0] = os.path.dirname(os.path.realpath(path))
     sys.argv[:] = [path] + args
-    # The script's folder, where the interpreter would have put it.
-    sys.path[0] = os.path.dirname(os.path.realpath(path))
     outcome = []
     # Exit functions run last in, first out.
     atexit.register(_finish, service, outcome)
     try:
-        service.run(path, _new_main(path))
+        service.run(path, _new_main(path), code, attached)
     except SystemExit as end:
         outcome.append(Outcome(_status(end.code), None))
         raise
@@ -49,6 +56,22 @@ def _check_readable(path):
         open(path).close()
     except IOError as error:
         raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
+
+
+def _module(name):
+    """The path and the code of a module, as the interpreter's option -m finds them."""
+    try:
+        loader = pkgutil.get_loader(name)
+        if loader is not None and loader.is_package(name):
+            name += '.__main__'
+            loader = pkgutil.get_loader(name)
+    except ImportError as error:
+        raise CannotRead(str(error))
+    code = loader and loader.get_code(name)
+    if not code:
+        raise CannotRead('No module named ' + name)
+    get_filename = getattr(loader, 'get_filename', None) or loader._get_filename
+    return get_filename(name), code
 
 
 def _new_main(path):

@@ -2,7 +2,8 @@
 
 It owns the core's callbacks and knows which threads are stopped. A front end has one method,
 `stopped(stop)`, called in the thread that stopped; the Resume that it returns is carried out in
-that thread. While it runs, the thread holds the core's mutex, and nothing that it does is traced.
+that thread, and None lets it go on as before the stop. While it runs, the thread holds the core's
+mutex, and nothing that it does is traced.
 A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
 """
 
@@ -14,7 +15,7 @@ import traceback
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import frames, threadhooks
+from sorrel import everythread, frames, threadhooks
 from sorrel.interrupts import Interrupts
 from sorrel.records import (
     DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_OUT, STEP_OVER_RANGE, STEPPED, Stop,
@@ -22,6 +23,7 @@ from sorrel.records import (
 
 _NEVER_STOP_ON_EXCEPTIONS = 0
 _IDLE_PERIOD = 1.0
+_ANY_THREAD = object()
 # What a front end may need where the program has used up its own.
 _STACK_ROOM = 100
 
@@ -29,7 +31,7 @@ _STACK_ROOM = 100
 class Service(object):
     """One for the life of a process, made in its main thread."""
 
-    def __init__(self, front_end):
+    def __init__(self, front_end, catch_ctrl_c=True):
         self._front_end = front_end
         self._process = os.getpid()
         self._ignored = set()
@@ -38,8 +40,10 @@ class Service(object):
         self._awaited = {}
         # The program's namespace until its code has begun to run.
         self._entering = None
-        self._interrupts = Interrupts(self._interrupt)
-        self._interrupted = False
+        self._interrupts = Interrupts(self._interrupt) if catch_ctrl_c else None
+        # Threads that were told to stop wherever they are, and the one that is still to be told.
+        self._interrupted = set()
+        self._to_interrupt = None
         self.attached = False
         frames.learn_own_modules()
         core.init(_IDLE_PERIOD, _NEVER_STOP_ON_EXCEPTIONS, self._hook_threads, self._on_idle,
@@ -49,17 +53,25 @@ class Service(object):
 
     # For whoever runs the program.
 
-    def run(self, path, namespace):
-        """Executes the file at `path` in the namespace, which stops at its first line."""
+    def run(self, path, namespace, code=None, attached=True):
+        """Executes the code, or else the file at `path`, in the namespace.
+
+        If attached, it stops at its first line.
+        """
         frames.set_entry(sys._getframe())
-        self._entering = namespace
-        self._interrupts.install()
-        self.attached = True
-        core.start_trace()
-        core.step_into()
+        if attached:
+            self._entering = namespace
+            if self._interrupts is not None:
+                self._interrupts.install()
+            self.attached = True
+            core.start_trace()
+            core.step_into()
         try:
-            # Reads the file as the interpreter reads a script, errors included.
-            execfile(path, namespace)
+            if code is not None:
+                exec code in namespace
+            else:
+                # Reads the file as the interpreter reads a script, errors included.
+                execfile(path, namespace)
         finally:
             if self.attached:
                 # What is left on this thread is not the program's.
@@ -83,12 +95,29 @@ class Service(object):
         running = sys._current_frames()
         return [self._thread(id, running) for id in sorted(core.get_threads())]
 
+    def attach(self):
+        """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
+        self.attached = True
+        core.set_debug_thread_cb(self._debugs_thread)
+        core.start_trace()
+        everythread.trace()
+        # The calling thread is none of the program's.
+        sys.settrace(None)
+
     def detach(self):
-        """The program runs on at full speed."""
+        """The program runs on at full speed, and the core forgets what it was told."""
         if self.attached:
             self.attached = False
-            core.stop_trace()
-            self._interrupts.remove()
+            core.reset()
+            self._awaited.clear()
+            self._interrupted.clear()
+            self._to_interrupt = None
+            if self._interrupts is not None:
+                self._interrupts.remove()
+
+    def pause(self, id=_ANY_THREAD):
+        """Stops this thread, by default the next one that runs Python code: within a second."""
+        self._to_interrupt = id
 
     def quit(self):
         """Ends the process at once, whatever the program's threads are doing."""
@@ -111,7 +140,9 @@ class Service(object):
         self._stopped(frame, RAISED, error, changed_bps)
 
     def _on_idle(self):
-        """Nothing is waiting to be done between stops."""
+        if self._to_interrupt is not None and not self._interrupt_here():
+            # Each thread is asked for at its next event.
+            core.set_debug_thread_cb(self._debugs_thread)
 
     def _on_quit(self):
         """The runner sees the end of the program by itself."""
@@ -123,7 +154,20 @@ class Service(object):
             threadhooks.remove()
 
     def _debugs_thread(self, ident):
-        return 0 if ident in self._ignored else 1
+        if ident in self._ignored:
+            return 0
+        self._interrupt_here()
+        return 1
+
+    def _interrupt_here(self):
+        """Whether it is the calling thread that was to be stopped."""
+        id = core.get_current_tstate_id()
+        if self._to_interrupt is None or self._to_interrupt not in (_ANY_THREAD, id):
+            return False
+        self._to_interrupt = None
+        self._interrupted.add(id)
+        core.stop()
+        return True
 
     # Stops.
 
@@ -136,8 +180,8 @@ class Service(object):
         elif self._entering is None or self._entering is frame.f_globals:
             self._entering = None
             id = core.get_current_tstate_id()
-            if self._interrupted and id == self._main_thread:
-                self._interrupted = False
+            if id in self._interrupted:
+                self._interrupted.discard(id)
                 if reason == STEPPED:
                     reason = INTERRUPTED
             stop = Stop(id, frame, reason, argument, changed_bps)
@@ -148,6 +192,8 @@ class Service(object):
         """A step request has met code that is not the program's."""
         if frames.is_entry(frame):
             return  # On its way into the program or out of it.
+        if core.get_current_tstate_id() in self._interrupted:
+            return  # It is to stop in the program.
         for caller in frames.callers(frame):
             if frames.is_program(caller):
                 return  # The program is being interrupted, and goes on to its own next line.
@@ -173,6 +219,8 @@ class Service(object):
                 sys.setrecursionlimit(limit)
 
     def _resume(self, stop, resume):
+        if resume is None:
+            return
         if resume.action == DETACH:
             self.detach()
         elif resume.action == QUIT:
@@ -215,10 +263,10 @@ class Service(object):
 
     def _interrupt(self):
         """Ctrl-C, in the main thread."""
-        if self._main_thread in self._stops or self._interrupted:
+        if self._main_thread in self._stops or self._main_thread in self._interrupted:
             # It is for the front end, or the program has not got to a line since the last one.
             raise KeyboardInterrupt
-        self._interrupted = True
+        self._interrupted.add(self._main_thread)
         core.stop()
 
     # Threads.
