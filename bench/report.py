@@ -4,10 +4,7 @@ import json
 import platform
 import sys
 
-from bench import variants
-
-NAMES = [variant.__name__ for variant in variants.ALL]
-WIDTH = max(len(name) for name in NAMES) + 2
+from bench import programs, variants
 
 
 def host():
@@ -18,28 +15,34 @@ def host():
             "platform": platform.platform()}
 
 
-def row(first, second, others):
-    return "%-10s%9s" % (first, second) + "".join(other.rjust(WIDTH) for other in others)
-
-
 def heading(rounds):
     about = host()
-    return "CPython %s %s, median of %d rounds; the time of %s is 1\n\n%s" % (
-        about["version"], about["flavour"], rounds, variants.YARDSTICK.__name__,
-        row("program", "events", NAMES))
+    return "CPython %s %s, medians of %d rounds; the time under %s is 1" % (
+        about["version"], about["flavour"], rounds, variants.YARDSTICK.__name__)
 
 
-def figures(program, result):
-    return row(program, str(sum(result["events"].values())),
-               ["%.2f" % result["variants"][name]["ratio"] for name in NAMES])
+def row(title, cells):
+    return "%-28s" % title + "".join("%10s" % cell for cell in cells)
+
+
+def table(results):
+    names = [programs.name(program) for program in programs.ALL
+             if programs.name(program) in results]
+    rows = [row("", names)]
+    for variant in [function.__name__ for function in variants.ALL]:
+        rows.append(row(variant, ["%.2f" % results[name]["variants"][variant]["ratio"]
+                                  for name in names]))
+    rows.append(row("(events traced)", [sum(results[name]["events"].values())
+                                        for name in names]))
+    return "\n".join(rows)
 
 
 def verdict(target):
     word = "missed"
     if target["met"]:
         word = "met"
-    return "target %s: %s under %s takes %.2f times as long as under %s, at most %.2f" % (
-        word, target["program"], target["variant"], target["ratio"], target["against"],
+    return "%s: %s, %s against %s: %.2f, at most %.2f" % (
+        word, target["program"], target["variant"], target["against"], target["ratio"],
         target["limit"])
 
 

@@ -37,8 +37,9 @@ def read_options():
 def main():
     options, wanted = read_options()
     gc.disable()
-    results = {}
     print(report.heading(options.rounds))
+    sys.stdout.flush()
+    results = {}
     for program in programs.ALL:
         name = programs.name(program)
         if name in wanted:
@@ -46,10 +47,8 @@ def main():
             if options.quick:
                 times = max(1, times // QUICK_DIVISOR)
             results[name] = measure.measure(program, times, options.rounds)
-            print(report.figures(name, results[name]))
-            sys.stdout.flush()
     verdicts = targets.judge(results)
-    print("")
+    print("\n%s\n" % report.table(results))
     for target in verdicts:
         print(report.verdict(target))
     if options.json:

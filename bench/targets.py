@@ -4,6 +4,10 @@
 TARGETS = [
     ("lines", "core", "counting", 1.5),
     ("calls", "core", "counting", 1.6),
+    ("lines", "core_breakpoints_elsewhere", "counting", 1.5),
+    ("lines", "core_breakpoints_nearby", "counting", 1.5),
+    ("lines", "core_condition", "bdb_condition", 0.2),
+    ("raises", "core_unhandled", "counting", 1.6),
 ]
 
 

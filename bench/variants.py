@@ -1,6 +1,12 @@
 """What the programs run under: context managers, each given the program's module."""
 
 import bdb as standard_library
+import linecache
+import optparse
+import os
+import re
+import sre_compile
+import sre_parse
 import sys
 from __builtin__ import __import__ as builtin_import
 from contextlib import contextmanager
@@ -25,21 +31,93 @@ def counting(program):
 
 
 def ignore(*arguments):
-    """All the callbacks of a server with nothing to do."""
+    """What a server does that has nothing to do."""
 
 
-morvik.init(1.0, 0, ignore, ignore, ignore, ignore, ignore, ignore, None, builtin_import, None, {})
+def step_on(frame, changed_breakpoints):
+    morvik.step_over()
+
+
+morvik.init(1.0, 0, ignore, ignore, step_on, ignore, ignore, ignore, None, builtin_import, None,
+            {})
 
 
 @contextmanager
 def core(program):
-    """The core, told to run freely and never to stop at exceptions."""
+    """Running freely, never stopping at exceptions."""
     morvik.start_trace()
     morvik.continue_run()
     try:
         yield
     finally:
-        morvik.stop_trace()
+        morvik.reset()
+
+
+@contextmanager
+def core_policy(program):
+    """The same with a thread policy, as of a server that keeps its own threads out."""
+    with core(program):
+        morvik.set_debug_thread_cb(lambda ident: 1)
+        yield
+
+
+@contextmanager
+def core_stepping_over(program):
+    """Stepping over the call of the program."""
+    with core(program):
+        morvik.stop()
+        yield
+
+
+def first_line(function):
+    """The place of a function's first line: a file and a line number."""
+    code = function.func_code
+    return os.path.abspath(code.co_filename), code.co_firstlineno + 1
+
+
+def set_break(path, line, condition=None):
+    morvik.set_break(path, line, 1, 0, condition, 0)
+
+
+@contextmanager
+def core_breakpoints_elsewhere(program):
+    """A breakpoint on every line number up to 1000, spread over other files."""
+    modules = [standard_library, linecache, optparse, os, re, sre_compile, sre_parse]
+    with core(program):
+        for line in range(1, 1001):
+            path, _ = os.path.splitext(modules[line % len(modules)].__file__)
+            set_break(path + ".py", line)
+        yield
+
+
+@contextmanager
+def core_breakpoints_nearby(program):
+    """100 breakpoints on lines of the program's own file that never run."""
+    path, _ = first_line(program.quiet)
+    with core(program):
+        for line in range(1001, 1101):
+            set_break(path, line)
+        yield
+
+
+@contextmanager
+def core_condition(program):
+    """A breakpoint with a false condition on a line that runs again and again."""
+    path, line = first_line(program.hot)
+    with core(program):
+        set_break(path, line, "0")
+        yield
+
+
+@contextmanager
+def core_unhandled(program):
+    """To stop at exceptions that nothing will catch."""
+    with core(program):
+        morvik.set_exception_mode(2)
+        try:
+            yield
+        finally:
+            morvik.set_exception_mode(0)
 
 
 class ContinuingBdb(standard_library.Bdb):
@@ -49,11 +127,11 @@ class ContinuingBdb(standard_library.Bdb):
 
 
 @contextmanager
-def bdb_with_breakpoint_in(function):
+def bdb_with_breakpoint(function, condition=None):
     # Without any breakpoint bdb stops tracing when it is told to continue.
     debugger = ContinuingBdb()
-    code = function.func_code
-    complaint = debugger.set_break(code.co_filename, code.co_firstlineno + 1)
+    path, line = first_line(function)
+    complaint = debugger.set_break(path, line, cond=condition)
     if complaint:
         raise ValueError(complaint)
     debugger.reset()
@@ -62,22 +140,29 @@ def bdb_with_breakpoint_in(function):
         yield
     finally:
         sys.settrace(None)
+        debugger.clear_all_breaks()
 
 
 def bdb(program):
-    """Told to continue, with a breakpoint in a function of the same file that never runs."""
-    return bdb_with_breakpoint_in(program.quiet)
+    """Told to continue, with a breakpoint in a function of the program's file that never runs."""
+    return bdb_with_breakpoint(program.quiet)
 
 
 def bdb_elsewhere(program):
     """The same with the breakpoint in another file: bdb then sees the calls but no lines."""
-    return bdb_with_breakpoint_in(contextmanager)
+    return bdb_with_breakpoint(contextmanager)
 
 
-ALL = [untraced, counting, core, bdb, bdb_elsewhere]
+def bdb_condition(program):
+    """As core_condition."""
+    return bdb_with_breakpoint(program.hot, "0")
+
+
+ALL = [untraced, counting, core, core_policy, core_stepping_over, core_breakpoints_elsewhere,
+       core_breakpoints_nearby, core_condition, core_unhandled, bdb, bdb_elsewhere, bdb_condition]
 
 # Those that get a tenth of the work to do.
-SLOW = [bdb, bdb_elsewhere]
+SLOW = [bdb, bdb_elsewhere, bdb_condition]
 
 # The one that the others are compared with.
 YARDSTICK = counting

@@ -1,13 +1,13 @@
 """The programs that are measured, each a module of its own.
 
 It has run(times), whose work is in proportion to times; TIMES, which takes a hundredth of a
-second or so under the trace function that only counts; and quiet, a function of the file that
-is measured, never called.
+second or so under the trace function that only counts; hot, a function whose first line runs
+again and again; and quiet, a function of the same file that never runs.
 """
 
-from bench.programs import calls, lines, pystone
+from bench.programs import calls, lines, pystone, raises
 
-ALL = [lines, calls, pystone]
+ALL = [lines, calls, raises, pystone]
 
 
 def name(program):

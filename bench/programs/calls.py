@@ -16,3 +16,6 @@ def fibonacci(number):
 
 def quiet():
     return 0
+
+
+hot = fibonacci

@@ -4,18 +4,19 @@ TIMES = 20000
 
 
 def run(times):
-    total = 0
     for number in xrange(times):
         low = number & 7
         high = number >> 3
         both = low + high
-        total = total + both
+        total = both + number
         low = high
         high = both
         both = low - high
         total = total + both
-    return total
 
 
 def quiet():
     return 0
+
+
+hot = run

@@ -3,6 +3,7 @@
 from test import pystone
 
 TIMES = 1000
+hot = pystone.Proc7
 quiet = pystone.main
 
 
