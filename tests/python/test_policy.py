@@ -38,8 +38,12 @@ class ThreadPolicyTest(harness.CoreTestCase):
 
     def test_answer_0_ignores_the_thread(self):
         self.assertEqual(self.stops_with_answer(0), [])
-        self.assert_in("ignore thread by policy\n", self.server.stream.messages)
         self.assertEqual(self.server.stream.starting("in dispatch_line"), [])
+
+    def test_event_of_an_ignored_thread_is_logged(self):
+        self.server.quiet = False
+        self.stops_with_answer(0)
+        self.assert_in("ignore thread by policy\n", self.server.stream.messages)
 
     def test_answer_1_debugs_the_thread(self):
         self.assertEqual(self.stops_with_answer(1), STOPPED_AT_ONCE)
@@ -56,16 +60,14 @@ class ThreadPolicyTest(harness.CoreTestCase):
 
     def test_failing_callback_debugs_the_thread(self):
         self.assertEqual(self.stops_with_answer(ValueError("policy")), STOPPED_AT_ONCE)
-        self.assertEqual(
-            self.server.stream.count("ignoring failure to call debug_thread_cb"), 1)
+        self.assert_logged("ignoring failure to call debug_thread_cb", 1)
 
     def test_answer_that_is_no_number_is_a_failure(self):
         for answer in (None, "no", [], object()):
             del self.server.stops[:]
             self.server.stream.clear()
             self.assertEqual(self.stops_with_answer(answer), STOPPED_AT_ONCE)
-            self.assertEqual(
-                self.server.stream.count("ignoring failure to call debug_thread_cb"), 1)
+            self.assert_logged("ignoring failure to call debug_thread_cb", 1)
 
     def test_failure_of_the_callback_is_not_seen_by_the_program(self):
         def policy(ident):
@@ -246,7 +248,7 @@ end = time.time()
         self.init(idle_period=1.0, idle_cb=idle)
         self.events(20)
         self.assertEqual(calls, [()])
-        self.assertEqual(self.server.stream.count("IDLE STOPPED TRACER\n"), 0)
+        self.assert_logged("IDLE STOPPED TRACER\n", 0)
 
     def test_failing_idle_callback_is_ignored(self):
         calls = []
@@ -265,7 +267,7 @@ end = time.time()
         self.server.requests = ["step_over"] * 100
         variables = self.server.run(self.script("x = 1\n" * 12 + "import sys\n"
                                                 "after = sys.gettrace()\n"))
-        self.assertEqual(self.server.stream.count("IDLE STOPPED TRACER\n"), 1)
+        self.assert_logged("IDLE STOPPED TRACER\n", 1)
         # The event that called it stopped nowhere.
         self.assertEqual(1 <= len(self.server.stops) <= 10, True)
         self.assertEqual(variables["after"], None)
@@ -287,7 +289,7 @@ end = time.time()
         self.init(idle_period=1.0, idle_cb=idle)
         self.events(20)
         self.assertEqual(calls, [1])
-        self.assertEqual(self.server.stream.count("recursive c_dispatch\n"), 50)
+        self.assert_logged("recursive c_dispatch\n", 50)
 
 
 class QuitTest(harness.CoreTestCase):
@@ -381,3 +383,15 @@ class QuitTest(harness.CoreTestCase):
         self.assertEqual(self.server.stops, ["line bottom 2", "return bottom 2 -> 1"])
         # Only the first function did.
         self.assertEqual(self.server.quit_calls, 1)
+
+
+class QuietThreadPolicyTest(ThreadPolicyTest):
+    quiet = True
+
+
+class QuietIdleTest(IdleTest):
+    quiet = True
+
+
+class QuietQuitTest(QuitTest):
+    quiet = True

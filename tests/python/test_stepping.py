@@ -1,6 +1,7 @@
 """Where step requests stop, in real programs."""
 
 import functools
+import random
 import sys
 
 import harness
@@ -193,14 +194,6 @@ class StepOverTest(harness.CoreTestCase):
             "line use 7", "line use 6", "line use 7", "line use 6", "line use 8",
             "return use 8 -> 2", "return <module> 10 -> None"])
 
-    def test_step_over_logs_why_it_stops(self):
-        self.debug(NESTED, *(TO_OUTER + ["step_over"] * 4))
-        self.assertEqual(self.server.stops[-1], "line <module> 10")
-        self.assertEqual(self.server.stream.among(*STOPPED)[-4:], [
-            "Stopping here because stop_frame == current frame\n"] * 3 + [
-            "Stopping because bot_frame is found before the stop frame\n"])
-
-
 class StepOverLinesTest(harness.CoreTestCase):
 
     def test_step_over_line_leaves_the_loop_of_one_line(self):
@@ -298,31 +291,6 @@ class StepOutTest(harness.CoreTestCase):
         self.assertEqual(self.debug(RAISING, *requests)[5:], [
             "line fail 2", "return fail 3 -> None", "line careful 8"])
 
-    def test_stop_at_the_return_frame_does_not_ask_the_stop_decision(self):
-        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out), [])
-
-    def test_stop_leaves_the_return_frame_of_an_earlier_step_out(self):
-        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out, core.stop), [])
-
-    def test_step_into_forgets_the_return_frame_of_an_earlier_step_out(self):
-        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out, core.step_into),
-                         ["Stopping here because stop_frame == None\n"])
-
-    def reasons_at_the_return_of_inner(self, *requests):
-        """What the stop decision logs between the line of inner() and its return."""
-        def request_all(frame):
-            for request in requests:
-                request()
-            self.server.stream.clear()
-
-        def remember(frame):
-            reasons.extend(self.server.stream.among(*STOPPED))
-            core.continue_run()
-        reasons = []
-        self.debug(NESTED, *(TO_INNER + [request_all, remember]))
-        self.assertEqual(self.server.stops[4:], ["line inner 2", "return inner 2 -> 2"])
-        return reasons
-
     def test_step_out_of_the_outermost_frame_stops_at_the_next_event_anywhere(self):
         def step_out(frame):
             self.outermost = frame.f_back is None
@@ -348,11 +316,6 @@ class ContinueAndStopTest(harness.CoreTestCase):
 
     def test_continue_run_stops_nowhere(self):
         self.assertEqual(self.debug(NESTED, "continue_run"), ["line <module> 1"])
-
-    def test_continue_run_logs_that_it_does_not_stop(self):
-        self.debug(THREE_LINES, "continue_run")
-        self.assert_in("Not stopping here because stop_frame == NULL\n",
-                       self.server.stream.messages)
 
     def test_stop_stops_at_the_next_line_in_any_frame(self):
         self.assertEqual(self.debug(NESTED, "step_over", "step_over", "stop", "stop"), [
@@ -385,6 +348,43 @@ class StopDecisionTest(harness.CoreTestCase):
         for changed in self.server.changed_bps:
             self.assertEqual(changed, ([], []))
             self.assertEqual(type(changed), tuple)
+
+    def test_step_over_logs_why_it_stops(self):
+        self.debug(NESTED, *(TO_OUTER + ["step_over"] * 4))
+        self.assertEqual(self.server.stops[-1], "line <module> 10")
+        self.assertEqual(self.server.stream.among(*STOPPED)[-4:], [
+            "Stopping here because stop_frame == current frame\n"] * 3 + [
+            "Stopping because bot_frame is found before the stop frame\n"])
+
+    def test_continue_run_logs_that_it_does_not_stop(self):
+        self.debug(THREE_LINES, "continue_run")
+        self.assert_in("Not stopping here because stop_frame == NULL\n",
+                       self.server.stream.messages)
+
+    def test_stop_at_the_return_frame_does_not_ask_the_stop_decision(self):
+        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out), [])
+
+    def test_stop_leaves_the_return_frame_of_an_earlier_step_out(self):
+        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out, core.stop), [])
+
+    def test_step_into_forgets_the_return_frame_of_an_earlier_step_out(self):
+        self.assertEqual(self.reasons_at_the_return_of_inner(core.step_out, core.step_into),
+                         ["Stopping here because stop_frame == None\n"])
+
+    def reasons_at_the_return_of_inner(self, *requests):
+        """What the stop decision logs between the line of inner() and its return."""
+        def request_all(frame):
+            for request in requests:
+                request()
+            self.server.stream.clear()
+
+        def remember(frame):
+            reasons.extend(self.server.stream.among(*STOPPED))
+            core.continue_run()
+        reasons = []
+        self.debug(NESTED, *(TO_INNER + [request_all, remember]))
+        self.assertEqual(self.server.stops[4:], ["line inner 2", "return inner 2 -> 2"])
+        return reasons
 
     def test_stop_at_the_next_event_anywhere_is_logged(self):
         self.debug(THREE_LINES, "step_into")
@@ -435,3 +435,115 @@ class StopDecisionTest(harness.CoreTestCase):
         self.assertEqual(self.debug(THREE_LINES, "step_into"), ["line <module> 1"])
         self.assert_in("ERROR: UNEXPECTED thread_data == NULL (while still tracing)!\n",
                        self.server.stream.messages)
+
+
+class Model(object):
+    """Where requests should stop, told by a trace function in Python."""
+
+    def __init__(self, requests):
+        self.requests = list(requests)
+        self.stops = []
+        self.anywhere, self.stop_frame, self.return_frame = True, None, None
+        self.lines = ()
+
+    def run(self, path):
+        code = compile(open(path).read(), path, "exec")
+        sys.settrace(self.trace)
+        try:
+            exec code in {}
+        finally:
+            sys.settrace(None)
+
+    def trace(self, frame, event, argument):
+        if event in ("line", "return") and self.is_due(frame, event):
+            result = ""
+            if event == "return":
+                result = " -> %r" % (argument,)
+            self.stops.append("%s %s %d%s" % (event, frame.f_code.co_name, frame.f_lineno,
+                                              result))
+            self.take_request(frame)
+        return self.trace
+
+    def is_due(self, frame, event):
+        if self.anywhere or (event == "return" and frame is self.return_frame):
+            return True
+        if self.stop_frame is None:
+            return False
+        if self.stop_frame is frame:
+            return frame.f_lineno not in self.lines
+        while frame is not None and frame is not self.stop_frame:
+            frame = frame.f_back
+        return frame is None
+
+    def take_request(self, frame):
+        request, arguments = "continue_run", ()
+        if self.requests:
+            request = self.requests.pop(0)
+        if isinstance(request, tuple):
+            request, arguments = request[0], request[1:]
+        self.anywhere = request in ("step_into", "stop")
+        if request != "stop":
+            self.return_frame = None
+        self.stop_frame = None
+        self.lines = ()
+        if request.startswith("step_over"):
+            self.stop_frame = frame
+        if request == "step_over_line":
+            self.lines = (frame.f_lineno,)
+        if request == "step_over_line_range":
+            self.lines = range(arguments[0], arguments[1] + 1)
+        if request == "step_out":
+            self.stop_frame, self.return_frame = frame.f_back, frame
+
+
+class AnyRequestsTest(harness.CoreTestCase):
+
+    PROGRAM = "\n".join([NESTED, LONG_LINES, RECURSION, GENERATOR, RAISING])
+
+    def random_requests(self, chance):
+        requests = []
+        for _ in range(chance.randrange(5, 120)):
+            name = chance.choice(["step_into"] * 3 + ["step_over", "step_over_line", "step_out",
+                                                      "stop", "step_over_line_range"])
+            if name == "step_over_line_range":
+                first = chance.randrange(1, 60)
+                name = (name, first, first + chance.randrange(-2, 8))
+            requests.append(name)
+        return requests
+
+    def test_any_requests_stop_where_a_model_says(self):
+        chance = random.Random(2012)
+        path = self.script(self.PROGRAM)
+        for _ in range(60):
+            requests = self.random_requests(chance)
+            model = Model(requests)
+            model.run(path)
+            self.server.requests = list(requests)
+            del self.server.stops[:]
+            self.server.init()
+            self.server.run(path)
+            self.assertEqual((requests, self.server.stops), (requests, model.stops))
+
+
+class QuietAnyRequestsTest(AnyRequestsTest):
+    quiet = True
+
+
+class QuietStepIntoTest(StepIntoTest):
+    quiet = True
+
+
+class QuietStepOverTest(StepOverTest):
+    quiet = True
+
+
+class QuietStepOverLinesTest(StepOverLinesTest):
+    quiet = True
+
+
+class QuietStepOutTest(StepOutTest):
+    quiet = True
+
+
+class QuietContinueAndStopTest(ContinueAndStopTest):
+    quiet = True
