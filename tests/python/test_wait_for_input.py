@@ -209,6 +209,7 @@ class TerminalTest(WaitTest):
         file, keyboard = self.terminal()
         self.later(os.write, keyboard, "\x04")
         self.assertEqual(core.WaitForInput(file, []), FILE)
+        self.assertEqual(core.WaitForInput(file, []), FILE)
         self.assertEqual(file.readline(), "")
         os.write(keyboard, "more\n")
         self.assertEqual(core.WaitForInput(file, []), FILE)
