@@ -374,7 +374,8 @@ const char* get_relative_path(CodeNameRegistry* registry, PyObject* globals,
             : Ref();
     const char* const module_file = exact_string(module_value.get());
     const char* chosen = code_file != nullptr ? code_file : kNoFile;
-    if ((code_file == nullptr || strcmp(code_file, kNoFile) != 0) &&
+    // A name such as "<string>" is its own: the code is not what stands in the module's file.
+    if ((code_file == nullptr || !is_pseudo_name(code_file)) &&
         is_preferable(module_file, code_file)) {
         chosen = module_file;
     }

@@ -156,7 +156,8 @@ void find_code_file(BreakpointTable* table, Location* location) {
 }  // namespace
 
 int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* frame, int record) {
-    if (table->by_line.num_entries == 0 || !is_frame(frame)) {
+    // A hook is asked even where no breakpoint is set: it may count on being asked.
+    if (!is_frame(frame) || (hook == nullptr && table->by_line.num_entries == 0)) {
         return 0;
     }
     const Ref held_hook = Ref::share(hook);

@@ -156,27 +156,57 @@ bool is_dead(PyObject* frame, PyObject* exception) {
     return occurrences(traceback, as_frame(frame), enough) >= enough;
 }
 
-// 0, or -1 with an error set.
-int prune(PyObject* frame_exc_info) {
+// A frame's share of the fingerprint, which changes whenever a reference count does: what pruning
+// found then holds no more.
+uintptr_t share_of(PyObject* frame) {
+    return reinterpret_cast<uintptr_t>(frame) * static_cast<uintptr_t>(Py_REFCNT(frame));
+}
+
+bool is_settled(const CatchInfoStore* store) {
+    if (store->settled == 0) {
+        return false;
+    }
+    uintptr_t fingerprint = 0;
+    Py_ssize_t position = 0;
+    PyObject* frame = nullptr;
+    while (PyDict_Next(store->frame_exc_info, &position, &frame, nullptr) != 0) {
+        fingerprint += share_of(frame);
+    }
+    return fingerprint == store->settled;
+}
+
+// Drops frames that nothing else keeps alive. 0, or -1 with an error set.
+int prune(CatchInfoStore* store) {
+    if (is_settled(store)) {
+        return 0;
+    }
     PyObject* dead[kDeadPerPass];
     int count = 0;
+    uintptr_t fingerprint = 0;
     Py_ssize_t position = 0;
     PyObject* frame = nullptr;
     PyObject* exception = nullptr;
     while (count < kDeadPerPass &&
-           PyDict_Next(frame_exc_info, &position, &frame, &exception) != 0) {
+           PyDict_Next(store->frame_exc_info, &position, &frame, &exception) != 0) {
+        fingerprint += share_of(frame);
         if (is_dead(frame, exception)) {
             dead[count++] = frame;
         }
     }
+    store->settled = count == 0 ? fingerprint : 0;
+    if (count == 0) {
+        return 0;
+    }
     for (int i = 0; i < count; ++i) {
         Py_INCREF(dead[i]);
     }
+    // What goes runs destructors, which may empty the store.
+    const Ref frame_exc_info = Ref::share(store->frame_exc_info);
     int result = 0;
     for (int i = 0; i < count; ++i) {
         const Ref key = Ref::steal(dead[i]);
         if (result == 0) {
-            result = PyDict_DelItem(frame_exc_info, key.get());
+            result = PyDict_DelItem(frame_exc_info.get(), key.get());
         }
     }
     return result;
@@ -275,6 +305,10 @@ int frame_parent_prints_exc(CatchInfoStore* store, PyFrameObject* frame) {
 
 int set_frame_exc_info(CatchInfoStore* store, PyFrameObject* frame, PyObject* exception) {
     dprintf(kLogExceptions, "set_frame_exc_info\n");
+    if (store->frame_exc_info != nullptr && prune(store) != 0) {
+        PyErr_Clear();
+    }
+    store->settled = 0;
     if (store->frame_exc_info == nullptr) {
         const Ref created = Ref::steal(PyDict_New());
         if (!created) {
@@ -282,11 +316,7 @@ int set_frame_exc_info(CatchInfoStore* store, PyFrameObject* frame, PyObject* ex
         }
         set_slot(store->frame_exc_info, created.get());
     }
-    // Pruning runs destructors, which may empty the store.
     const Ref frame_exc_info = Ref::share(store->frame_exc_info);
-    if (prune(frame_exc_info.get()) != 0) {
-        PyErr_Clear();
-    }
     return PyDict_SetItem(frame_exc_info.get(), as_object(frame), exception);
 }
 
@@ -302,14 +332,19 @@ int clear_frame_exc_info(CatchInfoStore* store, PyFrameObject* frame) {
     }
     const PendingErrorGuard keep_error;
     const Ref frame_exc_info = Ref::share(store->frame_exc_info);
-    if (PyDict_GetItem(frame_exc_info.get(), as_object(frame)) != nullptr &&
-        PyDict_DelItem(frame_exc_info.get(), as_object(frame)) != 0) {
+    if (PyDict_GetItem(frame_exc_info.get(), as_object(frame)) != nullptr) {
+        store->settled = 0;
+        if (PyDict_DelItem(frame_exc_info.get(), as_object(frame)) != 0) {
+            PyErr_Clear();
+        }
+    }
+    if (store->frame_exc_info != frame_exc_info.get()) {
+        return 0;  // a destructor emptied the store
+    }
+    if (prune(store) != 0) {
         PyErr_Clear();
     }
-    if (prune(frame_exc_info.get()) != 0) {
-        PyErr_Clear();
-    }
-    if (PyDict_Size(frame_exc_info.get()) == 0 && store->frame_exc_info == frame_exc_info.get()) {
+    if (store->frame_exc_info == frame_exc_info.get() && PyDict_Size(frame_exc_info.get()) == 0) {
         clear_slot(store->frame_exc_info);
     }
     return 0;

@@ -14,6 +14,8 @@ namespace morvik {
 
 struct CatchInfoStore {
     PyObject* frame_exc_info;  // frame to its last (type, value, traceback); nullptr when empty
+    uintptr_t settled;         // fingerprint of its frames' reference counts when pruning last
+                               // found none to drop; 0 for none
     PyObject* catch_dict;      // code name to the list of its instances; nullptr for none
     // Attribute names, each nullptr until first needed.
     PyObject* co_name;

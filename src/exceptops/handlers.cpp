@@ -266,13 +266,14 @@ int handler_catches(PyFrameObject* frame, int handler_offset, PyObject* exceptio
 
 int loop_ends_on_exception(PyFrameObject* frame, PyObject* exception, const CodeRange& range,
                            const OpcodeTable& opcodes) {
-    if (exception_matches(exception, PyExc_IndexError) == 0 &&
-        exception_matches(exception, PyExc_StopIteration) == 0) {
+    const long last = frame->f_lasti;
+    if (last < 0 || last >= range.end - range.start || range.start[last] != opcodes.for_iter) {
         return 0;
     }
-    const long last = frame->f_lasti;
-    return last >= 0 && last < range.end - range.start && range.start[last] == opcodes.for_iter ? 1
-                                                                                                : 0;
+    return exception_matches(exception, PyExc_IndexError) != 0 ||
+                   exception_matches(exception, PyExc_StopIteration) != 0
+               ? 1
+               : 0;
 }
 
 int is_sre_parse_probe(const char* filename, int lineno) {

@@ -36,10 +36,17 @@ inline PyFrameObject* as_frame(PyObject* object) {
     return reinterpret_cast<PyFrameObject*>(object);
 }
 
-// Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0. Where the recursion
-// limit is reached 2.6 would answer no, and print so, for want of a level to ask with.
+// Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0.
 inline int exception_matches(PyObject* exception, PyObject* kinds) {
+    // A class of the ordinary metaclass has no say in what its subclasses are.
+    if (PyType_CheckExact(kinds) && PyExceptionClass_Check(kinds) && PyType_Check(exception) &&
+        PyExceptionClass_Check(exception)) {
+        return PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(exception),
+                                reinterpret_cast<PyTypeObject*>(kinds));
+    }
 #if PY_VERSION_HEX < 0x02070000
+    // Where the recursion limit is reached 2.6 would answer no, and print so, for want of a level
+    // to ask with.
     constexpr int kLevelsToAskWith = 5;
     const int limit = Py_GetRecursionLimit();
     Py_SetRecursionLimit(limit + kLevelsToAskWith);

@@ -35,38 +35,6 @@ bool leaves_bottom_frame(PyFrameObject* frame) {
     return true;
 }
 
-bool stop_at_exception_no_filters(PyFrameObject* frame, PyObject* type) {
-    dprintf(kLogExceptions, "stop_at_exception_no_filters\n");
-    if (core.exception_mode == kExcAlwaysStop) {
-        return true;
-    }
-    if (is_kind_of(type, core.never_stop_excepts)) {
-        dprintf(kLogExceptions, "  never stop\n");
-        return false;
-    }
-    if (leaves_bottom_frame(frame)) {
-        return true;
-    }
-    if (is_kind_of(type, core.always_stop_excepts) &&
-        !is_handled(frame, type, HandlerMatch::kTyped, true)) {
-        dprintf(kLogExceptions, "  always stop\n");
-        return true;
-    }
-    if (core.exception_mode == kExcUnhandledStop &&
-        !is_handled(frame, type, HandlerMatch::kAny, false)) {
-        dprintf(kLogExceptions, "  unhandled\n");
-        return true;
-    }
-    if (core.exception_mode != kExcPrintedStop && core.exception_mode != kExcPrintedStopToo) {
-        return false;
-    }
-    if (frame_prints_exc(&core.catch_info, frame) != 0) {
-        dprintf(kLogExceptions, "  frame prints\n");
-        return true;
-    }
-    return false;
-}
-
 // What a sub-language hook says of an exception in one of its key frames.
 struct HookAnswer {
     bool stop;
@@ -189,6 +157,38 @@ Ref handled_exception() {
 
 }  // namespace
 
+bool stop_at_exception_no_filters(PyFrameObject* frame, PyObject* type) {
+    dprintf(kLogExceptions, "stop_at_exception_no_filters\n");
+    if (core.exception_mode == kExcAlwaysStop) {
+        return true;
+    }
+    if (is_kind_of(type, core.never_stop_excepts)) {
+        dprintf(kLogExceptions, "  never stop\n");
+        return false;
+    }
+    if (leaves_bottom_frame(frame)) {
+        return true;
+    }
+    if (is_kind_of(type, core.always_stop_excepts) &&
+        !is_handled(frame, type, HandlerMatch::kTyped, true)) {
+        dprintf(kLogExceptions, "  always stop\n");
+        return true;
+    }
+    if (core.exception_mode == kExcUnhandledStop &&
+        !is_handled(frame, type, HandlerMatch::kAny, false)) {
+        dprintf(kLogExceptions, "  unhandled\n");
+        return true;
+    }
+    if (!is_printed_stop(core.exception_mode)) {
+        return false;
+    }
+    if (frame_prints_exc(&core.catch_info, frame) != 0) {
+        dprintf(kLogExceptions, "  frame prints\n");
+        return true;
+    }
+    return false;
+}
+
 HandlerResult dispatch_exception(PyFrameObject* frame, PyObject* exception) {
     dprintf(kLogCore, "---EXCEPTION---\n");
     if (core.tracing == 0) {
@@ -219,7 +219,7 @@ HandlerResult exception_leaves_frame(PyFrameObject* frame, PyObject* exception) 
         return kHandled;
     }
     HandlerResult result = kHandled;
-    if ((core.exception_mode == kExcPrintedStop || core.exception_mode == kExcPrintedStopToo) &&
+    if (is_printed_stop(core.exception_mode) &&
         frame_parent_prints_exc(&core.catch_info, frame) != 0) {
         const Ref reported = exception != nullptr ? Ref::share(exception) : handled_exception();
         if (!reported) {

@@ -18,6 +18,14 @@ enum ExceptionMode {
     kExcPrintedStopToo = 5,
 };
 
+inline bool is_printed_stop(int mode) {
+    return mode == kExcPrintedStop || mode == kExcPrintedStopToo;
+}
+
+// Whether the policy stops at an exception of this type, quiet places not considered. Notes when
+// it ends the thread. Sets no error.
+bool stop_at_exception_no_filters(PyFrameObject* frame, PyObject* type);
+
 // An exception event with the interpreter's (type, value, traceback). Leaves no error set.
 HandlerResult dispatch_exception(PyFrameObject* frame, PyObject* exception);
 

@@ -2,7 +2,9 @@
 
 #include "conames.h"
 #include "dprintf.h"
+#include "host/ref.h"
 #include "platform/platform.h"
+#include "tracercore/exceptions.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
 
@@ -51,9 +53,17 @@ bool line_is_quiet(const ThreadData* record, PyFrameObject* frame) {
 }
 
 bool return_is_quiet(const ThreadData* record, PyFrameObject* frame, const PyObject* value) {
-    return value != nullptr && core.catch_info.frame_exc_info == nullptr &&
+    return (value != nullptr || !is_printed_stop(core.exception_mode)) &&
            record->return_frame != as_object(frame) && record->bot_frame != as_object(frame) &&
            step_is_quiet(record, frame);
+}
+
+// The policy is asked once more on the long way where it stops.
+bool exception_is_quiet(const ThreadData* record, PyFrameObject* frame, PyObject* exception) {
+    return !is_printed_stop(core.exception_mode) && exception != nullptr &&
+           PyTuple_Check(exception) && PyTuple_GET_SIZE(exception) > 0 &&
+           step_is_quiet(record, frame) &&
+           !stop_at_exception_no_filters(frame, PyTuple_GET_ITEM(exception, 0));
 }
 
 bool call_is_quiet(const ThreadData* record, const PyFrameObject* frame) {
@@ -62,9 +72,10 @@ bool call_is_quiet(const ThreadData* record, const PyFrameObject* frame) {
            is_recently_registered(&code_names, frame->f_code);
 }
 
-bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event,
-                    const PyObject* argument) {
+bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event, PyObject* argument) {
     switch (event) {
+        case kEventException:
+            return exception_is_quiet(record, frame, argument);
         case kEventLine:
             return line_is_quiet(record, frame);
         case kEventReturn:
@@ -73,6 +84,26 @@ bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event,
             return call_is_quiet(record, frame);
         default:
             return false;
+    }
+}
+
+// What the handler of a quiet event would leave behind.
+void leave_traces(const PyThreadState* thread, PyFrameObject* frame, int event,
+                  PyObject* argument) {
+    if (event == kEventCall) {
+        count_registry_call(&code_names);
+        if (thread->c_traceobj == core.trace_dispatch) {
+            Py_INCREF(core.trace_dispatch);
+            frame->f_trace = core.trace_dispatch;
+        }
+    } else if (event == kEventException) {
+        const ErrnoGuard keep_errno;
+        if (set_frame_exc_info(&core.catch_info, frame, argument) != 0) {
+            PyErr_Clear();
+        }
+    } else if (event == kEventReturn && core.catch_info.frame_exc_info != nullptr) {
+        const ErrnoGuard keep_errno;
+        clear_frame_exc_info(&core.catch_info, frame);
     }
 }
 
@@ -94,13 +125,7 @@ bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
         return false;
     }
     ++core.event_count;
-    if (event == kEventCall) {
-        count_registry_call(&code_names);
-        if (thread->c_traceobj == core.trace_dispatch) {
-            Py_INCREF(core.trace_dispatch);
-            frame->f_trace = core.trace_dispatch;
-        }
-    }
+    leave_traces(thread, frame, event, argument);
     return true;
 }
 

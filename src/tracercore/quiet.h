@@ -10,8 +10,9 @@
 namespace morvik {
 
 // True when the event is done with. False, with nothing changed, when the long way must be gone:
-// always while a diagnostic stream is set, since that way logs. Runs no Python code, allocates
-// nothing, makes no system call, keeps errno.
+// always while a diagnostic stream is set, since that way logs. Calls, lines and returns run no
+// Python code, allocate nothing and make no system call, unless an exception is remembered for a
+// frame: remembering and forgetting one releases objects. errno is kept.
 bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument);
 
 }  // namespace morvik

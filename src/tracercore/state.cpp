@@ -34,7 +34,11 @@ void keep_callbacks(const Callbacks& given) {
     keep(kept.exception_cb, given.exception_cb);
     keep(kept.quit_cb, given.quit_cb);
     keep(kept.import_cb, given.import_cb);
-    keep(kept.default_import, given.default_import);
+    // A server that runs init() again finds the hook where it found the interpreter's own import
+    // function the first time; calling on itself, the hook would import nothing ever again.
+    if (core.import_hook == nullptr || given.default_import != core.import_hook) {
+        keep(kept.default_import, given.default_import);
+    }
     keep(kept.internal_modules_map, given.internal_modules_map);
 }
 
