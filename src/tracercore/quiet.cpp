@@ -68,8 +68,7 @@ bool exception_is_quiet(const ThreadData* record, PyFrameObject* frame, PyObject
 
 bool call_is_quiet(const ThreadData* record, const PyFrameObject* frame) {
     return frame->f_locals != frame->f_globals && record->bot_frame != Py_None &&
-           core.sub_languages.registered == 0 && frame->f_trace == nullptr &&
-           is_recently_registered(&code_names, frame->f_code);
+           core.sub_languages.registered == 0 && is_recently_registered(&code_names, frame->f_code);
 }
 
 bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event, PyObject* argument) {
@@ -92,7 +91,7 @@ void leave_traces(const PyThreadState* thread, PyFrameObject* frame, int event,
                   PyObject* argument) {
     if (event == kEventCall) {
         count_registry_call(&code_names);
-        if (thread->c_traceobj == core.trace_dispatch) {
+        if (thread->c_traceobj == core.trace_dispatch && frame->f_trace == nullptr) {
             Py_INCREF(core.trace_dispatch);
             frame->f_trace = core.trace_dispatch;
         }
