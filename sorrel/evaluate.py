@@ -24,19 +24,28 @@ def expression(source, frame):
 def statement(source, frame, display):
     """Executes a statement, then gives the frame the values that its variables have now.
 
-    The value of a statement that is an expression is given to `display`, if it isn't None.
+    The value of a statement that is an expression is given to `display`, if both aren't None.
     Raises whatever executing it raises.
     """
     code = _compile(source.strip() + '\n', 'single', frame)
     displayhook = sys.displayhook
     # Once: asking for f_locals again would bring back the old values.
     variables = frame.f_locals
-    sys.displayhook = lambda value: value is not None and display(value)
+    sys.displayhook = lambda value: display and value is not None and display(value)
     try:
         exec code in frame.f_globals, variables
     finally:
         sys.displayhook = displayhook
         core.locals_to_fast(frame)
+
+
+def assigner(frame):
+    """A function that gives a variable of the frame (name, value) another value."""
+    def assign(name, value):
+        variables = frame.f_locals
+        variables[name] = value
+        core.locals_to_fast(frame)
+    return assign
 
 
 def error_text(type, value):

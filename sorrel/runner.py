@@ -19,18 +19,13 @@ class CannotRead(Exception):
     """The program's file cannot be read; the text says why, in one line."""
 
 
-def run(program, args, service, is_module=False, attached=True):
-    """Runs the program, a path or the name of a module; returns its exit status.
+def run(path, args, service, code=None, attached=True):
+    """Runs the program at `path`, or its code, under the service; returns its exit status.
 
     SystemExit passes through: what its code means is the interpreter's to say. The service is
     told the outcome after the program's threads and exit functions have ended.
     """
-    if is_module:
-        # The current folder is where the interpreter looks for modules to run.
-        sys.path[0] = ''
-        path, code = _module(program)
-    else:
-        path, code = program, None
+    if code is None:
         _check_readable(path)
         # The script's folder, where the interpreter would have put it.
         sys.path[0] = os.path.dirname(os.path.realpath(path))
@@ -58,8 +53,10 @@ def _check_readable(path):
         raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
 
 
-def _module(name):
-    """The path and the code of a module, as the interpreter's option -m finds them."""
+def find_module(name):
+    """The path and the code of a module that is to be run. Raises CannotRead."""
+    # The current folder, as with the interpreter's option -m.
+    sys.path[0] = ''
     try:
         loader = pkgutil.get_loader(name)
         if loader is not None and loader.is_package(name):

@@ -49,7 +49,7 @@ class Service(object):
         core.init(_IDLE_PERIOD, _NEVER_STOP_ON_EXCEPTIONS, self._hook_threads, self._on_idle,
                   self._on_line, self._on_return, self._on_exception, self._on_quit, None,
                   __builtin__.__import__, None, frames.own_files())
-        self._main_thread = core.get_current_tstate_id()
+        self.main_thread = core.get_current_tstate_id()
 
     # For whoever runs the program.
 
@@ -93,7 +93,8 @@ class Service(object):
     def threads(self):
         """A Thread for each one that the core knows, by id."""
         running = sys._current_frames()
-        return [self._thread(id, running) for id in sorted(core.get_threads())]
+        known = [self._thread(id, running) for id in sorted(core.get_threads())]
+        return [thread for thread in known if thread.ident not in self._ignored]
 
     def attach(self):
         """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
@@ -114,6 +115,10 @@ class Service(object):
             self._to_interrupt = None
             if self._interrupts is not None:
                 self._interrupts.remove()
+
+    def set_all_stop(self, on):
+        """Whether all threads wait while one is stopped, or only that one does."""
+        core.set_debug_all_threads(int(on))
 
     def pause(self, id=_ANY_THREAD):
         """Stops this thread, by default the next one that runs Python code: within a second."""
@@ -263,10 +268,10 @@ class Service(object):
 
     def _interrupt(self):
         """Ctrl-C, in the main thread."""
-        if self._main_thread in self._stops or self._main_thread in self._interrupted:
+        if self.main_thread in self._stops or self.main_thread in self._interrupted:
             # It is for the front end, or the program has not got to a line since the last one.
             raise KeyboardInterrupt
-        self._interrupted.add(self._main_thread)
+        self._interrupted.add(self.main_thread)
         core.stop()
 
     # Threads.

@@ -8,6 +8,8 @@ usage: ./morvik COMMAND [OPTIONS]
   build [--python EXE] [--asan]           build; prints the folder that holds the module
   python [--python EXE] [--asan] -- ARGS  run the host with the module importable
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
+  run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
+  dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
   demo [--python EXE]                     watch a short recorded session
   test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
   test --asan [--python EXE]...           the same with sanitizers, on the default host
@@ -19,10 +21,10 @@ EOF
 }
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
-# leaves hosts, asan, and the others in rest.
+# leaves hosts, asan, listen, wait, and the others in rest.
 read_options() {
     local allowed=' '
-    hosts=() asan='' rest=()
+    hosts=() asan='' listen='' wait='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -39,9 +41,20 @@ read_options() {
                     shift
                 fi
                 ;;
-            --asan)
-                [[ $allowed == *' --asan '* ]] || usage_error "unknown option: $1"
-                asan=1
+            --asan | --wait)
+                [[ $allowed == *" $1 "* ]] || usage_error "unknown option: $1"
+                [[ $1 == --asan ]] && asan=1 || wait=1
+                ;;
+            --listen | --listen=*)
+                [[ $allowed == *' --listen '* ]] || usage_error "unknown option: $1"
+                if [[ $1 == *=* ]]; then
+                    listen=${1#*=}
+                else
+                    (($# > 1)) || usage_error "--listen needs a port"
+                    listen=$2
+                    shift
+                fi
+                [[ -n $listen ]] || usage_error "--listen needs a port"
                 ;;
             --)
                 shift
@@ -110,12 +123,22 @@ command_python() {
 }
 
 command_run() {
-    local exe
-    read_options -- "$@"
+    local exe front_end=(terminal)
+    read_options --listen --wait -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ -f ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
+    [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
+    [[ -z $listen ]] || front_end=(serve --listen "$listen" ${wait:+--wait})
     exe=$(one_host) || exit
-    in_host "$exe" '' -m sorrel.main terminal -- "${rest[@]}"
+    in_host "$exe" '' -m sorrel.main "${front_end[@]}" -- "${rest[@]}"
+}
+
+command_dap() {
+    local exe
+    read_options -- "$@"
+    no_arguments
+    exe=$(one_host) || exit
+    in_host "$exe" '' -m sorrel.main dap
 }
 
 command_demo() {
@@ -185,7 +208,7 @@ main() {
     local command=${1:-help}
     (($# == 0)) || shift
     case $command in
-        setup | build | python | run | demo | test | bench) "command_$command" "$@" ;;
+        setup | build | python | run | dap | demo | test | bench) "command_$command" "$@" ;;
         help | --help | -h) command_help ;;
         *) usage_error "unknown command: $command" ;;
     esac

@@ -12,6 +12,10 @@ class Broken(Exception):
     """What came in is no message; nothing after it can be understood either."""
 
 
+class Refused(Exception):
+    """A request that cannot be carried out; the text says why."""
+
+
 def text(value):
     """A string of the program as the protocol can carry it."""
     if isinstance(value, str):

@@ -1,0 +1,29 @@
+"""What could follow what has been typed."""
+
+import keyword
+import re
+import __builtin__
+
+from sorrel import evaluate
+from sorrel.dap.protocol import text
+
+_TYPED_NAME = re.compile(r'[A-Za-z_][\w.]*$')
+
+
+def complete(typed, column, frame):
+    """The first and last position of what is to be replaced, and the names that could stand there.
+
+    column: how much of the text is before the cursor.
+    """
+    found = _TYPED_NAME.search(typed[:column])
+    path, dot, begun = (found.group() if found else '').rpartition('.')
+    if dot:
+        names = dir(evaluate.expression(path, frame))
+    else:
+        names = set(keyword.kwlist)
+        for variables in (__builtin__.__dict__, frame.f_globals, frame.f_locals):
+            names.update(variables)
+    matching = sorted(text(name) for name in names
+                      if isinstance(name, str) and name.startswith(begun.encode('utf-8'))
+                      and (begun or not name.startswith('_')))
+    return column - len(begun), column, matching

@@ -1,0 +1,91 @@
+"""Requests and their answers."""
+
+import collections
+import sys
+import traceback
+
+from sorrel import evaluate
+from sorrel.dap.protocol import Refused, text
+
+# The body of an answer, and a function to call once the answer is on its way.
+Then = collections.namedtuple('Then', 'body function')
+
+
+def answer(session, request, function):
+    """Sends what the function makes of the request's arguments, or why it could not."""
+    response = {'type': 'response', 'request_seq': request['seq'],
+                'command': request['command'], 'success': True}
+    then = None
+    try:
+        body = function(request.get('arguments') or {})
+        if isinstance(body, Then):
+            body, then = body
+        if body is not None:
+            response['body'] = body
+    except Exception as error:
+        why = _why(error)
+        response.update(success=False, message=why,
+                        body={'error': {'id': 1, 'format': _format(why), 'showUser': False}})
+    session.send(response)
+    if then is not None:
+        then()
+
+
+def _why(error):
+    if isinstance(error, Refused):
+        return text(error.args[0])
+    if isinstance(error, KeyError) and len(error.args) == 1 \
+            and isinstance(error.args[0], basestring):
+        return u'the request lacks ' + text(error.args[0])
+    traceback.print_exc(file=sys.__stderr__)
+    return text(evaluate.error_text(type(error), error))
+
+
+def _format(why):
+    # Braces would name variables.
+    return why.replace('{', '(').replace('}', ')')
+
+
+class Job(object):
+    """A request that is answered in the stopped thread."""
+
+    def __init__(self, session, stopped, request):
+        self._session = session
+        self._stopped = stopped
+        self._request = request
+        self._is_cancelled = False
+        self._is_running = False
+
+    def do(self):
+        self._is_running = True
+        try:
+            if self._is_cancelled:
+                self._answer(_cancelled)
+            else:
+                self._answer(self._stopped.answers.get(self._request['command'], _unknown))
+        finally:
+            self._session.job_done(self._request)
+
+    def refuse(self):
+        self._session.job_done(self._request)
+        self._answer(_running)
+
+    def cancel(self):
+        self._is_cancelled = True
+        if self._is_running:
+            self._session.limit.expire()
+
+    def _answer(self, function):
+        answer(self._session, self._request, function)
+
+
+def _cancelled(arguments):
+    raise Refused('cancelled')
+
+
+def _running(arguments):
+    raise Refused('the program is running')
+
+
+def _unknown(arguments):
+    raise Refused('there is no such request')

@@ -1,0 +1,90 @@
+"""The front end of the service for one process, whichever clients come and go."""
+
+import os
+import select
+import stat
+
+from sorrel.dap.session import Session
+from sorrel.dap.wakeup import Wakeup
+from sorrel.records import DETACH, Resume
+
+
+class Program(object):
+    """What a client debugs. `service` and `server` are set by whoever makes them all."""
+
+    def __init__(self, path, start_method):
+        """start_method: 'launch' for a client's own program, else 'attach'."""
+        self.path = path
+        self.start_method = start_method
+        self.service = None
+        self.server = None
+        # Whether the program waits for a client before it runs.
+        self.is_waiting = False
+        self._session = None
+        self._start = Wakeup()
+        self._is_given_up = False
+
+    def new_session(self, server):
+        self._session = Session(server, self)
+        return self._session
+
+    # For the main thread.
+
+    def wait_for_client(self):
+        """Waits until a client has said all that it wants before the start.
+
+        False when the one client there could be has left instead.
+        """
+        self.is_waiting = True
+        while self.is_waiting:
+            try:
+                select.select([self._start], [], [])
+            except select.error:
+                continue  # Interrupted; Ctrl-C raises its own exception.
+            self._start.clear()
+        return not self._is_given_up
+
+    # For the session.
+
+    def configured(self, session):
+        self.service.set_all_stop(session.stops_all)
+        if self.is_waiting:
+            self._go_on()
+        else:
+            self.service.attach()
+
+    def left(self, session):
+        if self._session is session:
+            self._session = None
+        if self.start_method == 'launch':
+            _write_to_nobody()
+            if self.is_waiting:
+                self._is_given_up = True
+                self._go_on()
+
+    def _go_on(self):
+        self.is_waiting = False
+        self._start.wake()
+
+    # For the service.
+
+    def stopped(self, stop):
+        session = self._session
+        return session.stopped(stop) if session is not None else Resume(DETACH)
+
+    def ended(self, outcome):
+        session = self._session
+        if session is not None:
+            session.ended(outcome)
+
+
+def _write_to_nobody():
+    """Whoever has read what the program writes has left: writing is not to fail."""
+    for stream in (1, 2):
+        try:
+            if stat.S_ISFIFO(os.fstat(stream).st_mode):
+                nothing = os.open(os.devnull, os.O_WRONLY)
+                os.dup2(nothing, stream)
+                os.close(nothing)
+        except OSError:
+            pass  # The program has closed it.

@@ -1,0 +1,42 @@
+"""Runs a program that clients of the protocol can debug."""
+
+import atexit
+import sys
+
+from sorrel import runner
+from sorrel.dap import greeting, sources
+from sorrel.dap.program import Program
+from sorrel.dap.server import Server, listen
+from sorrel.service import Service
+
+
+class CannotServe(Exception):
+    """There will be no client; the text says why, in one line."""
+
+
+def serve(name, args, is_module, address=None, wait=False, greeting_file=None):
+    """Runs the program; returns its exit status. Raises CannotServe or runner.CannotRead.
+
+    address: host and port to listen at; or greeting_file: where to find the one client there is,
+    which has started this process.
+    """
+    path, code = runner.find_module(name) if is_module else (name, None)
+    program = Program(sources.full_name(path), 'launch' if greeting_file else 'attach')
+    try:
+        if greeting_file:
+            server = Server(program.new_session, client=greeting.connect(greeting_file))
+        else:
+            listener = listen(*address)
+            sys.stderr.write('sorrel: listening on %s:%d\n' % listener.getsockname()[:2])
+            server = Server(program.new_session, listener)
+    except (EnvironmentError, greeting.Impostor) as error:
+        raise CannotServe(str(error))
+    program.server = server
+    program.service = Service(program, catch_ctrl_c=False)
+    program.service.ignore_thread(server.start())
+    # Runs after the program's own exit functions.
+    atexit.register(server.stop)
+    attached = bool(wait or greeting_file)
+    if attached and not program.wait_for_client():
+        return 0
+    return runner.run(path, args, program.service, code, attached)

@@ -1,0 +1,107 @@
+"""Files as the client knows them and as the program does."""
+
+import linecache
+import os
+import sys
+import urllib
+
+from sorrel.dap.protocol import text
+
+
+class Sources(object):
+
+    def __init__(self):
+        self._mappings = []
+        self._uris = False
+        # Files that only the program can read, by the references given to them from 1 on.
+        self._references = {}
+        self._unreadable = []
+        self._on_disk = {}
+
+    def use_uris(self):
+        self._uris = True
+
+    def map_paths(self, mappings):
+        """mappings: dicts of a "localRoot", which is the client's, and a "remoteRoot"."""
+        self._mappings = [(_root(mapping['localRoot']), _root(mapping['remoteRoot']))
+                          for mapping in mappings]
+
+    def to_program(self, path):
+        """A path that the client has named, as the program would name it."""
+        path = path.encode('utf-8')
+        if self._uris and path.startswith('file://'):
+            path = urllib.unquote(path[len('file://'):])
+        for local, remote in self._mappings:
+            if path.startswith(local):
+                path = remote + path[len(local):].replace('\\', '/')
+                break
+        return os.path.normpath(path)
+
+    def to_client(self, path):
+        for local, remote in self._mappings:
+            if path.startswith(remote):
+                path = local + path[len(remote):]
+                break
+        if self._uris:
+            path = 'file://' + urllib.quote(path)
+        return text(path)
+
+    def describe(self, path, globals=None):
+        """A Source of the protocol. globals: of a module whose loader may know more."""
+        described = {'name': text(os.path.basename(path))}
+        if self._is_on_disk(path):
+            described['path'] = self.to_client(path)
+        else:
+            if path not in self._references:
+                self._unreadable.append((path, globals))
+                self._references[path] = len(self._unreadable)
+            described['name'] = text(path)
+            described['sourceReference'] = self._references[path]
+        return described
+
+    def content(self, source, reference):
+        """The text of a described source; None when nobody has it."""
+        if 0 < reference <= len(self._unreadable):
+            path, globals = self._unreadable[reference - 1]
+        elif source.get('path'):
+            path, globals = self.to_program(source['path']), None
+        else:
+            return None
+        lines = linecache.getlines(path, globals)
+        return text(''.join(lines)) if lines else None
+
+    def _is_on_disk(self, path):
+        if path not in self._on_disk:
+            self._on_disk[path] = os.path.isfile(path)
+        return self._on_disk[path]
+
+
+def _root(path):
+    path = path.encode('utf-8')
+    return path if path[-1:] in '/\\' else path + '/'
+
+
+def full_name(path):
+    """The full name of a file, as the program has named it from the folder it was started in."""
+    return os.path.normpath(os.path.join(_START_FOLDER, path))
+
+
+def loaded_modules():
+    """(name, path) of each module that was loaded from a file."""
+    found = []
+    for name, module in sorted(sys.modules.items()):
+        path = getattr(module, '__dict__', {}).get('__file__')
+        if isinstance(path, str):
+            if path[-4:] in ('.pyc', '.pyo'):
+                path = path[:-1]
+            found.append((name, full_name(path)))
+    return found
+
+
+def is_library(path):
+    """Whether a file belongs to the interpreter or was installed for it."""
+    return path.startswith(_LIBRARY) or '/site-packages/' in path or '/dist-packages/' in path
+
+
+_START_FOLDER = os.getcwd()
+_LIBRARY = os.path.dirname(os.path.abspath(linecache.__file__)) + os.sep

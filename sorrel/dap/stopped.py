@@ -1,0 +1,267 @@
+"""One thread at a stop: what the client asks about it is answered there, in that thread.
+
+Only there is the program's code to be run, and only until the thread goes on.
+"""
+
+import itertools
+import sys
+
+from sorrel import evaluate, frames, source
+from sorrel.dap import children, completion, jump, sources, values
+from sorrel.dap.mailbox import Mailbox
+from sorrel.dap.job import Then
+from sorrel.dap.protocol import Refused, text
+from sorrel.dap.told import Told
+from sorrel.dap.variables import Presenter, References
+from sorrel.records import CONTINUE, RAISED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER
+
+
+class StoppedThread(object):
+
+    def __init__(self, session, stop, frame):
+        """frame: the innermost one that the client is shown."""
+        self.stop = stop
+        self.thread_id = stop.thread
+        self._session = session
+        self._frame = frame
+        self._mailbox = Mailbox()
+        self._frames = References(session.numbers)
+        self._presenter = Presenter(values.Shower(self._limited), session.numbers)
+        self._jumps = References(session.numbers)
+        self._resume = self._told_to_go = None
+        self.answers = {
+            'stackTrace': self._stack_trace, 'scopes': self._scopes,
+            'variables': self._variables, 'setVariable': self._set_variable,
+            'setExpression': self._set_expression, 'evaluate': self._evaluate,
+            'completions': self._completions, 'exceptionInfo': self._exception_info,
+            'gotoTargets': self._goto_targets, 'goto': self._goto,
+            'continue': self._continue, 'next': self._next, 'stepIn': self._step_in,
+            'stepOut': self._step_out}
+
+    def put(self, job):
+        """Has a job done in this thread. Whether it will be."""
+        return self._mailbox.put(job)
+
+    def resume(self, resume):
+        """Lets the thread go on when its current job is done; from any thread. Whether it will."""
+        self._told_to_go = resume
+        return self._mailbox.put(None)
+
+    def serve(self):
+        """Does jobs until one lets the thread go on, which is returned as a Resume."""
+        while self._resume is None:
+            try:
+                job = self._mailbox.take()
+                if job is None:
+                    self._resume = self._told_to_go
+                else:
+                    job.do()
+            except KeyboardInterrupt:
+                pass  # The program's, at a moment when it does not run.
+        return self._resume
+
+    def close(self):
+        """Nothing of the program is kept alive while it runs. Returns the jobs not done."""
+        left = self._mailbox.close()
+        for references in (self._frames, self._presenter.references, self._jumps):
+            references.clear()
+        self._frame = self.stop = None
+        return [job for job in left if job is not None]
+
+    # The stack.
+
+    def _stack_trace(self, arguments):
+        innermost = self._innermost(arguments['threadId'])
+        stack = list(itertools.takewhile(frames.is_program, frames.callers(innermost)))
+        start = arguments.get('startFrame') or 0
+        levels = arguments.get('levels') or len(stack)
+        shown = [self._describe(frame) for frame in stack[start:start + levels]]
+        return {'stackFrames': shown, 'totalFrames': len(stack)}
+
+    def _innermost(self, number):
+        thread = self._session.find_thread(number)
+        if thread.id == self.stop.thread:
+            return self._frame
+        if not self._session.stops_all:
+            raise Refused('the thread is running')
+        if thread.frame is None:
+            raise Refused('the thread runs no Python code')
+        return thread.frame
+
+    def _describe(self, frame):
+        path = source.file_name(frame)
+        shown = {'id': self._frames.add(frame), 'name': text(frame.f_code.co_name),
+                 'source': self._session.sources.describe(path, frame.f_globals),
+                 'line': self._session.to_client_line(frame.f_lineno),
+                 'column': self._session.first_column}
+        module = frame.f_globals.get('__name__')
+        if isinstance(module, str):
+            shown['moduleId'] = text(module)
+        if self._session.just_my_code and sources.is_library(path):
+            shown['presentationHint'] = 'subtle'
+            shown['source']['presentationHint'] = 'deemphasize'
+        return shown
+
+    def _find_frame(self, arguments):
+        if not arguments.get('frameId'):
+            return self._outermost()
+        frame = self._frames.find(arguments['frameId'])
+        if frame is None:
+            raise Refused('the program has gone on since then')
+        return frame
+
+    def _outermost(self):
+        for frame in itertools.takewhile(frames.is_program, frames.callers(self._frame)):
+            found = frame
+        return found
+
+    # Values.
+
+    def _limited(self, function, *arguments):
+        return self._session.limit.call(self._session.patience, function, *arguments)
+
+    def _of_program(self, function, *arguments):
+        """Calls what may run code of the program."""
+        return self._within(self._session.patience, function, *arguments)
+
+    def _within(self, seconds, function, *arguments):
+        try:
+            return self._session.limit.call(seconds, function, *arguments)
+        except values.Overtime:
+            raise Refused('ended, since it took too long')
+        except Refused:
+            raise
+        except KeyboardInterrupt:
+            raise Refused('interrupted')
+        except:
+            raise Refused(text(evaluate.error_text(*sys.exc_info()[:2])))
+
+    def _scopes(self, arguments):
+        frame = self._find_frame(arguments)
+        variables = children.Variables(frame.f_globals, (), frame.f_globals.__setitem__)
+        scopes = [{'name': 'Globals', 'expensive': True, 'presentationHint': 'globals',
+                   'variablesReference': self._presenter.whole(variables, frame)}]
+        extra = []
+        if self.stop.reason == RETURNED and frame is self._frame \
+                and self.stop.argument is not None:
+            extra.append(('(return) ' + self.stop.frame.f_code.co_name, self.stop.argument))
+        if extra or frame.f_locals is not frame.f_globals:
+            held = frame.f_locals if frame.f_locals is not frame.f_globals else {}
+            variables = children.Variables(
+                held, frame.f_code.co_varnames, evaluate.assigner(frame), extra)
+            scopes.insert(0, {
+                'name': 'Locals', 'expensive': False, 'presentationHint': 'locals',
+                'variablesReference': self._presenter.whole(variables, frame)})
+        return {'scopes': scopes}
+
+    def _variables(self, arguments):
+        return {'variables': self._presenter.parts(
+            arguments['variablesReference'], arguments.get('filter'),
+            arguments.get('start') or 0, arguments.get('count') or 0)}
+
+    def _set_variable(self, arguments):
+        child, frame, expression = self._presenter.find(
+            arguments['variablesReference'], arguments['name'])
+        if child.assign is None:
+            raise Refused('%s cannot be changed' % arguments['name'])
+        value = self._of_program(evaluate.expression, arguments['value'], frame)
+        self._of_program(child.assign, value)
+        return self._presenter.value(value, frame, expression)
+
+    def _set_expression(self, arguments):
+        frame = self._find_frame(arguments)
+        expression = arguments['expression']
+        statement = '%s = (%s)' % (expression, arguments['value'])
+        self._of_program(evaluate.statement, statement, frame, None)
+        value = self._of_program(evaluate.expression, expression, frame)
+        return self._presenter.value(value, frame, expression)
+
+    def _evaluate(self, arguments):
+        frame = self._find_frame(arguments)
+        expression = arguments['expression']
+        if arguments.get('context') in (None, 'repl'):
+            return self._execute(expression, frame)
+        value = self._of_program(evaluate.expression, expression, frame)
+        shown = self._presenter.value(value, frame, expression)
+        if arguments['context'] == 'clipboard':
+            shown['value'] = self._presenter.shower.show_all(value)
+        return _result(shown)
+
+    def _execute(self, typed, frame):
+        """A line of the console: it may be a statement, and take as long as it likes."""
+        shown = []
+
+        self._within(None, evaluate.statement, typed, frame, shown.append)
+        if not shown:
+            return {'result': '', 'variablesReference': 0}
+        return _result(self._presenter.value(shown[-1], frame))
+
+    def _completions(self, arguments):
+        frame = self._find_frame(arguments)
+        first_column = self._session.first_column
+        lines = arguments['text'].split('\n')
+        line = arguments.get('line', self._session.first_line) - self._session.first_line
+        typed = lines[line] if 0 <= line < len(lines) else ''
+        start, end, names = self._of_program(
+            completion.complete, typed, arguments['column'] - first_column, frame)
+        return {'targets': [{'label': name, 'start': start + first_column, 'length': end - start}
+                            for name in names]}
+
+    def _exception_info(self, arguments):
+        if self.stop.reason != RAISED:
+            raise Refused('the thread has not stopped at an exception')
+        type, value, traceback = self.stop.argument
+        description = self._of_program(evaluate.error_text, type, value)
+        return self._session.exceptions.describe(type, description, traceback)
+
+    # Jumping.
+
+    def _goto_targets(self, arguments):
+        line = self._session.to_program_line(arguments['line'])
+        path = self._session.sources.to_program(arguments['source'].get('path') or '')
+        if self._frame is not self.stop.frame or path != source.file_name(self._frame):
+            return {'targets': []}
+        return {'targets': [
+            {'id': self._jumps.add(line), 'label': 'line %d' % line,
+             'line': self._session.to_client_line(line)}
+            for line in jump.targets(self._frame, line)]}
+
+    def _goto(self, arguments):
+        line = self._jumps.find(arguments['targetId'])
+        if line is None:
+            raise Refused('the program has gone on since then')
+        try:
+            self._frame.f_lineno = line
+        except ValueError as error:
+            raise Refused(str(error))
+        return Then(None, lambda: self._session.tell_stop(Told('goto', self._frame, {})))
+
+    # Going on.
+
+    def _check_thread(self, arguments):
+        if self._session.find_thread(arguments['threadId']).id != self.stop.thread:
+            raise Refused('the thread has not stopped by itself')
+
+    def _continue(self, arguments):
+        if not self._session.stops_all:
+            self._check_thread(arguments)
+        self._resume = Resume(CONTINUE)
+        return {'allThreadsContinued': self._session.stops_all}
+
+    def _step(self, arguments, action, frame=None):
+        self._check_thread(arguments)
+        self._resume = Resume(action, None if frame is self.stop.frame else frame)
+
+    def _next(self, arguments):
+        return self._step(arguments, STEP_OVER, self._frame)
+
+    def _step_in(self, arguments):
+        return self._step(arguments, STEP_INTO)
+
+    def _step_out(self, arguments):
+        return self._step(arguments, STEP_OUT, self._frame)
+
+
+def _result(shown):
+    shown['result'] = shown.pop('value')
+    return shown

@@ -1,0 +1,69 @@
+"""Ending what a thread evaluates when it takes too long, or is no longer wanted.
+
+An exception is raised in the thread by the interpreter, which it does between two instructions of
+Python code. Code in C that waits or computes for long is therefore never ended.
+"""
+
+import thread
+import time
+
+try:
+    import ctypes
+except ImportError:
+    ctypes = None  # Nothing is limited then.
+
+from sorrel.dap.values import Overtime
+
+_INSIST_AFTER = 0.1
+
+
+class TimeLimit(object):
+
+    def __init__(self):
+        self._ident = None
+        self._running = False
+        self._expiring = False
+        # When to call `expire()`; None for never.
+        self.deadline = None
+
+    def call(self, seconds, function, *arguments):
+        """Calls the function. seconds: None for no limit. Raises Overtime besides its own."""
+        if ctypes is None or self._running:
+            return function(*arguments)  # A limit within a limit: the outer one holds.
+        try:
+            try:
+                self._begin(seconds)
+                return function(*arguments)
+            finally:
+                self._end()
+        finally:
+            # The first time may have been ended by what it is to prevent.
+            self._end()
+
+    def expire(self):
+        """Ends what is being called, if it still is; for another thread."""
+        # The other thread goes on only when this is done.
+        self._expiring = True
+        if self._running:
+            _raise_in(self._ident, ctypes.py_object(Overtime))
+            # Once more, should it be caught.
+            self.deadline = time.time() + _INSIST_AFTER
+        self._expiring = False
+
+    def _begin(self, seconds):
+        self._ident = thread.get_ident()
+        self._running = True
+        if seconds is not None:
+            self.deadline = time.time() + seconds
+
+    def _end(self):
+        self._running = False
+        while self._expiring:
+            time.sleep(0.001)
+        self.deadline = None
+        _raise_in(self._ident, None)
+
+
+if ctypes is not None:
+    def _raise_in(ident, exception):
+        ctypes.pythonapi.PyThreadState_SetAsyncExc(ctypes.c_long(ident), exception)
