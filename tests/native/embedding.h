@@ -43,6 +43,12 @@ inline std::string repr(PyObject* object) {
     return text ? PyString_AS_STRING(text.get()) : "(no object)";
 }
 
+// An address as log messages show it.
+inline std::string address(const void* pointer) {
+    const Ref text = Ref::steal(PyString_FromFormat("%p", const_cast<void*>(pointer)));
+    return text ? PyString_AS_STRING(text.get()) : "";
+}
+
 // Collects what the core logs in some categories while it lives.
 class Diagnostics {
   public:
