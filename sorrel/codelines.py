@@ -46,3 +46,12 @@ def of_file(path):
     for _, function in functions(code):
         lines.update(of_code(function))
     return sorted(lines)
+
+
+def filled(path):
+    """The lines of a text file that are not blank."""
+    source = open(path, 'U')
+    try:
+        return [number for number, line in enumerate(source, 1) if line.strip()]
+    finally:
+        source.close()

@@ -67,3 +67,10 @@ def without_own(traceback):
     while traceback is not None and is_own(traceback.tb_frame):
         traceback = traceback.tb_next
     return traceback
+
+
+def innermost(traceback):
+    """The last part of a traceback: where the exception was raised."""
+    while traceback.tb_next is not None:
+        traceback = traceback.tb_next
+    return traceback

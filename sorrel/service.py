@@ -5,6 +5,8 @@ It owns the core's callbacks and knows which threads are stopped. A front end ha
 that thread, and None lets it go on as before the stop. While it runs, the thread holds the core's
 mutex, and nothing that it does is traced.
 A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
+
+`breakpoints` and `exceptions` say where else than at steps the program stops.
 """
 
 import __builtin__
@@ -15,13 +17,12 @@ import traceback
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import everythread, frames, threadhooks
+from sorrel import breakpoints, everythread, exceptions, frames, threadhooks
 from sorrel.interrupts import Interrupts
 from sorrel.records import (
     DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_OUT, STEP_OVER_RANGE, STEPPED, Stop,
     Thread)
 
-_NEVER_STOP_ON_EXCEPTIONS = 0
 _IDLE_PERIOD = 1.0
 _ANY_THREAD = object()
 # What a front end may need where the program has used up its own.
@@ -46,10 +47,12 @@ class Service(object):
         self._to_interrupt = None
         self.attached = False
         frames.learn_own_modules()
-        core.init(_IDLE_PERIOD, _NEVER_STOP_ON_EXCEPTIONS, self._hook_threads, self._on_idle,
-                  self._on_line, self._on_return, self._on_exception, self._on_quit, None,
+        core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
+                  self._on_return, self._on_exception, self._on_quit, None,
                   __builtin__.__import__, None, frames.own_files())
         self.main_thread = core.get_current_tstate_id()
+        self.breakpoints = breakpoints.Breakpoints()
+        self.exceptions = exceptions.Exceptions()
 
     # For whoever runs the program.
 
@@ -110,6 +113,8 @@ class Service(object):
         if self.attached:
             self.attached = False
             core.reset()
+            self.breakpoints.forget()
+            self.exceptions.forget()
             self._awaited.clear()
             self._interrupted.clear()
             self._to_interrupt = None
