@@ -134,9 +134,9 @@ bool translate(Location* location, int event) {
     }
     location->translation = Ref::steal(PyObject_CallMethod(
         location->hook, const_cast<char*>("_TranslateFrame"), const_cast<char*>("Oi"), frame, 0));
-    return location->translation && PyTuple_Check(location->translation.get()) &&
-           PyArg_ParseTuple(location->translation.get(), "si", &location->file, &location->line) !=
-               0;
+    // There may be more to it than file and line.
+    const Ref place = Ref::steal(PyTuple_GetSlice(location->translation.get(), 0, 2));
+    return place && PyArg_ParseTuple(place.get(), "si", &location->file, &location->line) != 0;
 }
 
 // The file of a frame of plain Python; a module that is seen for the first time resolves its

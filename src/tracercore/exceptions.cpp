@@ -55,8 +55,9 @@ HookAnswer ask_hook(PyObject* hook, PyFrameObject* frame) {
             Ref::steal(PyObject_CallMethod(hook, const_cast<char*>("_TranslateFrame"),
                                            const_cast<char*>("Oi"), as_object(frame), 1));
     }
-    if (answer.translation && PyTuple_Check(answer.translation.get()) &&
-        PyArg_ParseTuple(answer.translation.get(), "sO", &answer.file, &answer.line) == 0) {
+    // There may be more to it than file and line.
+    const Ref place = Ref::steal(PyTuple_GetSlice(answer.translation.get(), 0, 2));
+    if (place && PyArg_ParseTuple(place.get(), "sO", &answer.file, &answer.line) == 0) {
         answer.file = nullptr;
     }
     return answer;
