@@ -42,12 +42,12 @@ void keep_callbacks(const Callbacks& given) {
     keep(kept.internal_modules_map, given.internal_modules_map);
 }
 
+// A mutex that a thread holds already stays its own: it gives it back when its event is over.
 bool make_mutex() {
-    // A mutex that is held belongs to the event that is under way; it is left to its holder.
-    if (core.mutex == nullptr || core.mutex_owner != kNoOwner) {
+    if (core.mutex == nullptr) {
         core.mutex = dbg_lock_new();
+        core.mutex_owner = kNoOwner;
     }
-    core.mutex_owner = kNoOwner;
     if (core.mutex == nullptr) {
         PyErr_SetString(PyExc_MemoryError, "Out of memory");
     }
@@ -178,19 +178,11 @@ int acquire_sorrel_mutex() {
     if (core.mutex_owner == ident) {
         return 0;
     }
-    for (;;) {
-        PyThread_type_lock const lock = core.mutex;
-        const int acquired = dbg_lock_acquire(lock, WAIT_LOCK);
-        if (acquired != 0 && lock != core.mutex) {
-            // Another init() put a new mutex in its place while this thread waited.
-            dbg_lock_release(lock);
-            continue;
-        }
-        if (acquired != 0) {
-            core.mutex_owner = ident;
-        }
-        return acquired;
+    const int acquired = dbg_lock_acquire(core.mutex, WAIT_LOCK);
+    if (acquired != 0) {
+        core.mutex_owner = ident;
     }
+    return acquired;
 }
 
 void release_sorrel_mutex() {

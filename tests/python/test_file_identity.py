@@ -202,10 +202,14 @@ class ModuleFileTest(FrameFileTestCase):
             self.assertEqual(self.file_of("/no/code.py", __file__=module_file), "/no/code.py")
 
     def test_code_whose_file_cannot_be_read_is_in_the_module_file(self):
-        for name in ("/no/such.py", "<made up>", ""):
+        for name in ("/no/such.py", ""):
             self.assertEqual(self.file_of(name, __file__=self.module_file), self.module_file)
             self.assertEqual(self.file_of(name, __file__=self.module_file + "c"),
                              self.module_file)
+
+    def test_code_under_a_name_in_angle_brackets_keeps_it(self):
+        for name in ("<string>", "<made up>"):
+            self.assertEqual(self.file_of(name, __file__=self.module_file), name)
 
     def copy_times(self, *paths):
         for path in paths:
