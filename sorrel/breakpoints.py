@@ -136,14 +136,14 @@ class Breakpoints(object):
                 raise Refused('the condition is no expression: %s' % error)
         return condition or None
 
-    # The core's side, with the lock held.
-
     def _change(self, breakpoint, attribute, value):
         with self._lock:
             self._refresh()
             if breakpoint in self._known:
                 setattr(breakpoint, attribute, value)
                 self._set_anew(breakpoint)
+
+    # The core's side, with the lock held.
 
     def _set_anew(self, changed):
         """Gives the core what is known of the line of this breakpoint."""

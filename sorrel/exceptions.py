@@ -1,10 +1,11 @@
 """Exceptions: at which of them the program stops, and which it has been stopped for already."""
 
 import threading
+from collections import namedtuple
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import frames, printers
+from sorrel import frames, printers, threadhooks
 
 # The modes: stop at none, at every one, where nothing will catch it, where the program prints it
 # or nothing will catch it.
@@ -15,6 +16,14 @@ _CORE_MODES = {NEVER: 0, ALWAYS: 1, UNHANDLED: 2, PRINTED: 4}
 _PART_OF_NORMAL_WORK = (GeneratorExit, StopIteration, SystemExit)
 
 
+# policy: the mode for whose sake the thread is to stop, or None. frame: where the exception was
+# raised, if there is a policy. is_end: whether the exception is about to end the thread.
+Judgement = namedtuple('Judgement', 'policy frame is_end')
+NO_JUDGEMENT = Judgement(None, None, False)
+
+_NOTHING = None, False
+
+
 class Exceptions(object):
     """mode: one of the words above. always, never: tuples of the types at which the program stops
     in every mode, and in none. ignored: (path, line) of the places whose exceptions don't stop it.
@@ -22,7 +31,8 @@ class Exceptions(object):
     """
 
     def __init__(self):
-        # For each thread, what tells the exception of its last event from others.
+        # For each thread, what tells the traceback of its last exception event from others, and
+        # whether the front end knows of that exception.
         self._last = {}
         self.forget()
 
@@ -61,37 +71,76 @@ class Exceptions(object):
     def set_own_frames(self, callers):
         """What these frames catch, which run the program, the program has not caught."""
         codes = [frame.f_code for frame in callers]
+        codes.append(threadhooks.ThreadMain.__call__.im_func.func_code)
         for name in '_Thread__bootstrap', '_Thread__bootstrap_inner':
             codes.append(getattr(threading.Thread, name).im_func.func_code)
         core.set_ignored_exception_handlers(dict.fromkeys(codes))
 
-    def reason(self, thread, error):
-        """The mode for whose sake the program is to stop at this event, or None.
+    def judge(self, thread, frame, error, is_step):
+        """What an event of an exception means for the calling thread, whose id this is.
 
-        error: (type, value, traceback). Each frame that an exception passes through has an event
-        for it: the program stops at the first of them alone.
+        error: (type, value, traceback). is_step: whether its step stops the thread in any case.
+        Each frame that an exception passes through has an event for it: the program is to stop
+        at the first of them alone.
         """
         type, _, traceback = error
-        passes_on = (traceback.tb_next is not None
-                     and self._last.get(thread) == id(traceback.tb_next))
-        # Not the traceback itself, which would keep all that it leads to.
-        self._last[thread] = id(traceback)
-        if passes_on or _is_kind_of(type, self.never) or raised_at(error) in self.ignored:
-            return None
-        if _is_kind_of(type, self.always):
-            return ALWAYS
-        if self.mode == PRINTED and core.exiting_on_exception():
-            return UNHANDLED
-        return self.mode if self.mode != NEVER else None
+        if traceback is None:
+            return NO_JUDGEMENT
+        known, is_told = self._last.get(thread, _NOTHING)
+        is_told = is_told and _leads_to(traceback.tb_next, known)
+        self._last[thread] = _key(traceback), is_told
+        raising = frames.innermost(traceback).tb_frame
+        if not frames.is_program(raising):
+            return NO_JUDGEMENT
+        policy = None if is_told else self._policy(error, is_step)
+        return Judgement(policy, raising if policy else None,
+                         not is_step and self._is_end(frame, type))
 
-    def thread_ended(self, thread):
-        self._last.pop(thread, None)
+    def told(self, thread):
+        """The front end is told of the exception that has had the thread's last event."""
+        self._last[thread] = self._last[thread][0], True
+
+    def keep(self, threads):
+        """Forgets all but these threads."""
+        for thread in set(self._last).difference(threads):
+            del self._last[thread]
+
+    def _policy(self, error, is_step):
+        type = error[0]
+        if _is_kind_of(type, self.never) or raised_at(error) in self.ignored:
+            return None
+        if self.mode == ALWAYS or _is_kind_of(type, self.always):
+            return ALWAYS
+        # The core has not looked for handlers where the step stops the thread.
+        if self.mode == NEVER or is_step:
+            return None
+        return UNHANDLED if core.exiting_on_exception() else self.mode
+
+    def _is_end(self, frame, type):
+        if not frames.is_program(frame) or \
+                frame.f_back is not None and frames.is_program(frame.f_back):
+            return False
+        return core.exiting_on_exception() == 1 or (
+            self.mode == UNHANDLED and not _is_kind_of(type, self.always))
 
 
 def raised_at(error):
     """The (path, line) at which an exception, as (type, value, traceback), was raised."""
     traceback = frames.innermost(error[2])
     return core.get_frame_file(traceback.tb_frame), traceback.tb_lineno
+
+
+def _key(traceback):
+    # Not the traceback itself, which would keep all that it leads to.
+    return id(traceback), id(traceback.tb_frame), traceback.tb_lasti
+
+
+def _leads_to(traceback, key):
+    while traceback is not None:
+        if _key(traceback) == key:
+            return True
+        traceback = traceback.tb_next
+    return False
 
 
 def _is_kind_of(type, types):

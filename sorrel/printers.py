@@ -15,7 +15,7 @@ class _Place(object):
 
 PLACES = [_Place(*names) for names in (
     ('sorrel.runner', '*', 'run'),
-    ('sorrel.threadhooks', '_ThreadMain', '__call__'),
+    ('sorrel.threadhooks', 'ThreadMain', '__call__'),
     ('threading', 'Thread', '__bootstrap_inner'),
     ('atexit', '*', '_run_exitfuncs'),
     ('SocketServer', 'BaseServer', '_handle_request_noblock'),

@@ -4,8 +4,11 @@ from collections import namedtuple
 
 # A thread has stopped. thread: the core's id of it. reason: one of the words below. argument:
 # the value on its way out (RETURNED) or (type, value, traceback) (RAISED), else None.
-# changed_bps: the breakpoints deleted and changed since the last stop, as the core has them.
-Stop = namedtuple('Stop', 'thread frame reason argument changed_bps')
+# frame: the frame; for RAISED with a policy it is the one where the exception was raised, which
+# may have been left already. policy: for RAISED, the mode of sorrel.exceptions for whose sake it
+# has stopped, None when its step has met the exception. is_end: whether the exception is about to
+# end the thread, and with the main thread the program.
+Stop = namedtuple('Stop', 'thread frame reason argument policy is_end')
 
 STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
 

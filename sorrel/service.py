@@ -5,6 +5,8 @@ It owns the core's callbacks and knows which threads are stopped. A front end ha
 that thread, and None lets it go on as before the stop. While it runs, the thread holds the core's
 mutex, and nothing that it does is traced.
 A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
+A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
+that the front end has been told of, or is not to be, is about to end its thread.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops.
 """
@@ -18,10 +20,11 @@ import traceback
 import tmorvik26_vs2012_x64 as core
 
 from sorrel import breakpoints, everythread, exceptions, frames, threadhooks
+from sorrel.exceptions import NO_JUDGEMENT
 from sorrel.interrupts import Interrupts
 from sorrel.records import (
-    DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_OUT, STEP_OVER_RANGE, STEPPED, Stop,
-    Thread)
+    DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEPPED, Stop, Thread)
+from sorrel.steps import Steps
 
 _IDLE_PERIOD = 1.0
 _ANY_THREAD = object()
@@ -37,8 +40,7 @@ class Service(object):
         self._process = os.getpid()
         self._ignored = set()
         self._stops = {}
-        # Requests that count in an outer frame, for threads that still run on towards it.
-        self._awaited = {}
+        self._steps = Steps()
         # The program's namespace until its code has begun to run.
         self._entering = None
         self._interrupts = Interrupts(self._interrupt) if catch_ctrl_c else None
@@ -68,6 +70,9 @@ class Service(object):
                 self._interrupts.install()
             self.attached = True
             core.start_trace()
+            self.exceptions.set_own_frames(frames.callers(sys._getframe()))
+            self._steps.expect_stop(self.main_thread)
+            _leave_bottom_frame()
             core.step_into()
         try:
             if code is not None:
@@ -78,7 +83,7 @@ class Service(object):
         finally:
             if self.attached:
                 # What is left on this thread is not the program's.
-                core.continue_run()
+                self._steps.give_up(self.main_thread)
 
     def ended(self, outcome):
         """Nothing of the program will run any more."""
@@ -115,7 +120,7 @@ class Service(object):
             core.reset()
             self.breakpoints.forget()
             self.exceptions.forget()
-            self._awaited.clear()
+            self._steps.keep(())
             self._interrupted.clear()
             self._to_interrupt = None
             if self._interrupts is not None:
@@ -141,13 +146,20 @@ class Service(object):
     # The core's callbacks. An error in one would end the tracing of its thread.
 
     def _on_line(self, frame, changed_bps):
-        self._stopped(frame, STEPPED, None, changed_bps)
+        self._stopped(frame, STEPPED, None)
 
     def _on_return(self, frame, value, changed_bps):
-        self._stopped(frame, RETURNED, value, changed_bps)
+        self._stopped(frame, RETURNED, value)
 
     def _on_exception(self, frame, error, changed_bps):
-        self._stopped(frame, RAISED, error, changed_bps)
+        thread = core.get_current_tstate_id()
+        is_step = self._steps.stops_at(thread, frame)
+        judgement = self.exceptions.judge(thread, frame, error, is_step)
+        if is_step or judgement.policy is not None:
+            self._stopped(frame, RAISED, error, judgement)
+        elif judgement.is_end:
+            self._resume(thread, frame, self._tell_end(
+                Stop(thread, judgement.frame, RAISED, error, None, True)))
 
     def _on_idle(self):
         if self._to_interrupt is not None and not self._interrupt_here():
@@ -176,100 +188,96 @@ class Service(object):
             return False
         self._to_interrupt = None
         self._interrupted.add(id)
-        core.stop()
+        self._steps.stop_anywhere(id)
         return True
 
     # Stops.
 
-    def _stopped(self, frame, reason, argument, changed_bps):
-        if os.getpid() != self._process:
-            # A fork: two processes cannot share one front end.
-            self.detach()
-        elif not frames.is_program(frame):
+    def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT):
+        if self._is_forked():
+            return
+        if judgement.policy is None and not frames.is_program(frame):
             self._pass_over(frame)
-        elif self._entering is None or self._entering is frame.f_globals:
+            return
+        if self._entering is not None:
+            if self._entering is not frame.f_globals:
+                return
             self._entering = None
-            id = core.get_current_tstate_id()
-            if id in self._interrupted:
-                self._interrupted.discard(id)
-                if reason == STEPPED:
-                    reason = INTERRUPTED
-            stop = Stop(id, frame, reason, argument, changed_bps)
-            if not self._still_on_its_way(stop):
-                self._resume(stop, self._ask(stop))
+        thread = core.get_current_tstate_id()
+        if thread in self._interrupted:
+            self._interrupted.discard(thread)
+            if reason == STEPPED:
+                reason = INTERRUPTED
+        if judgement.policy is not None:
+            self._steps.arrive(thread)
+        elif self._steps.is_on_its_way(thread, frame, reason):
+            return
+        if reason == RAISED:
+            self.exceptions.told(thread)
+        stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
+                    judgement.is_end)
+        self._resume(thread, frame, self._ask(stop))
+
+    def _is_forked(self):
+        """Two processes cannot share one front end: the child process is let go."""
+        if os.getpid() == self._process:
+            return False
+        self.detach()
+        return True
+
+    def _tell_end(self, stop):
+        ending = getattr(self._front_end, 'ending', None)
+        if ending is not None and not self._is_forked():
+            return self._guarded(ending, stop)
 
     def _pass_over(self, frame):
         """A step request has met code that is not the program's."""
-        if frames.is_entry(frame):
+        if self._entering is not None or frames.is_entry(frame):
             return  # On its way into the program or out of it.
-        if core.get_current_tstate_id() in self._interrupted:
+        thread = core.get_current_tstate_id()
+        if thread in self._interrupted:
             return  # It is to stop in the program.
         for caller in frames.callers(frame):
             if frames.is_program(caller):
                 return  # The program is being interrupted, and goes on to its own next line.
-        self._awaited.pop(core.get_current_tstate_id(), None)
-        core.continue_run()
+        self._steps.give_up(thread)
 
     def _ask(self, stop):
         self._stops[stop.thread] = stop
+        known = core.get_threads()
+        self._steps.keep(known)
+        self.exceptions.keep(known)
+        try:
+            return self._guarded(self._front_end.stopped, stop)
+        finally:
+            del self._stops[stop.thread]
+
+    def _guarded(self, function, stop):
+        """Asks the front end; whatever goes wrong there, the program goes on."""
         limit = sys.getrecursionlimit()
         sys.setrecursionlimit(limit + _STACK_ROOM)
         try:
             while True:
                 try:
-                    return self._front_end.stopped(stop)
+                    return function(stop)
                 except KeyboardInterrupt:
                     pass  # Ctrl-C at a moment when the front end was not ready for it.
                 except Exception:
                     traceback.print_exc(file=sys.__stderr__)
                     return Resume(DETACH)
         finally:
-            del self._stops[stop.thread]
             if sys.getrecursionlimit() == limit + _STACK_ROOM:
                 sys.setrecursionlimit(limit)
 
-    def _resume(self, stop, resume):
+    def _resume(self, thread, frame, resume):
         if resume is None:
             return
         if resume.action == DETACH:
             self.detach()
         elif resume.action == QUIT:
             self.quit()
-        elif resume.frame is None or resume.frame is stop.frame:
-            self._request(resume)
         else:
-            self._awaited[stop.thread] = resume
-            core.step_out()
-
-    def _request(self, resume):
-        if resume.action == STEP_OVER_RANGE:
-            core.step_over_line_range(resume.first, resume.last)
-        else:
-            # The words are the names of the core's functions.
-            getattr(core, resume.action)()
-
-    def _still_on_its_way(self, stop):
-        """Whether the thread only goes on towards the outer frame in which its step counts.
-
-        The core steps from the innermost frame alone: the frames inside the outer one are left
-        one by one.
-        """
-        resume = self._awaited.get(stop.thread)
-        if resume is None:
-            return False
-        if stop.frame is not resume.frame and stop.reason != INTERRUPTED \
-                and resume.frame in list(frames.callers(stop.frame)):
-            if stop.reason != RETURNED:
-                core.step_out()
-            return True
-        del self._awaited[stop.thread]
-        if stop.frame is resume.frame and stop.reason == STEPPED:
-            if resume.action == STEP_OUT or (
-                    resume.action == STEP_OVER_RANGE
-                    and resume.first <= stop.frame.f_lineno <= resume.last):
-                self._request(resume)
-                return True
-        return False
+            self._steps.request(thread, frame, resume)
 
     def _interrupt(self):
         """Ctrl-C, in the main thread."""
@@ -277,7 +285,7 @@ class Service(object):
             # It is for the front end, or the program has not got to a line since the last one.
             raise KeyboardInterrupt
         self._interrupted.add(self.main_thread)
-        core.stop()
+        self._steps.stop_anywhere(self.main_thread)
 
     # Threads.
 
@@ -292,3 +300,13 @@ class Service(object):
         if known is not None:
             return known.getName()
         return core.get_thread_name(id) or 'thread %s' % ident
+
+
+def _leave_bottom_frame():
+    """For the core, the frames below the program are left: its first one will be the bottom.
+
+    Tracing begins in frames of the server, and the bottom frame tells what ends the program.
+    """
+    for bottom in frames.callers(sys._getframe()):
+        pass
+    core.trace_dispatch(bottom, 'return', None)

@@ -9,7 +9,7 @@ import tmorvik26_vs2012_x64 as core
 from sorrel import frames
 
 
-class _ThreadMain(object):
+class ThreadMain(object):
     """Stands in place of a thread's function and calls it."""
 
     # Kept here: when a thread ends last, the interpreter has emptied the modules.
@@ -48,7 +48,7 @@ class _ThreadMain(object):
 def _starter(start, trace):
     def start_new_thread(function, args, *kwargs):
         if callable(function):
-            function = _ThreadMain(function, trace)
+            function = ThreadMain(function, trace)
         return start(function, args, *kwargs)
     return start_new_thread
 
