@@ -1,14 +1,13 @@
-// Runs the native tests inside one interpreter of the host.
+// Runs the tests with the host's interpreter in the process.
+#include <gmock/gmock.h>
+
 #include "host/python.h"
 
-#include <gtest/gtest.h>
-
 int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    static char program[] = MORVIK_HOST_EXECUTABLE;
-    Py_SetProgramName(program);
+    testing::InitGoogleMock(&argc, argv);
+    static char executable[] = MORVIK_HOST_EXECUTABLE;
+    Py_SetProgramName(executable);
     Py_Initialize();
-    const int result = RUN_ALL_TESTS();
-    Py_Finalize();
-    return result;
+    PyEval_InitThreads();
+    return RUN_ALL_TESTS();
 }
