@@ -13,11 +13,11 @@ from sorrel.dap.exceptions import Exceptions
 from sorrel.dap.job import Job, Then, answer
 from sorrel.dap.protocol import Refused, text
 from sorrel.dap.stopped import StoppedThread
-from sorrel.dap.threads import Threads
 from sorrel.dap.timelimit import TimeLimit
 from sorrel.dap.told import Told
 from sorrel.records import (
     CONTINUE, DETACH, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT)
+from sorrel.threadnumbers import Threads
 
 # How often the limit of what is evaluated is looked at, in seconds.
 _LOOK = 0.25

@@ -1,6 +1,4 @@
-"""The numbers by which a client knows threads."""
-
-import threading
+"""The numbers by which a person or a client knows threads."""
 
 
 class Threads(object):
