@@ -4,7 +4,7 @@
 
 #include "dprintf.h"
 #include "host/opcodes.h"
-#include "python_test.h"
+#include "python_fixture.h"
 
 namespace morvik {
 namespace {

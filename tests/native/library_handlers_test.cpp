@@ -1,6 +1,6 @@
 // The analysis over every function of the interpreter's own library.
 #include "exceptops/handlers.h"
-#include "python_test.h"
+#include "python_fixture.h"
 
 namespace morvik {
 namespace {

@@ -9,5 +9,7 @@ int main(int argc, char** argv) {
     Py_SetProgramName(executable);
     Py_Initialize();
     PyEval_InitThreads();
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    Py_Finalize();
+    return result;
 }

@@ -8,7 +8,7 @@
 
 #include "allocation.h"
 #include "dprintf.h"
-#include "python_test.h"
+#include "python_fixture.h"
 
 namespace morvik {
 namespace {

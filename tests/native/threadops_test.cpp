@@ -1,14 +1,16 @@
 #include "threadops.h"
 
-#include <atomic>
-#include <cerrno>
-#include <thread>
-
+#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <string>
+#include <thread>
+
 #include "allocation.h"
-#include "dprintf.h"
-#include "python_test.h"
+#include "embedding.h"
+#include "python_fixture.h"
 
 namespace morvik {
 namespace {
@@ -247,10 +249,9 @@ TEST_F(ThreadIdentDeathTest, LogsTheFunction) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            const Stream stream;
-            dprintf_set_file(stream.object());
+            Diagnostics log(kLogCore);
             thread_ident_init();
-            const std::string message = stream.messages().at(0);
+            const std::string message = log.take().at(0);
             _exit(message.compare(0, 28, "Thread ident function is 0x") > 0 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");

@@ -1,7 +1,12 @@
 #include "dprintf.h"
 
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
 #include "allocation.h"
-#include "python_test.h"
+#include "python_fixture.h"
 
 namespace morvik {
 namespace {

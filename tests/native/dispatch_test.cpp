@@ -1,16 +1,16 @@
 #include "tracercore/dispatch.h"
 
-#include "dprintf.h"
+#include <functional>
+#include <string>
+
 #include "morvikmodule/entry_points.h"
-#include "python_test.h"
+#include "python_fixture.h"
 #include "tracercore/state.h"
 
 PyMODINIT_FUNC inittmorvik26_vs2012_x64();
 
 namespace morvik {
 namespace {
-
-using testing::IsEmpty;
 
 // The core in its process, tracing, with callbacks that note that they were called.
 class DispatchTest : public PythonTest {

@@ -1,6 +1,8 @@
-#include "python_test.h"
+#include "python_fixture.h"
 
 #include <utility>
+
+#include "embedding.h"
 
 namespace morvik {
 
@@ -15,39 +17,16 @@ PyObject* call_native(PyObject* /*self*/, PyObject* /*args*/) {
 
 PyMethodDef native_method = {"native", call_native, METH_NOARGS, nullptr};
 
-Ref new_variables() {
-    Ref variables = Ref::steal(PyDict_New());
-    PyDict_SetItemString(variables.get(), "__builtins__", PyEval_GetBuiltins());
-    return variables;
-}
-
-constexpr char kStream[] = R"(
-class Stream(object):
-    def __init__(self):
-        self.messages = []
-        self.flushes = 0
-    def write(self, text):
-        self.messages.append(text)
-    def flush(self):
-        self.flushes += 1
-)";
-
 }  // namespace
 
-void PythonTest::SetUp() { variables_ = new_variables(); }
+void PythonTest::SetUp() { variables_ = morvik::run(""); }
 
 void PythonTest::TearDown() {
     native_action = nullptr;
     EXPECT_EQ(take_error(), "");
 }
 
-void PythonTest::run(const char* source) {
-    const Ref result = Ref::steal(
-        PyRun_String(source, Py_file_input, variables_.get(), variables_.get()));
-    if (!result) {
-        FAIL() << take_error() << " in: " << source;
-    }
-}
+void PythonTest::run(const char* source) { morvik::run(source, variables_.get()); }
 
 Ref PythonTest::eval(const char* expression) {
     Ref value = Ref::steal(
@@ -57,9 +36,7 @@ Ref PythonTest::eval(const char* expression) {
 }
 
 std::string PythonTest::repr(const char* expression) {
-    const Ref value = eval(expression);
-    const Ref text = Ref::steal(value ? PyObject_Repr(value.get()) : nullptr);
-    return text ? PyString_AS_STRING(text.get()) : take_error();
+    return morvik::repr(eval(expression).get());
 }
 
 void PythonTest::define_native(std::function<void()> action) {
@@ -85,16 +62,21 @@ std::string PythonTest::take_error() {
     return std::string(PyString_AsString(name.get())) + ": " + PyString_AsString(text.get());
 }
 
-Stream::Stream() {
-    const Ref variables = new_variables();
-    const Ref done = Ref::steal(
-        PyRun_String(kStream, Py_file_input, variables.get(), variables.get()));
-    object_ = Ref::steal(PyObject_CallObject(
-        PyDict_GetItemString(variables.get(), "Stream"), nullptr));
-}
+Stream::Stream()
+    : names_(run("class Stream(object):\n"
+                 "    def __init__(self):\n"
+                 "        self.messages = []\n"
+                 "        self.flushes = 0\n"
+                 "    def write(self, text):\n"
+                 "        self.messages.append(text)\n"
+                 "    def flush(self):\n"
+                 "        self.flushes += 1\n"
+                 "stream = Stream()\n")) {}
+
+PyObject* Stream::object() const { return item(names_, "stream"); }
 
 std::vector<std::string> Stream::messages() const {
-    const Ref list = Ref::steal(PyObject_GetAttrString(object_.get(), "messages"));
+    const Ref list = Ref::steal(PyObject_GetAttrString(object(), "messages"));
     std::vector<std::string> texts;
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list.get()); ++i) {
         texts.emplace_back(PyString_AsString(PyList_GET_ITEM(list.get(), i)));
@@ -103,7 +85,7 @@ std::vector<std::string> Stream::messages() const {
 }
 
 int Stream::flushes() const {
-    const Ref count = Ref::steal(PyObject_GetAttrString(object_.get(), "flushes"));
+    const Ref count = Ref::steal(PyObject_GetAttrString(object(), "flushes"));
     return static_cast<int>(PyInt_AsLong(count.get()));
 }
 

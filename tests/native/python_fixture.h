@@ -1,6 +1,6 @@
 // Tests that hold interpreter objects.
-#ifndef MORVIK_TESTS_NATIVE_PYTHON_TEST_H
-#define MORVIK_TESTS_NATIVE_PYTHON_TEST_H
+#ifndef MORVIK_TESTS_NATIVE_PYTHON_FIXTURE_H
+#define MORVIK_TESTS_NATIVE_PYTHON_FIXTURE_H
 
 #include <gmock/gmock.h>
 
@@ -39,12 +39,12 @@ class PythonTest : public testing::Test {
 class Stream {
   public:
     Stream();
-    PyObject* object() const { return object_.get(); }
+    PyObject* object() const;
     std::vector<std::string> messages() const;
     int flushes() const;
 
   private:
-    Ref object_;
+    Ref names_;
 };
 
 }  // namespace morvik

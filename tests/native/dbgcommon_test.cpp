@@ -1,10 +1,14 @@
 #include "dbgcommon.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
+#include <string>
+#include <vector>
 
 #include "allocation.h"
-#include "dprintf.h"
-#include "python_test.h"
+#include "embedding.h"
+#include "python_fixture.h"
 
 namespace morvik {
 namespace {
@@ -14,18 +18,7 @@ using testing::IsEmpty;
 
 class DbgCommonTest : public PythonTest {
   protected:
-    void SetUp() override {
-        PythonTest::SetUp();
-        dprintf_mask = kLogErrors | kLogFiles;
-        dprintf_set_file(stream_.object());
-    }
-    void TearDown() override {
-        dprintf_set_file(nullptr);
-        dprintf_mask = kLogCore | kLogExceptions;
-        PythonTest::TearDown();
-    }
-
-    Stream stream_;
+    Diagnostics log_{kLogErrors | kLogFiles};
 };
 
 TEST_F(DbgCommonTest, TextOrNull) {
@@ -38,24 +31,24 @@ TEST_F(DbgCommonTest, ModuleFunctionIsFound) {
     const Ref function = Ref::steal(get_module_function("os", "getpid"));
     ASSERT_TRUE(function);
     EXPECT_NE(PyCallable_Check(function.get()), 0);
-    EXPECT_THAT(stream_.messages(), IsEmpty());
+    EXPECT_THAT(log_.take(), IsEmpty());
 }
 
 TEST_F(DbgCommonTest, FunctionOfAMissingModule) {
     EXPECT_EQ(get_module_function("no_such_module", "f"), nullptr);
     EXPECT_EQ(take_error(), "ImportError: No module named no_such_module");
-    EXPECT_THAT(stream_.messages(), ElementsAre("module no_such_module not found\n"));
+    EXPECT_THAT(log_.take(), ElementsAre("module no_such_module not found\n"));
 }
 
 TEST_F(DbgCommonTest, MissingFunctionOfAModule) {
     EXPECT_EQ(get_module_function("os", "no_such_function"), nullptr);
     EXPECT_NE(take_error(), "");
-    EXPECT_THAT(stream_.messages(), ElementsAre("os.no_such_function function not found\n"));
+    EXPECT_THAT(log_.take(), ElementsAre("os.no_such_function function not found\n"));
 }
 
 TEST_F(DbgCommonTest, AttributeThatIsNotCallable) {
     EXPECT_EQ(get_module_function("os", "sep"), nullptr);
-    EXPECT_THAT(stream_.messages(), ElementsAre("os.sep is not callable\n"));
+    EXPECT_THAT(log_.take(), ElementsAre("os.sep is not callable\n"));
 }
 
 TEST_F(DbgCommonTest, CallsPassTheirArgumentsInOrder) {
@@ -142,7 +135,7 @@ TEST_F(DbgCommonTest, StringDupIsACopy) {
 TEST_F(DbgCommonTest, StringDupOfAnythingElseRaises) {
     EXPECT_FALSE(string_dup(Py_None));
     EXPECT_EQ(take_error(), "TypeError: expected string or Unicode object, NoneType found");
-    EXPECT_THAT(stream_.messages(), IsEmpty());
+    EXPECT_THAT(log_.take(), IsEmpty());
 }
 
 TEST_F(DbgCommonTest, StringDupWithoutMemorySaysSoAndRaisesNothing) {
@@ -152,7 +145,7 @@ TEST_F(DbgCommonTest, StringDupWithoutMemorySaysSoAndRaisesNothing) {
         EXPECT_FALSE(string_dup(object.get()));
     }
     EXPECT_EQ(take_error(), "");
-    EXPECT_THAT(stream_.messages(),
+    EXPECT_THAT(log_.take(),
                 ElementsAre("FAILURE: Out of memory copying string: some name"));
 }
 
