@@ -45,7 +45,6 @@ struct HookAnswer {
 
 HookAnswer ask_hook(PyObject* hook, PyFrameObject* frame) {
     const PendingErrorGuard drop_errors;
-    const Ref held_hook = Ref::share(hook);
     HookAnswer answer = {false, Ref(), nullptr, nullptr};
     const Ref wanted = Ref::steal(PyObject_CallMethod(
         hook, const_cast<char*>("_StopHere"), const_cast<char*>("Oii"), as_object(frame), -1, -1));
@@ -75,12 +74,13 @@ bool is_quiet_location(const char* file, PyObject* line) {
 // Whether an exception that was raised in this frame is never reported.
 bool is_quiet_place(PyFrameObject* frame) {
     const ThreadData* const record = thread_table_current(&core.threads);
+    const Ref hook = Ref::share(record != nullptr ? record->sub_lang_hook : nullptr);
     const FrameCategory category = sub_language_category(record, frame);
     if (category == kHiddenFrame) {
         return true;
     }
     if (category == kKeyFrame) {
-        const HookAnswer answer = ask_hook(record->sub_lang_hook, frame);
+        const HookAnswer answer = ask_hook(hook.get(), frame);
         if (!answer.stop || answer.file != nullptr) {
             return !answer.stop || is_quiet_location(answer.file, answer.line);
         }

@@ -199,11 +199,8 @@ void discard_callback_error() {
 }
 
 int check_breakpoints(PyFrameObject* frame, int event) {
-    const ThreadData* const record = thread_table_current(&core.threads);
-    PyObject* const hook = record != nullptr && record->sub_lang_hook != nullptr
-                               ? key_frame_hook(record, frame)
-                               : nullptr;
-    return bp_check(&core.breakpoints, event, hook, frame, 1);
+    const Ref hook = key_frame_hook(thread_table_current(&core.threads), frame);
+    return bp_check(&core.breakpoints, event, hook.get(), frame, 1);
 }
 
 void clear_thread_policies() {

@@ -1,6 +1,7 @@
 #include "tracercore/sublanguages.h"
 
 #include <cctype>
+#include <utility>
 
 #include "bpops/matching.h"
 #include "conames.h"
@@ -23,8 +24,10 @@ SubLanguages& state() { return core.sub_languages; }
 
 PyObject* code_of(PyFrameObject* frame) { return reinterpret_cast<PyObject*>(frame->f_code); }
 
-PyObject* find(PyObject* dict, PyObject* key) {
-    return dict != nullptr ? PyDict_GetItem(dict, key) : nullptr;
+// Keys are what hooks gave: comparing them may run their code, which may drop the dictionary.
+Ref find(PyObject* dict, PyObject* key) {
+    const Ref held_dict = Ref::share(dict);
+    return dict != nullptr ? Ref::share(PyDict_GetItem(dict, key)) : Ref();
 }
 
 // What a hook method without arguments answers, if that is a list with something in it.
@@ -115,17 +118,18 @@ long category_of_file(PyObject* paths, const char* file) {
     return 0;
 }
 
+PyObject* active_hook(const ThreadData* record) {
+    return record != nullptr ? record->sub_lang_hook : nullptr;
+}
+
 // Nonzero when the frame's file is one of the implementation's. -1 with an error set.
-long implementation_category(const ThreadData* record, PyFrameObject* frame) {
-    if (record == nullptr || record->sub_lang_hook == nullptr) {
-        return 0;
-    }
+long implementation_category(PyObject* hook, PyFrameObject* frame) {
     PyCodeObject* const code = frame->f_code;
     HashEntry* const known = hash_find(&state().categories, &code);
     if (known != nullptr) {
         return static_cast<long>(reinterpret_cast<intptr_t>(hash_get_value(known)));
     }
-    const Ref paths = Ref::share(find(state().module_paths, record->sub_lang_hook));
+    const Ref paths = find(state().module_paths, hook);
     if (!paths) {
         return 0;
     }
@@ -153,8 +157,10 @@ void forget_category(PyCodeObject* code) {
     }
 }
 
-StepKind step_kind(const ThreadData* record) {
-    if (record->stop_frame == nullptr) {
+// What the calling thread was asked to do.
+StepKind step_kind() {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    if (record == nullptr || record->stop_frame == nullptr) {
         return kRunningFreely;
     }
     if (record->return_frame != Py_None) {
@@ -163,8 +169,9 @@ StepKind step_kind(const ThreadData* record) {
     if (record->stop_frame == Py_None) {
         return kStepInto;
     }
-    const bool in_key_frame = is_frame(record->stop_frame) &&
-                              find(state().key_codes, code_of(as_frame(record->stop_frame)));
+    const Ref stop_frame = Ref::share(record->stop_frame);
+    const bool in_key_frame =
+        is_frame(stop_frame.get()) && find(state().key_codes, code_of(as_frame(stop_frame.get())));
     return in_key_frame ? kStepOver : kRunningFreely;
 }
 
@@ -218,14 +225,16 @@ void track_sub_language(PyFrameObject* frame) {
     if (state().pending != nullptr) {
         set_up_pending();
     }
-    ThreadData* const record = thread_table_current(&core.threads);
+    ThreadData* record = thread_table_current(&core.threads);
     if (record == nullptr || record->sub_lang_frame != nullptr) {
         return;
     }
-    PyObject* const hook = find(state().marker_codes, code_of(frame));
-    if (hook != nullptr) {
-        set_slot(record->sub_lang_hook, hook);
-        set_slot(record->sub_lang_frame, as_object(frame));
+    const Ref hook = find(state().marker_codes, code_of(frame));
+    record = thread_table_current(&core.threads);
+    if (hook && record != nullptr && record->sub_lang_frame == nullptr) {
+        const Ref old_hook = Ref::steal(record->sub_lang_hook);
+        record->sub_lang_hook = Ref::share(hook.get()).release();
+        record->sub_lang_frame = Ref::share(as_object(frame)).release();
     }
 }
 
@@ -253,13 +262,14 @@ int refresh_key_frames(PyObject* hook) {
 }
 
 FrameCategory sub_language_category(const ThreadData* record, PyFrameObject* frame) {
-    if (record == nullptr || record->sub_lang_hook == nullptr || !is_frame(frame)) {
+    const Ref hook = Ref::share(active_hook(record));
+    if (!hook || !is_frame(frame)) {
         return kUnknownFrame;
     }
-    if (find(state().key_codes, code_of(frame)) != nullptr) {
+    if (find(state().key_codes, code_of(frame))) {
         return kKeyFrame;
     }
-    const long category = implementation_category(record, frame);
+    const long category = implementation_category(hook.get(), frame);
     if (PyErr_Occurred() != nullptr) {
         PyErr_Clear();
         return kUnknownFrame;
@@ -268,27 +278,29 @@ FrameCategory sub_language_category(const ThreadData* record, PyFrameObject* fra
 }
 
 bool is_implementation_frame(const ThreadData* record, PyFrameObject* frame) {
-    const long category = implementation_category(record, frame);
+    const Ref hook = Ref::share(active_hook(record));
+    const long category = hook ? implementation_category(hook.get(), frame) : 0;
     PyErr_Clear();
     return category != 0;
 }
 
-PyObject* key_frame_hook(const ThreadData* record, PyFrameObject* frame) {
-    return sub_language_category(record, frame) == kKeyFrame ? record->sub_lang_hook : nullptr;
+Ref key_frame_hook(const ThreadData* record, PyFrameObject* frame) {
+    Ref hook = Ref::share(active_hook(record));
+    return hook && sub_language_category(record, frame) == kKeyFrame ? std::move(hook) : Ref();
 }
 
 bool sub_language_stop_test(PyFrameObject* frame, int event) {
-    const ThreadData* const record = thread_table_current(&core.threads);
-    if (core.tracing == 0 || record == nullptr || record->sub_lang_hook == nullptr) {
+    if (core.tracing == 0 || active_hook(thread_table_current(&core.threads)) == nullptr) {
         return false;
     }
-    const Ref hook = Ref::share(find(state().key_codes, code_of(frame)));
+    const Ref hook = find(state().key_codes, code_of(frame));
     if (!hook) {
         return false;
     }
-    const Ref answer = Ref::steal(PyObject_CallMethod(hook.get(), const_cast<char*>("_StopHere"),
-                                                      const_cast<char*>("Oii"), as_object(frame),
-                                                      event, static_cast<int>(step_kind(record))));
+    const int kind = step_kind();
+    const Ref answer =
+        Ref::steal(PyObject_CallMethod(hook.get(), const_cast<char*>("_StopHere"),
+                                       const_cast<char*>("Oii"), as_object(frame), event, kind));
     const int stop = answer ? PyObject_IsTrue(answer.get()) : -1;
     PyErr_Clear();
     if (stop < 0) {

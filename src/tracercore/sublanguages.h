@@ -8,7 +8,7 @@
 #define MORVIK_TRACERCORE_SUBLANGUAGES_H
 
 #include "hashtable.h"
-#include "host/python.h"
+#include "host/ref.h"
 #include "threadops.h"
 
 namespace morvik {
@@ -49,8 +49,8 @@ FrameCategory sub_language_category(const ThreadData* record, PyFrameObject* fra
 // Whether a frame belongs to the implementation of the thread's hook, or may do so.
 bool is_implementation_frame(const ThreadData* record, PyFrameObject* frame);
 
-// The hook that answers for this frame in this thread, or nullptr (borrowed).
-PyObject* key_frame_hook(const ThreadData* record, PyFrameObject* frame);
+// The hook that answers for this frame in this thread, or nothing.
+Ref key_frame_hook(const ThreadData* record, PyFrameObject* frame);
 
 // Whether the hook of the frame's key code, or a breakpoint at its place, stops the calling
 // thread here.

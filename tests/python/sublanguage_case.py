@@ -114,7 +114,9 @@ class SubLanguageTestCase(harness.TestCase):
         self.stops = []
         self.requests = []
         self.exceptions = []
+        self.programs = {}      # the code of each source that ran
         self.server = harness.Server()
+        self.arguments = []     # of init()
         self.init()
         self.mine = core.get_current_tstate_id()
         os.mkdir(os.path.join(self.folder, "impl"))
@@ -127,7 +129,11 @@ class SubLanguageTestCase(harness.TestCase):
         harness.TestCase.tearDown(self)
 
     def init(self):
-        self.server.init(line_cb=self.line, return_cb=self.return_, exception_cb=self.exception)
+        # The same objects each time: what init() was given stays referenced.
+        if not self.arguments:
+            self.arguments = self.server.init_arguments(
+                line_cb=self.line, return_cb=self.return_, exception_cb=self.exception)
+        core.init(*self.arguments)
 
     def load(self, name, source, **variables):
         """The variables of a new file's code."""
@@ -157,8 +163,8 @@ class SubLanguageTestCase(harness.TestCase):
         """Runs a program under trace; its variables."""
         variables.update({"run": self.engine["run"], "page": self.page["page"], "core": core,
                           "part": self.page["part"], "case": self})
-        path = self.script(source)
-        code = compile(source, path, "exec")
+        if source not in self.programs:
+            self.programs[source] = compile(source, self.script(source), "exec")
         # The first event is the program's own.
         core.add_to_tstate_tracing(1)
         core.start_trace()
@@ -166,7 +172,7 @@ class SubLanguageTestCase(harness.TestCase):
         self.listening = True
         core.add_to_tstate_tracing(-1)
         try:
-            exec code in variables
+            exec self.programs[source] in variables
         finally:
             self.listening = False
             core.stop_trace()
