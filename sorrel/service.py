@@ -108,10 +108,11 @@ class Service(object):
         """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
         self.attached = True
         core.set_debug_thread_cb(self._debugs_thread)
-        core.start_trace()
         everythread.trace()
-        # The calling thread is none of the program's.
-        sys.settrace(None)
+
+    def leave(self):
+        """To be called in the thread that has called attach(), when the program is detached."""
+        everythread.stop()
 
     def detach(self):
         """The program runs on at full speed, and the core forgets what it was told."""

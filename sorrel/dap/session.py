@@ -101,6 +101,7 @@ class Session(object):
         end = time.time() + _DETACH_PATIENCE
         while self._service.attached and time.time() < end:
             time.sleep(0.001)
+        self._service.leave()
         self._program.left(self)
 
     # For the program.

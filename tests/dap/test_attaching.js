@@ -83,7 +83,7 @@ test('clients come and go, the program runs on', () =>
         }
         // A client may also speak to the program itself.
         await withClient(async (client) => {
-            await client.begin('attach', {});
+            await client.begin('attach', { justMyCode: true });
             await stopsInBothThreads(client);
             await client.next('stopped');
             const before = Number((await client.evaluate('turns')).result);

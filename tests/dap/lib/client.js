@@ -9,7 +9,7 @@ const { Checker } = require('./schema');
 
 const ROOT = path.resolve(__dirname, '..', '..', '..');
 const MORVIK = path.join(ROOT, 'morvik');
-const PATIENCE = 60000;
+const PATIENCE = Number(process.env.MORVIK_TEST_PATIENCE || 60) * 1000;
 
 const fromAdapter = new Checker(true);
 const toAdapter = new Checker(false);

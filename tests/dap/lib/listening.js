@@ -5,7 +5,7 @@ const { spawn } = require('node:child_process');
 const net = require('node:net');
 const { MORVIK } = require('./client');
 
-const PATIENCE = 60000;
+const PATIENCE = Number(process.env.MORVIK_TEST_PATIENCE || 60) * 1000;
 
 class Listening {
     // options: words for "./morvik run" besides --listen.
