@@ -1,8 +1,11 @@
 #include "exceptops/handlers.h"
 
+#include <gmock/gmock.h>
+
 #include <climits>
 
 #include "dprintf.h"
+#include "embedding.h"
 #include "host/opcodes.h"
 #include "python_fixture.h"
 
@@ -766,14 +769,12 @@ TEST_P(HandlersTest, EveryBlockIsLookedAtFromTheInnermost) {
 }
 
 TEST_P(HandlersTest, InnermostBlockThatCatchesEndsTheSearch) {
-    Stream stream;
     const Ref frame = frame_of(assembler().bare_clause().end().bytes());
     add_except(frame);
     add_except(frame);
-    dprintf_set_file(stream.object());
+    Diagnostics diagnostics(kLogExceptions);
     EXPECT_EQ(handled(frame, kAny), 1);
-    dprintf_set_file(nullptr);
-    EXPECT_THAT(stream.messages(), ElementsAre("Returning opcode of 1\n"));
+    EXPECT_THAT(diagnostics.take(), ElementsAre("Returning opcode of 1\n"));
 }
 
 TEST_P(HandlersTest, FullBlockStackIsLookedAt) {
@@ -786,7 +787,6 @@ TEST_P(HandlersTest, FullBlockStackIsLookedAt) {
 }
 
 TEST_P(HandlersTest, EveryDecodedOpcodeIsLogged) {
-    Stream stream;
     const Ref frame = frame_of(assembler()
                                    .typed_clause([this](Assembler& to) {
                                        to.extended(opcodes().load_global, 0)
@@ -797,9 +797,8 @@ TEST_P(HandlersTest, EveryDecodedOpcodeIsLogged) {
                                    .bytes(),
                                "('Other',)", "(Alien,)");
     add_except(frame);
-    dprintf_set_file(stream.object());
+    Diagnostics diagnostics(kLogExceptions);
     EXPECT_EQ(handled(frame), 0);
-    dprintf_set_file(nullptr);
     std::vector<std::string> expected;
     std::vector<int> decoded = {opcodes().dup_top,    opcodes().load_global,
                                 opcodes().load_const, opcodes().build_tuple,
@@ -811,7 +810,7 @@ TEST_P(HandlersTest, EveryDecodedOpcodeIsLogged) {
     for (const int opcode : decoded) {
         expected.push_back("Returning opcode of " + std::to_string(opcode) + "\n");
     }
-    EXPECT_EQ(stream.messages(), expected);
+    EXPECT_EQ(diagnostics.take(), expected);
 }
 
 TEST_P(HandlersTest, WhatFollowsAMatchIsReadButNotTested) {
