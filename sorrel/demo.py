@@ -5,8 +5,7 @@ import sys
 
 from sorrel import runner
 from sorrel.console import Console
-from sorrel.service import Service
-from sorrel.terminal import Terminal
+from sorrel.terminal import frontend
 
 _PROGRAM = os.path.join(
     os.path.dirname(os.path.dirname(os.path.abspath(__file__))), 'examples', 'ledger.py')
@@ -75,8 +74,7 @@ def play():
     """Returns 0, or 1 when the session did not go as recorded."""
     sys.stdout.write(_INTRODUCTION)
     player = _Player()
-    terminal = Terminal(player)
-    terminal.service = Service(terminal)
+    terminal = frontend.over_service(player)
     runner.run(_PROGRAM, [], terminal.service)
     return _check(player.answers[1:])
 

@@ -1,5 +1,6 @@
 """Exceptions: at which of them the program stops, and which it has been stopped for already."""
 
+import opcode
 import threading
 from collections import namedtuple
 
@@ -23,6 +24,11 @@ NO_JUDGEMENT = Judgement(None, None, False)
 
 _NOTHING = None, False
 
+# Methods that the interpreter calls for somebody else, and how they say no.
+_PROBES = {'__getattr__': AttributeError, '__getattribute__': AttributeError,
+           '__getitem__': IndexError}
+_CALLS = [opcode.opmap[name] for name in opcode.opmap if name.startswith('CALL_FUNCTION')]
+
 
 class Exceptions(object):
     """mode: one of the words above. always, never: tuples of the types at which the program stops
@@ -34,6 +40,7 @@ class Exceptions(object):
         # For each thread, what tells the traceback of its last exception event from others, and
         # whether the front end knows of that exception.
         self._last = {}
+        self._own_handlers = {}
         self.forget()
 
     def forget(self):
@@ -42,6 +49,7 @@ class Exceptions(object):
         self.ignored = []
         self.set_mode(NEVER)
         self.set_types((), _PART_OF_NORMAL_WORK)
+        core.set_ignored_exception_handlers(self._own_handlers)
         core.set_exc_catch_info_list(printers.PLACES)
         core.clear_exception_ignores()
 
@@ -74,7 +82,8 @@ class Exceptions(object):
         codes.append(threadhooks.ThreadMain.__call__.im_func.func_code)
         for name in '_Thread__bootstrap', '_Thread__bootstrap_inner':
             codes.append(getattr(threading.Thread, name).im_func.func_code)
-        core.set_ignored_exception_handlers(dict.fromkeys(codes))
+        self._own_handlers = dict.fromkeys(codes)
+        core.set_ignored_exception_handlers(self._own_handlers)
 
     def judge(self, thread, frame, error, is_step):
         """What an event of an exception means for the calling thread, whose id this is.
@@ -92,7 +101,9 @@ class Exceptions(object):
         raising = frames.innermost(traceback).tb_frame
         if not frames.is_program(raising):
             return NO_JUDGEMENT
-        policy = None if is_told else self._policy(error, is_step)
+        policy = None
+        if not is_told and not _may_be_probe(frame, type):
+            policy = self._policy(error, is_step)
         return Judgement(policy, raising if policy else None,
                          not is_step and self._is_end(frame, type))
 
@@ -128,6 +139,20 @@ def raised_at(error):
     """The (path, line) at which an exception, as (type, value, traceback), was raised."""
     traceback = frames.innermost(error[2])
     return core.get_frame_file(traceback.tb_frame), traceback.tb_lineno
+
+
+def _may_be_probe(frame, type):
+    """Whether C code may only have tried something out, and will drop the exception.
+
+    hasattr() does so, and list() with objects that can be indexed. Where it does not, the
+    exception has an event in the frame from which that was called.
+    """
+    for inner in frames.callers(frame):
+        outer = inner.f_back
+        if _is_kind_of(type, _PROBES.get(inner.f_code.co_name, ())) and outer is not None \
+                and ord(outer.f_code.co_code[outer.f_lasti]) in _CALLS:
+            return True
+    return False
 
 
 def _key(traceback):

@@ -69,6 +69,13 @@ def without_own(traceback):
     return traceback
 
 
+def of_program(traceback):
+    """The part of a traceback that begins in the program; None when there is none."""
+    while traceback is not None and not is_program(traceback.tb_frame):
+        traceback = traceback.tb_next
+    return traceback
+
+
 def innermost(traceback):
     """The last part of a traceback: where the exception was raised."""
     while traceback.tb_next is not None:

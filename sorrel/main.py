@@ -61,10 +61,8 @@ def _address(text, parser):
 def _debug(program, arguments):
     from sorrel import runner
     from sorrel.console import Console
-    from sorrel.service import Service
-    from sorrel.terminal import Terminal
-    terminal = Terminal(Console())
-    terminal.service = Service(terminal)
+    from sorrel.terminal import frontend
+    terminal = frontend.over_service(Console())
     try:
         return runner.run(program, arguments, terminal.service)
     except runner.CannotRead as error:

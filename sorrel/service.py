@@ -8,7 +8,8 @@ A second method, `ended(outcome)`, is called at the very end of a program that i
 A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
 that the front end has been told of, or is not to be, is about to end its thread.
 
-`breakpoints` and `exceptions` say where else than at steps the program stops.
+`breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
+what the program has loaded.
 """
 
 import __builtin__
@@ -19,7 +20,7 @@ import traceback
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import breakpoints, everythread, exceptions, frames, threadhooks
+from sorrel import breakpoints, everythread, exceptions, frames, modules, threadhooks
 from sorrel.exceptions import NO_JUDGEMENT
 from sorrel.interrupts import Interrupts
 from sorrel.records import (
@@ -55,6 +56,7 @@ class Service(object):
         self.main_thread = core.get_current_tstate_id()
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions()
+        self.modules = modules.Modules()
 
     # For whoever runs the program.
 
@@ -64,13 +66,14 @@ class Service(object):
         If attached, it stops at its first line.
         """
         frames.set_entry(sys._getframe())
+        self.exceptions.set_own_frames(frames.callers(sys._getframe()))
         if attached:
             self._entering = namespace
             if self._interrupts is not None:
                 self._interrupts.install()
             self.attached = True
+            self.modules.begin()
             core.start_trace()
-            self.exceptions.set_own_frames(frames.callers(sys._getframe()))
             self._steps.expect_stop(self.main_thread)
             _leave_bottom_frame()
             core.step_into()
@@ -107,6 +110,7 @@ class Service(object):
     def attach(self):
         """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
         self.attached = True
+        self.modules.begin()
         core.set_debug_thread_cb(self._debugs_thread)
         everythread.trace()
 
@@ -135,6 +139,10 @@ class Service(object):
         """Stops this thread, by default the next one that runs Python code: within a second."""
         self._to_interrupt = id
 
+    def raise_here(self, exception):
+        """The calling thread, which is stopped, raises it at its next event; None for none."""
+        core.raise_exception(core.get_current_tstate_id(), exception)
+
     def quit(self):
         """Ends the process at once, whatever the program's threads are doing."""
         for stream in (sys.stdout, sys.stderr, sys.__stdout__):
@@ -147,20 +155,13 @@ class Service(object):
     # The core's callbacks. An error in one would end the tracing of its thread.
 
     def _on_line(self, frame, changed_bps):
-        self._stopped(frame, STEPPED, None)
+        self._with_room(self._stopped, frame, STEPPED, None)
 
     def _on_return(self, frame, value, changed_bps):
-        self._stopped(frame, RETURNED, value)
+        self._with_room(self._stopped, frame, RETURNED, value)
 
     def _on_exception(self, frame, error, changed_bps):
-        thread = core.get_current_tstate_id()
-        is_step = self._steps.stops_at(thread, frame)
-        judgement = self.exceptions.judge(thread, frame, error, is_step)
-        if is_step or judgement.policy is not None:
-            self._stopped(frame, RAISED, error, judgement)
-        elif judgement.is_end:
-            self._resume(thread, frame, self._tell_end(
-                Stop(thread, judgement.frame, RAISED, error, None, True)))
+        self._with_room(self._raised, frame, error)
 
     def _on_idle(self):
         if self._to_interrupt is not None and not self._interrupt_here():
@@ -193,6 +194,16 @@ class Service(object):
         return True
 
     # Stops.
+
+    def _raised(self, frame, error):
+        thread = core.get_current_tstate_id()
+        is_step = self._steps.stops_at(thread, frame)
+        judgement = self.exceptions.judge(thread, frame, error, is_step)
+        if is_step or judgement.policy is not None:
+            self._stopped(frame, RAISED, error, judgement)
+        elif judgement.is_end:
+            self._resume(thread, frame, self._tell_end(
+                Stop(thread, frame, RAISED, error, None, True)))
 
     def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT):
         if self._is_forked():
@@ -255,17 +266,21 @@ class Service(object):
 
     def _guarded(self, function, stop):
         """Asks the front end; whatever goes wrong there, the program goes on."""
+        while True:
+            try:
+                return function(stop)
+            except KeyboardInterrupt:
+                pass  # Ctrl-C at a moment when the front end was not ready for it.
+            except Exception:
+                traceback.print_exc(file=sys.__stderr__)
+                return Resume(DETACH)
+
+    def _with_room(self, function, *arguments):
+        """Calls what may need more of the stack than the program has left."""
         limit = sys.getrecursionlimit()
         sys.setrecursionlimit(limit + _STACK_ROOM)
         try:
-            while True:
-                try:
-                    return function(stop)
-                except KeyboardInterrupt:
-                    pass  # Ctrl-C at a moment when the front end was not ready for it.
-                except Exception:
-                    traceback.print_exc(file=sys.__stderr__)
-                    return Resume(DETACH)
+            function(*arguments)
         finally:
             if sys.getrecursionlimit() == limit + _STACK_ROOM:
                 sys.setrecursionlimit(limit)

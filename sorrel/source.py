@@ -1,4 +1,4 @@
-"""File names and source lines of frames."""
+"""File names and source lines of frames and of entries of stacks."""
 
 import linecache
 
@@ -14,14 +14,14 @@ def file_name(frame):
     return core.get_frame_file(frame)
 
 
-def place(frame):
-    """Where a frame is, such as "/home/me/program.py(12)main()"."""
-    return '%s(%d)%s()' % (file_name(frame), frame.f_lineno, frame.f_code.co_name)
+def place(entry):
+    """Where an entry is, such as "/home/me/program.py(12)main()"."""
+    return '%s(%d)%s()' % (entry.path, entry.line, entry.frame.f_code.co_name)
 
 
-def line(frame, number):
-    """A line of the frame's file with its line end, '' where there is none."""
-    return linecache.getline(file_name(frame), number, frame.f_globals)
+def line(entry, number):
+    """A line of the entry's file with its line end, '' where there is none."""
+    return linecache.getline(entry.path, number, entry.frame.f_globals)
 
 
 def refresh():

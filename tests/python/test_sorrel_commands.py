@@ -976,8 +976,8 @@ print outer()
     (sorrel) !x
     3
     (sorrel) None
-    (sorrel) raise ValueError('on purpose')
-    *** ValueError: on purpose
+    (sorrel) if x: int('no')
+    *** ValueError: invalid literal for int() with base 10: 'no'
     (sorrel) c
     3
     The program ended with exit status 0.

@@ -16,10 +16,11 @@ class Running(sorrel_session.TestCase):
     def assert_same(self, text, args=()):
         """The program's output, errors and exit status are what they are without debugger."""
         alone = self.without_addresses(self.alone(text, args))
-        for commands in ['c'], []:
+        for commands in ['catch never', 'c'], []:
             out, err, status = self.debug(text, commands, args)
-            out = out.split(sorrel_session.PROMPT, 1)[-1]
+            out = out.rsplit(sorrel_session.PROMPT, 1)[-1]
             out = re.sub(r'The program ended with .*\.\n\Z', '', out)
+            out = re.sub(r'About to end the program: .*\n', '', out)
             out = out.replace('\nDetached: the program runs on.\n', '')
             self.assertEqual(self.without_addresses((out, err, status)), alone)
         return alone
@@ -93,7 +94,7 @@ atexit.register(last)
 class Ends(Running):
 
     def report(self, text):
-        return self.debug(text, ['c'])[0].split(sorrel_session.PROMPT)[1]
+        return self.debug(text, ['catch never', 'c'])[0].split(sorrel_session.PROMPT)[2]
 
     def test_the_end_of_the_program(self):
         self.assert_same("print 'done'\n")
@@ -125,12 +126,15 @@ Traceback (most recent call last):
     raise ValueError('no')
 ValueError: no
 ''', '1'))
-        self.assertEqual(self.report(text), 'The program ended with an uncaught ValueError.\n')
+        self.assertEqual(self.report(text), '''\
+About to end the program: ValueError: no
+The program ended with an uncaught ValueError.
+''')
 
     def test_an_uncaught_exception_of_an_old_class(self):
         text = 'class Old:\n    pass\nraise Old()\n'
         self.assertEqual(self.assert_same(text)[2], '1')
-        self.assertEqual(self.report(text), 'The program ended with an uncaught Old.\n')
+        self.assert_in('\nThe program ended with an uncaught Old.\n', self.report(text))
 
     def test_a_program_that_cannot_be_compiled(self):
         for text in 'x = (\n', 'if 1:\n  x\n y\n', '# coding: nonsense\n', 's = "\xc3\xa9"\n':

@@ -1,4 +1,4 @@
-"""The terminal front end: the standard debugger's commands over the service."""
+"""Asks a person at each stop what to do, and carries it out."""
 
 import cmd
 import inspect
@@ -8,54 +8,62 @@ import repr as shortened
 import rlcompleter
 import sys
 
-from sorrel import evaluate, frames, source
+from sorrel import evaluate, exceptions, source, stacks, sublanguages
 from sorrel.console import Closed
 from sorrel.records import (
     CONTINUE, DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER,
     STEP_OVER_RANGE)
-
-_ALIASES = {
-    's': 'step', 'n': 'next', 'r': 'return', 'c': 'continue', 'cont': 'continue', 'unt': 'until',
-    'w': 'where', 'bt': 'where', 'u': 'up', 'd': 'down', 'l': 'list', 'a': 'args', 'p': 'print',
-    'pretty-print': 'pp', 'h': 'help', 'q': 'quit', 'exit': 'quit'}
-
-# What may follow a command. Anything else makes the line a statement: "n = 1" sets a variable.
-_NOTHING = r'$'
-_COUNT = r'\d*$'
-_LINES = r'(\d+(\s*,\s*|\s+)?(\d+)?)?$'
-_EXPRESSION = r'(?!=[^=])'
-_ARGUMENTS = {
-    'step': _NOTHING, 'next': _NOTHING, 'return': _NOTHING, 'continue': _NOTHING,
-    'until': _NOTHING, 'where': _NOTHING, 'up': _COUNT, 'down': _COUNT, 'list': _LINES,
-    'args': _NOTHING, 'threads': _NOTHING, 'quit': r'(\(\))?$'}
+from sorrel.service import Service
+from sorrel.terminal import syntax
+from sorrel.terminal.breakpoints import BreakpointCommands
+from sorrel.terminal.catching import CatchCommands
+from sorrel.terminal.threads import ThreadCommands
+from sorrel.threadnumbers import Threads
 
 _LINES_SHOWN = 11
 
+_RAISED = {
+    exceptions.UNHANDLED: '--Unhandled exception--',
+    exceptions.PRINTED: '--Exception that is printed--',
+    exceptions.ALWAYS: '--Exception--'}
 
-class Terminal(cmd.Cmd):
-    """Asks at each stop what to do. `service` is set by whoever makes both."""
+
+def over_service(console):
+    """A Terminal with a Service of its own, that stops at what the program does not catch."""
+    terminal = Terminal(console)
+    terminal.use(Service(terminal))
+    terminal.service.exceptions.set_mode(exceptions.UNHANDLED)
+    return terminal
+
+
+class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, cmd.Cmd):
+    """Commands find here: `_stop`, where the program has stopped; `_stack`, the entries of the
+    stack that is looked at, and `_index`, which of them; `_shown_thread`, whose stack that is.
+    """
 
     prompt = '(sorrel) '
 
     def __init__(self, console):
         cmd.Cmd.__init__(self, stdout=console)
-        self.service = None
         self._console = console
         self._thread = None
+        self._shown_thread = None
         self._stop = None
         self._stack = []
         self._index = 0
         self._next_listed = None
         self._resume = None
 
+    def use(self, service):
+        self.service = service
+        self._threads = Threads(service)
+
     # For the service.
 
     def stopped(self, stop):
         source.refresh()
         self._stop = stop
-        self._stack = frames.stack(stop.frame)
-        self._index = len(self._stack) - 1
-        self._next_listed = None
+        self._look_at(stop.thread, stacks.at_stop(stop))
         self._resume = None
         try:
             self._announce()
@@ -68,6 +76,14 @@ class Terminal(cmd.Cmd):
             self._stop = None
             self._stack = []
         return self._resume
+
+    def ending(self, stop):
+        try:
+            self._say('About to end %s: %s' % (
+                self._what_ends(stop), evaluate.error_text(*stop.argument[:2])))
+        except Closed:
+            return Resume(DETACH)
+        return None
 
     def ended(self, outcome):
         if outcome.exception is not None:
@@ -86,13 +102,23 @@ class Terminal(cmd.Cmd):
             if self._thread is not None:
                 self._say('[%s]' % self._thread_of(self._stop.thread).name)
             self._thread = self._stop.thread
+        for breakpoint in self.service.breakpoints.take_fired():
+            self._say('Deleted breakpoint %d' % breakpoint.number)
         if self._stop.reason == INTERRUPTED:
             self._say('--Interrupted--')
         elif self._stop.reason == RETURNED:
             self._say('--Return--')
         elif self._stop.reason == RAISED:
+            if self._stop.policy is not None:
+                self._say(_RAISED[self._stop.policy])
             self._say(evaluate.error_text(*self._stop.argument[:2]))
+            if self._stop.is_end:
+                self._say('It is about to end %s.' % self._what_ends(self._stop))
         self._show_frame(self._index)
+
+    def _agreed(self, question):
+        answer = self._console.read_line(question, None)
+        return answer is not None and answer.strip().lower() in ('y', 'yes')
 
     def _one_command(self):
         try:
@@ -109,8 +135,8 @@ class Terminal(cmd.Cmd):
         if line.startswith('pretty-print'):  # No name of a command for the base class.
             line = line.replace('pretty-print', 'pp', 1)
         command, argument, line = cmd.Cmd.parseline(self, line)
-        command = _ALIASES.get(command, command)
-        if not command or not re.match(_ARGUMENTS.get(command, _EXPRESSION), argument):
+        command = syntax.ALIASES.get(command, command)
+        if not command or not syntax.is_command(command, argument):
             return '', None, line
         return command, argument, line
 
@@ -133,15 +159,16 @@ class Terminal(cmd.Cmd):
 
     def do_next(self, argument):
         """next, n: run to the next line of this function, or to its return."""
-        self._resume = Resume(STEP_OVER, self._frame())
+        self._resume = Resume(STEP_OVER, self._step_frame())
 
     def do_until(self, argument):
         """until, unt: as next, but only forward: a loop is run to its end."""
-        self._resume = Resume(STEP_OVER_RANGE, self._frame(), 0, self._frame().f_lineno)
+        self._resume = Resume(
+            STEP_OVER_RANGE, self._step_frame(), 0, self._step_frame().f_lineno)
 
     def do_return(self, argument):
         """return, r: run until this function returns."""
-        self._resume = Resume(STEP_OUT, self._frame())
+        self._resume = Resume(STEP_OUT, self._step_frame())
 
     def do_continue(self, argument):
         """continue, cont, c: run on."""
@@ -207,17 +234,10 @@ class Terminal(cmd.Cmd):
         """whatis EXPRESSION: show its type."""
         self._try(lambda: self._say(_kind(self._value(argument))))
 
-    def do_threads(self, argument):
-        """threads: list the program's threads; * marks the one shown here."""
-        for thread in self.service.threads():
-            mark = '*' if thread.id == self._stop.thread else ' '
-            state = 'running' if thread.stop is None else 'stopped'
-            self._say('%s %d  %s  %s%s' % (mark, thread.id, thread.name, state, _place(thread)))
-
     def do_help(self, argument):
         """help, h, ? [COMMAND]: this list, or more about a command."""
         if argument:
-            command = getattr(self, 'do_' + _ALIASES.get(argument, argument), None)
+            command = getattr(self, 'do_' + syntax.ALIASES.get(argument, argument), None)
             self._say(inspect.getdoc(command) if command else '*** No command %s' % argument)
             return
         for name in sorted(set(name for name in self.get_names() if name.startswith('do_'))):
@@ -230,10 +250,26 @@ class Terminal(cmd.Cmd):
     def _say(self, text):
         self._console.write(text + '\n')
 
-    def _frame(self):
+    def _look_at(self, thread, stack):
+        self._shown_thread = thread
+        self._stack = stack
+        self._index = len(stack) - 1
+        self._next_listed = None
+
+    def _entry(self):
         return self._stack[self._index]
 
+    def _frame(self):
+        return self._entry().frame
+
+    def _step_frame(self):
+        """Where steps count: only the thread that has stopped can be stepped."""
+        return self._frame() if self._shown_thread == self._stop.thread else self._stop.frame
+
     def _value(self, expression):
+        in_its_language = sublanguages.evaluator(self._shown_thread, self._frame())
+        if in_its_language is not None:
+            return in_its_language(expression)
         return evaluate.expression(expression, self._frame())
 
     def _show_value(self, value):
@@ -252,13 +288,13 @@ class Terminal(cmd.Cmd):
             self._say('*** ' + evaluate.error_text(*sys.exc_info()[:2]))
 
     def _show_frame(self, index):
-        frame = self._stack[index]
+        entry = self._stack[index]
         mark = '>' if index == self._index else ' '
         returned = ''
-        if self._stop.reason == RETURNED and frame is self._stop.frame:
+        if self._stop.reason == RETURNED and entry.frame is self._stop.frame:
             returned = '->' + _short(self._stop.argument)
-        self._say('%s %s%s' % (mark, source.place(frame), returned))
-        line = source.line(frame, frame.f_lineno).strip()
+        self._say('%s %s%s' % (mark, source.place(entry), returned))
+        line = source.line(entry, entry.line).strip()
         if line:
             self._say('-> ' + line)
 
@@ -276,21 +312,26 @@ class Terminal(cmd.Cmd):
             return numbers[0]
         if not numbers and self._next_listed is not None:
             return self._next_listed
-        middle = numbers[0] if numbers else self._frame().f_lineno
+        middle = numbers[0] if numbers else self._entry().line
         return max(1, middle - _LINES_SHOWN // 2)
 
     def _list(self, first, last):
         for number in range(first, last + 1):
-            line = source.line(self._frame(), number)
+            line = source.line(self._entry(), number)
             if not line:
                 self._say('[EOF]')
                 break
-            mark = '->' if number == self._frame().f_lineno else '  '
+            mark = '->' if number == self._entry().line else '  '
             self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
             self._next_listed = number + 1
 
     def _thread_of(self, id):
         return [thread for thread in self.service.threads() if thread.id == id][0]
+
+    def _what_ends(self, stop):
+        if stop.thread == self.service.main_thread:
+            return 'the program'
+        return 'thread ' + self._thread_of(stop.thread).name
 
 
 def _short(value):
@@ -306,9 +347,3 @@ def _kind(value):
     if inspect.isfunction(value):
         return 'Function ' + value.__name__
     return repr(type(value))
-
-
-def _place(thread):
-    if thread.frame is None or not frames.is_program(thread.frame):
-        return ''
-    return '  ' + source.place(thread.frame)

@@ -1,0 +1,34 @@
+"""Modules that the program has loaded since they were last asked for."""
+
+import os
+import sys
+
+import tmorvik26_vs2012_x64 as core
+
+
+class Modules(object):
+
+    def __init__(self):
+        self._known = set()
+
+    def begin(self):
+        """The modules that are loaded now are none of the program's."""
+        for name, module in sys.modules.items():
+            path = getattr(module, '__dict__', {}).get('__file__')
+            if isinstance(path, str) and name != '__main__':
+                self._known.add(_key(path))
+
+    def take_new(self):
+        """(path, whether it was loaded before) of each that has run since the last call."""
+        taken = []
+        for path in core.get_new_imports():
+            key = _key(path)
+            taken.append((path, key in self._known))
+            self._known.add(key)
+        return taken
+
+
+def _key(path):
+    if path.endswith(('.pyc', '.pyo')):
+        path = path[:-1]
+    return os.path.realpath(path)

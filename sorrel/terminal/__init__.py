@@ -1,0 +1,1 @@
+"""The terminal front end: the standard debugger's commands over the service."""

@@ -1,0 +1,35 @@
+"""Commands that look at the program's other threads and at its modules."""
+
+from sorrel import source, stacks
+
+
+class ThreadCommands(object):
+
+    def do_threads(self, argument):
+        """threads: list the program's threads; * marks the one shown here."""
+        for number, thread in self._threads.all():
+            mark = '*' if thread.id == self._shown_thread else ' '
+            state = 'running' if thread.stop is None else 'stopped'
+            stack = stacks.of_thread(thread)
+            place = '  ' + source.place(stack[-1]) if stack else ''
+            self._say('%s %d  %s  %s%s' % (mark, number, thread.name, state, place))
+
+    def do_thread(self, argument):
+        """thread [NUMBER]: look at the stack of another thread, or again at the one stopped."""
+        number = int(argument) if argument else self._threads.number(self._stop.thread)
+        thread = self._threads.find(number)
+        if thread is None:
+            self._say('*** No thread %d' % number)
+            return
+        stopped = thread.id == self._stop.thread
+        stack = stacks.at_stop(self._stop) if stopped else stacks.of_thread(thread)
+        if not stack:
+            self._say('*** Thread %d runs no code of the program' % number)
+            return
+        self._look_at(thread.id, stack)
+        self._show_frame(self._index)
+
+    def do_modules(self, argument):
+        """modules: list the files whose modules were loaded since the last such list."""
+        for path, was_loaded in self.service.modules.take_new():
+            self._say('%-8s  %s' % ('reloaded' if was_loaded else 'new', path))
