@@ -9,7 +9,7 @@ import thread
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import codelines
+from sorrel import codelines, evaluate, source
 
 _PYTHON = ('.py', '.pyw')
 
@@ -107,6 +107,22 @@ class Breakpoints(object):
             fired, self._fired = self._fired, []
             return fired
 
+    def have_fired(self, frame, changed_bps):
+        """Whether a line event in this frame is one that breakpoints stop the thread for.
+
+        changed_bps: as the core gives it with the event. It does not say which hits were passed
+        over: a breakpoint with no hits left to ignore counts as one that stops.
+        """
+        fired, hit = changed_bps
+        if fired:
+            return True
+        for path, line, _, _, _, condition, ignore_count, _ in hit:
+            if line == frame.f_lineno and not ignore_count \
+                    and os.path.realpath(path) == os.path.realpath(source.file_name(frame)) \
+                    and (condition is None or _holds(condition, frame)):
+                return True
+        return False
+
     def code_line(self, path, line):
         """This line of the file, or the next one that has code. Raises Refused."""
         if line < 1:
@@ -172,6 +188,13 @@ class Breakpoints(object):
             else:
                 self._known.remove(breakpoint)
                 self._fired.append(breakpoint)
+
+
+def _holds(condition, frame):
+    try:
+        return bool(evaluate.expression(condition, frame))
+    except Exception:
+        return True  # As in the core: whoever wrote it is to see it.
 
 
 def _read_lines(path):

@@ -155,7 +155,7 @@ class Service(object):
     # The core's callbacks. An error in one would end the tracing of its thread.
 
     def _on_line(self, frame, changed_bps):
-        self._with_room(self._stopped, frame, STEPPED, None)
+        self._with_room(self._at_line, frame, changed_bps)
 
     def _on_return(self, frame, value, changed_bps):
         self._with_room(self._stopped, frame, RETURNED, value)
@@ -194,6 +194,12 @@ class Service(object):
         return True
 
     # Stops.
+
+    def _at_line(self, frame, changed_bps):
+        thread = core.get_current_tstate_id()
+        if self._steps.is_awaited(thread) and self.breakpoints.have_fired(frame, changed_bps):
+            self._steps.arrive(thread)
+        self._stopped(frame, STEPPED, None)
 
     def _raised(self, frame, error):
         thread = core.get_current_tstate_id()

@@ -52,6 +52,10 @@ class Steps(object):
                 return caller is frame
         return True  # The target is any frame, or has been left.
 
+    def is_awaited(self, thread):
+        """Whether the thread's step counts further out than it has got."""
+        return thread in self._awaited
+
     def is_on_its_way(self, thread, frame, reason):
         """Whether the thread has an event in this frame only because its step counts further out.
 
