@@ -145,8 +145,7 @@ TEST_F(DbgCommonTest, StringDupWithoutMemorySaysSoAndRaisesNothing) {
         EXPECT_FALSE(string_dup(object.get()));
     }
     EXPECT_EQ(take_error(), "");
-    EXPECT_THAT(log_.take(),
-                ElementsAre("FAILURE: Out of memory copying string: some name"));
+    EXPECT_THAT(log_.take(), ElementsAre("FAILURE: Out of memory copying string: some name"));
 }
 
 TEST_F(DbgCommonTest, ObjectText) {

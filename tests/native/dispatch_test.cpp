@@ -39,9 +39,8 @@ class DispatchTest : public PythonTest {
     // Dispatches an event of the calling Python frame, as the interpreter does.
     int dispatch(int event, PyObject* argument = Py_None) {
         int result = 0;
-        define_native([&] {
-            result = c_dispatch(core.trace_dispatch, PyEval_GetFrame(), event, argument);
-        });
+        define_native(
+            [&] { result = c_dispatch(core.trace_dispatch, PyEval_GetFrame(), event, argument); });
         run("native()\n");
         return result;
     }

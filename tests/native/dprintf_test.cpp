@@ -152,8 +152,7 @@ TEST_F(DprintfTest, MessageThatCannotBeMadeIsReplaced) {
         dprintf(kLogCore, "%s", text.c_str());
         EXPECT_TRUE(FailingAllocation::happened());
     }
-    EXPECT_THAT(stream_.messages(),
-                ElementsAre("DPRINTF error: unable to create output string\n"));
+    EXPECT_THAT(stream_.messages(), ElementsAre("DPRINTF error: unable to create output string\n"));
     EXPECT_EQ(take_error(), "");
 }
 
@@ -190,8 +189,8 @@ TEST_F(DprintfTest, ExceptionIsAnnouncedWithoutStandardError) {
     EXPECT_EQ(take_error(), "KeyError: 'pending'");
     EXPECT_EQ(repr("hasattr(sys, 'stderr')"), "False");
     run("sys.stderr = old\n");
-    EXPECT_THAT(stream_.messages(), ElementsAre("EXCEPTION IN DEBUG TRACER:\n",
-                                                "EXCEPTION IN DEBUG TRACER:\n"));
+    EXPECT_THAT(stream_.messages(),
+                ElementsAre("EXCEPTION IN DEBUG TRACER:\n", "EXCEPTION IN DEBUG TRACER:\n"));
 }
 
 TEST_F(DprintfTest, NoExceptionIsNotAnnounced) {

@@ -370,15 +370,15 @@ TEST_F(StringKeys, EmptyStringIsAKey) {
 }
 
 TEST_F(StringKeys, HashIsNineTimesTheHashBeforePlusTheCharacter) {
-    EXPECT_EQ(bucket_of(table_, create("a")), 1U);        // 97
-    EXPECT_EQ(bucket_of(table_, create("ab")), 3U);       // 97 * 9 + 98 = 971
-    EXPECT_EQ(bucket_of(table_, create("abc")), 2U);      // 971 * 9 + 99 = 8838
+    EXPECT_EQ(bucket_of(table_, create("a")), 1U);    // 97
+    EXPECT_EQ(bucket_of(table_, create("ab")), 3U);   // 97 * 9 + 98 = 971
+    EXPECT_EQ(bucket_of(table_, create("abc")), 2U);  // 971 * 9 + 99 = 8838
 }
 
 TEST_F(StringKeys, CharactersAreSigned) {
-    EXPECT_EQ(bucket_of(table_, create("\xff")), 3U);     // -1
-    EXPECT_EQ(bucket_of(table_, create("\x80")), 0U);     // -128
-    EXPECT_EQ(bucket_of(table_, create("\x81")), 1U);     // -127
+    EXPECT_EQ(bucket_of(table_, create("\xff")), 3U);  // -1
+    EXPECT_EQ(bucket_of(table_, create("\x80")), 0U);  // -128
+    EXPECT_EQ(bucket_of(table_, create("\x81")), 1U);  // -127
 }
 
 TEST_F(StringKeys, PrefixIsAnotherKey) {
@@ -422,20 +422,19 @@ TEST_F(StringKeys, GrowthTurnsTheOrderOfAChainRound) {
 }
 
 TEST_F(StringKeys, StatisticsOfAnEmptyTable) {
-    EXPECT_THAT(stats(), testing::MatchesRegex(
-        "0 entries in table, 4 buckets\n"
-        "number of buckets with 0 entries: 4\n"
-        "number of buckets with 1 entries: 0\n"
-        "number of buckets with 2 entries: 0\n"
-        "number of buckets with 3 entries: 0\n"
-        "number of buckets with 4 entries: 0\n"
-        "number of buckets with 5 entries: 0\n"
-        "number of buckets with 6 entries: 0\n"
-        "number of buckets with 7 entries: 0\n"
-        "number of buckets with 8 entries: 0\n"
-        "number of buckets with 9 entries: 0\n"
-        "number of buckets with 10 or more entries: 0\n"
-        "average search distance for entry: -?nan"));
+    EXPECT_THAT(stats(), testing::MatchesRegex("0 entries in table, 4 buckets\n"
+                                               "number of buckets with 0 entries: 4\n"
+                                               "number of buckets with 1 entries: 0\n"
+                                               "number of buckets with 2 entries: 0\n"
+                                               "number of buckets with 3 entries: 0\n"
+                                               "number of buckets with 4 entries: 0\n"
+                                               "number of buckets with 5 entries: 0\n"
+                                               "number of buckets with 6 entries: 0\n"
+                                               "number of buckets with 7 entries: 0\n"
+                                               "number of buckets with 8 entries: 0\n"
+                                               "number of buckets with 9 entries: 0\n"
+                                               "number of buckets with 10 or more entries: 0\n"
+                                               "average search distance for entry: -?nan"));
 }
 
 TEST_F(StringKeys, StatisticsCountTheChains) {

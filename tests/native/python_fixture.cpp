@@ -29,8 +29,8 @@ void PythonTest::TearDown() {
 void PythonTest::run(const char* source) { morvik::run(source, variables_.get()); }
 
 Ref PythonTest::eval(const char* expression) {
-    Ref value = Ref::steal(
-        PyRun_String(expression, Py_eval_input, variables_.get(), variables_.get()));
+    Ref value =
+        Ref::steal(PyRun_String(expression, Py_eval_input, variables_.get(), variables_.get()));
     EXPECT_TRUE(value) << take_error() << " in: " << expression;
     return value;
 }

@@ -136,9 +136,9 @@ TEST_F(ThreadTableTest, ClearedTableIsEmptyAndUsable) {
 TEST_F(ThreadTableTest, FreedRecordReleasesWhatItHolds) {
     const Ref object = eval("object()");
     ThreadData* const record = thread_table_get_or_add(&table_, current());
-    PyObject** const slots[] = {&record->thread_name,  &record->bot_frame,
-                                &record->stop_frame,   &record->return_frame,
-                                &record->curr_frame,   &record->sub_lang_frame,
+    PyObject** const slots[] = {&record->thread_name,   &record->bot_frame,
+                                &record->stop_frame,    &record->return_frame,
+                                &record->curr_frame,    &record->sub_lang_frame,
                                 &record->sub_lang_hook, &record->pending_exc};
     for (PyObject** const slot : slots) {
         set_slot(*slot, object.get());
