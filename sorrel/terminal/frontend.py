@@ -1,12 +1,12 @@
 """Asks a person at each stop what to do, and carries it out."""
 
-import cmd
 import inspect
 import pprint
 import re
 import repr as shortened
 import rlcompleter
 import sys
+from cmd import Cmd
 
 from sorrel import evaluate, exceptions, source, stacks, sublanguages
 from sorrel.console import Closed
@@ -36,7 +36,7 @@ def over_service(console):
     return terminal
 
 
-class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, cmd.Cmd):
+class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_stack`, the entries of the
     stack that is looked at, and `_index`, which of them; `_shown_thread`, whose stack that is.
     """
@@ -44,7 +44,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, cmd.Cmd):
     prompt = '(sorrel) '
 
     def __init__(self, console):
-        cmd.Cmd.__init__(self, stdout=console)
+        Cmd.__init__(self, stdout=console)
         self._console = console
         self._thread = None
         self._shown_thread = None
@@ -134,7 +134,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, cmd.Cmd):
         line = line.strip()
         if line.startswith('pretty-print'):  # No name of a command for the base class.
             line = line.replace('pretty-print', 'pp', 1)
-        command, argument, line = cmd.Cmd.parseline(self, line)
+        command, argument, line = Cmd.parseline(self, line)
         command = syntax.ALIASES.get(command, command)
         if not command or not syntax.is_command(command, argument):
             return '', None, line

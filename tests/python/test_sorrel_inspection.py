@@ -49,7 +49,7 @@ class OtherThreads(sorrel_session.TestCase):
 * 2  other  running  prog.py(6)wait()
 ''')
         self.assertEqual(re.findall(r'^(..).*\W(\w+)\(\)$', answers[8], re.M), [
-            ('> ', 'run'), ('  ', 'wait')])
+            ('> ', 'run'), ('  ', 'wait'), ('->', 'acquire')])
         self.assertEqual(answers[9], '> prog.py(18)<module>()\n-> gate.release()\n')
         self.assertEqual(answers[10], "*** NameError: name 'word' is not defined\n")
         self.assertEqual(answers[11], '''\
