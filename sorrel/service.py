@@ -7,6 +7,7 @@ mutex, and nothing that it does is traced.
 A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
 A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
 that the front end has been told of, or is not to be, is about to end its thread.
+So may a fourth, `idle()`: called about once a second while the program runs, in one of its threads.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -167,6 +168,9 @@ class Service(object):
         if self._to_interrupt is not None and not self._interrupt_here():
             # Each thread is asked for at its next event.
             core.set_debug_thread_cb(self._debugs_thread)
+        idle = getattr(self._front_end, 'idle', None)
+        if idle is not None and not self._is_forked():
+            idle()
 
     def _on_quit(self):
         """The runner sees the end of the program by itself."""

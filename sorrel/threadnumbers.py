@@ -16,14 +16,20 @@ class Threads(object):
             self._numbers[id] = self._last
         return self._numbers[id]
 
-    def forget(self, id):
-        """The thread has ended; its id may come again."""
-        self._numbers.pop(id, None)
+    def take_changes(self):
+        """(number, whether it is new) of each thread that was started or has ended."""
+        now = set(thread.id for thread in self._live())
+        changes = []
+        for id in set(self._numbers) - now:
+            # The id may come again.
+            changes.append((self._numbers.pop(id), False))
+        for id in sorted(now - set(self._numbers)):
+            changes.append((self.number(id), True))
+        return changes
 
     def all(self):
         """Pairs of a number and a Thread of the service, for the threads there are."""
-        found = [(self.number(thread.id), thread) for thread in self._service.threads()
-                 if thread.frame is not None]
+        found = [(self.number(thread.id), thread) for thread in self._live()]
         return sorted(found, key=lambda pair: pair[0])
 
     def find(self, number):
@@ -31,3 +37,6 @@ class Threads(object):
             if found == number:
                 return thread
         return None
+
+    def _live(self):
+        return [thread for thread in self._service.threads() if thread.frame is not None]

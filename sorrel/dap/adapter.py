@@ -10,7 +10,6 @@ import os
 import select
 import signal
 import socket
-import sys
 import time
 
 from sorrel.dap import capabilities, protocol

@@ -72,6 +72,11 @@ class Program(object):
         session = self._session
         return session.stopped(stop) if session is not None else Resume(DETACH)
 
+    def idle(self):
+        session = self._session
+        if session is not None:
+            session.look_around()
+
     def ended(self, outcome):
         session = self._session
         if session is not None:

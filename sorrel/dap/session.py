@@ -6,6 +6,8 @@ import os
 import signal
 import time
 
+import tmorvik26_vs2012_x64 as core
+
 from sorrel import frames, source
 from sorrel.dap import capabilities, protocol, sources
 from sorrel.dap.breakpoints import Breakpoints
@@ -42,8 +44,8 @@ class Session(object):
         self.stops_all = True
         self.first_line = self.first_column = 1
         self.threads = Threads(program.service)
-        self.breakpoints = Breakpoints(self)
-        self.exceptions = Exceptions(self)
+        self.breakpoints = Breakpoints(self, program.service)
+        self.exceptions = Exceptions(program.service)
         self._server = server
         self._program = program
         self._service = program.service
@@ -118,6 +120,7 @@ class Session(object):
                 return Resume(DETACH)
             self.tell_stop(told)
             resume = stopped.serve()
+            self._keep_goings()
             self._goings[stop.thread] = _Going(
                 resume.action, resume.frame or stop.frame, self._is_own_code(told.frame))
             return resume
@@ -136,15 +139,16 @@ class Session(object):
         """What to tell the client of a stop; a Resume or None when it is not to hear of it."""
         if self._is_closed:
             return Resume(DETACH)
+        self.look_around()
+        if stop.policy is not None:
+            return self.exceptions.told(stop)
         at_entry, self._is_at_entry = self._is_at_entry, False
         going = self._goings.get(stop.thread)
         may_be_step = stop.reason == INTERRUPTED or at_entry or (
             going is not None and _has_arrived(going, stop.frame))
         hits = self.breakpoints.hits(stop, may_be_step)
-        if stop.reason == RAISED:
-            return self.exceptions.told(stop)
         if hits:
-            return Told('breakpoint', stop.frame, {'hitBreakpointIds': hits})
+            return _told_hits(hits, stop.frame)
         if stop.reason == INTERRUPTED:
             return Told('pause', stop.frame, {})
         if at_entry:
@@ -154,6 +158,8 @@ class Session(object):
         return self._consider_step(stop, going) if may_be_step else None
 
     def _consider_step(self, stop, going):
+        if stop.reason == RAISED:
+            return None  # What follows, in a handler or in a caller, is told.
         if going.action == STEP_INTO and going.from_own_code \
                 and not self._is_own_code(stop.frame):
             # On to the next line of who has called this.
@@ -165,6 +171,11 @@ class Session(object):
             if frame is None or not frames.is_program(frame):
                 return None
         return Told('step', frame, {})
+
+    def _keep_goings(self):
+        """Forgets threads that have ended."""
+        for thread in set(self._goings).difference(core.get_threads()):
+            del self._goings[thread]
 
     def _is_own_code(self, frame):
         return not self.just_my_code or not sources.is_library(source.file_name(frame))
@@ -179,6 +190,29 @@ class Session(object):
         """Whether there was a stopped thread to let go."""
         stop = self._stop
         return stop is not None and stop.resume(resume)
+
+    # What the program does meanwhile.
+
+    def look_around(self):
+        """Tells of new threads and modules; called in a thread of the program."""
+        for number, is_new in self.threads.take_changes():
+            self.event('thread', {'reason': 'started' if is_new else 'exited',
+                                  'threadId': number})
+        loaded = self._service.modules.take_new()
+        if loaded:
+            self._tell_modules(loaded)
+            self.breakpoints.modules_loaded()
+            self.exceptions.modules_loaded()
+
+    def _tell_modules(self, loaded):
+        names = {}
+        for name, path in self.modules():
+            names[os.path.realpath(path)] = name
+        for path, was_known in loaded:
+            path = sources.of_code(path)
+            name = names.get(os.path.realpath(path), os.path.basename(path))
+            self.event('module', {'reason': 'changed' if was_known else 'new',
+                                  'module': self._describe_module(name, path)})
 
     # Requests and answers.
 
@@ -296,24 +330,22 @@ class Session(object):
         return thread
 
     def _list_threads(self, arguments):
-        return {'threads': [{'id': number, 'name': text(thread.name)}
-                            for number, thread in self.threads.all()]}
+        # The core knows of none before the program runs.
+        known = [(number, thread.name) for number, thread in self.threads.all()]
+        return {'threads': [{'id': number, 'name': text(name)}
+                            for number, name in known or [(1, 'MainThread')]]}
 
-    def thread_changed(self, id, is_new):
-        self.event('thread', {'reason': 'started' if is_new else 'exited',
-                               'threadId': self.threads.number(id)})
-        if not is_new:
-            self.threads.forget(id)
-            self._goings.pop(id, None)
+    @property
+    def program_path(self):
+        return self._program.path
 
     def modules(self):
         """(name, path) of the modules that are loaded from files; the program's comes first."""
         return [('__main__', self._program.path)] + [
             found for found in sources.loaded_modules() if found[0] != '__main__']
 
-    def own_modules(self):
-        """As modules(), without those of the interpreter's library."""
-        return [found for found in self.modules() if not sources.is_library(found[1])]
+    def is_loaded(self, path):
+        return os.path.realpath(path) in [os.path.realpath(known) for _, known in self.modules()]
 
     def _list_modules(self, arguments):
         loaded = self.modules()
@@ -325,14 +357,6 @@ class Session(object):
     def _describe_module(self, name, path):
         return {'id': text(name), 'name': text(name), 'path': self.sources.to_client(path),
                 'isUserCode': not sources.is_library(path)}
-
-    def modules_loaded(self, names):
-        """Called in the thread that has imported them."""
-        for name, path in self.modules():
-            if name in names:
-                self.event('module', {
-                    'reason': 'new', 'module': self._describe_module(name, path)})
-        self.breakpoints.modules_loaded()
 
     def _loaded_sources(self, arguments):
         paths = sorted(set(path for _, path in self.modules()))
@@ -349,6 +373,12 @@ class Session(object):
         job = self._jobs.get(arguments.get('requestId'))
         if job is not None:
             job.cancel()
+
+
+def _told_hits(hits, frame):
+    all_of_functions = all(is_function for _, is_function in hits)
+    return Told('function breakpoint' if all_of_functions else 'breakpoint', frame,
+                {'hitBreakpointIds': [id for id, _ in hits]})
 
 
 def _has_arrived(going, frame):

@@ -86,15 +86,18 @@ def full_name(path):
     return os.path.normpath(os.path.join(_START_FOLDER, path))
 
 
+def of_code(path):
+    """The source file of a module's file."""
+    return path[:-1] if path.endswith(('.pyc', '.pyo')) else path
+
+
 def loaded_modules():
     """(name, path) of each module that was loaded from a file."""
     found = []
     for name, module in sorted(sys.modules.items()):
         path = getattr(module, '__dict__', {}).get('__file__')
         if isinstance(path, str):
-            if path[-4:] in ('.pyc', '.pyo'):
-                path = path[:-1]
-            found.append((name, full_name(path)))
+            found.append((name, full_name(of_code(path))))
     return found
 
 

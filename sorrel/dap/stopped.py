@@ -3,17 +3,16 @@
 Only there is the program's code to be run, and only until the thread goes on.
 """
 
-import itertools
 import sys
 
-from sorrel import evaluate, frames, source
+from sorrel import evaluate, source, stacks
 from sorrel.dap import children, completion, jump, sources, values
 from sorrel.dap.mailbox import Mailbox
 from sorrel.dap.job import Then
 from sorrel.dap.protocol import Refused, text
 from sorrel.dap.told import Told
 from sorrel.dap.variables import Presenter, References
-from sorrel.records import CONTINUE, RAISED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER
+from sorrel.records import CONTINUE, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER
 
 
 class StoppedThread(object):
@@ -71,49 +70,47 @@ class StoppedThread(object):
     # The stack.
 
     def _stack_trace(self, arguments):
-        innermost = self._innermost(arguments['threadId'])
-        stack = list(itertools.takewhile(frames.is_program, frames.callers(innermost)))
+        stack = self._stack(self._session.find_thread(arguments['threadId']))
         start = arguments.get('startFrame') or 0
         levels = arguments.get('levels') or len(stack)
-        shown = [self._describe(frame) for frame in stack[start:start + levels]]
+        shown = [self._describe(entry) for entry in stack[start:start + levels]]
         return {'stackFrames': shown, 'totalFrames': len(stack)}
 
-    def _innermost(self, number):
-        thread = self._session.find_thread(number)
+    def _stack(self, thread):
+        """Entries, the innermost first."""
         if thread.id == self.stop.thread:
-            return self._frame
-        if not self._session.stops_all:
+            stack = stacks.at_stop(self.stop)
+            if self._frame is not self.stop.frame:
+                stack.pop()
+        elif self._session.stops_all:
+            stack = stacks.of_thread(thread)
+        else:
             raise Refused('the thread is running')
-        if thread.frame is None:
-            raise Refused('the thread runs no Python code')
-        return thread.frame
+        stack.reverse()
+        return stack
 
-    def _describe(self, frame):
-        path = source.file_name(frame)
-        shown = {'id': self._frames.add(frame), 'name': text(frame.f_code.co_name),
-                 'source': self._session.sources.describe(path, frame.f_globals),
-                 'line': self._session.to_client_line(frame.f_lineno),
+    def _describe(self, entry):
+        frame = entry.frame
+        shown = {'id': self._frames.add(entry), 'name': text(frame.f_code.co_name),
+                 'source': self._session.sources.describe(entry.path, frame.f_globals),
+                 'line': self._session.to_client_line(entry.line),
                  'column': self._session.first_column}
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
             shown['moduleId'] = text(module)
-        if self._session.just_my_code and sources.is_library(path):
+        if self._session.just_my_code and sources.is_library(entry.path):
             shown['presentationHint'] = 'subtle'
             shown['source']['presentationHint'] = 'deemphasize'
         return shown
 
     def _find_frame(self, arguments):
         if not arguments.get('frameId'):
-            return self._outermost()
-        frame = self._frames.find(arguments['frameId'])
-        if frame is None:
+            # Outermost: where everything global is to be seen.
+            return stacks.at_stop(self.stop)[0].frame
+        entry = self._frames.find(arguments['frameId'])
+        if entry is None:
             raise Refused('the program has gone on since then')
-        return frame
-
-    def _outermost(self):
-        for frame in itertools.takewhile(frames.is_program, frames.callers(self._frame)):
-            found = frame
-        return found
+        return entry.frame
 
     # Values.
 
@@ -208,11 +205,10 @@ class StoppedThread(object):
                             for name in names]}
 
     def _exception_info(self, arguments):
-        if self.stop.reason != RAISED:
+        if self.stop.policy is None:
             raise Refused('the thread has not stopped at an exception')
-        type, value, traceback = self.stop.argument
-        description = self._of_program(evaluate.error_text, type, value)
-        return self._session.exceptions.describe(type, description, traceback)
+        description = self._of_program(evaluate.error_text, *self.stop.argument[:2])
+        return self._session.exceptions.describe(self.stop, description)
 
     # Jumping.
 
