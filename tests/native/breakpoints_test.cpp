@@ -3,13 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 
+#include "allocation.h"
 #include "bpops/matching.h"
 #include "bpops/resolution.h"
 #include "bpops/table.h"
 #include "embedding.h"
 #include "folder.h"
+#include "python_fixture.h"
 
 namespace morvik {
 namespace {
@@ -128,6 +131,79 @@ TEST_F(BreakpointTableTest, SetWithoutRoomForItsLineFailsAndUsesItsIdUp) {
     EXPECT_EQ(set("a.py", 5), kNoBreakpoint);
     hash_init(&table->by_line, sizeof(int32_t));
     EXPECT_EQ(set("a.py", 5), 2);
+}
+
+TEST_F(BreakpointTableTest, SetFailsWithEachOfItsAllocationsAndLeavesNothingBehind) {
+    const std::string path = folder.file("m.py");
+    know(path);
+    const Ref condition = Ref::steal(PyString_FromString("x > 1"));
+    uint32_t failures = 0;
+    for (;; ++failures) {
+        const long blocks = live_blocks();
+        int64_t id = 0;
+        bool happened = false;
+        {
+            const FailingAllocation failing(static_cast<int>(failures));
+            id = bp_set(table.get(), path.c_str(), 5, 1, 0, condition.get(), 0);
+            happened = FailingAllocation::happened();
+        }
+        if (!happened) {
+            EXPECT_EQ(id, failures + 1);
+            break;
+        }
+        PyErr_Clear();
+        EXPECT_EQ(id, kNoBreakpoint);
+        EXPECT_EQ(table->next_id, failures + 2);
+        EXPECT_EQ(first(5), nullptr);
+        EXPECT_EQ(table->by_line.num_entries, 0U);
+        EXPECT_EQ(live_blocks(), blocks);
+    }
+    // The record, its file name, condition, line entry and module file name.
+    EXPECT_EQ(failures, 5U);
+}
+
+TEST_F(BreakpointTableTest, ModuleFileNameThatCannotBeCopiedIsAnError) {
+    know("/no/m.py");
+    set("/no/m.py", 5);
+    free(first(5)->module_filename);
+    first(5)->module_filename = nullptr;
+    {
+        const FailingAllocation failing;
+        EXPECT_EQ(find_bp_filename_synonyms(table.get(), first(5)), 0);
+    }
+    EXPECT_NE(PyErr_ExceptionMatches(PyExc_MemoryError), 0);
+    EXPECT_EQ(PythonTest::take_error(), "MemoryError: Out of memory");
+}
+
+TEST_F(BreakpointTableTest, ConditionThatCannotBeCopiedLeavesTheOldOne) {
+    set("a.py", 5, 0, "old");
+    const Ref condition = Ref::steal(PyString_FromString("new"));
+    {
+        const FailingAllocation failing;
+        bp_set_cond(table.get(), "a.py", 5, condition.get());
+    }
+    EXPECT_EQ(PythonTest::take_error(), "MemoryError: Out of memory");
+    EXPECT_EQ(get("a.py", 5), "[(1, 1, 0, 'old', 0, 0)]");
+}
+
+TEST_F(BreakpointTableTest, ChangesThatCannotBeTakenStay) {
+    set("a.py", 5);
+    bp_mark_changed(table.get(), first(5));
+    {
+        const FailingAllocation failing;
+        EXPECT_EQ(bp_take_changed(table.get()), nullptr);
+    }
+    EXPECT_EQ(PythonTest::take_error(), "MemoryError: Out of memory");
+    EXPECT_EQ(taken(), "([], [('a.py', 5, 1, 1, 0, None, 0, 0)])");
+}
+
+TEST_F(BreakpointTableTest, FileThatCannotBeListedIsAnError) {
+    set("a.py", 5);
+    {
+        const FailingAllocation failing;
+        EXPECT_EQ(bp_get_file(table.get(), "a.py"), nullptr);
+    }
+    EXPECT_EQ(PythonTest::take_error(), "MemoryError: Out of memory");
 }
 
 TEST_F(BreakpointTableTest, EditsTellWhetherTheyFoundABreakpoint) {
@@ -385,6 +461,32 @@ TEST_F(BreakpointTableTest, NothingIsKnownWithoutRoomForIt) {
     hash_init(&table->module_files, kStringKeys);
 }
 
+TEST_F(BreakpointTableTest, ModuleFileThatCannotBeKeptIsUnknownUntilItIsMetAgain) {
+    for (int i = 0; i < 2; ++i) {
+        const FailingAllocation failing(i);
+        know("/no/m.py");
+        EXPECT_TRUE(FailingAllocation::happened());
+        EXPECT_EQ(table->module_files.num_entries, 0U);
+        EXPECT_EQ(table->module_count, 0);
+    }
+    know("/no/m.py");
+    EXPECT_EQ(module_for("/no/m.py"), "/no/m.py");
+}
+
+TEST_F(BreakpointTableTest, SynonymThatCannotBeKeptIsFoundAgain) {
+    const std::string path = folder.file("m.py");
+    const std::string other = folder.path("./m.py");
+    know(path);
+    EXPECT_EQ(same_file(registry->path_cache, path.c_str(), other.c_str()), 1);
+    for (int i = 0; i < 2; ++i) {
+        const FailingAllocation failing(i);
+        EXPECT_EQ(module_for(other), "(none)");
+        EXPECT_TRUE(FailingAllocation::happened());
+        EXPECT_EQ(table->module_files.num_entries, 1U);
+    }
+    EXPECT_EQ(module_for(other), path);
+}
+
 TEST_F(BreakpointTableTest, SynonymOfAnotherFileIsNone) {
     const std::string path = folder.file("m.py");
     EXPECT_EQ(add_synonym(table.get(), folder.file("other.py").c_str(), path.c_str()), nullptr);
@@ -627,6 +729,18 @@ TEST_F(BreakpointMatchTest, CodeFileThatIsTooLongMatchesItsReplacement) {
     EXPECT_EQ(check(), 1);
 }
 
+TEST_F(BreakpointMatchTest, ConditionThatCannotBeCopiedStops) {
+    set(file, kLine, 0, "False");
+    EXPECT_EQ(check(), 0);
+    // The new text is yet to be compiled.
+    const Ref condition = Ref::steal(PyString_FromString("0"));
+    bp_set_cond(table.get(), file.c_str(), kLine, condition.get());
+    const FailingAllocation failing;
+    EXPECT_EQ(check(), 1);
+    EXPECT_TRUE(FailingAllocation::happened());
+    EXPECT_EQ(PyErr_Occurred(), nullptr);
+}
+
 class BreakpointHookTest : public BreakpointMatchTest {
   protected:
     // A hook that says what its methods say, and notes what they are given.
@@ -720,12 +834,23 @@ TEST_F(BreakpointHookTest, NothingStopsWhereTheHookWouldNot) {
 TEST_F(BreakpointHookTest, NothingStopsWithoutAProperTranslation) {
     set("page.tpl", kLine);
     for (const char* value : {"ValueError()", "None", "5", "()", "('page.tpl',)", "(7, 'page.tpl')",
-                              "('page.tpl', None)", "('page.tpl', 7, 8)", "['page.tpl', 7]"}) {
+                              "('page.tpl', None)", "['page.tpl', 7]"}) {
         answer("location", value);
         EXPECT_EQ(check_hook(), 0) << value;
         EXPECT_EQ(PyErr_Occurred(), nullptr);
     }
     EXPECT_EQ(get("page.tpl", kLine), "[(1, 1, 0, None, 0, 0)]");
+}
+
+TEST_F(BreakpointHookTest, MoreInATranslationThanFileAndLineIsLeftAlone) {
+    answer("location", "('page.tpl', 7, 'more', None)");
+    set("page.tpl", kLine);
+    EXPECT_EQ(check_hook(), 1);
+}
+
+TEST_F(BreakpointHookTest, HookIsAskedEvenWhereThereAreNoBreakpoints) {
+    EXPECT_EQ(check_hook(), 0);
+    EXPECT_EQ(calls(), "[('stop', 1, 1), ('translate', 0)]");
 }
 
 TEST_F(BreakpointHookTest, ObjectWithoutTheMethodsStopsNothing) {

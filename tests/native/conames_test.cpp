@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "allocation.h"
 #include "embedding.h"
 #include "folder.h"
 
@@ -324,6 +325,25 @@ TEST_F(CodeNamesTest, RelativePathIsTheCodesOwnNameWithoutModuleFile) {
     EXPECT_EQ(relative(empty.get(), name.get()), "some/x.py");
 }
 
+TEST_F(CodeNamesTest, NameInAngleBracketsIsPreferredToTheModulesFile) {
+    for (const char* name : {"<string>", "<stdin>", "<anything>"}) {
+        EXPECT_EQ(relative(module_of("/m.py").get(), text(name).get()), name);
+    }
+    EXPECT_EQ(relative(module_of("/m.py").get(), text("<no/such.py").get()), "/m.py");
+}
+
+TEST_F(CodeNamesTest, ModuleFileThatCannotBeCopiedIsNotPreferred) {
+    std::filesystem::create_directory(folder.path("copy"));
+    std::filesystem::copy(folder.file("x.py"), folder.path("copy/x.py"));
+    std::filesystem::last_write_time(folder.path("copy/x.py"),
+                                     std::filesystem::last_write_time(folder.path("x.py")));
+    const Ref globals = module_of(folder.path("copy/x.pyc"));
+    const Ref name = text(folder.path("x.py"));
+    EXPECT_EQ(relative(globals.get(), name.get()), folder.path("copy/x.py"));
+    const FailingAllocation failing;
+    EXPECT_EQ(relative(globals.get(), name.get()), folder.path("x.py"));
+}
+
 TEST_F(CodeNamesTest, RelativePathWithoutAnyNameIsThatOfAString) {
     const Ref empty = Ref::steal(PyDict_New());
     EXPECT_EQ(relative(empty.get(), nullptr), "<string>");
@@ -631,8 +651,7 @@ TEST_F(CodeNamesModuleTest, WalkIsLogged) {
 
 TEST_F(CodeNamesModuleTest, MethodOfSomethingElseIsLoggedAndTheWalkGoesOn) {
     const Ref globals =
-        run("strange = type(Exception.__init__.__call__)\n"
-            "class Plain: \n"
+        run("class Plain:\n"
             "    def method(self): pass\n"
             "strange = type(Plain.method)(len, [])\n"
             "def zz_function(): pass\n"

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <filesystem>
 
+#include "allocation.h"
 #include "embedding.h"
 #include "folder.h"
 
@@ -321,6 +322,44 @@ TEST_F(PathCacheTest, LinksThatLeadNowhereAreNoFile) {
     EXPECT_EQ(same(folder.path("dangling.py"), path), 0);
     EXPECT_EQ(same(folder.path("circle.py"), path), 0);
     EXPECT_EQ(same(folder.path("circle.py"), folder.path("./circle.py")), 0);
+}
+
+TEST_F(PathCacheTest, FullPathFailsWithEachOfItsAllocationsAndLeavesNothingBehind) {
+    const std::string path = folder.file("a.py");
+    const std::string given = folder.path("./a.py");
+    int failures = 0;
+    for (;; ++failures) {
+        const long blocks = live_blocks();
+        const FailingAllocation failing(failures);
+        const char* const name = full_path(cache, given.c_str());
+        if (!FailingAllocation::happened()) {
+            EXPECT_STREQ(name, path.c_str());
+            break;
+        }
+        EXPECT_EQ(name, nullptr);
+        EXPECT_EQ(cache->full_names.num_entries, 0U);
+        EXPECT_EQ(live_blocks(), blocks);
+    }
+    EXPECT_GT(failures, 3);
+}
+
+TEST_F(PathCacheTest, FileIsNotKnownAsTheSameWhereAnAllocationFails) {
+    const std::string path = folder.file("a.py");
+    const std::string other = folder.path("./a.py");
+    int failures = 0;
+    for (;; ++failures) {
+        PathCache* const fresh = path_cache_new();
+        const FailingAllocation failing(failures);
+        const int same = same_file(fresh, path.c_str(), other.c_str());
+        const bool happened = FailingAllocation::happened();
+        path_cache_free(fresh);
+        if (!happened) {
+            EXPECT_EQ(same, 1);
+            break;
+        }
+        EXPECT_EQ(same, 0) << failures;
+    }
+    EXPECT_GT(failures, 6);
 }
 
 TEST_F(PathCacheTest, ManyNamesKeepTheirAnswers) {

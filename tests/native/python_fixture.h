@@ -14,6 +14,10 @@
 namespace morvik {
 
 class PythonTest : public testing::Test {
+  public:
+    // The pending error as "TypeError: message", cleared; "" for none.
+    static std::string take_error();
+
   protected:
     void SetUp() override;
     // No error may be left pending.
@@ -28,9 +32,6 @@ class PythonTest : public testing::Test {
 
     // Makes `action` callable from Python code as native().
     void define_native(std::function<void()> action);
-
-    // The pending error as "TypeError: message", cleared; "" for none.
-    static std::string take_error();
 
     Ref variables_;
 };
