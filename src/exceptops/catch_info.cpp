@@ -118,14 +118,17 @@ const PyTracebackObject* as_traceback(PyObject* object) {
 }
 
 // How often a frame occurs on the stacks under a traceback, counted no further than `enough`; 0
-// for a traceback that is longer than can be.
+// where it is less often, or may be, and for a traceback that is longer than can be.
 Py_ssize_t occurrences(PyObject* traceback, const PyFrameObject* sought, Py_ssize_t enough) {
-    int length = 0;
+    Py_ssize_t length = 0;
     for (const PyTracebackObject* entry = as_traceback(traceback); entry != nullptr;
          entry = entry->tb_next) {
         if (++length > kLongestTraceback) {
             return 0;
         }
+    }
+    if (length < enough) {
+        return 0;  // no stack has a frame twice
     }
     Py_ssize_t count = 0;
     for (const PyTracebackObject* entry = as_traceback(traceback); entry != nullptr;
