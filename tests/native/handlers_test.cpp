@@ -42,7 +42,8 @@ class Assembler {
         return op(opcode).op(argument & 0xff).op(argument >> 8 & 0xff);
     }
     Assembler& extended(int opcode, unsigned argument) {
-        return op(opcodes_.extended_arg, static_cast<int>(argument >> 16)).op(opcode, argument);
+        return op(opcodes_.extended_arg, static_cast<int>(argument >> 16))
+            .op(opcode, static_cast<int>(argument));
     }
 
     // A clause of the expression whose instructions `load` adds. Its body is one instruction.
@@ -807,6 +808,7 @@ TEST_P(HandlersTest, EveryDecodedOpcodeIsLogged) {
         decoded.push_back(opcodes().pop_top);
     }
     decoded.push_back(kEndFinally);
+    expected.reserve(decoded.size());
     for (const int opcode : decoded) {
         expected.push_back("Returning opcode of " + std::to_string(opcode) + "\n");
     }
