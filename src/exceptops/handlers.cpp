@@ -13,7 +13,7 @@ namespace {
 
 struct Instruction {
     int opcode;
-    long argument;
+    Py_ssize_t argument;
 };
 
 // Where a scan of a frame's code stands and what it looks for.
@@ -53,7 +53,7 @@ bool decode(Scan* scan, Instruction* instruction) {
         return false;
     }
     if (instruction->opcode == scan->opcodes.extended_arg) {
-        const long high = instruction->argument << kExtensionBits;
+        const Py_ssize_t high = instruction->argument << kExtensionBits;
         if (!decode_plain(scan, instruction)) {
             return false;
         }
@@ -64,7 +64,7 @@ bool decode(Scan* scan, Instruction* instruction) {
 }
 
 // Item of a tuple (borrowed), or nullptr.
-PyObject* tuple_item(PyObject* tuple, long index) {
+PyObject* tuple_item(PyObject* tuple, Py_ssize_t index) {
     return tuple != nullptr && PyTuple_Check(tuple) && index < PyTuple_GET_SIZE(tuple)
                ? PyTuple_GET_ITEM(tuple, index)
                : nullptr;
@@ -85,7 +85,7 @@ PyObject* find_name(const PyFrameObject* frame, PyObject* name, bool with_locals
     return value;
 }
 
-PyObject* fast_local(const PyFrameObject* frame, long index) {
+PyObject* fast_local(const PyFrameObject* frame, Py_ssize_t index) {
     const PyCodeObject* const code = frame->f_code;
     return tuple_item(code->co_varnames, index) != nullptr && index < code->co_nlocals
                ? frame->f_localsplus[index]
@@ -119,7 +119,7 @@ bool matches(const Scan& scan, PyObject* candidate) {
 Ref load(const Scan& scan, const Instruction& instruction, const Ref& held) {
     const OpcodeTable& opcodes = scan.opcodes;
     const PyCodeObject* const code = scan.frame->f_code;
-    const long argument = instruction.argument;
+    const Py_ssize_t argument = instruction.argument;
     if (instruction.opcode == opcodes.load_const) {
         return Ref::share(tuple_item(code->co_consts, argument));
     }
@@ -146,8 +146,8 @@ bool skip_to_next_clause(Scan* scan) {
     if (!decode(scan, &instruction) || instruction.opcode != scan->opcodes.jump_if_false) {
         return false;
     }
-    const long offset = scan->position - scan->range.start;
-    const long target =
+    const Py_ssize_t offset = scan->position - scan->range.start;
+    const Py_ssize_t target =
         scan->opcodes.jump_is_absolute ? instruction.argument : offset + instruction.argument;
     if (target < offset || target >= scan->range.end - scan->range.start) {
         return false;  // clauses follow each other: the scan ends, whatever the code says
