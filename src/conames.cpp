@@ -119,8 +119,11 @@ int store_entry(CodeNameRegistry* registry, PyCodeObject* code, const char* path
     if (PyDict_SetItem(registry->names, key.get(), entry.get()) != 0) {
         return -1;
     }
-    code_reference.release();
+    const bool replaced = code_reference.release() == nullptr;
     forget_recent(registry, code);
+    if (replaced && registry->forgotten != nullptr) {
+        registry->forgotten(code);
+    }
     return 0;
 }
 

@@ -22,8 +22,8 @@ struct CodeNameRegistry {
     PathCache* path_cache;       // nullptr when it could not be made: then there are no full names
     PyObject* file_key;          // "__file__"
     char rel_buf[kMaxPath + 1];  // the relative name computed last
-    void (*forgotten)(PyCodeObject* code);  // told of every one that the registry lets go of, or
-                                            // nullptr
+    // Told of every code object whose name is dropped or replaced; may be nullptr.
+    void (*forgotten)(PyCodeObject* code);
     // Answers that `names` gave lately, by address: what a call event costs.
     struct {
         const PyCodeObject* code;

@@ -153,6 +153,14 @@ void find_code_file(BreakpointTable* table, Location* location) {
     __tracer_resolve_bp_filenames(table, location->file);
 }
 
+// No enabled breakpoint belongs here.
+void note_passed(BreakpointTable* table, const Location& location) {
+    PyCodeObject* const code = location.frame->f_code;
+    if (location.hook == nullptr && registered_pathname(table->registry, code) != nullptr) {
+        bp_note_passed(table, code, location.line);
+    }
+}
+
 }  // namespace
 
 int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* frame, int record) {
@@ -167,6 +175,7 @@ int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* f
     }
     BreakpointRecord* breakpoint = bp_first_on_line(table, location.line);
     if (breakpoint == nullptr) {
+        note_passed(table, location);
         return 0;
     }
     dprintf(kLogBreakpoints, "Found bp table entry for lineno %d\n", location.line);
@@ -175,12 +184,19 @@ int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* f
         find_code_file(table, &location);
     }
     int stop = 0;
+    bool belongs = false;
     for (; breakpoint != nullptr && location.file != nullptr; breakpoint = breakpoint->next) {
-        if (breakpoint->removed == 0 && breakpoint->deleted == 0 &&
-            files_match(table, breakpoint, location) && breakpoint->enabled != 0 &&
-            check_hit(table, breakpoint, location, record != 0)) {
+        if (breakpoint->removed != 0 || breakpoint->deleted != 0 ||
+            !files_match(table, breakpoint, location) || breakpoint->enabled == 0) {
+            continue;
+        }
+        belongs = true;
+        if (check_hit(table, breakpoint, location, record != 0)) {
             stop = 1;
         }
+    }
+    if (!belongs) {
+        note_passed(table, location);
     }
     return stop;
 }

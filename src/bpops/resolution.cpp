@@ -12,7 +12,9 @@ namespace morvik {
 namespace {
 
 // Keeps a copy of `text` under `key`; the copy, or nullptr when out of memory, with no entry then.
-const char* store_copy(HashTable* table, const char* key, const char* text) {
+const char* store_copy(BreakpointTable* owner, const char* key, const char* text) {
+    HashTable* const table = &owner->module_files;
+    bp_forget_passed(owner);
     int is_new = 0;
     OwnedText copy(strdup(text));
     HashEntry* const entry = hash_create(table, key, &is_new);
@@ -41,6 +43,7 @@ void resolve_waiting_breakpoints(BreakpointTable* table) {
                     ? add_synonym(table, record->user_filename, table->name_buf)
                     : nullptr;
             if (module_file != nullptr) {
+                bp_forget_passed(table);
                 record->module_filename = strdup(module_file);
             }
         }
@@ -86,7 +89,7 @@ void __tracer_resolve_bp_filenames(BreakpointTable* table, const char* module_fi
     if (find_module_for_file(table, table->name_buf) != nullptr) {
         return;
     }
-    if (store_copy(&table->module_files, table->name_buf, table->name_buf) == nullptr) {
+    if (store_copy(table, table->name_buf, table->name_buf) == nullptr) {
         return;
     }
     ++table->module_count;
@@ -107,6 +110,7 @@ int find_bp_filename_synonyms(BreakpointTable* table, BreakpointRecord* record) 
                 "No loaded module for the bp... exiting find_bp_filename_synonyms\n");
         return 1;
     }
+    bp_forget_passed(table);
     record->module_filename = strdup(modfile);
     dprintf(kLogBreakpoints, "bp->module_filename = %s\n", text_or_null(record->module_filename));
     if (record->module_filename == nullptr) {
@@ -143,7 +147,7 @@ const char* add_synonym(BreakpointTable* table, const char* filename, const char
     if (cache == nullptr || same_file(cache, filename, module_file) == 0) {
         return nullptr;
     }
-    const char* const stored = store_copy(&table->module_files, filename, module_file);
+    const char* const stored = store_copy(table, filename, module_file);
     if (stored != nullptr) {
         dprintf(kLogBreakpoints, "Found synonym %s\n", stored);
     }

@@ -66,6 +66,7 @@ bool link_to_line(BreakpointTable* table, BreakpointRecord* record) {
     if (entry == nullptr) {
         return false;
     }
+    bp_forget_passed(table);
     record->next = static_cast<BreakpointRecord*>(hash_get_value(entry));
     record->on_line_list = 1;
     hash_set_value(entry, record);
@@ -205,6 +206,7 @@ void bp_table_init(BreakpointTable* table, CodeNameRegistry* registry) {
     hash_init(&table->by_line, sizeof(int32_t));
     table->changed_head = nullptr;
     table->next_id = 1;
+    bp_forget_passed(table);
     hash_init(&table->module_files, kStringKeys);
     table->registry = registry;
     table->module_count = 0;
@@ -256,6 +258,7 @@ int bp_enable(BreakpointTable* table, const char* filename, int lineno, int enab
     int any_enabled = 0;
     for (BreakpointRecord* record = first_of_file(table, filename, lineno); record != nullptr;
          record = next_of_file(record->next, filename)) {
+        bp_forget_passed(table);
         record->enabled = enabled != 0 ? 1 : 0;
         any_enabled |= record->enabled;
     }

@@ -38,6 +38,15 @@ struct BreakpointRecord {
     BreakpointRecord* next_removed;
 };
 
+// Code and line that no breakpoint stopped at, as long as `edition` is the table's.
+struct PassedLine {
+    const PyCodeObject* code;
+    int line;
+    uint32_t edition;
+};
+
+constexpr uint32_t kPassedLines = 1024;
+
 struct BreakpointTable {
     HashTable by_line;               // line number to the head of its records, newest first
     BreakpointRecord* changed_head;  // most recently added first
@@ -49,9 +58,33 @@ struct BreakpointTable {
     PyObject* file_key;  // "__file__"
     int pins;
     BreakpointRecord* removed_head;
+    // Counts whatever may change which code a breakpoint stops at.
+    uint32_t edition;
+    PassedLine passed[kPassedLines];
 };
 
 constexpr int64_t kNoBreakpoint = -1;
+
+// What was learnt about lines that no breakpoint stops at holds no more.
+inline void bp_forget_passed(BreakpointTable* table) { ++table->edition; }
+
+inline PassedLine* passed_slot(BreakpointTable* table, const PyCodeObject* code, int line) {
+    constexpr unsigned kAlignmentBits = 4;
+    const auto address = reinterpret_cast<uintptr_t>(code) >> kAlignmentBits;
+    return &table->passed[(address + static_cast<uintptr_t>(line) * 31) % kPassedLines];
+}
+
+// Whether it is known that no enabled breakpoint belongs to this line of this code.
+inline bool bp_is_passed(BreakpointTable* table, const PyCodeObject* code, int line) {
+    const PassedLine* const slot = passed_slot(table, code, line);
+    return slot->code == code && slot->line == line && slot->edition == table->edition;
+}
+
+// To be called for registered code only: the registry keeps the code object, so that its address
+// stays its own, and its file does not depend on the frame.
+inline void bp_note_passed(BreakpointTable* table, const PyCodeObject* code, int line) {
+    *passed_slot(table, code, line) = {code, line, table->edition};
+}
 
 // Keeps removed records readable for a scope.
 class BreakpointPin {

@@ -46,10 +46,22 @@ bool step_is_quiet(const ThreadData* record, PyFrameObject* frame) {
            (core.import_cb_active != 0 || !is_stop(decide_step(record, frame)));
 }
 
+// Whether no breakpoint can stop at the line.
+bool is_passed_line(const PyCodeObject* code, int line) {
+    if (core.breakpoints.by_line.num_entries == 0 || bp_is_passed(&core.breakpoints, code, line)) {
+        return true;
+    }
+    if (bp_first_on_line(&core.breakpoints, line) != nullptr) {
+        return false;
+    }
+    if (is_recently_registered(&code_names, code)) {
+        bp_note_passed(&core.breakpoints, code, line);
+    }
+    return true;
+}
+
 bool line_is_quiet(const ThreadData* record, PyFrameObject* frame) {
-    return step_is_quiet(record, frame) &&
-           (core.breakpoints.by_line.num_entries == 0 ||
-            bp_first_on_line(&core.breakpoints, frame->f_lineno) == nullptr);
+    return step_is_quiet(record, frame) && is_passed_line(frame->f_code, frame->f_lineno);
 }
 
 bool return_is_quiet(const ThreadData* record, PyFrameObject* frame, const PyObject* value) {

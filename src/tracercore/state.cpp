@@ -72,7 +72,14 @@ void fetch_attribute(PyObject*& slot, PyObject* object, const char* name) {
     set_slot(slot, value.get());
 }
 
+// What was found out about a code object by its file's name.
+void forget_code(PyCodeObject* code) {
+    forget_category(code);
+    bp_forget_passed(&core.breakpoints);
+}
+
 void init_breakpoints() {
+    code_names.forgotten = forget_code;
     if (core.initialised) {
         bp_table_reset(&core.breakpoints, &code_names);
     } else {

@@ -150,13 +150,6 @@ long implementation_category(PyObject* hook, PyFrameObject* frame) {
     return category;
 }
 
-void forget_category(PyCodeObject* code) {
-    HashEntry* const entry = hash_find(&state().categories, &code);
-    if (entry != nullptr) {
-        hash_delete_entry(entry);
-    }
-}
-
 // What the calling thread was asked to do.
 StepKind step_kind() {
     const ThreadData* const record = thread_table_current(&core.threads);
@@ -198,7 +191,13 @@ void sub_languages_init() {
     release_containers();
     hash_delete_table(&state().categories);
     hash_init(&state().categories, sizeof(PyCodeObject*));
-    code_names.forgotten = forget_category;
+}
+
+void forget_category(PyCodeObject* code) {
+    HashEntry* const entry = hash_find(&state().categories, &code);
+    if (entry != nullptr) {
+        hash_delete_entry(entry);
+    }
 }
 
 int register_sub_language_hook(PyObject* hook) {

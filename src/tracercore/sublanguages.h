@@ -31,6 +31,9 @@ enum FrameCategory {
 // Blank state.
 void sub_languages_init();
 
+// Forgets the implementation category of a code object.
+void forget_category(PyCodeObject* code);
+
 // 0, or -1 with an error set.
 int register_sub_language_hook(PyObject* hook);
 
