@@ -317,6 +317,8 @@ class DebuggingTest(TemplateTestCase):
         try:
             thread.start_new_thread(work, ())
             self.assertEqual(harness.wait_until(lambda: sys.stderr.messages), True)
+            # The process must not end under the thread.
+            harness.wait_until(lambda: len(sys._current_frames()) == 1)
         finally:
             sys.stderr = sys.__stderr__
         core.stop_trace()
