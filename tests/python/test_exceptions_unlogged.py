@@ -91,7 +91,7 @@ class Programs(object):
 
 class SameStopsTest(ExceptionTestCase):
 
-    SEEDS = range(40)
+    SEEDS = range(25)
 
     def setUp(self):
         ExceptionTestCase.setUp(self)
