@@ -28,14 +28,15 @@ def launcher():
     return os.environ.get("MORVIK_PYTHON_EXE") or os.readlink("/proc/self/exe")
 
 
-def run_host(*arguments):
+def run_host(*arguments, **streams):
     """Runs another process of this host, with this harness; (status, standard error)."""
     environment = dict(os.environ)
     environment.pop("PYTHONUNBUFFERED", None)
     environment["PYTHONPATH"] = os.pathsep.join(
         [os.path.dirname(os.path.abspath(__file__)), environment.get("PYTHONPATH", "")])
+    streams.setdefault("stdout", subprocess.PIPE)
     process = subprocess.Popen((launcher(),) + arguments, stdin=open(os.devnull),
-                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment)
+                               stderr=subprocess.PIPE, env=environment, **streams)
     errors = process.communicate()[1]
     # A debug build says one thing more as it ends.
     lines = [line for line in errors.splitlines(True) if not line.endswith(" refs]\n")]

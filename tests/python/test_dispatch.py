@@ -452,12 +452,15 @@ except StopIteration:
         self.assertEqual(self.server.run(self.script(source))["got"], [1, 2, "stopped"])
 
     def test_local_variables_that_a_callback_looks_at_stay(self):
+        seen = []
+
         def look(frame):
-            self.assertEqual(frame.f_locals["n"], 1)
+            seen.append(sorted(frame.f_locals.items()))
             core.step_into()
         self.server.requests = ["step_over", "step_into", look, look]
         self.server.init()
         self.assertEqual(self.server.run(self.script(CALL))["x"], 2)
+        self.assertEqual(seen, [[("n", 1)], [("m", 2), ("n", 1)]])
 
 
 class PlantedExceptionTest(harness.CoreTestCase):

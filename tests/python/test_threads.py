@@ -1,7 +1,5 @@
 """Programs of several threads: one at a time in the debug server, nobody stuck."""
 
-import functools
-import sys
 import thread
 import threading
 import time
