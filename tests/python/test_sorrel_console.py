@@ -127,8 +127,10 @@ text = sys.stdout.getvalue()
         screen.read_to(PROMPT)
         screen.type('n\n')
         screen.read_to(PROMPT)
-        screen.type("p sys.stdout.write('going on' + chr(10)), sys.stdout.flush(), time.sleep(60)\n")
-        screen.read_to('60)\r\ngoing on\r\n')
+        # Short sleeps: a signal that comes just before a long one would have to wait for its end.
+        screen.type("p sys.stdout.write('going on' + chr(10)), sys.stdout.flush(),"
+                    " [time.sleep(0.01) for i in range(6000)]\n")
+        screen.read_to('6000)]\r\ngoing on\r\n')
         screen.interrupt()
         screen.read_to('*** KeyboardInterrupt\r\n' + PROMPT)
         screen.type('c\n')
