@@ -54,3 +54,4 @@ foreach(scenario ${scenarios})
 endforeach()
 
 include(cmake/event_cost.cmake)
+include(cmake/dap.cmake)

@@ -14,7 +14,10 @@ exec {lock}>"$folder/.lock"
 flock "$lock"
 if ! cmp -s "$here/package-lock.json" "$folder/.installed"; then
     cp "$here/package.json" "$here/package-lock.json" "$folder"
-    (cd "$folder" && npm ci --no-audit --no-fund --loglevel=error >&2)
+    # Nothing is asked of a home folder, which need not be writable.
+    (cd "$folder" && npm ci --ignore-scripts --no-audit --no-fund --no-update-notifier \
+        --loglevel=error --cache="$folder/cache" >&2)
+    rm -rf "$folder/cache"
     cp "$here/package-lock.json" "$folder/.installed"
 fi
 exec {lock}>&-

@@ -42,6 +42,11 @@ class Client extends DebugClient {
         this.closed = new Promise((resolve) => readable.once('close', resolve));
     }
 
+    // As the published client does, but not for ever.
+    send(command, args) {
+        return patiently(super.send(command, args), () => `no answer to ${command}`);
+    }
+
     note(checker, message) {
         try {
             checker.check(message);
@@ -88,16 +93,13 @@ class Client extends DebugClient {
 
     // The body of the next event of this name, and of this kind if a test of it is given.
     next(name, test = () => true) {
-        return new Promise((resolve, reject) => {
+        const event = new Promise((resolve) => {
             const wanted = (message) => message.event === name && test(message.body);
-            const timer = setTimeout(() => reject(new Error(
-                `no event ${name}; kept: ${JSON.stringify(this.kept.slice(-20))}`)), PATIENCE);
-            this.waiting.push({ wanted, resolve: (body) => {
-                clearTimeout(timer);
-                resolve(body);
-            } });
+            this.waiting.push({ wanted, resolve });
             this.deliver();
         });
+        return patiently(event,
+            () => `no event ${name}; kept: ${JSON.stringify(this.kept.slice(-20))}`);
     }
 
     // Whether an event of this name has come and has not been asked for.
@@ -122,6 +124,13 @@ class Client extends DebugClient {
 
     async launch(args, configure) {
         await this.begin('launch', args, configure);
+    }
+
+    // Launches the program at this path and waits for it to stop at a breakpoint at these marks.
+    async launchTo(file, marks, more = {}) {
+        await this.launch({ program: file, ...more }, () => this.breakAt(
+            file, ...[].concat(marks).map((mark) => line(file, mark))));
+        return this.next('stopped');
     }
 
     async breakAt(file, ...breakpoints) {
@@ -176,11 +185,16 @@ class Client extends DebugClient {
         return (await this.send('evaluate', { expression, context, frameId, ...more })).body;
     }
 
-    // Everything that the program writes from now on until it ends.
-    async outputs(category = 'stdout') {
-        await this.next('terminated');
+    // What has been written to this category and not been asked for.
+    written(category = 'stdout') {
         return this.kept.filter((message) => message.event === 'output'
             && message.body.category === category).map((message) => message.body.output).join('');
+    }
+
+    // The same when the program has ended.
+    async outputs(category = 'stdout') {
+        await this.next('terminated');
+        return this.written(category);
     }
 
     // Ends the test: throws what was wrong with the messages.
@@ -193,6 +207,15 @@ class Client extends DebugClient {
             throw this.mistakes[0];
         }
     }
+}
+
+// The promise; rejects when it takes longer than anything should.
+function patiently(promise, complaint) {
+    let timer;
+    const end = new Promise((_, reject) => {
+        timer = setTimeout(() => reject(new Error(complaint())), PATIENCE);
+    });
+    return Promise.race([promise, end]).finally(() => clearTimeout(timer));
 }
 
 // Runs a test with a client that has been started; checks its messages at the end.
@@ -213,8 +236,18 @@ async function withClient(test, options = {}) {
     }
 }
 
+const scratches = [];
+process.on('exit', () => {
+    for (const folder of scratches) {
+        fs.rmSync(folder, { recursive: true, force: true });
+    }
+});
+
+// A new folder, gone after the tests.
 function scratch() {
-    return fs.mkdtempSync(path.join(fs.realpathSync(os.tmpdir()), 'morvik-'));
+    const folder = fs.mkdtempSync(path.join(fs.realpathSync(os.tmpdir()), 'morvik-'));
+    scratches.push(folder);
+    return folder;
 }
 
 // The path of a new program. Lines that other code speaks of are found by line().
