@@ -3,14 +3,15 @@
 import optparse
 import sys
 
-_USAGE = '''%prog terminal [--] PROGRAM [ARGS...]
-       %prog serve (--listen [HOST:]PORT [--wait] | --greeting FILE) [--module] [--] PROGRAM [ARGS...]
+_USAGE = '''%prog terminal [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+       %prog serve (--listen [HOST:]PORT [--wait] | --greeting FILE) [--module]
+             [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog dap
-       %prog demo'''
+       %prog demo (ledger | bills)'''
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
 come to a port, or that start this as their adapter and speak to its standard input. Or plays a
 session that shows how.'''
-_PROGRAMLESS = ('dap', 'demo')
+_DEMOS = ('ledger', 'bills')
 
 
 class _OptionParser(optparse.OptionParser):
@@ -32,16 +33,24 @@ def _parse(arguments):
     if not words or words[0] not in ('terminal', 'serve', 'dap', 'demo'):
         parser.error('unknown command: %s' % words[0] if words else 'needs a command')
     command = words[0]
+    if command in ('terminal', 'serve'):
+        parser.add_option('--hook', action='append', default=[], metavar='MODULE:NAME',
+                          help='call NAME for a hook that shows a sub-language')
     if command == 'serve':
         parser.add_option('--listen', metavar='[HOST:]PORT', help='let clients connect there')
         parser.add_option('--wait', action='store_true', help='run only when one has')
         parser.add_option('--greeting', metavar='FILE', help='find the one client in FILE')
         parser.add_option('--module', action='store_true', help='PROGRAM is a module by name')
     options, words = parser.parse_args(words[1:])
-    if command in _PROGRAMLESS and words:
-        parser.error('unexpected argument: %s' % words[0])
-    if command not in _PROGRAMLESS and not words:
-        parser.error('needs a program')
+    if command == 'demo' and words and words[0] not in _DEMOS:
+        parser.error('unknown demo: %s' % words[0])
+    if not words and command != 'dap':
+        parser.error('needs a %s' % ('demo' if command == 'demo' else 'program'))
+    if command == 'dap' and words or command == 'demo' and len(words) > 1:
+        parser.error('unexpected argument: %s' % words[-1])
+    for hook in getattr(options, 'hook', ()):
+        if not all(hook.partition(':')):
+            parser.error('not MODULE:NAME: %s' % hook)
     if command == 'serve':
         if (options.listen is None) == (options.greeting is None):
             parser.error('needs either --listen or --greeting')
@@ -58,13 +67,13 @@ def _address(text, parser):
     return host.strip('[]') or '127.0.0.1', int(port)
 
 
-def _debug(program, arguments):
+def _debug(options, program, arguments):
     from sorrel import runner
     from sorrel.console import Console
     from sorrel.terminal import frontend
     terminal = frontend.over_service(Console())
     try:
-        return runner.run(program, arguments, terminal.service)
+        return runner.run(program, arguments, terminal.service, hooks=options.hook)
     except runner.CannotRead as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 2
@@ -75,7 +84,7 @@ def _serve(options, program, arguments):
     from sorrel.dap import serve
     try:
         return serve.serve(program, arguments, bool(options.module), options.listen,
-                           bool(options.wait), options.greeting)
+                           bool(options.wait), options.greeting, options.hook)
     except (runner.CannotRead, serve.CannotServe) as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 2
@@ -84,14 +93,14 @@ def _serve(options, program, arguments):
 def main(arguments):
     command, options, words = _parse(arguments)
     if command == 'demo':
-        from sorrel import demo
-        return demo.play()
+        from sorrel import demo, recordings
+        return demo.play(recordings.RECORDINGS[words[0]])
     if command == 'dap':
         from sorrel.dap import adapter
         return adapter.run()
     if command == 'serve':
         return _serve(options, words[0], words[1:])
-    return _debug(words[0], words[1:])
+    return _debug(options, words[0], words[1:])
 
 
 if __name__ == '__main__':

@@ -8,7 +8,7 @@ import pkgutil
 import sys
 import traceback
 
-from sorrel import frames
+from sorrel import evaluate, frames, sublanguages
 from sorrel.records import Outcome
 
 # The interpreter empties a module that nothing refers to; the server was started by this one.
@@ -16,12 +16,13 @@ _started_by = sys.modules['__main__']
 
 
 class CannotRead(Exception):
-    """The program's file cannot be read; the text says why, in one line."""
+    """The program or what shows it cannot be read; the text says why, in one line."""
 
 
-def run(path, args, service, code=None, attached=True):
+def run(path, args, service, code=None, attached=True, hooks=()):
     """Runs the program at `path`, or its code, under the service; returns its exit status.
 
+    hooks: names of sub-language hooks, to be found from the program's folder. Raises CannotRead.
     SystemExit passes through: what its code means is the interpreter's to say. The service is
     told the outcome after the program's threads and exit functions have ended.
     """
@@ -30,6 +31,8 @@ def run(path, args, service, code=None, attached=True):
         # The script's folder, where the interpreter would have put it.
         sys.path[0] = os.path.dirname(os.path.realpath(path))
     sys.argv[:] = [path] + args
+    for hook in hooks:
+        _load(hook)
     outcome = []
     # Exit functions run last in, first out.
     atexit.register(_finish, service, outcome)
@@ -51,6 +54,14 @@ def _check_readable(path):
         open(path).close()
     except IOError as error:
         raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
+
+
+def _load(hook):
+    try:
+        sublanguages.load(hook)
+    except Exception as error:
+        raise CannotRead("can't load hook '%s': %s" % (
+            hook, evaluate.error_text(type(error), error)))
 
 
 def find_module(name):

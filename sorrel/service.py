@@ -52,7 +52,7 @@ class Service(object):
         self.attached = False
         frames.learn_own_modules()
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
-                  self._on_return, self._on_exception, self._on_quit, None,
+                  self._on_return, self._on_exception, self._on_quit, self._on_import,
                   __builtin__.__import__, None, frames.own_files())
         self.main_thread = core.get_current_tstate_id()
         self.breakpoints = breakpoints.Breakpoints()
@@ -174,6 +174,9 @@ class Service(object):
 
     def _on_quit(self):
         """The runner sees the end of the program by itself."""
+
+    def _on_import(self, module):
+        """Only where it has told of an import does the core ask an active hook for new code."""
 
     def _hook_threads(self, on):
         if on:

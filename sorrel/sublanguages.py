@@ -5,6 +5,8 @@ which code objects enter the language, which files implement it, and which frame
 in files of the language; docs/terminal.md lists them.
 """
 
+import sys
+
 import tmorvik26_vs2012_x64 as core
 
 _KEY, _HIDDEN = 1, 0
@@ -13,6 +15,16 @@ _KEY, _HIDDEN = 1, 0
 def register(hook):
     """From now on, frames of the hook's language are shown at their lines in its own files."""
     core.register_sub_language_hook(hook)
+
+
+def load(name):
+    """Registers the hook that a function or class of this name, "MODULE:NAME", makes.
+
+    Raises whatever importing or calling it raises.
+    """
+    module, _, maker = name.partition(':')
+    __import__(module)
+    register(getattr(sys.modules[module], maker)())
 
 
 def is_hidden(thread, frame):

@@ -8,9 +8,10 @@ usage: ./morvik COMMAND [OPTIONS]
   build [--python EXE] [--asan]           build; prints the folder that holds the module
   python [--python EXE] [--asan] -- ARGS  run the host with the module importable
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
+  run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
   dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
-  demo [--python EXE]                     watch a short recorded session
+  demo [--python EXE]                     watch two short recorded sessions
   test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
   test --asan [--python EXE]...           the same with sanitizers, on the default host
   bench [--python EXE] [ARGS]             measure the core beside other trace functions
@@ -21,10 +22,10 @@ EOF
 }
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
-# leaves hosts, asan, listen, wait, and the others in rest.
+# leaves hosts, asan, listen, wait, hooks, and the others in rest.
 read_options() {
     local allowed=' '
-    hosts=() asan='' listen='' wait='' rest=()
+    hosts=() asan='' listen='' wait='' hooks=() rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -55,6 +56,16 @@ read_options() {
                     shift
                 fi
                 [[ -n $listen ]] || usage_error "--listen needs a port"
+                ;;
+            --hook | --hook=*)
+                [[ $allowed == *' --hook '* ]] || usage_error "unknown option: $1"
+                if [[ $1 == *=* ]]; then
+                    hooks+=(--hook "${1#*=}")
+                else
+                    (($# > 1)) || usage_error "--hook needs MODULE:NAME"
+                    hooks+=(--hook "$2")
+                    shift
+                fi
                 ;;
             --)
                 shift
@@ -124,13 +135,13 @@ command_python() {
 
 command_run() {
     local exe front_end=(terminal)
-    read_options --listen --wait -- "$@"
+    read_options --listen --wait --hook -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ -f ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
     [[ -z $listen ]] || front_end=(serve --listen "$listen" ${wait:+--wait})
     exe=$(one_host) || exit
-    in_host "$exe" '' -m sorrel.main "${front_end[@]}" -- "${rest[@]}"
+    in_host "$exe" '' -m sorrel.main "${front_end[@]}" "${hooks[@]}" -- "${rest[@]}"
 }
 
 command_dap() {
@@ -146,7 +157,8 @@ command_demo() {
     read_options -- "$@"
     no_arguments
     exe=$(one_host) || exit
-    in_host "$exe" '' -m sorrel.main demo
+    (in_host "$exe" '' -m sorrel.main demo ledger) || exit
+    in_host "$exe" '' -m sorrel.main demo bills
 }
 
 # The hosts of a test run: those named, else the default one with --asan, else all.

@@ -14,11 +14,11 @@ class CannotServe(Exception):
     """There will be no client; the text says why, in one line."""
 
 
-def serve(name, args, is_module, address=None, wait=False, greeting_file=None):
+def serve(name, args, is_module, address=None, wait=False, greeting_file=None, hooks=()):
     """Runs the program; returns its exit status. Raises CannotServe or runner.CannotRead.
 
     address: host and port to listen at; or greeting_file: where to find the one client there is,
-    which has started this process.
+    which has started this process. hooks: as for runner.run.
     """
     path, code = runner.find_module(name) if is_module else (name, None)
     program = Program(sources.full_name(path), 'launch' if greeting_file else 'attach')
@@ -39,4 +39,4 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None):
     attached = bool(wait or greeting_file)
     if attached and not program.wait_for_client():
         return 0
-    return runner.run(path, args, program.service, code, attached)
+    return runner.run(path, args, program.service, code, attached, hooks)

@@ -48,7 +48,10 @@ refused "unknown option: --x" demo --x
 refused "unknown option: --x" test --x
 refused "--python needs an interpreter" build --python
 refused "--python needs an interpreter" bench --python
+refused "--hook needs MODULE:NAME" run --hook
+refused "unknown option: --hook" demo --hook a:b
 refused "unexpected argument: extra" build extra
+refused "unexpected argument: extra" demo extra
 refused "run needs a program" run
 refused "no such program: $scratch/none.py" run "$scratch/none.py"
 
@@ -72,5 +75,20 @@ check "standard error of the program" "$err" "e"
 
 run 0 python --python "$host" -- -c 'import tmorvik26_vs2012_x64 as m; print(m.__name__)' x
 check "import of the module" "$out" tmorvik26_vs2012_x64
+
+bills=$root/examples/template_language/bills.py
+run 1 run --python "$host" --hook weft.debugging:Hook "$bills" <<<'break templates/bill.weft:9
+continue'
+check "the stop in a template" "$(grep -A 1 '> .*bill.weft(9)' <<<"$out")" \
+    "(sorrel) > $root/examples/template_language/templates/bill.weft(9)render()
+-> {% include item %}"
+run 2 run --python "$host" --listen 0 --hook=weft.debugging:Hoop "$bills"
+check "standard error" "${err#*$'\n'}" "sorrel: can't load hook 'weft.debugging:Hoop':"\
+" AttributeError: 'module' object has no attribute 'Hoop'"
+
+run 0 demo --python "$host"
+check "standard error of the demo" "$(sed '/^Traceback/,/^AttributeError/d' <<<"$err")" ""
+check "sessions of the demo" "$(grep '^The program ended' <<<"$out")" \
+    $'The program ended with exit status 0.\nThe program ended with an uncaught AttributeError.'
 
 exit $((failures > 0))

@@ -371,12 +371,46 @@ class CommandLine(sorrel_session.TestCase):
         self.assert_refused(['--fast'], 'sorrel: no such option: --fast\n')
         self.assert_refused(['terminal', '--fast', 'x.py'], 'sorrel: no such option: --fast\n')
 
-    def test_an_argument_for_the_demo(self):
-        self.assert_refused(['demo', 'x'], 'sorrel: unexpected argument: x\n')
+    def test_a_demo_that_there_is_not(self):
+        self.assert_refused(['demo'], 'sorrel: needs a demo\n')
+        self.assert_refused(['demo', 'x'], 'sorrel: unknown demo: x\n')
+        self.assert_refused(['demo', 'bills', 'x'], 'sorrel: unexpected argument: x\n')
+
+    def test_hooks_that_have_no_name(self):
+        for hook in '', ':', 'weft', 'weft:', ':Hook':
+            for command in ['terminal'], ['serve', '--listen', '0']:
+                self.assert_refused(command + ['--hook', hook, 'x.py'],
+                                    'sorrel: not MODULE:NAME: %s\n' % hook)
+        self.assert_refused(['terminal', '--hook'], 'sorrel: --hook option requires an argument\n')
+
+    def test_hooks_that_cannot_be_loaded(self):
+        self.script('print "never"\n', 'prog.py')
+        self.script('import sys\ndef broken():\n    raise ValueError("not today")\n', 'hooks.py')
+        for hook, reason in [
+                ('nothing:Hook', 'ImportError: No module named nothing'),
+                ('hooks:Hook', "AttributeError: 'module' object has no attribute 'Hook'"),
+                ('hooks:sys', "TypeError: 'module' object is not callable"),
+                ('hooks:broken', 'ValueError: not today')]:
+            self.assert_refused(['terminal', '--hook', hook, 'prog.py'],
+                                "sorrel: can't load hook '%s': %s\n" % (hook, reason))
+
+    def test_hooks_are_loaded_from_the_programs_folder_in_their_order(self):
+        os.mkdir(os.path.join(self.folder, 'sub'))
+        self.script('print "program"\n', os.path.join('sub', 'prog.py'))
+        self.script("def first():\n    print 'first'\ndef second():\n    print 'second'\n",
+                    os.path.join('sub', 'hooks.py'))
+        hooks = ['--hook', 'hooks:first', '--hook', 'hooks:second']
+        program = os.path.join('sub', 'prog.py')
+        out, err, status = self.call('-m', 'sorrel.main', 'serve', '--listen', '0',
+                                     *(hooks + [program]))
+        self.assertEqual((out, status), ('first\nsecond\nprogram\n', 0))
+        out, err, status = self.call('-m', 'sorrel.main', 'terminal', *(hooks + [program]))
+        self.assertEqual((err, status), ('', 0))
+        self.assertEqual(out.splitlines()[:2], ['first', 'second'])
 
     def test_help(self):
         out, err, status = self.call('-m', 'sorrel.main', '--help')
-        self.assert_in('sorrel terminal [--] PROGRAM [ARGS...]\n', out)
+        self.assert_in('sorrel terminal [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]\n', out)
         self.assertEqual((err, status), ('', 0))
 
     def test_options_after_the_program_are_its_own(self):

@@ -51,7 +51,7 @@ class Parser(object):
     def __init__(self, path, text):
         self.path = path
         self.line = 1
-        self.open = []      # (block, its line) of each "if" and "for" that is not ended
+        self.open = []      # (block, the body around it) of each "if" and "for"
         self.body = self.statements = []
         for piece in _PIECE.split(text):
             line_after = self.line + piece.count('\n')
