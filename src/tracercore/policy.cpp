@@ -60,6 +60,7 @@ long thread_policy(long ident) {
 }
 
 void forget_thread_policy(long ident) {
+    core.last_debugged = kNoOwner;
     HashEntry* const entry = hash_find(&core.debug_thread_map, &ident);
     if (entry != nullptr) {
         hash_delete_entry(entry);

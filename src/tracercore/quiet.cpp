@@ -18,11 +18,18 @@ Policy known_policy(const PyThreadState* thread) {
     if (core.debug_thread_cb == nullptr) {
         return Policy::kDebug;
     }
+    if (core.last_debugged == thread->thread_id) {
+        return Policy::kDebug;
+    }
     const HashEntry* const entry = hash_find(&core.debug_thread_map, &thread->thread_id);
     if (entry == nullptr) {
         return Policy::kUnknown;
     }
-    return hash_get_value(entry) != nullptr ? Policy::kDebug : Policy::kIgnore;
+    if (hash_get_value(entry) == nullptr) {
+        return Policy::kIgnore;
+    }
+    core.last_debugged = thread->thread_id;
+    return Policy::kDebug;
 }
 
 // Whether no idle call is due. Counts the event only then.

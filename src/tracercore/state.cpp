@@ -211,6 +211,7 @@ int check_breakpoints(PyFrameObject* frame, int event) {
 }
 
 void clear_thread_policies() {
+    core.last_debugged = kNoOwner;
     hash_delete_table(&core.debug_thread_map);
     hash_init(&core.debug_thread_map, sizeof(long));
 }

@@ -63,6 +63,7 @@ struct CoreState {
     int debug_all_threads;       // 0: while one thread is stopped the others are ignored
     PyObject* debug_thread_cb;   // thread policy, or nullptr
     HashTable debug_thread_map;  // thread ident to the policy's answer, 0 or 1
+    long last_debugged;          // an ident in it whose answer is 1, kNoOwner for none
 
     int idle_event_count;  // events since the clock was last read
     int idle_check_interval;
