@@ -77,6 +77,7 @@ class Client extends DebugClient {
         } catch (error) {
             response.success = false;
             response.message = error.message;
+            response.body = { error: { id: 1, format: error.message } };
         }
         this.sendMessage(response);
     }
@@ -85,7 +86,7 @@ class Client extends DebugClient {
         this.waiting = this.waiting.filter((waiter) => {
             const place = this.kept.findIndex(waiter.wanted);
             if (place >= 0) {
-                waiter.resolve(this.kept.splice(place, 1)[0].body);
+                waiter.resolve(this.kept.splice(place, 1)[0]);
             }
             return place < 0;
         });
@@ -93,13 +94,24 @@ class Client extends DebugClient {
 
     // The body of the next event of this name, and of this kind if a test of it is given.
     next(name, test = () => true) {
+        return this.wait(name, (message) => message.event === name && test(message.body))
+            .then((message) => message.body);
+    }
+
+    // The body of the event of the next stop; null where the program ends without one.
+    async nextStop() {
+        const { event, body } = await this.wait('of a stop or the end',
+            (message) => ['stopped', 'terminated'].includes(message.event));
+        return event === 'stopped' ? body : null;
+    }
+
+    wait(what, wanted) {
         const event = new Promise((resolve) => {
-            const wanted = (message) => message.event === name && test(message.body);
             this.waiting.push({ wanted, resolve });
             this.deliver();
         });
         return patiently(event,
-            () => `no event ${name}; kept: ${JSON.stringify(this.kept.slice(-20))}`);
+            () => `no event ${what}; kept: ${JSON.stringify(this.kept.slice(-20))}`);
     }
 
     // Whether an event of this name has come and has not been asked for.
