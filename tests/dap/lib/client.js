@@ -279,4 +279,4 @@ function line(file, mark) {
     return place + 1;
 }
 
-module.exports = { Client, withClient, program, line, scratch, fromAdapter, toAdapter, MORVIK, ROOT };
+module.exports = { Client, withClient, patiently, program, line, scratch, fromAdapter, toAdapter, MORVIK, ROOT };
