@@ -36,7 +36,7 @@ def play(recording):
     sys.stdout.write(recording.introduction)
     player = _Player(recording)
     terminal = frontend.over_service(player)
-    runner.run(recording.program, [], terminal.service, hooks=recording.hooks)
+    runner.run(runner.find_script(recording.program), [], terminal.service, hooks=recording.hooks)
     return _check(recording, player.answers[1:])
 
 

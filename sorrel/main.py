@@ -73,7 +73,8 @@ def _debug(options, program, arguments):
     from sorrel.terminal import frontend
     terminal = frontend.over_service(Console())
     try:
-        return runner.run(program, arguments, terminal.service, hooks=options.hook)
+        return runner.run(runner.find_script(program), arguments, terminal.service,
+                          hooks=options.hook)
     except runner.CannotRead as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 2

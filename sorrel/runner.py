@@ -7,8 +7,9 @@ import os
 import pkgutil
 import sys
 import traceback
+from collections import namedtuple
 
-from sorrel import evaluate, frames, sublanguages
+from sorrel import evaluate, frames, ownfolders, sublanguages
 from sorrel.records import Outcome
 
 # The interpreter empties a module that nothing refers to; the server was started by this one.
@@ -19,25 +20,29 @@ class CannotRead(Exception):
     """The program or what shows it cannot be read; the text says why, in one line."""
 
 
-def run(path, args, service, code=None, attached=True, hooks=()):
-    """Runs the program at `path`, or its code, under the service; returns its exit status.
+# What is to be run. code: None when it is still to be compiled. package: of a module, its name.
+Script = namedtuple('Script', 'path code package')
+
+
+def run(script, args, service, attached=True, hooks=()):
+    """Runs a Script under the service; returns its exit status.
 
     hooks: names of sub-language hooks, to be found from the program's folder. Raises CannotRead.
     SystemExit passes through: what its code means is the interpreter's to say. The service is
     told the outcome after the program's threads and exit functions have ended.
     """
-    if code is None:
-        _check_readable(path)
+    if script.code is None:
         # The script's folder, where the interpreter would have put it.
-        sys.path[0] = os.path.dirname(os.path.realpath(path))
-    sys.argv[:] = [path] + args
+        sys.path[0] = os.path.dirname(os.path.realpath(script.path))
+    sys.argv[:] = [script.path] + args
+    ownfolders.hide(os.environ)
     for hook in hooks:
         _load(hook)
     outcome = []
     # Exit functions run last in, first out.
     atexit.register(_finish, service, outcome)
     try:
-        service.run(path, _new_main(path), code, attached)
+        service.run(script.path, _new_main(script), script.code, attached)
     except SystemExit as end:
         outcome.append(Outcome(_status(end.code), None))
         raise
@@ -49,13 +54,6 @@ def run(path, args, service, code=None, attached=True, hooks=()):
     return 0
 
 
-def _check_readable(path):
-    try:
-        open(path).close()
-    except IOError as error:
-        raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
-
-
 def _load(hook):
     try:
         sublanguages.load(hook)
@@ -64,8 +62,17 @@ def _load(hook):
             hook, evaluate.error_text(type(error), error)))
 
 
+def find_script(path):
+    """The Script in a file. Raises CannotRead."""
+    try:
+        open(path).close()
+    except IOError as error:
+        raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
+    return Script(path, None, None)
+
+
 def find_module(name):
-    """The path and the code of a module that is to be run. Raises CannotRead."""
+    """The Script that a module is. Raises CannotRead."""
     # The current folder, as with the interpreter's option -m.
     sys.path[0] = ''
     try:
@@ -79,13 +86,14 @@ def find_module(name):
     if not code:
         raise CannotRead('No module named ' + name)
     get_filename = getattr(loader, 'get_filename', None) or loader._get_filename
-    return get_filename(name), code
+    return Script(get_filename(name), code, name.rpartition('.')[0])
 
 
-def _new_main(path):
+def _new_main(script):
     main = imp.new_module('__main__')
     main.__builtins__ = __builtin__
-    main.__file__ = path
+    main.__file__ = script.path
+    main.__package__ = script.package
     sys.modules['__main__'] = main
     return main.__dict__
 

@@ -4,23 +4,28 @@ The program answers by itself. The adapter starts it or connects to it, passes m
 adds what the program writes and how it ends.
 """
 
-import codecs
-import errno
 import os
 import select
 import signal
 import socket
 import time
 
-from sorrel.dap import capabilities, protocol
+from sorrel import evaluate
+from sorrel.dap import capabilities, protocol, shapes
+from sorrel.dap.complaint import print_error
 from sorrel.dap.launch import CannotLaunch, Launch
+from sorrel.dap.process import Process
 from sorrel.dap.protocol import Refused, text
 
 _READ_AT_ONCE = 65536
-# How long a program that is to end may take, and how long what it has written may.
+# What a pipe that can be written to takes without waiting.
+_WRITTEN_AT_ONCE = getattr(select, 'PIPE_BUF', 512)
+# How long a program that is to end may take, and how long what it has written may, in seconds.
 _END_PATIENCE = 3.0
 _LOOK = 0.1
 _CONNECT_PATIENCE = 10.0
+# How long the client may take to read.
+_DEAF_PATIENCE = 10.0
 # The number of the one request that the adapter makes of the program in the client's name.
 _OWN_SEQ = 0
 
@@ -41,13 +46,16 @@ class Adapter(object):
         self._out = client_out
         self._from_client = protocol.Decoder()
         self._seq = 0
+        # The arguments of the client's first request.
         self._initialize = None
         # The request that is answered when the program is there.
         self._begin = None
         self._launch = None
         self._terminal_request = None
+        # The program's Process while it runs, if the adapter has started it, and the last one
+        # whose output is still read.
         self._process = None
-        self._outputs = {}
+        self._writer = None
         self._program = None
         self._from_program = None
         # A request that the program may be unable to answer, and until when it may.
@@ -56,35 +64,35 @@ class Adapter(object):
         self._has_ended = False
 
     def run(self):
-        while self._in is not None or self._outputs:
+        while self._in is not None or self._outputs():
             self._turn()
         if self._launch is not None:
             self._give_up_launch()
 
     def _turn(self):
-        sources = list(self._outputs)
-        if self._in is not None:
-            sources.append(self._in)
-        if self._program is not None:
-            sources.append(self._program)
-        if self._launch is not None and self._begin is not None:
-            sources.append(self._launch.listener)
+        sources = self._outputs()
+        for source in self._in, self._program:
+            if source is not None:
+                sources.append(source)
+        if self._launch is not None:
+            sources += self._launch.sockets()
         try:
             readable = select.select(sources, [], [], self._timeout())[0]
         except select.error:
             return  # Interrupted.
-        # What was written before a message was sent is also told before it.
-        for output in list(self._outputs):
-            if output in readable or self._program in readable:
-                self._read_output(output)
-        if self._launch is not None and self._begin is not None \
-                and self._launch.listener in readable:
-            self._accept()
+        if self._writer is not None:
+            # What was written before a message was sent is also told before it.
+            self._writer.read(None if self._program in readable else readable)
+        if self._launch is not None:
+            self._await_program(readable)
         if self._program is not None and self._program in readable:
             self._read_program()
         if self._in is not None and self._in in readable:
             self._read_client()
         self._look_after_process()
+
+    def _outputs(self):
+        return self._writer.outputs if self._writer is not None else []
 
     def _timeout(self):
         return _LOOK if self._process is not None or self._ending is not None else None
@@ -101,7 +109,10 @@ class Adapter(object):
             self._lose_client()
             return
         for message in messages:
-            self._handle(message)
+            if message['type'] == 'response':
+                self._handle_response(message)
+            elif message['type'] == 'request':
+                self._handle(message)
 
     def _lose_client(self):
         """The program runs on."""
@@ -109,67 +120,71 @@ class Adapter(object):
         if self._program is not None:
             self._lose_program()
         if self._begin is not None and self._process is not None:
-            self._kill()
+            self._process.kill()
 
-    def _handle(self, message):
-        if message['type'] == 'response':
-            self._handle_response(message)
-            return
-        command = message.get('command')
-        if command in ('initialize', 'launch', 'attach'):
-            try:
-                getattr(self, '_on_' + command)(message)
-            except (Refused, CannotLaunch) as error:
-                self._answer(message, text(error.args[0]))
-        elif self._program is not None:
-            self._pass_to_program(message)
-        elif command == 'disconnect':
-            if self._process is not None:
-                self._kill()
-            self._answer(message)
-        else:
-            self._answer(message, u'there is no program')
-
-    def _on_initialize(self, message):
-        self._initialize = message.get('arguments') or {}
-        self._answer(message, body=capabilities.announced())
-
-    def _on_launch(self, message):
-        self._check_beginning()
-        self._launch = Launch(message.get('arguments') or {})
-        self._begin = message
+    def _handle(self, request):
         try:
-            if self._launch.terminal() and self._initialize.get('supportsRunInTerminalRequest'):
-                self._terminal_request = self._send({
-                    'type': 'request', 'command': 'runInTerminal',
-                    'arguments': self._launch.terminal_request()})
-                return
-            self._launch.start()
-        except CannotLaunch:
-            self._launch = self._begin = None
-            raise
-        self._process = self._launch.process
-        for pipe, category in ((self._process.stdout, 'stdout'), (self._process.stderr, 'stderr')):
-            decoder = codecs.getincrementaldecoder('utf-8')('replace')
-            self._outputs[pipe.fileno()] = category, decoder
+            self._carry_out(request)
+        except (Refused, CannotLaunch) as error:
+            self._answer(request, text(error.args[0]))
+        except Exception as error:
+            print_error()
+            self._answer(request, text(evaluate.error_text(type(error), error)))
 
-    def _handle_response(self, message):
-        if message.get('request_seq') == self._terminal_request and not message.get('success'):
-            self._refuse_begin(message.get('message') or u'the client could not start it')
+    def _carry_out(self, request):
+        command = request['command']
+        if command == 'initialize':
+            self._on_initialize(request)
+        elif command == 'launch':
+            self._on_launch(request)
+        elif command == 'attach':
+            self._on_attach(request)
+        elif self._program is not None:
+            self._pass_to_program(request)
+        elif command == 'disconnect':
+            self._on_disconnect(request)
+        else:
+            raise Refused('there is no program')
 
-    def _on_attach(self, message):
+    def _on_initialize(self, request):
+        if self._initialize is not None:
+            raise Refused('initialize comes once')
+        self._initialize = shapes.checked(request)
+        self._answer(request, body=capabilities.announced())
+
+    def _on_launch(self, request):
         self._check_beginning()
-        arguments = message.get('arguments') or {}
-        place = arguments.get('connect') or arguments
+        launch = Launch(shapes.checked(request))
+        if launch.terminal() and self._initialize.get('supportsRunInTerminalRequest'):
+            self._terminal_request = self._send({
+                'type': 'request', 'command': 'runInTerminal',
+                'arguments': launch.terminal_request()})
+        else:
+            self._process = self._writer = Process(launch.start(), self._tell_output)
+        self._launch = launch
+        self._begin = request
+
+    def _on_attach(self, request):
+        self._check_beginning()
+        arguments = shapes.checked(request)
+        place = arguments.get('connect', arguments)
         if 'port' not in place:
             raise Refused('attach needs a port')
-        address = str(place.get('host') or '127.0.0.1'), place['port']
+        address = place.get('host', u'127.0.0.1').encode('utf-8'), place['port']
         try:
             connection = socket.create_connection(address, _CONNECT_PATIENCE)
-        except (EnvironmentError, OverflowError, TypeError) as error:
+        except (EnvironmentError, OverflowError) as error:
             raise Refused('cannot connect to %s:%s: %s' % (address + (error,)))
-        self._begin = message
+        self._begin = request
         self._join(connection)
+
+    def _on_disconnect(self, request):
+        """While there is no program, or none yet."""
+        if self._process is not None:
+            self._process.kill()
+        if self._begin is not None:
+            self._refuse_begin(u'the client has left')
+        self._answer(request)
 
     def _check_beginning(self):
         if self._initialize is None:
@@ -177,19 +192,25 @@ class Adapter(object):
         if self._begin is not None or self._program is not None or self._has_ended:
             raise Refused('one program at a time')
 
+    def _handle_response(self, response):
+        if response.get('request_seq') == self._terminal_request and not response.get('success') \
+                and self._begin is not None:
+            why = response.get('message')
+            self._refuse_begin(why if isinstance(why, unicode)
+                               else u'the client could not start it')
+
     def _refuse_begin(self, why):
         begin, self._begin = self._begin, None
         self._give_up_launch()
-        if begin is not None:
-            self._answer(begin, why)
+        self._answer(begin, why)
 
     def _give_up_launch(self):
         self._launch.close()
         self._launch = None
 
     def _answer(self, request, why=None, body=None):
-        answer = {'type': 'response', 'request_seq': request.get('seq'),
-                  'command': request.get('command'), 'success': why is None}
+        answer = {'type': 'response', 'request_seq': request['seq'],
+                  'command': request['command'], 'success': why is None}
         if why is not None:
             answer['message'] = why
             body = {'error': {'id': 1, 'format': why.replace('{', '(').replace('}', ')'),
@@ -211,15 +232,18 @@ class Adapter(object):
         data = protocol.encode(message)
         try:
             while data and self._in is not None:
-                data = data[os.write(self._out, data):]
-        except OSError:
+                if not select.select([], [self._out], [], _DEAF_PATIENCE)[1]:
+                    self._lose_client()
+                    break
+                data = data[os.write(self._out, data[:_WRITTEN_AT_ONCE]):]
+        except (OSError, select.error):
             self._lose_client()
         return self._seq
 
     # The program.
 
-    def _accept(self):
-        connection = self._launch.accept()
+    def _await_program(self, readable):
+        connection = self._launch.look(readable)
         if connection is not None:
             self._launch = None
             self._join(connection)
@@ -235,7 +259,7 @@ class Adapter(object):
         self._begin = None
 
     def _pass_to_program(self, message):
-        if message.get('command') in ('disconnect', 'terminate'):
+        if message['command'] in ('disconnect', 'terminate'):
             self._ending = message
             self._ending_until = time.time() + _END_PATIENCE
         try:
@@ -256,7 +280,7 @@ class Adapter(object):
             if message['type'] == 'response' and message.get('request_seq') == _OWN_SEQ:
                 continue
             if self._ending is not None \
-                    and message.get('request_seq') == self._ending.get('seq'):
+                    and message.get('request_seq') == self._ending['seq']:
                 self._ending = None
             if message.get('event') in ('exited', 'terminated'):
                 if self._process is not None:
@@ -274,26 +298,23 @@ class Adapter(object):
         if self._ending is not None and time.time() > self._ending_until:
             ending, self._ending = self._ending, None
             self._end_by_force(ending)
-        if self._process is None or self._process.poll() is None:
+        status = self._process.status() if self._process is not None else None
+        if status is None:
             return
-        # Processes that it has started may go on writing to the same place.
-        end = time.time() + _LOOK
-        while self._outputs and time.time() < end:
-            for output in select.select(list(self._outputs), [], [], 0.01)[0]:
-                self._read_output(output)
+        self._process.read_rest(_LOOK)
         while self._program is not None and select.select([self._program], [], [], 0)[0]:
             self._read_program()
-        status = self._process.returncode
-        self._process = None
+        complaint = self._process.complaint()
+        self._process = self._writer = None
         if self._ending is not None:
             ending, self._ending = self._ending, None
             self._answer(ending)
         if self._begin is not None:
-            self._refuse_begin(u'the program could not be started')
+            self._refuse_begin(u'the program could not be started' + (complaint and u': ')
+                               + complaint)
         else:
-            self._event('exited', {'exitCode': status if status >= 0 else 128 - status})
+            self._event('exited', {'exitCode': status})
         self._tell_end()
-        self._outputs.clear()
 
     def _tell_end(self):
         self._has_ended = True
@@ -301,30 +322,18 @@ class Adapter(object):
 
     def _end_by_force(self, request):
         """The program does not answer, for example because it is deep in C code."""
-        if self._process is not None and _is_to_end(request):
-            self._kill()
+        if self._process is not None:
+            if request['command'] == 'terminate':
+                self._process.send(signal.SIGTERM)
+            elif _is_to_end(request):
+                self._process.kill()
         self._answer(request)
 
-    def _kill(self):
-        try:
-            os.kill(self._process.pid, signal.SIGKILL)
-        except OSError as error:
-            if error.errno != errno.ESRCH:
-                raise
-
-    def _read_output(self, output):
-        """Does nothing where nothing has been written."""
-        if not select.select([output], [], [], 0)[0]:
-            return
-        category, decoder = self._outputs[output]
-        data = os.read(output, _READ_AT_ONCE)
-        written = decoder.decode(data, not data)
-        if written:
-            self._event('output', {'category': category, 'output': written})
-        if not data:
-            del self._outputs[output]
+    def _tell_output(self, category, written):
+        self._event('output', {'category': category, 'output': written})
 
 
 def _is_to_end(request):
-    ends = (request.get('arguments') or {}).get('terminateDebuggee')
+    arguments = request.get('arguments')
+    ends = arguments.get('terminateDebuggee') if isinstance(arguments, dict) else None
     return ends is None or bool(ends)

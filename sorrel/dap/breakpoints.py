@@ -2,12 +2,13 @@
 
 import os
 
-from sorrel import breakpoints, evaluate, places, source
+from sorrel import breakpoints, evaluate, places, source, sublanguages
 from sorrel.dap import hits
-from sorrel.dap.protocol import text
+from sorrel.dap.protocol import Refused, text
 from sorrel.records import INTERRUPTED, STEPPED
 
 _WAITING = 'Waits for its module to be loaded.'
+_PYTHON = ('.py', '.pyw')
 
 
 class Breakpoint(object):
@@ -28,6 +29,11 @@ class Breakpoint(object):
         self.is_verified = self.is_waiting = False
         self.message = None
 
+    def set_verified(self, is_verified):
+        self.is_verified = is_verified
+        self.is_waiting = not is_verified
+        self.message = None if is_verified else _WAITING
+
 
 class Breakpoints(object):
 
@@ -41,9 +47,11 @@ class Breakpoints(object):
     # For the session.
 
     def set_in_source(self, arguments):
+        if 'path' not in arguments['source']:
+            raise Refused('breakpoints can only be set in files')
         path = self._session.sources.to_program(arguments['source']['path'])
         wanted = [(one, self._session.to_program_line(one['line']))
-                  for one in arguments.get('breakpoints') or ()]
+                  for one in arguments.get('breakpoints', ())]
         new = self._replace(self._in_sources.get(path, ()), wanted)
         self._in_sources[path] = new
         for breakpoint in new:
@@ -60,18 +68,17 @@ class Breakpoints(object):
                 self._set(breakpoint)
         return {'breakpoints': [self._describe(breakpoint) for breakpoint in self._functions]}
 
+    def clear(self):
+        """Removes what is there before the program is debugged; afterwards it forgets by itself."""
+        for breakpoint in self._all():
+            if breakpoint.held is not None:
+                self._service.breakpoints.remove(breakpoint.held)
+
     def modules_loaded(self):
         """Those that have waited for a module are looked at again."""
         for breakpoint in self._all():
             if breakpoint.is_waiting:
-                before = self._describe(breakpoint)
-                if breakpoint.held is None:
-                    self._set(breakpoint)
-                else:
-                    self._verify(breakpoint)
-                if self._describe(breakpoint) != before:
-                    self._session.event('breakpoint', {
-                        'reason': 'changed', 'breakpoint': self._describe(breakpoint)})
+                self._tell_if_changed(breakpoint, self._set_or_verify)
 
     def hits(self, stop, may_be_step):
         """Those that the thread is to stop for, as (id, whether it is of a function).
@@ -80,12 +87,19 @@ class Breakpoints(object):
         """
         if stop.reason not in (STEPPED, INTERRUPTED):
             return []
-        held = self._service.breakpoints.at(source.file_name(stop.frame), stop.frame.f_lineno)
+        # Of a frame of a sub-language, its own place.
+        place = sublanguages.location(stop.thread, stop.frame) \
+            or (source.file_name(stop.frame), stop.frame.f_lineno)
+        held = self._service.breakpoints.at(*place)
         there = [breakpoint for breakpoint in self._all() if breakpoint.held in held]
+        for breakpoint in there:
+            if not breakpoint.is_verified:
+                # Code may be loaded in other ways than as a module.
+                self._tell_if_changed(breakpoint, lambda reached: reached.set_verified(True))
         # The core has tried the conditions, but tells only that one of them held.
         is_sure = len(there) == 1 and not may_be_step
         return [(breakpoint.id, breakpoint.function is not None) for breakpoint in there
-                if (is_sure or _condition_holds(breakpoint, stop.frame))
+                if (is_sure or _condition_holds(breakpoint, stop))
                 and self._is_due(breakpoint, stop.frame)]
 
     # Setting them.
@@ -117,19 +131,34 @@ class Breakpoints(object):
             if breakpoint.function is not None:
                 breakpoint.path, breakpoint.line = places.find_function(
                     breakpoint.function.encode('utf-8'), self._session.program_path)
+            # First: a thread may be there at once.
+            self._verify(breakpoint)
             breakpoint.held = self._service.breakpoints.add(
                 breakpoint.path, breakpoint.line, breakpoint.condition)
         except breakpoints.Refused as refusal:
+            breakpoint.is_verified = False
             breakpoint.message = refusal.args[0]
             breakpoint.is_waiting = breakpoint.path is None or not os.path.isfile(breakpoint.path)
             return
         breakpoint.line = breakpoint.held.line
-        self._verify(breakpoint)
 
     def _verify(self, breakpoint):
-        breakpoint.is_verified = self._session.is_loaded(breakpoint.path)
-        breakpoint.is_waiting = not breakpoint.is_verified
-        breakpoint.message = _WAITING if breakpoint.is_waiting else None
+        # Of other files nobody tells when they are loaded.
+        breakpoint.set_verified(not breakpoint.path.endswith(_PYTHON)
+                                or self._session.inventory.is_loaded(breakpoint.path))
+
+    def _set_or_verify(self, breakpoint):
+        if breakpoint.held is None:
+            self._set(breakpoint)
+        else:
+            self._verify(breakpoint)
+
+    def _tell_if_changed(self, breakpoint, change):
+        before = self._describe(breakpoint)
+        change(breakpoint)
+        if self._describe(breakpoint) != before:
+            self._session.event('breakpoint', {
+                'reason': 'changed', 'breakpoint': self._describe(breakpoint)})
 
     def _all(self):
         found = list(self._functions)
@@ -142,7 +171,7 @@ class Breakpoints(object):
         if breakpoint.message is not None:
             shown['message'] = text(breakpoint.message)
         if breakpoint.path is not None:
-            shown['source'] = self._session.sources.describe(breakpoint.path)
+            shown['source'] = self._session.sources.file(breakpoint.path)
             shown['line'] = self._session.to_client_line(breakpoint.line)
         return shown
 
@@ -159,11 +188,14 @@ class Breakpoints(object):
         return False
 
 
-def _condition_holds(breakpoint, frame):
+def _condition_holds(breakpoint, stop):
     if breakpoint.condition is None:
         return True
+    in_its_language = sublanguages.evaluator(stop.thread, stop.frame)
     try:
-        return bool(evaluate.expression(breakpoint.condition, frame))
+        if in_its_language is not None:
+            return bool(in_its_language(breakpoint.condition))
+        return bool(evaluate.expression(breakpoint.condition, stop.frame))
     except KeyboardInterrupt:
         raise
     except:

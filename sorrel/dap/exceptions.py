@@ -7,7 +7,6 @@ import traceback
 from sorrel import exceptions, frames
 from sorrel.dap import capabilities
 from sorrel.dap.protocol import text
-from sorrel.dap.told import Told
 
 # A client may choose several: the first of these counts.
 _MODES = ((capabilities.RAISED, exceptions.ALWAYS), (capabilities.PRINTED, exceptions.PRINTED),
@@ -37,10 +36,9 @@ class Exceptions(object):
         if self._arguments:
             self._apply()
 
-    def told(self, stop):
-        type = stop.argument[0]
-        return Told('exception', stop.frame, {
-            'description': 'Paused on exception', 'text': text(_name(type))})
+    def details(self, stop):
+        """What the event says of a stop at an exception."""
+        return {'description': 'Paused on exception', 'text': text(_name(stop.argument[0]))}
 
     def describe(self, stop, description):
         type, _, tb = stop.argument

@@ -1,10 +1,10 @@
 """Requests and their answers."""
 
 import collections
-import sys
-import traceback
 
 from sorrel import evaluate
+from sorrel.dap import shapes
+from sorrel.dap.complaint import print_error
 from sorrel.dap.protocol import Refused, text
 
 # The body of an answer, and a function to call once the answer is on its way.
@@ -17,7 +17,7 @@ def answer(session, request, function):
                 'command': request['command'], 'success': True}
     then = None
     try:
-        body = function(request.get('arguments') or {})
+        body = function(shapes.checked(request))
         if isinstance(body, Then):
             body, then = body
         if body is not None:
@@ -34,10 +34,7 @@ def answer(session, request, function):
 def _why(error):
     if isinstance(error, Refused):
         return text(error.args[0])
-    if isinstance(error, KeyError) and len(error.args) == 1 \
-            and isinstance(error.args[0], basestring):
-        return u'the request lacks ' + text(error.args[0])
-    traceback.print_exc(file=sys.__stderr__)
+    print_error()
     return text(evaluate.error_text(type(error), error))
 
 
@@ -62,7 +59,7 @@ class Job(object):
             if self._is_cancelled:
                 self._answer(_cancelled)
             else:
-                self._answer(self._stopped.answers.get(self._request['command'], _unknown))
+                self._answer(self._stopped.answers[self._request['command']])
         finally:
             self._session.job_done(self._request)
 
@@ -85,7 +82,3 @@ def _cancelled(arguments):
 
 def _running(arguments):
     raise Refused('the program is running')
-
-
-def _unknown(arguments):
-    raise Refused('there is no such request')

@@ -4,8 +4,7 @@ import os
 import subprocess
 import sys
 
-import tmorvik26_vs2012_x64 as core
-
+from sorrel import ownfolders
 from sorrel.dap.greeting import Greeting
 
 _FOLDER = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -21,29 +20,28 @@ class Launch(object):
     """A program on its way: its process is there, but not yet the connection to it."""
 
     def __init__(self, arguments):
-        """arguments: those of the client's launch request."""
+        """arguments: those of the client's launch request. Raises CannotLaunch."""
         self._arguments = arguments
         self._greeting = None
-        self.process = None
         self._command = self._make_command()
 
-    @property
-    def listener(self):
-        """Becomes readable when the program has connected."""
-        return self._greeting.listener
+    def sockets(self):
+        """Those that look() is to be called for."""
+        return self._greeting.sockets()
 
     def terminal(self):
         """The kind of terminal that the client wants; None for none."""
         return _TERMINALS.get(self._arguments.get('console'))
 
     def start(self):
+        """Returns the process, as a subprocess.Popen. Raises CannotLaunch."""
         self._greet()
         try:
-            self.process = subprocess.Popen(
-                self._full_command(), cwd=self._arguments.get('cwd') or None,
+            return subprocess.Popen(
+                self._full_command(), cwd=_encoded(self._arguments.get('cwd')),
                 env=self._environment(), stdin=open(os.devnull), stdout=subprocess.PIPE,
                 stderr=subprocess.PIPE, close_fds=True)
-        except EnvironmentError as error:
+        except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
             self.close()
             raise CannotLaunch('cannot start it: %s' % error)
 
@@ -54,9 +52,9 @@ class Launch(object):
                 'cwd': self._arguments.get('cwd') or os.getcwd(), 'args': self._full_command(),
                 'env': dict(self._arguments.get('env') or {})}
 
-    def accept(self):
-        """The connection to the program; None when it was somebody else who connected."""
-        connection = self._greeting.accept()
+    def look(self, readable):
+        """The connection to the program when it is there, else None."""
+        connection = self._greeting.look(readable)
         if connection is not None:
             self.close()
         return connection
@@ -74,26 +72,27 @@ class Launch(object):
         if bool(program) == bool(module):
             raise CannotLaunch('name either a program or a module')
         command = ['--module'] if module else []
-        command += ['--', program or module] + list(self._arguments.get('args') or ())
+        for hook in self._arguments.get('hooks', ()):
+            command += ['--hook', hook]
+        command += ['--', program or module] + self._arguments.get('args', [])
         return [word.encode('utf-8') for word in command]
 
     def _full_command(self):
-        python = (self._arguments.get('python') or sys.executable)
-        return [_MORVIK, 'python', '--python', python.encode('utf-8'), '--', '-u',
+        python = _encoded(self._arguments.get('python')) or sys.executable
+        return [_MORVIK, 'python', '--python', python, '--', '-u',
                 '-m', 'sorrel.main', 'serve', '--greeting', self._greeting.path] + self._command
 
     def _environment(self):
         environment = dict(os.environ)
-        # Without what made this process find its own modules.
-        own = (_FOLDER, os.path.dirname(os.path.abspath(core.__file__)))
-        paths = [path for path in environment.get('PYTHONPATH', '').split(os.pathsep)
-                 if path and path not in own]
-        environment['PYTHONPATH'] = os.pathsep.join(paths)
+        ownfolders.hide(environment)
         for name, value in (self._arguments.get('env') or {}).items():
             if value is None:
                 environment.pop(name.encode('utf-8'), None)
             else:
-                environment[name.encode('utf-8')] = unicode(value).encode('utf-8')
-        if not environment['PYTHONPATH']:
-            del environment['PYTHONPATH']
+                environment[name.encode('utf-8')] = value.encode('utf-8')
         return environment
+
+
+def _encoded(word):
+    """For the operating system; None for none."""
+    return word.encode('utf-8') if word else None

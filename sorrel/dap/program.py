@@ -1,10 +1,10 @@
 """The front end of the service for one process, whichever clients come and go."""
 
 import os
-import select
 import stat
 
 from sorrel.dap.session import Session
+from sorrel.dap.waiting import wait
 from sorrel.dap.wakeup import Wakeup
 from sorrel.records import DETACH, Resume
 
@@ -18,8 +18,9 @@ class Program(object):
         self.start_method = start_method
         self.service = None
         self.server = None
-        # Whether the program waits for a client before it runs.
+        # Whether the program waits for a client before it runs, and then is to be debugged.
         self.is_waiting = False
+        self.is_debugged = True
         self._session = None
         self._start = Wakeup()
         self._is_given_up = False
@@ -37,21 +38,24 @@ class Program(object):
         """
         self.is_waiting = True
         while self.is_waiting:
-            try:
-                select.select([self._start], [], [])
-            except select.error:
-                continue  # Interrupted; Ctrl-C raises its own exception.
+            wait([self._start.descriptor.number], [], None)
             self._start.clear()
         return not self._is_given_up
 
     # For the session.
 
-    def configured(self, session):
-        self.service.set_all_stop(session.stops_all)
+    def debug(self, stops_all):
+        """The client has said what it wants before the program runs, or runs on."""
+        self.service.set_all_stop(stops_all)
         if self.is_waiting:
             self._go_on()
         else:
             self.service.attach()
+
+    def run_undebugged(self):
+        """The client only wants to see what the program writes."""
+        self.is_debugged = False
+        self._go_on()
 
     def left(self, session):
         if self._session is session:

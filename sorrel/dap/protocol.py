@@ -6,6 +6,8 @@ import json
 HEADER_LIMIT = 4096
 BODY_LIMIT = 16 * 1024 * 1024
 _HEADER_END = '\r\n\r\n'
+# Taken now: a program may replace what the interpreter's modules offer.
+_dumps, _loads = json.dumps, json.loads
 
 
 class Broken(Exception):
@@ -24,7 +26,7 @@ def text(value):
 
 
 def encode(message):
-    body = json.dumps(message)
+    body = _dumps(message)
     return 'Content-Length: %d%s%s' % (len(body), _HEADER_END, body)
 
 
@@ -98,12 +100,18 @@ def _content_length(header):
 
 def _message(body):
     try:
-        message = json.loads(body)
+        message = _loads(body)
     except (ValueError, RuntimeError):  # RuntimeError: nested without end.
         raise Broken('not JSON: %r' % body[:80])
-    if not isinstance(message, dict) or not isinstance(message.get('type'), unicode):
+    if not isinstance(message, dict) or not isinstance(message.get('type'), unicode) \
+            or message['type'] == 'request' and not _is_request(message):
         raise Broken('no message: %r' % body[:80])
     return message
+
+
+def _is_request(message):
+    """Whether it can be answered, be it that it makes no sense."""
+    return type(message.get('seq')) in (int, long) and isinstance(message.get('command'), unicode)
 
 
 # The codecs and what they need are loaded now: the thread that will use them must not import.

@@ -4,7 +4,7 @@ import atexit
 import sys
 
 from sorrel import runner
-from sorrel.dap import greeting, sources
+from sorrel.dap import forks, greeting, sources
 from sorrel.dap.program import Program
 from sorrel.dap.server import Server, listen
 from sorrel.service import Service
@@ -20,14 +20,16 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
     address: host and port to listen at; or greeting_file: where to find the one client there is,
     which has started this process. hooks: as for runner.run.
     """
-    path, code = runner.find_module(name) if is_module else (name, None)
-    program = Program(sources.full_name(path), 'launch' if greeting_file else 'attach')
+    script = runner.find_module(name) if is_module else runner.find_script(name)
+    program = Program(sources.full_name(script.path), 'launch' if greeting_file else 'attach')
     try:
         if greeting_file:
             server = Server(program.new_session, client=greeting.connect(greeting_file))
         else:
             listener = listen(*address)
-            sys.stderr.write('sorrel: listening on %s:%d\n' % listener.getsockname()[:2])
+            host, port = listener.getsockname()[:2]
+            sys.stderr.write('sorrel: listening on %s:%d\n' % (
+                '[%s]' % host if ':' in host else host, port))
             server = Server(program.new_session, listener)
     except (EnvironmentError, greeting.Impostor) as error:
         raise CannotServe(str(error))
@@ -36,7 +38,8 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
     program.service.ignore_thread(server.start())
     # Runs after the program's own exit functions.
     atexit.register(server.stop)
-    attached = bool(wait or greeting_file)
-    if attached and not program.wait_for_client():
+    forks.call_in_children(server.forget)
+    has_client = bool(wait or greeting_file)
+    if has_client and not program.wait_for_client():
         return 0
-    return runner.run(path, args, program.service, code, attached, hooks)
+    return runner.run(script, args, program.service, has_client and program.is_debugged, hooks)

@@ -1,33 +1,32 @@
 """The network thread: takes one client at a time, reads its messages and sends what it is to get.
 
 The thread is none of the program's. It imports nothing once it runs, since the program may be
-stopped in the middle of an import.
+stopped in the middle of an import; and it relies on nothing that the program may close or replace.
 """
 
 import collections
 import errno
 import os
-import select
 import socket
-import sys
 import thread
 import time
-import traceback
-
-try:
-    import fcntl
-except ImportError:
-    fcntl = None  # Another platform: nothing is inherited there.
 
 from sorrel.dap import protocol
+from sorrel.dap.complaint import print_error
+from sorrel.dap.descriptors import Descriptor
 from sorrel.dap.mailbox import Mailbox
+from sorrel.dap.waiting import wait
 from sorrel.dap.wakeup import Wakeup
 
-# How long a client may take to introduce itself, to finish a message, and to read what it is sent.
-_PATIENCE = 10.0
+# How long a client may take to introduce itself, to finish a message, and to read what it is sent,
+# in seconds.
+PATIENCE = 10.0
 # What a client has not read yet may not grow without end.
 _UNREAD_LIMIT = 64 * 1024 * 1024
 _RECEIVED_AT_ONCE = 65536
+# A client that is gone without a word is noticed after a minute and a half, where that can be set.
+_KEEP_ALIVE = (('TCP_KEEPIDLE', 60), ('TCP_KEEPINTVL', 10), ('TCP_KEEPCNT', 3))
+_now = time.time
 
 
 def listen(host, port):
@@ -35,34 +34,30 @@ def listen(host, port):
     family, kind, protocol_number, _, address = socket.getaddrinfo(
         host, port, 0, socket.SOCK_STREAM, 0, socket.AI_PASSIVE)[0]
     listener = socket.socket(family, kind, protocol_number)
-    keep_from_children(listener)
     if os.name == 'posix':  # Elsewhere it would let others take the port.
         listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     listener.bind(address)
     listener.listen(1)
+    listener.setblocking(False)
     return listener
 
 
-def keep_from_children(socket_):
-    """Programs that the program starts don't inherit it."""
-    if fcntl is not None:
-        flags = fcntl.fcntl(socket_.fileno(), fcntl.F_GETFD)
-        fcntl.fcntl(socket_.fileno(), fcntl.F_SETFD, flags | fcntl.FD_CLOEXEC)
-
-
 def _set_up(client):
-    keep_from_children(client)
     client.setblocking(False)
-    # A stop is told at once; a client that is gone without a word is noticed some day.
+    # A stop is told at once.
     client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     client.setsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE, 1)
+    for name, value in _KEEP_ALIVE:
+        if hasattr(socket, name):
+            client.setsockopt(socket.IPPROTO_TCP, getattr(socket, name), value)
 
 
-def _would_block(error):
+def _will_pass(error):
     return error.args[0] in (errno.EAGAIN, errno.EWOULDBLOCK, errno.EINTR)
 
 
 class Server(object):
+    """is_lost: whether the program has closed what its clients are reached by, for good."""
 
     def __init__(self, new_session, listener=None, client=None):
         """Sockets: a listener that clients come to, or the connection to the one there will be.
@@ -71,14 +66,15 @@ class Server(object):
         `closed()`, `deadline()` (a time or None) and `deadline_passed()`, all called in this
         thread, and the attribute `is_known`: whether the client has introduced itself.
         """
+        self.is_lost = False
         self._new_session = new_session
-        self._listener = listener
+        self._listener = listener and Descriptor(listener)
         self._wakeup = Wakeup()
         self._messages = collections.deque()
         self._running = False
         self._finished = Mailbox()
-        self._client = None
-        self._session = None
+        # The Descriptor and the session of the client there is.
+        self._client = self._session = None
         self._first = client
 
     def start(self):
@@ -90,7 +86,8 @@ class Server(object):
     def send(self, session, message):
         """Sends a message, from any thread, if the session's client is still there."""
         self._messages.append((session, message))
-        self._wakeup.wake()
+        if not self._wakeup.wake():
+            self.is_lost = True
 
     def when_sent(self, function):
         """Calls the function, in the network thread, when everything until now has been sent.
@@ -102,8 +99,16 @@ class Server(object):
     def stop(self):
         """Sends what is left to send, then ends the thread and waits for that."""
         self._running = False
-        self._wakeup.wake()
-        self._finished.take()
+        # A thread that cannot be woken up ends with the process.
+        if not self.is_lost and self._wakeup.wake():
+            self._finished.take()
+
+    def forget(self):
+        """Called in a process that the program has forked, and in which there is no such thread."""
+        self.is_lost = True
+        for descriptor in self._client, self._listener, self._wakeup.descriptor:
+            if descriptor is not None:
+                descriptor.close()
 
     def drop_client(self):
         """Ends the connection when all has been sent. For the network thread."""
@@ -116,69 +121,83 @@ class Server(object):
         if self._first is not None:
             self._welcome(self._first)
         started.put(thread.get_ident())
+        while self._running and not self.is_lost and (self._client or self._listener):
+            self._guarded(self._turn)
+        if self._client:
+            self._guarded(self._flush)
+        if self._client:
+            self._drop()
+        if self._listener:
+            self._listener.close()
+        self._finished.put(None)
+
+    def _guarded(self, function):
+        """Whatever goes wrong with a client, the next one can come."""
         try:
-            while self._running and (self._client or self._listener):
-                self._turn()
-            if self._client:
-                self._flush()
-                self._drop()
+            function()
         except Exception:
-            traceback.print_exc(file=sys.__stderr__)
-        finally:
-            for socket_ in (self._client, self._listener, self._wakeup):
-                if socket_ is not None:
-                    socket_.close()
-            self._finished.put(None)
+            print_error()
+            if self._client:
+                self._drop()
 
     def _welcome(self, client):
         _set_up(client)
-        self._client = client
+        self._client = Descriptor(client)
         self._decoder = protocol.Decoder()
         self._seq = 0
         self._unsent = ''
         self._closing = False
         self._when_sent = []
         self._deaf_since = None
-        self._amid_since = time.time()
+        self._amid_since = _now()
         self._session = self._new_session(self)
 
     def _turn(self):
-        reading = [self._wakeup]
-        writing = []
-        if self._listener is not None:
-            reading.append(self._listener)
-        if self._client is not None:
-            reading.append(self._client)
-            if self._unsent:
-                writing.append(self._client)
-        try:
-            readable, writable, _ = select.select(reading, writing, [], self._timeout())
-        except select.error:
-            return  # Interrupted.
-        if self._wakeup in readable:
+        self._look_after_descriptors()
+        if self.is_lost:
+            return
+        listener = self._listener and self._listener.number
+        client = self._client and self._client.number
+        reading = [number for number in (self._wakeup.descriptor.number, listener, client)
+                   if number is not None]
+        writing = [client] if client is not None and self._unsent else []
+        readable = wait(reading, writing, self._timeout())[0]
+        self._look_after_descriptors()
+        if self.is_lost:
+            return
+        if self._wakeup.descriptor.number in readable:
             self._wakeup.clear()
-        if self._client is not None and self._client in readable:
+        if self._client is not None and client in readable:
             self._receive()
-        if self._listener is not None and self._listener in readable:
+        if listener in readable:
             self._accept()
         if self._client is not None:
-            self._check_deadlines()
             self._send_waiting()
+        if self._client is not None:
+            self._check_deadlines()
+
+    def _look_after_descriptors(self):
+        """What the program has closed, and may use for itself, is not touched."""
+        for descriptor in self._wakeup.descriptor, self._listener:
+            if descriptor is not None and not descriptor.is_there():
+                self.is_lost = True
+        if self._client is not None and not self._client.is_there():
+            self._drop()
 
     def _timeout(self):
         if self._client is None:
             return None
         moments = [moment for moment in (self._client_deadline(), self._session.deadline())
                    if moment is not None]
-        return max(0.0, min(moments) - time.time()) if moments else None
+        return max(0.0, min(moments) - _now()) if moments else None
 
     def _client_deadline(self):
-        moments = [since + _PATIENCE for since in (self._deaf_since, self._amid_since)
+        moments = [since + PATIENCE for since in (self._deaf_since, self._amid_since)
                    if since is not None]
         return min(moments) if moments else None
 
     def _check_deadlines(self):
-        now = time.time()
+        now = _now()
         deadline = self._client_deadline()
         if deadline is not None and now >= deadline:
             self._drop()
@@ -189,7 +208,7 @@ class Server(object):
 
     def _accept(self):
         try:
-            client = self._listener.accept()[0]
+            client = self._listener.socket.accept()[0]
         except socket.error:
             return
         if self._client is not None:
@@ -199,8 +218,10 @@ class Server(object):
 
     def _receive(self):
         try:
-            data = self._client.recv(_RECEIVED_AT_ONCE)
-        except socket.error:
+            data = self._client.socket.recv(_RECEIVED_AT_ONCE)
+        except socket.error as error:
+            if _will_pass(error):
+                return
             data = ''
         if not data:
             self._drop()
@@ -218,25 +239,23 @@ class Server(object):
         if not self._decoder.is_amid_message():
             self._amid_since = None
         elif messages or self._amid_since is None:
-            self._amid_since = time.time()
+            self._amid_since = _now()
 
     def _send_waiting(self):
-        while self._messages and self._client is not None:
+        while self._messages:
             session, message = self._messages.popleft()
             if session is self._session:
                 self._seq += 1
                 message['seq'] = self._seq
                 self._unsent += protocol.encode(message)
-        if self._client is None:
-            return
         self._send_some()
 
     def _send_some(self):
         if self._unsent:
             try:
-                sent = self._client.send(self._unsent)
+                sent = self._client.socket.send(self._unsent)
             except socket.error as error:
-                if not _would_block(error):
+                if not _will_pass(error):
                     self._drop()
                     return
                 sent = 0
@@ -245,7 +264,7 @@ class Server(object):
                 self._deaf_since = None
         if self._unsent:
             if self._deaf_since is None:
-                self._deaf_since = time.time()
+                self._deaf_since = _now()
             if len(self._unsent) > _UNREAD_LIMIT:
                 self._drop()
             return
@@ -257,22 +276,22 @@ class Server(object):
 
     def _flush(self):
         """Sends what is left, as long as the client reads it."""
-        end = time.time() + 1.0
+        end = _now() + 1.0
         self._send_waiting()
-        while self._client is not None and self._unsent and time.time() < end:
-            try:
-                select.select([], [self._client], [], 0.1)
-            except select.error:
-                pass
-            self._send_waiting()
+        while self._client is not None and self._unsent and _now() < end:
+            wait([], [self._client.number], 0.1)
+            self._look_after_descriptors()
+            if self._client is not None:
+                self._send_waiting()
 
     def _drop(self):
         client, session = self._client, self._session
         self._client = self._session = None
-        try:
-            # Processes that the program has forked may hold the connection, too.
-            client.shutdown(socket.SHUT_RDWR)
-        except socket.error:
-            pass
+        if client.is_there():
+            try:
+                # Processes that the program has forked may hold the connection, too.
+                client.socket.shutdown(socket.SHUT_RDWR)
+            except socket.error:
+                pass
         client.close()
         session.closed()

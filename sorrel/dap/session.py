@@ -1,33 +1,28 @@
 """One client: what it asks for, answered in the network thread or in the thread that is stopped."""
 
-import collections
 import itertools
 import os
 import signal
 import time
 
-import tmorvik26_vs2012_x64 as core
-
-from sorrel import frames, source
 from sorrel.dap import capabilities, protocol, sources
 from sorrel.dap.breakpoints import Breakpoints
 from sorrel.dap.exceptions import Exceptions
+from sorrel.dap.inventory import Inventory
 from sorrel.dap.job import Job, Then, answer
 from sorrel.dap.protocol import Refused, text
-from sorrel.dap.stopped import StoppedThread
+from sorrel.dap.stopped import COMMANDS, StoppedThread
+from sorrel.dap.stops import Stops, Told
 from sorrel.dap.timelimit import TimeLimit
-from sorrel.dap.told import Told
-from sorrel.records import (
-    CONTINUE, DETACH, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT)
+from sorrel.records import CONTINUE, DETACH, Resume
 from sorrel.threadnumbers import Threads
 
 # How often the limit of what is evaluated is looked at, in seconds.
 _LOOK = 0.25
 _DEFAULT_PATIENCE = 5.0
 _DETACH_PATIENCE = 5.0
-
-# How a thread was last let go, and whether that was out of the program's own code.
-_Going = collections.namedtuple('_Going', 'action frame from_own_code')
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _sleep = time.time, time.sleep
 
 
 class Session(object):
@@ -39,55 +34,51 @@ class Session(object):
         self.limit = TimeLimit()
         # For whatever the client gets a number of.
         self.numbers = itertools.count(1)
+        # How long code of the program may run for an answer, in seconds; None for ever.
         self.patience = _DEFAULT_PATIENCE
-        self.just_my_code = True
         self.stops_all = True
         self.first_line = self.first_column = 1
+        self.program_path = program.path
         self.threads = Threads(program.service)
         self.breakpoints = Breakpoints(self, program.service)
         self.exceptions = Exceptions(program.service)
+        self.inventory = Inventory(self, program.path)
+        self.stops = Stops(self.breakpoints, self.exceptions)
         self._server = server
         self._program = program
         self._service = program.service
-        self._is_closed = False
-        self._is_configured = False
-        self._stops_on_entry = False
-        self._is_at_entry = False
+        self._is_closed = self._has_begun = self._is_configured = False
+        self._stops_on_entry = self._is_undebugged = False
         self._stop = None
         # Requests on their way through the stopped thread, by their numbers.
         self._jobs = {}
-        self._goings = {}
-        self._answers = {
+        self._answers = dict(self.inventory.answers, **{
             'initialize': self._initialize, program.start_method: self._begin,
             'configurationDone': self._configuration_done, 'disconnect': self._disconnect,
             'terminate': self._terminate, 'pause': self._pause, 'threads': self._list_threads,
             'setBreakpoints': self.breakpoints.set_in_source,
             'setFunctionBreakpoints': self.breakpoints.set_functions,
-            'setExceptionBreakpoints': self.exceptions.set,
-            'modules': self._list_modules, 'loadedSources': self._loaded_sources,
-            'source': self._source, 'cancel': self._cancel}
+            'setExceptionBreakpoints': self.exceptions.set, 'cancel': self._cancel})
 
     # For the server.
 
     def handle(self, message):
-        if message['type'] == 'response':
+        if message['type'] != 'request':
             return  # Nothing is ever asked of a client.
-        if message['type'] != 'request' or type(message.get('seq')) is not int \
-                or not isinstance(message.get('command'), unicode) \
-                or not isinstance(message.get('arguments', {}), (dict, type(None))):
-            raise protocol.Broken('no request: %r' % message)
         command = message['command']
         if not self.is_known and command != 'initialize':
-            answer(self, message, self._refuse_stranger)
+            answer(self, message, _refuse_stranger)
         elif command in self._answers:
             answer(self, message, self._answers[command])
-        else:
+        elif command in COMMANDS:
             self._ask_stopped_thread(message)
+        else:
+            answer(self, message, _refuse_unknown)
 
     def deadline(self):
         if not self._jobs:
             return None
-        look = time.time() + _LOOK
+        look = _now() + _LOOK
         return min(self.limit.deadline or look, look)
 
     def deadline_passed(self):
@@ -96,13 +87,17 @@ class Session(object):
     def closed(self):
         """The client has left: the program runs on as if it had never been there."""
         self._is_closed = True
-        self.limit.expire()
         if not self._resume_stopped(Resume(DETACH)):
             self._service.detach()
         # The next client is not to come upon what is left of this one.
-        end = time.time() + _DETACH_PATIENCE
-        while self._service.attached and time.time() < end:
-            time.sleep(0.001)
+        end = _now() + _DETACH_PATIENCE
+        while self._service.attached and _now() < end:
+            if self._jobs:
+                self.limit.expire()
+            _sleep(0.001)
+        if not self._service.attached:
+            self.breakpoints.clear()
+            self._service.exceptions.forget()
         self._service.leave()
         self._program.left(self)
 
@@ -110,19 +105,21 @@ class Session(object):
 
     def stopped(self, stop):
         """Called in the thread that has stopped; returns how it goes on."""
-        told = self._consider(stop)
+        if self._is_closed:
+            return Resume(DETACH)
+        self.look_around()
+        told = self.stops.consider(stop)
         if not isinstance(told, Told):
             return told
         stopped = StoppedThread(self, stop, told.frame)
         self._stop = stopped
         try:
-            if self._is_closed:
-                return Resume(DETACH)
             self.tell_stop(told)
+            # Asked last: nobody would wake the thread.
+            if self._is_closed or self._server.is_lost:
+                return Resume(DETACH)
             resume = stopped.serve()
-            self._keep_goings()
-            self._goings[stop.thread] = _Going(
-                resume.action, resume.frame or stop.frame, self._is_own_code(told.frame))
+            self.stops.gone(stop, told, resume)
             return resume
         finally:
             self._stop = None
@@ -132,53 +129,6 @@ class Session(object):
     def ended(self, outcome):
         self.event('exited', {'exitCode': outcome.status})
         self.event('terminated')
-
-    # Stops.
-
-    def _consider(self, stop):
-        """What to tell the client of a stop; a Resume or None when it is not to hear of it."""
-        if self._is_closed:
-            return Resume(DETACH)
-        self.look_around()
-        if stop.policy is not None:
-            return self.exceptions.told(stop)
-        at_entry, self._is_at_entry = self._is_at_entry, False
-        going = self._goings.get(stop.thread)
-        may_be_step = stop.reason == INTERRUPTED or at_entry or (
-            going is not None and _has_arrived(going, stop.frame))
-        hits = self.breakpoints.hits(stop, may_be_step)
-        if hits:
-            return _told_hits(hits, stop.frame)
-        if stop.reason == INTERRUPTED:
-            return Told('pause', stop.frame, {})
-        if at_entry:
-            if self._stops_on_entry:
-                return Told('entry', stop.frame, {})
-            return Resume(CONTINUE)
-        return self._consider_step(stop, going) if may_be_step else None
-
-    def _consider_step(self, stop, going):
-        if stop.reason == RAISED:
-            return None  # What follows, in a handler or in a caller, is told.
-        if going.action == STEP_INTO and going.from_own_code \
-                and not self._is_own_code(stop.frame):
-            # On to the next line of who has called this.
-            return Resume(STEP_OUT) if stop.reason != RETURNED else None
-        frame = stop.frame
-        if stop.reason == RETURNED:
-            # The rest of the caller's line is still to be run.
-            frame = frame.f_back
-            if frame is None or not frames.is_program(frame):
-                return None
-        return Told('step', frame, {})
-
-    def _keep_goings(self):
-        """Forgets threads that have ended."""
-        for thread in set(self._goings).difference(core.get_threads()):
-            del self._goings[thread]
-
-    def _is_own_code(self, frame):
-        return not self.just_my_code or not sources.is_library(source.file_name(frame))
 
     def tell_stop(self, told):
         body = {'reason': told.reason, 'threadId': self.threads.number(self._stop.thread_id),
@@ -200,19 +150,9 @@ class Session(object):
                                   'threadId': number})
         loaded = self._service.modules.take_new()
         if loaded:
-            self._tell_modules(loaded)
+            self.inventory.tell_loaded(loaded)
             self.breakpoints.modules_loaded()
             self.exceptions.modules_loaded()
-
-    def _tell_modules(self, loaded):
-        names = {}
-        for name, path in self.modules():
-            names[os.path.realpath(path)] = name
-        for path, was_known in loaded:
-            path = sources.of_code(path)
-            name = names.get(os.path.realpath(path), os.path.basename(path))
-            self.event('module', {'reason': 'changed' if was_known else 'new',
-                                  'module': self._describe_module(name, path)})
 
     # Requests and answers.
 
@@ -246,9 +186,6 @@ class Session(object):
     def job_done(self, request):
         self._jobs.pop(request['seq'], None)
 
-    def _refuse_stranger(self, arguments):
-        raise Refused('initialize comes first')
-
     def to_client_line(self, line):
         return line - 1 + self.first_line
 
@@ -268,11 +205,17 @@ class Session(object):
         return capabilities.announced()
 
     def _begin(self, arguments):
-        self.just_my_code = bool(arguments.get('justMyCode', True))
-        self.stops_all = bool(arguments.get('stopAllThreads', True))
-        self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE)
-        self.sources.map_paths(arguments.get('pathMappings') or ())
-        self._stops_on_entry = bool(arguments.get('stopOnEntry'))
+        if self._has_begun:
+            raise Refused('%s comes once' % self._program.start_method)
+        if self._service.attached:
+            raise Refused('the program is still busy with what the last client has asked for')
+        self._has_begun = True
+        self.stops.just_my_code = arguments.get('justMyCode', True)
+        self.stops_all = arguments.get('stopAllThreads', True)
+        self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
+        self.sources.map_paths(arguments.get('pathMappings', ()))
+        self._is_undebugged = arguments.get('noDebug', False)
+        self._stops_on_entry = arguments.get('stopOnEntry', False) and not self._is_undebugged
         return Then(None, self._tell_begin)
 
     def _tell_begin(self):
@@ -282,16 +225,23 @@ class Session(object):
         self.event('initialized')
 
     def _configuration_done(self, arguments):
+        if not self._has_begun:
+            raise Refused('%s comes first' % self._program.start_method)
         if self._is_configured:
             raise Refused('configurationDone comes once')
         self._is_configured = True
         return Then(None, self._start)
 
     def _start(self):
-        self._is_at_entry = self._program.is_waiting
-        self._program.configured(self)
-        if self._stops_on_entry and not self._is_at_entry:
-            self._service.pause()
+        if self._is_undebugged:
+            self._program.run_undebugged()
+        elif self._program.is_waiting:
+            self.stops.expect_entry(self._stops_on_entry)
+            self._program.debug(self.stops_all)
+        else:
+            self._program.debug(self.stops_all)
+            if self._stops_on_entry:
+                self._service.pause()
 
     def _disconnect(self, arguments):
         ends = arguments.get('terminateDebuggee')
@@ -313,15 +263,14 @@ class Session(object):
                                       'allThreadsContinued': self.stops_all})
 
     def _pause(self, arguments):
-        if self._stop is not None and self.stops_all:
-            return
-        if self.stops_all:
+        stop = self._stop
+        if not self.stops_all:
+            self._service.pause(self.find_thread(arguments['threadId']).id)
+        elif stop is None or stop.is_leaving():
             # Any thread will do: the others wait as soon as they have an event.
             self._service.pause()
-        else:
-            self._service.pause(self.find_thread(arguments['threadId']).id)
 
-    # Threads, modules, sources.
+    # Threads.
 
     def find_thread(self, number):
         thread = self.threads.find(number)
@@ -335,56 +284,15 @@ class Session(object):
         return {'threads': [{'id': number, 'name': text(name)}
                             for number, name in known or [(1, 'MainThread')]]}
 
-    @property
-    def program_path(self):
-        return self._program.path
-
-    def modules(self):
-        """(name, path) of the modules that are loaded from files; the program's comes first."""
-        return [('__main__', self._program.path)] + [
-            found for found in sources.loaded_modules() if found[0] != '__main__']
-
-    def is_loaded(self, path):
-        return os.path.realpath(path) in [os.path.realpath(known) for _, known in self.modules()]
-
-    def _list_modules(self, arguments):
-        loaded = self.modules()
-        start = arguments.get('startModule') or 0
-        count = arguments.get('moduleCount') or len(loaded)
-        return {'totalModules': len(loaded), 'modules': [
-            self._describe_module(*found) for found in loaded[start:start + count]]}
-
-    def _describe_module(self, name, path):
-        return {'id': text(name), 'name': text(name), 'path': self.sources.to_client(path),
-                'isUserCode': not sources.is_library(path)}
-
-    def _loaded_sources(self, arguments):
-        paths = sorted(set(path for _, path in self.modules()))
-        return {'sources': [self.sources.describe(path) for path in paths]}
-
-    def _source(self, arguments):
-        content = self.sources.content(
-            arguments.get('source') or {}, arguments['sourceReference'])
-        if content is None:
-            raise Refused('its source is not known')
-        return {'content': content, 'mimeType': 'text/x-python'}
-
     def _cancel(self, arguments):
         job = self._jobs.get(arguments.get('requestId'))
         if job is not None:
             job.cancel()
 
 
-def _told_hits(hits, frame):
-    all_of_functions = all(is_function for _, is_function in hits)
-    return Told('function breakpoint' if all_of_functions else 'breakpoint', frame,
-                {'hitBreakpointIds': [id for id, _ in hits]})
+def _refuse_stranger(arguments):
+    raise Refused('initialize comes first')
 
 
-def _has_arrived(going, frame):
-    """Whether a step ends here; other stops may come before that."""
-    if going.action == STEP_INTO:
-        return True
-    if going.action == CONTINUE:
-        return False
-    return frame is going.frame or going.frame not in list(frames.callers(frame))
+def _refuse_unknown(arguments):
+    raise Refused('there is no such request')

@@ -48,23 +48,23 @@ class Sources(object):
 
     def describe(self, path, globals=None):
         """A Source of the protocol. globals: of a module whose loader may know more."""
-        described = {'name': text(os.path.basename(path))}
         if self._is_on_disk(path):
-            described['path'] = self.to_client(path)
-        else:
-            if path not in self._references:
-                self._unreadable.append((path, globals))
-                self._references[path] = len(self._unreadable)
-            described['name'] = text(path)
-            described['sourceReference'] = self._references[path]
-        return described
+            return self.file(path)
+        if path not in self._references:
+            self._unreadable.append((path, globals))
+            self._references[path] = len(self._unreadable)
+        return {'name': text(path), 'sourceReference': self._references[path]}
 
-    def content(self, source, reference):
+    def file(self, path):
+        """A Source that the client can find under its name."""
+        return {'name': text(os.path.basename(path)), 'path': self.to_client(path)}
+
+    def content(self, path, reference):
         """The text of a described source; None when nobody has it."""
         if 0 < reference <= len(self._unreadable):
             path, globals = self._unreadable[reference - 1]
-        elif source.get('path'):
-            path, globals = self.to_program(source['path']), None
+        elif path:
+            path, globals = self.to_program(path), None
         else:
             return None
         lines = linecache.getlines(path, globals)

@@ -5,14 +5,22 @@ Only there is the program's code to be run, and only until the thread goes on.
 
 import sys
 
-from sorrel import evaluate, source, stacks
+from sorrel import evaluate, source, stacks, sublanguages
 from sorrel.dap import children, completion, jump, sources, values
 from sorrel.dap.mailbox import Mailbox
 from sorrel.dap.job import Then
 from sorrel.dap.protocol import Refused, text
-from sorrel.dap.told import Told
+from sorrel.dap.stops import Told
 from sorrel.dap.variables import Presenter, References
-from sorrel.records import CONTINUE, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER
+from sorrel.records import (
+    CONTINUE, INTERRUPTED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER, STEPPED)
+
+
+_WHY_ENDED = 'ended, since it took too long'
+# The requests that are answered only here.
+COMMANDS = frozenset((
+    'stackTrace', 'scopes', 'variables', 'setVariable', 'setExpression', 'evaluate', 'completions',
+    'exceptionInfo', 'gotoTargets', 'goto', 'continue', 'next', 'stepIn', 'stepOut'))
 
 
 class StoppedThread(object):
@@ -46,6 +54,10 @@ class StoppedThread(object):
         self._told_to_go = resume
         return self._mailbox.put(None)
 
+    def is_leaving(self):
+        """Whether the thread has been told to go on."""
+        return self._resume is not None or self._told_to_go is not None
+
     def serve(self):
         """Does jobs until one lets the thread go on, which is returned as a Resume."""
         while self._resume is None:
@@ -71,7 +83,7 @@ class StoppedThread(object):
 
     def _stack_trace(self, arguments):
         stack = self._stack(self._session.find_thread(arguments['threadId']))
-        start = arguments.get('startFrame') or 0
+        start = arguments.get('startFrame', 0)
         levels = arguments.get('levels') or len(stack)
         shown = [self._describe(entry) for entry in stack[start:start + levels]]
         return {'stackFrames': shown, 'totalFrames': len(stack)}
@@ -98,7 +110,7 @@ class StoppedThread(object):
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
             shown['moduleId'] = text(module)
-        if self._session.just_my_code and sources.is_library(entry.path):
+        if self._session.stops.just_my_code and sources.is_library(entry.path):
             shown['presentationHint'] = 'subtle'
             shown['source']['presentationHint'] = 'deemphasize'
         return shown
@@ -107,10 +119,12 @@ class StoppedThread(object):
         if not arguments.get('frameId'):
             # Outermost: where everything global is to be seen.
             return stacks.at_stop(self.stop)[0].frame
-        entry = self._frames.find(arguments['frameId'])
-        if entry is None:
+        return self._known(self._frames.find(arguments['frameId'])).frame
+
+    def _known(self, found):
+        if found is None:
             raise Refused('the program has gone on since then')
-        return entry.frame
+        return found
 
     # Values.
 
@@ -125,7 +139,7 @@ class StoppedThread(object):
         try:
             return self._session.limit.call(seconds, function, *arguments)
         except values.Overtime:
-            raise Refused('ended, since it took too long')
+            raise Refused(_WHY_ENDED)
         except Refused:
             raise
         except KeyboardInterrupt:
@@ -154,7 +168,7 @@ class StoppedThread(object):
     def _variables(self, arguments):
         return {'variables': self._presenter.parts(
             arguments['variablesReference'], arguments.get('filter'),
-            arguments.get('start') or 0, arguments.get('count') or 0)}
+            arguments.get('start', 0), arguments.get('count', 0))}
 
     def _set_variable(self, arguments):
         child, frame, expression = self._presenter.find(
@@ -178,16 +192,25 @@ class StoppedThread(object):
         expression = arguments['expression']
         if arguments.get('context') in (None, 'repl'):
             return self._execute(expression, frame)
-        value = self._of_program(evaluate.expression, expression, frame)
+        value = self._value(expression, frame)
         shown = self._presenter.value(value, frame, expression)
         if arguments['context'] == 'clipboard':
             shown['value'] = self._presenter.shower.show_all(value)
         return _result(shown)
 
-    def _execute(self, typed, frame):
-        """A line of the console: it may be a statement, and take as long as it likes."""
-        shown = []
+    def _value(self, expression, frame):
+        in_its_language = sublanguages.evaluator(self.thread_id, frame)
+        if in_its_language is not None:
+            return self._of_program(in_its_language, expression)
+        return self._of_program(evaluate.expression, expression, frame)
 
+    def _execute(self, typed, frame):
+        """What is typed in the console: it may be statements, and take as long as it likes."""
+        in_its_language = sublanguages.evaluator(self.thread_id, frame)
+        if in_its_language is not None:
+            return _result(self._presenter.value(
+                self._within(None, in_its_language, typed), frame))
+        shown = []
         self._within(None, evaluate.statement, typed, frame, shown.append)
         if not shown:
             return {'result': '', 'variablesReference': 0}
@@ -198,13 +221,14 @@ class StoppedThread(object):
         first_column = self._session.first_column
         lines = arguments['text'].split('\n')
         line = arguments.get('line', self._session.first_line) - self._session.first_line
-        typed = lines[line] if 0 <= line < len(lines) else ''
+        typed = lines[line] if 0 <= line < len(lines) else u''
         start, end, names = self._of_program(
             completion.complete, typed, arguments['column'] - first_column, frame)
         return {'targets': [{'label': name, 'start': start + first_column, 'length': end - start}
                             for name in names]}
 
     def _exception_info(self, arguments):
+        self._check_thread(arguments)
         if self.stop.policy is None:
             raise Refused('the thread has not stopped at an exception')
         description = self._of_program(evaluate.error_text, *self.stop.argument[:2])
@@ -214,18 +238,22 @@ class StoppedThread(object):
 
     def _goto_targets(self, arguments):
         line = self._session.to_program_line(arguments['line'])
-        path = self._session.sources.to_program(arguments['source'].get('path') or '')
-        if self._frame is not self.stop.frame or path != source.file_name(self._frame):
+        path = self._session.sources.to_program(arguments['source'].get('path', u''))
+        if not self._can_jump() or path != source.file_name(self._frame):
             return {'targets': []}
         return {'targets': [
-            {'id': self._jumps.add(line), 'label': 'line %d' % line,
-             'line': self._session.to_client_line(line)}
-            for line in jump.targets(self._frame, line)]}
+            {'id': self._jumps.add(target), 'label': 'line %d' % target,
+             'line': self._session.to_client_line(target)}
+            for target in jump.targets(self._frame, line)]}
+
+    def _can_jump(self):
+        """Elsewhere than between two lines the interpreter would be led astray."""
+        return self.stop.reason in (STEPPED, INTERRUPTED) and not sublanguages.location(
+            self.thread_id, self._frame)
 
     def _goto(self, arguments):
-        line = self._jumps.find(arguments['targetId'])
-        if line is None:
-            raise Refused('the program has gone on since then')
+        self._check_thread(arguments)
+        line = self._known(self._jumps.find(arguments['targetId']))
         try:
             self._frame.f_lineno = line
         except ValueError as error:

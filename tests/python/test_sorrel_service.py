@@ -47,7 +47,7 @@ class Services(harness.TestCase):
         self.front_end = FrontEnd(*answers)
         self.service = service.Service(self.front_end)
         try:
-            return runner.run(self.script(text), ['argument'], self.service)
+            return runner.run(runner.find_script(self.script(text)), ['argument'], self.service)
         finally:
             self.service.detach()
 
@@ -119,8 +119,8 @@ y = 2
         self.service = service.Service(self.front_end)
         if ignore:
             self.service.ignore_thread(ident)
-        runner.run(self.script('import sys\nsys.go.release()\nsys.over.acquire()\n'), [],
-                   self.service)
+        script = self.script('import sys\nsys.go.release()\nsys.over.acquire()\n')
+        runner.run(runner.find_script(script), [], self.service)
         self.service.detach()
         main = core.get_current_tstate_id()
         return [stop for stop in self.front_end.stops if stop.thread != main]
@@ -147,7 +147,7 @@ y = 2
     def test_the_end_is_told_to_a_front_end_that_is_attached(self):
         self.front_end = FrontEnd()
         self.service = service.Service(self.front_end)
-        runner.run(self.script('x = 1\n'), [], self.service)
+        runner.run(runner.find_script(self.script('x = 1\n')), [], self.service)
         self.service.ended(records.Outcome(0, None))
         self.assertEqual(self.front_end.outcomes, [records.Outcome(0, None)])
         self.assertEqual(self.service.attached, False)

@@ -1,0 +1,75 @@
+"""The process of a launched program, seen from outside: what it writes, and how it ends."""
+
+import codecs
+import errno
+import os
+import select
+import signal
+import time
+
+_READ_AT_ONCE = 65536
+_COMPLAINT_LIMIT = 1000
+
+
+class Process(object):
+    """outputs: descriptors to wait for; each is gone when nothing more will be written to it."""
+
+    def __init__(self, process, tell):
+        """process: a subprocess.Popen. tell: called with 'stdout' or 'stderr' and what it wrote."""
+        self._process = process
+        self._tell = tell
+        self._written = {}
+        for pipe, name in ((process.stdout, 'stdout'), (process.stderr, 'stderr')):
+            self._written[pipe.fileno()] = name, codecs.getincrementaldecoder('utf-8')('replace')
+        # The end of what it has written to stderr.
+        self._complaint = u''
+
+    @property
+    def outputs(self):
+        return list(self._written)
+
+    def read(self, readable=None):
+        """Tells what has been written to these outputs, or to all; does not wait for more."""
+        for output in self.outputs:
+            if (readable is None or output in readable) \
+                    and select.select([output], [], [], 0)[0]:
+                self._read(output)
+
+    def read_rest(self, seconds):
+        """Tells what is still to be read; processes that it has started may go on writing."""
+        end = time.time() + seconds
+        while self._written and time.time() < end:
+            self.read(select.select(self.outputs, [], [], 0.01)[0])
+
+    def status(self):
+        """The exit status, or 128 and a signal's number; None while it runs."""
+        status = self._process.poll()
+        return 128 - status if status is not None and status < 0 else status
+
+    def send(self, number):
+        """Sends a signal, if the process is still there."""
+        try:
+            if self._process.poll() is None:
+                os.kill(self._process.pid, number)
+        except OSError as error:
+            if error.errno != errno.ESRCH:
+                raise
+
+    def kill(self):
+        self.send(signal.SIGKILL)
+
+    def complaint(self):
+        """The last line of stderr, '' for none."""
+        lines = self._complaint.strip().splitlines()
+        return lines[-1] if lines else u''
+
+    def _read(self, output):
+        name, decoder = self._written[output]
+        data = os.read(output, _READ_AT_ONCE)
+        written = decoder.decode(data, not data)
+        if name == 'stderr':
+            self._complaint = (self._complaint + written)[-_COMPLAINT_LIMIT:]
+        if written:
+            self._tell(name, written)
+        if not data:
+            del self._written[output]

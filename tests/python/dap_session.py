@@ -1,0 +1,302 @@
+"""Programs that editors debug, and a plain client that says what it likes to them."""
+
+import json
+import os
+import re
+import select
+import signal
+import socket
+import subprocess
+import time
+
+import harness
+
+PATIENCE = 20
+
+# Starts the server as the command does, with other patience than it has for real clients.
+_HASTY = '''
+import sys
+from sorrel.dap import server
+server.PATIENCE = %r
+from sorrel import main
+sys.exit(main.main(sys.argv[1:]))
+'''
+
+
+class TestCase(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        self._opened = []
+
+    def tearDown(self):
+        for opened in reversed(self._opened):
+            opened.close()
+        harness.TestCase.tearDown(self)
+
+    def serve(self, text, *options, **how):
+        """Runs the text of a program that listens. patience: the server's with its clients."""
+        return self.opened(Program(self.script(text, 'prog.py'), options, **how))
+
+    def connect(self, program):
+        return self.opened(Client(program.port))
+
+    def attach(self, program, *marks, **arguments):
+        """A client whose breakpoints are on the lines with these marks; the program runs."""
+        client = self.connect(program)
+        client.begin(arguments)
+        self.break_at(client, program, *marks)
+        client.ask('configurationDone')
+        return client
+
+    def break_at(self, client, program, *marks):
+        return client.ask('setBreakpoints', source={'path': program.path}, breakpoints=[
+            {'line': program.line(mark)} for mark in marks])['breakpoints']
+
+    def opened(self, thing):
+        """Is closed when the test is over."""
+        self._opened.append(thing)
+        return thing
+
+
+class Process(object):
+    """A process that ends with the test at the latest."""
+
+    def __init__(self, arguments, **streams):
+        environment = dict(os.environ, PYTHONUNBUFFERED='1')
+        self.process = subprocess.Popen(
+            [harness.launcher()] + arguments, env=environment, stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, preexec_fn=os.setsid, **streams)
+        self.out = ''
+
+    def wrote(self, text):
+        """Waits until the process has written this."""
+        end = time.time() + PATIENCE
+        while text not in self.out:
+            more = ''
+            if select.select([self.process.stdout], [], [], max(0, end - time.time()))[0]:
+                more = os.read(self.process.stdout.fileno(), 65536)
+            if not more:
+                raise AssertionError('no %r in %r' % (text, self.out))
+            self.out += more
+
+    def ended(self):
+        """Waits for the end; returns (all that was written to stdout, the exit status)."""
+        end = time.time() + PATIENCE
+        while select.select([self.process.stdout], [], [], max(0, end - time.time()))[0]:
+            more = os.read(self.process.stdout.fileno(), 65536)
+            if not more:
+                return self.out, self.process.wait()
+            self.out += more
+        raise AssertionError('it has not ended: %r' % self.out)
+
+    def close(self):
+        try:
+            os.killpg(self.process.pid, signal.SIGKILL)
+        except OSError:
+            pass
+        self.process.wait()
+        for stream in (self.process.stdin, self.process.stdout, self.process.stderr):
+            if stream is not None:
+                stream.close()
+
+
+class Program(Process):
+    """One that listens for clients."""
+
+    def __init__(self, path, options=(), args=(), patience=None):
+        self.path = path
+        start = ['-m', 'sorrel.main'] if patience is None else ['-c', _HASTY % patience]
+        Process.__init__(self, start + ['serve', '--listen', '0'] + list(options) +
+                         ['--', path] + list(args), stderr=subprocess.PIPE)
+        said = self.process.stderr.readline()
+        self.port = int(re.match(r'sorrel: listening on 127\.0\.0\.1:(\d+)\n$', said).group(1))
+
+    def line(self, mark):
+        """The number of the line with this mark."""
+        for number, text in enumerate(open(self.path), 1):
+            if mark in text:
+                return number
+        raise AssertionError('no line with %r' % mark)
+
+    def errors(self):
+        """What else it has written to stderr, when it has ended."""
+        errors = self.process.stderr.read()
+        # A debug build says one thing more as it ends.
+        return re.sub(r'\[\d+ refs\]\n', '', errors)
+
+
+class Refusal(Exception):
+    """The message of an answer that tells of no success."""
+
+
+class Peer(object):
+    """Whoever speaks the protocol: with `_send(data)` and `_receive(seconds)`, '' for the end."""
+
+    def __init__(self):
+        self._held = ''
+        self._seq = 0
+        self.messages = []
+
+    # Messages.
+
+    def send(self, message):
+        body = json.dumps(message)
+        self._send('Content-Length: %d\r\n\r\n%s' % (len(body), body))
+
+    def request(self, command, arguments=None):
+        """Sends a request without waiting for its answer; returns its number."""
+        self._seq += 1
+        message = {'seq': self._seq, 'type': 'request', 'command': command}
+        if arguments is not None:
+            message['arguments'] = arguments
+        self.send(message)
+        return self._seq
+
+    def answer(self, number):
+        """The whole answer to a request."""
+        return self._next(lambda message: message['type'] == 'response'
+                          and message['request_seq'] == number, 'answer to %d' % number)
+
+    def ask(self, command, **arguments):
+        """The body of the answer. Raises Refusal."""
+        answer = self.answer(self.request(command, arguments))
+        if not answer['success']:
+            raise Refusal(answer['message'])
+        return answer.get('body')
+
+    def refusal(self, command, **arguments):
+        """Why a request is refused."""
+        try:
+            body = self.ask(command, **arguments)
+        except Refusal as refusal:
+            return refusal.args[0]
+        raise AssertionError('%s was answered: %r' % (command, body))
+
+    def event(self, name):
+        """The body of the next event of this name."""
+        return self._next(lambda message: message.get('event') == name,
+                          'event %s' % name).get('body')
+
+    def read_all(self):
+        """Everything until the connection ends."""
+        end = time.time() + PATIENCE
+        while self._read(end):
+            pass
+        messages, self.messages = self.messages, []
+        return messages
+
+    def _next(self, is_wanted, what):
+        end = time.time() + PATIENCE
+        while True:
+            for message in self.messages:
+                if is_wanted(message):
+                    self.messages.remove(message)
+                    return message
+            if not self._read(end):
+                raise AssertionError('the connection has ended, no %s: %r' % (what, self.messages))
+
+    def _read(self, end):
+        data = self._receive(max(0, end - time.time()))
+        self._held += data
+        while True:
+            header, found, rest = self._held.partition('\r\n\r\n')
+            if not found:
+                break
+            length = int(re.match(r'Content-Length: (\d+)$', header).group(1))
+            if len(rest) < length:
+                break
+            self.messages.append(json.loads(rest[:length]))
+            self._held = rest[length:]
+        return data != ''
+
+    # Sessions.
+
+    def begin(self, arguments, command='attach'):
+        """Up to where breakpoints are set."""
+        self.ask('initialize', adapterID='morvik')
+        self.ask(command, **arguments)
+        self.event('initialized')
+
+    def stopped(self):
+        """Waits for the next stop; where it is, such as "breakpoint work:12"."""
+        stop = self.event('stopped')
+        self.thread = stop['threadId']
+        frame = self.top()
+        return '%s %s:%d' % (stop['reason'], frame['name'], frame['line'])
+
+    def top(self):
+        """The innermost frame of the thread that has stopped last."""
+        return self.ask('stackTrace', threadId=self.thread, levels=1)['stackFrames'][0]
+
+    def go(self, command='continue'):
+        return self.ask(command, threadId=self.thread)
+
+    def step(self, command='next'):
+        self.go(command)
+        return self.stopped()
+
+    def evaluate(self, expression, context='watch'):
+        return self.ask('evaluate', expression=expression, context=context,
+                        frameId=self.top()['id'])['result']
+
+    def variables(self, reference, **more):
+        return self.ask('variables', variablesReference=reference, **more)['variables']
+
+    def scope(self, name='Locals'):
+        scopes = self.ask('scopes', frameId=self.top()['id'])['scopes']
+        return [scope for scope in scopes if scope['name'] == name][0]['variablesReference']
+
+    def variable(self, name, scope='Locals'):
+        for variable in self.variables(self.scope(scope)):
+            if variable['name'] == name:
+                return variable
+        raise AssertionError('no variable %s' % name)
+
+
+class Client(Peer):
+    """A client over a socket."""
+
+    def __init__(self, port):
+        Peer.__init__(self)
+        self.socket = socket.create_connection(('127.0.0.1', port), PATIENCE)
+        self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        self._send = self.socket.sendall
+
+    def _receive(self, seconds):
+        self.socket.settimeout(seconds or 0.001)
+        try:
+            return self.socket.recv(65536)
+        except socket.timeout:
+            raise AssertionError('nothing more comes: %r' % self.messages)
+        except socket.error:
+            return ''
+
+    def is_hung_up(self):
+        """Waits until the other side has; whether it had nothing to say."""
+        return self.read_all() == []
+
+    def close(self):
+        self.socket.close()
+
+
+class Adapter(Peer, Process):
+    """The adapter, as an editor starts it."""
+
+    def __init__(self, **streams):
+        Peer.__init__(self)
+        Process.__init__(self, ['-m', 'sorrel.main', 'dap'], **streams)
+
+    def _send(self, data):
+        self.process.stdin.write(data)
+        self.process.stdin.flush()
+
+    def _receive(self, seconds):
+        out = self.process.stdout
+        if not select.select([out], [], [], seconds)[0]:
+            raise AssertionError('nothing more comes: %r' % self.messages)
+        return os.read(out.fileno(), 65536)
+
+    def launch(self, **arguments):
+        """Up to where breakpoints are set."""
+        self.begin(arguments, 'launch')
