@@ -45,7 +45,7 @@ struct PassedLine {
     uint32_t edition;
 };
 
-constexpr uint32_t kPassedLines = 1024;
+constexpr uint32_t kPassedLines = 4096;
 
 struct BreakpointTable {
     HashTable by_line;               // line number to the head of its records, newest first
