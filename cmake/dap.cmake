@@ -17,4 +17,21 @@ if(NOT MORVIK_ASAN)
             set_tests_properties(${name} PROPERTIES DISABLED TRUE)
         endif()
     endforeach()
+
+    # Emacs is a client where it has a package for that.
+    find_program(MORVIK_EMACS emacs)
+    if(MORVIK_EMACS AND NOT DEFINED CACHE{MORVIK_EMACS_IS_CLIENT})
+        execute_process(
+            COMMAND ${MORVIK_EMACS} --batch --eval "(progn (package-initialize) (require 'dap-mode))"
+            RESULT_VARIABLE failed OUTPUT_QUIET ERROR_QUIET)
+        if(failed EQUAL 0)
+            set(MORVIK_EMACS_IS_CLIENT ON CACHE INTERNAL "Whether Emacs has dap-mode")
+        endif()
+    endif()
+    add_test(NAME ${build_name}/dap/emacs COMMAND
+        ${PROJECT_SOURCE_DIR}/tests/dap/emacs/run.sh ${MORVIK_HOST_executable})
+    set_tests_properties(${build_name}/dap/emacs PROPERTIES TIMEOUT 300)
+    if(NOT MORVIK_EMACS_IS_CLIENT)
+        set_tests_properties(${build_name}/dap/emacs PROPERTIES DISABLED TRUE)
+    endif()
 endif()
