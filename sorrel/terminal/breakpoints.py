@@ -48,9 +48,21 @@ class BreakpointCommands(object):
             self.service.breakpoints.enable(breakpoint, False)
 
     def do_ignore(self, argument):
-        """ignore NUMBER [COUNT]: don't stop at a breakpoint the next COUNT times, by default 0."""
+        """ignore [NUMBER [COUNT] | clear [NUMBER...]]: about what the program does not stop at.
+
+        ignore                   list the places whose exceptions are ignored ("catch ignore")
+        ignore clear [NUMBER...] stop at exceptions there again, by default at all
+        ignore NUMBER [COUNT]    don't stop at a breakpoint the next COUNT times, by default 0
+        """
         number, _, count = argument.partition(' ')
-        count = count.strip() or '0'
+        if not number:
+            self.list_ignored_places()
+        elif number == 'clear':
+            self.clear_ignored_places(count)
+        else:
+            self._ignore_breakpoint(number, count.strip() or '0')
+
+    def _ignore_breakpoint(self, number, count):
         if not count.isdigit():
             self._say('*** Not a count: %s' % count)
             return

@@ -23,8 +23,7 @@ class CatchCommands(object):
         always TYPE[, TYPE...]  at these types in any case
         never TYPE[, TYPE...]   at these types in no case
         forget TYPE[, TYPE...]  at these types as at all others
-        ignore                  at those raised where this one was no more
-        clear [NUMBER...]       at ignored places again, by default all
+        ignore                  at those raised where this one was no more (see "help ignore")
         """
         word, _, rest = argument.partition(' ')
         rest = rest.strip()
@@ -36,8 +35,6 @@ class CatchCommands(object):
             self.service.exceptions.set_mode(word)
         elif word == 'ignore' and not rest:
             self._ignore_place()
-        elif word == 'clear':
-            self._clear_places(rest)
         else:
             self._say('*** catch what? See "help catch"')
 
@@ -68,9 +65,7 @@ class CatchCommands(object):
             if types:
                 self._say('%s at: %s' % (word, ', '.join([type.__name__ for type in types])))
         if policy.ignored:
-            self._say('Not at those raised at:')
-        for number, place in enumerate(policy.ignored):
-            self._say('%d  %s:%d' % ((number + 1,) + place))
+            self.list_ignored_places()
 
     def _set_types(self, word, rest):
         named = evaluate.expression(rest, self._frame())
@@ -94,7 +89,13 @@ class CatchCommands(object):
         self.service.exceptions.ignore(place)
         self._say('Will not stop at exceptions raised at %s:%d.' % place)
 
-    def _clear_places(self, numbers):
+    def list_ignored_places(self):
+        places = self.service.exceptions.ignored
+        self._say('Not at exceptions raised at:' if places else 'No place is ignored.')
+        for number, place in enumerate(places):
+            self._say('%d  %s:%d' % ((number + 1,) + place))
+
+    def clear_ignored_places(self, numbers):
         places = list(self.service.exceptions.ignored)
         for number in numbers.split() or map(str, range(1, len(places) + 1)):
             if number.isdigit() and 0 < int(number) <= len(places):

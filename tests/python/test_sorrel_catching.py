@@ -425,7 +425,7 @@ It is about to end the program.
     def test_what_catch_refuses(self):
         self.assertEqual(self.answers('x = 1\n', [
             'catch everything', 'catch never nothing', 'catch always 5', 'catch forget',
-            'catch printed ValueError', 'catch ignore', 'catch clear 1', 'c'])[:-1], [
+            'catch printed ValueError', 'catch ignore', 'ignore clear 1', 'c'])[:-1], [
                 '*** catch what? See "help catch"\n',
                 "*** NameError: name 'nothing' is not defined\n",
                 '*** Not a type: 5\n',
@@ -453,18 +453,23 @@ for i in range(3):
     attempt(two)
 '''
         self.assertEqual(self.answers(text, [
-            'catch always', 'c', 'catch ignore', 'c', 'catch ignore', 'catch', 'catch clear 1',
-            'c', 'catch clear', 'catch', 'c', 'c', 'catch never', 'c'])[1:], [
+            'ignore', 'catch always', 'c', 'catch ignore', 'c', 'catch ignore', 'catch',
+            'ignore clear 1', 'ignore', 'c', 'ignore clear', 'catch', 'c', 'c', 'catch never',
+            'c']), [
+                'No place is ignored.\n', '',
                 '--Exception--\nValueError: 1\n> prog.py(2)one()\n-> raise ValueError(1)\n',
                 'Will not stop at exceptions raised at prog.py:2.\n',
                 '--Exception--\nValueError: 2\n> prog.py(5)two()\n-> raise ValueError(2)\n',
                 'Will not stop at exceptions raised at prog.py:5.\n', '''\
 Stops at exceptions at every one (always).
 Never at: GeneratorExit, StopIteration, SystemExit
-Not at those raised at:
+Not at exceptions raised at:
 1  prog.py:2
 2  prog.py:5
-''', '', '--Exception--\nValueError: 1\n> prog.py(2)one()\n-> raise ValueError(1)\n', '', '''\
+''', '', '''\
+Not at exceptions raised at:
+1  prog.py:5
+''', '--Exception--\nValueError: 1\n> prog.py(2)one()\n-> raise ValueError(1)\n', '', '''\
 Stops at exceptions at every one (always).
 Never at: GeneratorExit, StopIteration, SystemExit
 ''', '--Exception--\nValueError: 2\n> prog.py(5)two()\n-> raise ValueError(2)\n',
