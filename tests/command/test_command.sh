@@ -83,8 +83,8 @@ check "the stop in a template" "$(grep -A 1 '> .*bill.weft(9)' <<<"$out")" \
     "(sorrel) > $root/examples/template_language/templates/bill.weft(9)render()
 -> {% include item %}"
 run 2 run --python "$host" --listen 0 --hook=weft.debugging:Hoop "$bills"
-check "standard error" "${err#*$'\n'}" "sorrel: can't load hook 'weft.debugging:Hoop':"\
-" AttributeError: 'module' object has no attribute 'Hoop'"
+missing="AttributeError: 'module' object has no attribute 'Hoop'"
+check "standard error" "${err#*$'\n'}" "sorrel: can't load hook 'weft.debugging:Hoop': $missing"
 
 run 0 demo --python "$host"
 check "standard error of the demo" "$(sed '/^Traceback/,/^AttributeError/d' <<<"$err")" ""
