@@ -114,6 +114,7 @@ command_setup() {
     ((${#hosts[@]} > 0)) || debug_and_release_hosts
     exe=$(one_host) || exit
     need_test_tools
+    want_client_tools
     say "host: $exe"
 }
 
@@ -181,6 +182,7 @@ command_test() {
     read_options --asan -- "$@"
     list=$(test_hosts) || exit
     need_test_tools
+    [[ -n $asan ]] || want_client_tools
     mkdir -p "$tests"
     : >"$tests/CTestTestfile.cmake"
     # The command itself is tested once, on a host whose plain build is there.

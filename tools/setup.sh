@@ -25,6 +25,11 @@ check_tools_ready() {
     type -P clang-format clang-tidy shellcheck x86_64-w64-mingw32-g++ >/dev/null
 }
 
+editors_ready() {
+    type -P emacs nvim >/dev/null &&
+        compgen -G '/usr/share/emacs/site-lisp/elpa-src/dap-mode-*' >/dev/null
+}
+
 # bring_packages PACKAGE...: installs them, or says how to.
 bring_packages() {
     if ! type -P apt-get >/dev/null; then
@@ -47,6 +52,18 @@ need_test_tools() {
     if ! build_tools_ready || ! test_tools_ready; then
         bring_packages cmake ninja-build g++ libgtest-dev libgmock-dev
     fi
+}
+
+# Clients of the debug adapter come by npm. Without it their tests are not run, the others are.
+want_client_tools() {
+    # Some packages of the one hold the other.
+    { type -P node || (bring_packages nodejs); } >/dev/null &&
+        { type -P npm || (bring_packages npm); } >/dev/null ||
+        say "going on without the tests in tests/dap"
+}
+
+need_editors() {
+    editors_ready || bring_packages emacs-nox elpa-dap-mode neovim
 }
 
 need_check_tools() {
