@@ -36,7 +36,9 @@ def play(recording):
     sys.stdout.write(recording.introduction)
     player = _Player(recording)
     terminal = frontend.over_service(player)
-    runner.run(runner.find_script(recording.program), [], terminal.service, hooks=recording.hooks)
+    script = runner.find_script(recording.program)
+    runner.prepare(script, [], recording.hooks)
+    runner.run(script, terminal.service)
     return _check(recording, player.answers[1:])
 
 

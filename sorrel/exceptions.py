@@ -31,8 +31,9 @@ _CALLS = [opcode.opmap[name] for name in opcode.opmap if name.startswith('CALL_F
 
 
 class Exceptions(object):
-    """mode: one of the words above. always, never: tuples of the types at which the program stops
-    in every mode, and in none. ignored: (path, line) of the places whose exceptions don't stop it.
+    """mode: one of the words above. only: in the mode ALWAYS, a tuple of the types that this goes
+    for; () for all. always, never: tuples of the types at which the program stops in every mode,
+    unless a handler names them, and in none. ignored: (path, line) of the places whose exceptions don't stop it.
     All are changed by the methods alone.
     """
 
@@ -53,8 +54,9 @@ class Exceptions(object):
         core.set_exc_catch_info_list(printers.PLACES)
         core.clear_exception_ignores()
 
-    def set_mode(self, mode):
+    def set_mode(self, mode, only=()):
         self.mode = mode
+        self.only = tuple(only)
         core.set_exception_mode(_CORE_MODES[mode])
 
     def set_types(self, always, never):
@@ -120,8 +122,10 @@ class Exceptions(object):
         type = error[0]
         if _is_kind_of(type, self.never) or raised_at(error) in self.ignored:
             return None
-        if self.mode == ALWAYS or _is_kind_of(type, self.always):
+        if _is_kind_of(type, self.always):
             return ALWAYS
+        if self.mode == ALWAYS:
+            return ALWAYS if not self.only or _is_kind_of(type, self.only) else None
         # The core has not looked for handlers where the step stops the thread.
         if self.mode == NEVER or is_step:
             return None

@@ -32,9 +32,14 @@ def own_files():
                 for folder, _, names in os.walk(top) for name in names if name.endswith('.py'))
 
 
+def is_own_namespace(variables):
+    """Whether these are the variables of a module of the server's."""
+    return id(variables) in _own_globals
+
+
 def is_own(frame):
     # By identity: file names in compiled modules can be stale.
-    return id(frame.f_globals) in _own_globals
+    return is_own_namespace(frame.f_globals)
 
 
 def is_program(frame):

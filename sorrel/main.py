@@ -73,8 +73,9 @@ def _debug(options, program, arguments):
     from sorrel.terminal import frontend
     terminal = frontend.over_service(Console())
     try:
-        return runner.run(runner.find_script(program), arguments, terminal.service,
-                          hooks=options.hook)
+        script = runner.find_script(program)
+        runner.prepare(script, arguments, options.hook)
+        return runner.run(script, terminal.service)
     except runner.CannotRead as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 2

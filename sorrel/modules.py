@@ -2,6 +2,7 @@
 
 import os
 import sys
+import types
 
 import tmorvik26_vs2012_x64 as core
 
@@ -14,7 +15,7 @@ class Modules(object):
     def begin(self):
         """The modules that are loaded now are none of the program's."""
         for name, module in sys.modules.items():
-            path = getattr(module, '__dict__', {}).get('__file__')
+            path = namespace(module).get('__file__')
             if isinstance(path, str) and name != '__main__':
                 self._known.add(_key(path))
 
@@ -28,7 +29,18 @@ class Modules(object):
         return taken
 
 
+def namespace(module):
+    """The variables of a module; {} of anything else that stands in its place.
+
+    Nothing of the program's is run, as asking some modules for them does.
+    """
+    return _namespace(module) if isinstance(module, types.ModuleType) else {}
+
+
 def _key(path):
     if path.endswith(('.pyc', '.pyo')):
         path = path[:-1]
     return os.path.realpath(path)
+
+
+_namespace = types.ModuleType.__dict__['__dict__'].__get__

@@ -24,12 +24,10 @@ class CannotRead(Exception):
 Script = namedtuple('Script', 'path code package')
 
 
-def run(script, args, service, attached=True, hooks=()):
-    """Runs a Script under the service; returns its exit status.
+def prepare(script, args, hooks=()):
+    """Makes the process what the Script expects.
 
     hooks: names of sub-language hooks, to be found from the program's folder. Raises CannotRead.
-    SystemExit passes through: what its code means is the interpreter's to say. The service is
-    told the outcome after the program's threads and exit functions have ended.
     """
     if script.code is None:
         # The script's folder, where the interpreter would have put it.
@@ -38,6 +36,14 @@ def run(script, args, service, attached=True, hooks=()):
     ownfolders.hide(os.environ)
     for hook in hooks:
         _load(hook)
+
+
+def run(script, service, attached=True):
+    """Runs a Script that all is prepared for under the service; returns its exit status.
+
+    SystemExit passes through: what its code means is the interpreter's to say. The service is
+    told the outcome after the program's threads and exit functions have ended.
+    """
     outcome = []
     # Exit functions run last in, first out.
     atexit.register(_finish, service, outcome)

@@ -8,6 +8,7 @@ A second method, `ended(outcome)`, is called at the very end of a program that i
 A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
 that the front end has been told of, or is not to be, is about to end its thread.
 So may a fourth, `idle()`: called about once a second while the program runs, in one of its threads.
+And a fifth, `imported()`: a module has been imported, in the calling thread.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -168,15 +169,14 @@ class Service(object):
         if self._to_interrupt is not None and not self._interrupt_here():
             # Each thread is asked for at its next event.
             core.set_debug_thread_cb(self._debugs_thread)
-        idle = getattr(self._front_end, 'idle', None)
-        if idle is not None and not self._is_forked():
-            idle()
+        self._call_if_there('idle')
 
     def _on_quit(self):
         """The runner sees the end of the program by itself."""
 
     def _on_import(self, module):
         """Only where it has told of an import does the core ask an active hook for new code."""
+        self._call_if_there('imported')
 
     def _hook_threads(self, on):
         if on:
@@ -242,6 +242,15 @@ class Service(object):
         stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
                     judgement.is_end)
         self._resume(thread, frame, self._ask(stop))
+
+    def _call_if_there(self, name):
+        method = getattr(self._front_end, name, None)
+        if method is not None and not self._is_forked():
+            try:
+                method()
+            except Exception:
+                # The core would let the program have the error of an import.
+                traceback.print_exc(file=sys.__stderr__)
 
     def _is_forked(self):
         """Two processes cannot share one front end: the child process is let go."""

@@ -74,6 +74,9 @@ class Breakpoints(object):
             if breakpoint.held is not None:
                 self._service.breakpoints.remove(breakpoint.held)
 
+    def are_waiting(self):
+        return any(breakpoint.is_waiting for breakpoint in self._all())
+
     def modules_loaded(self):
         """Those that have waited for a module are looked at again."""
         for breakpoint in self._all():
@@ -196,7 +199,5 @@ def _condition_holds(breakpoint, stop):
         if in_its_language is not None:
             return bool(in_its_language(breakpoint.condition))
         return bool(evaluate.expression(breakpoint.condition, stop.frame))
-    except KeyboardInterrupt:
-        raise
     except:
         return True  # As in the core: whoever wrote it is to see that.

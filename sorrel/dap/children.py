@@ -24,7 +24,7 @@ _CHILDLESS = frozenset((
 _KEYS_AS_WRITTEN = (str, unicode, int, long, bool, types.NoneType)
 _WRITTEN_KEY_LIMIT = 200
 _type_variables = type.__dict__['__dict__'].__get__
-_type_bases = type.__dict__['__mro__'].__get__
+_type_mro = type.__dict__['__mro__'].__get__
 
 
 def _named(name, value, expression=None, assign=None, read=None):
@@ -208,7 +208,7 @@ def _namespace(value):
         return value.__dict__
     if issubclass(kind, type):
         return _type_variables(value)
-    for base in _type_bases(kind):
+    for base in _bases(kind):
         descriptor = _type_variables(base).get('__dict__')
         # The interpreter's own, not what a class of the program has put in its place.
         if type(descriptor) is types.GetSetDescriptorType:
@@ -217,6 +217,11 @@ def _namespace(value):
             except Exception:
                 return None
     return None
+
+
+def _bases(kind):
+    # Some of C's types are not ready before they are asked for an attribute.
+    return _type_mro(kind) or ()
 
 
 def _slots(value):
@@ -241,7 +246,7 @@ def _property(value, descriptor, name):
 
 def _class_entries(value, kind):
     """What classes of the program hold of this kind, with its name."""
-    for base in _type_bases(type(value)):
+    for base in _bases(type(value)):
         entries = _type_variables(base)
         if '__module__' in entries and not issubclass(base, type):
             for name in sorted(name for name in entries.keys() if type(name) is str):

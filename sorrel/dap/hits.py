@@ -32,8 +32,6 @@ def logged(message, frame):
         try:
             shown = evaluate.expression(found.group(1), frame)
             return text(shown if isinstance(shown, basestring) else repr(shown))
-        except KeyboardInterrupt:
-            raise
         except:
             return '<%s>' % text(evaluate.error_text(*sys.exc_info()[:2]))
     return _EXPRESSION.sub(value, message)

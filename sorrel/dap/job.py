@@ -1,6 +1,7 @@
 """Requests and their answers."""
 
 import collections
+import sys
 
 from sorrel import evaluate
 from sorrel.dap import shapes
@@ -22,8 +23,8 @@ def answer(session, request, function):
             body, then = body
         if body is not None:
             response['body'] = body
-    except Exception as error:
-        why = _why(error)
+    except:  # Whatever it is, the client waits for an answer.
+        why = _why(*sys.exc_info()[:2])
         response.update(success=False, message=why,
                         body={'error': {'id': 1, 'format': _format(why), 'showUser': False}})
     session.send(response)
@@ -31,11 +32,13 @@ def answer(session, request, function):
         then()
 
 
-def _why(error):
-    if isinstance(error, Refused):
+def _why(type, error):
+    if type is Refused:
         return text(error.args[0])
+    if type is KeyboardInterrupt:
+        return u'interrupted'
     print_error()
-    return text(evaluate.error_text(type(error), error))
+    return text(evaluate.error_text(type, error))
 
 
 def _format(why):

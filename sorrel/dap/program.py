@@ -1,26 +1,39 @@
 """The front end of the service for one process, whichever clients come and go."""
 
 import os
+import signal
 import stat
+import sys
+import time
 
+from sorrel import frames
 from sorrel.dap.session import Session
 from sorrel.dap.waiting import wait
 from sorrel.dap.wakeup import Wakeup
 from sorrel.records import DETACH, Resume
 
+# How long the main thread may take to go on with the program, in seconds.
+_TERMINATE_PATIENCE = 1.0
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _sleep = time.time, time.sleep
+
 
 class Program(object):
-    """What a client debugs. `service` and `server` are set by whoever makes them all."""
+    """What a client debugs. `service` is set by who makes it.
 
-    def __init__(self, path, start_method):
-        """start_method: 'launch' for a client's own program, else 'attach'."""
+    is_waiting: whether it has not begun to run, since a client is to say how. is_debugged: whether
+    it is to be debugged from its first line on.
+    """
+
+    def __init__(self, path, start_method, waits):
+        """start_method: 'launch' for a client's own program, else 'attach'.
+
+        waits: whether the program waits for a client before it runs.
+        """
         self.path = path
         self.start_method = start_method
         self.service = None
-        self.server = None
-        # Whether the program waits for a client before it runs, and then is to be debugged.
-        self.is_waiting = False
-        self.is_debugged = True
+        self.is_waiting = self.is_debugged = waits
         self._session = None
         self._start = Wakeup()
         self._is_given_up = False
@@ -36,7 +49,6 @@ class Program(object):
 
         False when the one client there could be has left instead.
         """
-        self.is_waiting = True
         while self.is_waiting:
             wait([self._start.descriptor.number], [], None)
             self._start.clear()
@@ -56,6 +68,24 @@ class Program(object):
         """The client only wants to see what the program writes."""
         self.is_debugged = False
         self._go_on()
+
+    def terminate(self):
+        """As kill(1) does it, so that the program can still clear up."""
+        if not hasattr(os, 'kill'):
+            os._exit(1)
+        # Its handler would be called, and could raise an exception, in whatever the main thread is
+        # just doing: that has to be the program's.
+        end = _now() + _TERMINATE_PATIENCE
+        while not self.is_waiting and self._is_in_server() and _now() < end:
+            _sleep(0.001)
+        os.kill(os.getpid(), signal.SIGTERM)
+
+    def _is_in_server(self):
+        """Whether the main thread is."""
+        for thread in self.service.threads():
+            if thread.id == self.service.main_thread and thread.frame is not None:
+                return not frames.is_program(sys._current_frames().get(thread.ident, thread.frame))
+        return False
 
     def left(self, session):
         if self._session is session:
@@ -85,6 +115,11 @@ class Program(object):
         session = self._session
         if session is not None:
             session.ended(outcome)
+
+    def imported(self):
+        session = self._session
+        if session is not None:
+            session.imported()
 
 
 def _write_to_nobody():

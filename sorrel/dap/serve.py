@@ -18,10 +18,15 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
     """Runs the program; returns its exit status. Raises CannotServe or runner.CannotRead.
 
     address: host and port to listen at; or greeting_file: where to find the one client there is,
-    which has started this process. hooks: as for runner.run.
+    which has started this process. hooks: as for
+    runner.prepare.
     """
     script = runner.find_module(name) if is_module else runner.find_script(name)
-    program = Program(sources.full_name(script.path), 'launch' if greeting_file else 'attach')
+    path = sources.full_name(script.path)
+    waits = bool(wait or greeting_file)
+    program = Program(path, 'launch' if greeting_file else 'attach', waits)
+    program.service = Service(program, catch_ctrl_c=False)
+    runner.prepare(script, args, hooks)
     try:
         if greeting_file:
             server = Server(program.new_session, client=greeting.connect(greeting_file))
@@ -33,13 +38,10 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
             server = Server(program.new_session, listener)
     except (EnvironmentError, greeting.Impostor) as error:
         raise CannotServe(str(error))
-    program.server = server
-    program.service = Service(program, catch_ctrl_c=False)
     program.service.ignore_thread(server.start())
     # Runs after the program's own exit functions.
     atexit.register(server.stop)
     forks.call_in_children(server.forget)
-    has_client = bool(wait or greeting_file)
-    if has_client and not program.wait_for_client():
+    if waits and not program.wait_for_client():
         return 0
-    return runner.run(script, args, program.service, has_client and program.is_debugged, hooks)
+    return runner.run(script, program.service, program.is_debugged)

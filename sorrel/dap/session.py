@@ -2,7 +2,6 @@
 
 import itertools
 import os
-import signal
 import time
 
 from sorrel.dap import capabilities, protocol, sources
@@ -48,7 +47,7 @@ class Session(object):
         self._program = program
         self._service = program.service
         self._is_closed = self._has_begun = self._is_configured = False
-        self._stops_on_entry = self._is_undebugged = False
+        self._stops_on_entry = self._is_undebugged = self._is_terminating = False
         self._stop = None
         # Requests on their way through the stopped thread, by their numbers.
         self._jobs = {}
@@ -107,6 +106,8 @@ class Session(object):
         """Called in the thread that has stopped; returns how it goes on."""
         if self._is_closed:
             return Resume(DETACH)
+        if self._is_terminating:
+            return Resume(CONTINUE)
         self.look_around()
         told = self.stops.consider(stop)
         if not isinstance(told, Told):
@@ -151,8 +152,18 @@ class Session(object):
         loaded = self._service.modules.take_new()
         if loaded:
             self.inventory.tell_loaded(loaded)
-            self.breakpoints.modules_loaded()
-            self.exceptions.modules_loaded()
+        if loaded or self.exceptions.lack_types():
+            self._look_for_known()
+
+    def imported(self):
+        """A module has been imported, in the calling thread."""
+        if self.breakpoints.are_waiting() or self.exceptions.lack_types():
+            self._look_for_known()
+
+    def _look_for_known(self):
+        """What the client has named may be there by now."""
+        self.breakpoints.modules_loaded()
+        self.exceptions.apply()
 
     # Requests and answers.
 
@@ -253,14 +264,14 @@ class Session(object):
         self._server.when_sent(self._end_program)
 
     def _end_program(self):
-        """As kill(1) does it, so that the program can still clear up."""
-        if not hasattr(os, 'kill'):
-            os._exit(1)
-        os.kill(os.getpid(), signal.SIGTERM)
         stop = self._stop
+        # A stop before the signal is there would only hold it up.
+        self._is_terminating = True
         if self._resume_stopped(Resume(CONTINUE)):
             self.event('continued', {'threadId': self.threads.number(stop.thread_id),
-                                      'allThreadsContinued': self.stops_all})
+                                     'allThreadsContinued': self.stops_all})
+        self._program.terminate()
+        self._is_terminating = False
 
     def _pause(self, arguments):
         stop = self._stop

@@ -5,6 +5,9 @@ import os
 import sys
 import urllib
 
+import tmorvik26_vs2012_x64 as core
+
+from sorrel import frames, modules
 from sorrel.dap.protocol import text
 
 
@@ -92,11 +95,12 @@ def of_code(path):
 
 
 def loaded_modules():
-    """(name, path) of each module that was loaded from a file."""
+    """(name, path) of each module of the program's that was loaded from a file."""
     found = []
     for name, module in sorted(sys.modules.items()):
-        path = getattr(module, '__dict__', {}).get('__file__')
-        if isinstance(path, str):
+        variables = modules.namespace(module)
+        path = variables.get('__file__')
+        if isinstance(path, str) and module is not core and not frames.is_own_namespace(variables):
             found.append((name, full_name(of_code(path))))
     return found
 

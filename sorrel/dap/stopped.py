@@ -142,8 +142,6 @@ class StoppedThread(object):
             raise Refused(_WHY_ENDED)
         except Refused:
             raise
-        except KeyboardInterrupt:
-            raise Refused('interrupted')
         except:
             raise Refused(text(evaluate.error_text(*sys.exc_info()[:2])))
 

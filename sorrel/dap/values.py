@@ -24,6 +24,9 @@ _SHORT_TYPES = (types.FunctionType, types.BuiltinFunctionType, types.ModuleType,
                 types.FrameType, types.GeneratorType, xrange, file, object)
 
 
+_name_of = type.__dict__['__name__'].__get__
+
+
 class Overtime(Exception):
     """Code of the program was ended because it took too long."""
 
@@ -84,8 +87,6 @@ class Shower(object):
                 return self.call_limited(_repr, value)
             except Overtime:
                 self._endless.add(kind)
-            except KeyboardInterrupt:
-                raise
             except:
                 return '<%s object; its repr() raised %s>' % (
                     type_name(value), evaluate.error_text(*sys.exc_info()[:2]))
@@ -108,8 +109,12 @@ def first_items(iterate, start, count):
 
 
 def type_name(value):
-    kind = value.__class__ if type(value) is types.InstanceType else type(value)
-    return protocol.text(kind.__name__)
+    return class_name(value.__class__ if type(value) is types.InstanceType else type(value))
+
+
+def class_name(kind):
+    """Of a class of either kind; its metaclass is not asked."""
+    return protocol.text(kind.__name__ if type(kind) is types.ClassType else _name_of(kind))
 
 
 def _bits(number):

@@ -88,8 +88,6 @@ class Presenter(object):
     def _named(self, whole):
         try:
             return whole.named()
-        except KeyboardInterrupt:
-            raise
         except:
             raise Refused(text(evaluate.error_text(*sys.exc_info()[:2])))
 

@@ -47,7 +47,9 @@ class Services(harness.TestCase):
         self.front_end = FrontEnd(*answers)
         self.service = service.Service(self.front_end)
         try:
-            return runner.run(runner.find_script(self.script(text)), ['argument'], self.service)
+            script = runner.find_script(self.script(text))
+            runner.prepare(script, ['argument'])
+            return runner.run(script, self.service)
         finally:
             self.service.detach()
 
@@ -120,7 +122,7 @@ y = 2
         if ignore:
             self.service.ignore_thread(ident)
         script = self.script('import sys\nsys.go.release()\nsys.over.acquire()\n')
-        runner.run(runner.find_script(script), [], self.service)
+        runner.run(runner.find_script(script), self.service)
         self.service.detach()
         main = core.get_current_tstate_id()
         return [stop for stop in self.front_end.stops if stop.thread != main]
@@ -147,7 +149,7 @@ y = 2
     def test_the_end_is_told_to_a_front_end_that_is_attached(self):
         self.front_end = FrontEnd()
         self.service = service.Service(self.front_end)
-        runner.run(runner.find_script(self.script('x = 1\n')), [], self.service)
+        runner.run(runner.find_script(self.script('x = 1\n')), self.service)
         self.service.ended(records.Outcome(0, None))
         self.assertEqual(self.front_end.outcomes, [records.Outcome(0, None)])
         self.assertEqual(self.service.attached, False)
