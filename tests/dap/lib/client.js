@@ -22,6 +22,7 @@ class Client extends DebugClient {
         this.waiting = [];
         this.mistakes = [];
         this.sent = [];
+        this.isHungUp = false;
         this.capabilities = options.capabilities || {};
         // Answers to what the adapter asks: functions of a request, by its command.
         this.reverse = {};
@@ -40,11 +41,26 @@ class Client extends DebugClient {
             checked(`Content-Length: ${Buffer.byteLength(json)}\r\n\r\n${json}`, 'utf8');
         };
         this.closed = new Promise((resolve) => readable.once('close', resolve));
+        this.closed.then(() => this.hangUp());
     }
 
     // As the published client does, but not for ever.
     send(command, args) {
+        if (this.isHungUp) {
+            return Promise.reject(new Error('the other side has hung up'));
+        }
         return patiently(super.send(command, args), () => `no answer to ${command}`);
+    }
+
+    // Nothing comes any more of what is waited for.
+    hangUp() {
+        this.isHungUp = true;
+        for (const answered of this.pendingRequests.values()) {
+            answered({ success: false, message: 'the other side has hung up' });
+        }
+        for (const waiter of this.waiting) {
+            waiter.reject(new Error(`no event ${waiter.what}: the other side has hung up`));
+        }
     }
 
     note(checker, message) {
@@ -106,8 +122,8 @@ class Client extends DebugClient {
     }
 
     wait(what, wanted) {
-        const event = new Promise((resolve) => {
-            this.waiting.push({ wanted, resolve });
+        const event = new Promise((resolve, reject) => {
+            this.waiting.push({ what, wanted, resolve, reject });
             this.deliver();
         });
         return patiently(event,
