@@ -97,6 +97,7 @@ PyObject* main_function_name(PyFrameObject* frame) {
 
 void insert_into_frame(PyThreadState* thread, PyFrameObject* frame) {
     dprintf(kLogCore, "\tinserting into thread state %p; frame = %p\n", thread, frame);
+    update_line(frame);
     set_slot(frame->f_trace, core.trace_dispatch);
     ThreadData* record = thread_table_find(&core.threads, thread);
     if (record == nullptr) {
@@ -104,10 +105,15 @@ void insert_into_frame(PyThreadState* thread, PyFrameObject* frame) {
     }
     set_slot(record->bot_frame, as_object(frame));
     record = thread_table_find(&core.threads, thread);
-    if (record != nullptr && record->thread_name == nullptr) {
-        // Only the innermost frame is asked: a name is one that the thread starts with, not one
-        // that it happens to have on its stack when tracing begins.
-        PyObject* const name = main_function_name(frame);
+    if (record == nullptr || record->thread_name != nullptr) {
+        return;
+    }
+    // Only the innermost frame is asked: a name is one that the thread starts with, not one
+    // that it happens to have on its stack when tracing begins.
+    PyObject* const name = main_function_name(frame);
+    // Keys of the server's map were compared, which may run any code.
+    record = thread_table_find(&core.threads, thread);
+    if (record != nullptr) {
         set_slot(record->thread_name, name != nullptr ? name : Py_None);
     }
 }

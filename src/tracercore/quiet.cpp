@@ -79,6 +79,7 @@ bool return_is_quiet(const ThreadData* record, PyFrameObject* frame, const PyObj
 
 // The policy is asked once more on the long way where it stops.
 bool exception_is_quiet(const ThreadData* record, PyFrameObject* frame, PyObject* exception) {
+    const ErrnoGuard keep_errno;  // classes may have a say in what their subclasses are
     return !is_printed_stop(core.exception_mode) && exception != nullptr &&
            PyTuple_Check(exception) && PyTuple_GET_SIZE(exception) > 0 &&
            step_is_quiet(record, frame) &&
@@ -111,6 +112,7 @@ void leave_traces(const PyThreadState* thread, PyFrameObject* frame, int event,
     if (event == kEventCall) {
         count_registry_call(&code_names);
         if (thread->c_traceobj == core.trace_dispatch && frame->f_trace == nullptr) {
+            update_line(frame);
             Py_INCREF(core.trace_dispatch);
             frame->f_trace = core.trace_dispatch;
         }

@@ -87,6 +87,30 @@ class StartTraceTest(harness.CoreTestCase):
         self.assertEqual(len(hooked) >= 3, True)
         self.assertEqual(hooked, [True] * len(hooked))
 
+    def test_frames_that_were_there_before_are_at_the_lines_they_are_at(self):
+        def lines():
+            return [frame.f_lineno for frame in stack(sys._getframe(2))]
+
+        def inner():
+            before = lines()
+            core.start_trace()
+            return before, lines()
+        before, after = inner()
+        self.assertEqual(after, before)
+        self.assertEqual(before[0] > sys._getframe().f_code.co_firstlineno, True)
+
+    def test_generators_that_were_there_before_are_at_the_line_they_are_at(self):
+        def generate():
+            yield [(yield None), sys._getframe().f_lineno]
+        generators = [generate() for _ in range(3)]
+        for generator in generators:
+            generator.next()
+        here = generators.pop().next()
+        self.server.init(debug_stream=None)
+        core.start_trace()
+        # The code is known when the second one goes on.
+        self.assertEqual([generator.next() for generator in generators], [here, here])
+
     def test_outermost_frame_is_the_bottom_frame(self):
         core.start_trace()
         frames = stack(sys._getframe())
@@ -145,21 +169,28 @@ class StartTraceTest(harness.CoreTestCase):
 
     def test_thread_that_has_a_trace_function_follows_at_its_next_event(self):
         seen = []
-        ready, go, done = threading.Event(), threading.Event(), threading.Event()
+        done = threading.Event()
+        go = thread.allocate_lock()
+        go.acquire()
 
         def other():
             sys.settrace(user_trace)
             body()
 
         def body():
-            ready.set()
-            go.wait()
+            go.acquire()
             seen.append(sys.gettrace())
             done.set()
-        thread.start_new_thread(other, ())
-        ready.wait()
+
+        def is_waiting():
+            # In the trace function it would put that one back into the frame afterwards.
+            frame = sys._current_frames().get(ident)
+            return (frame is not None and frame.f_code is body.func_code
+                    and frame.f_lineno == frame.f_code.co_firstlineno + 1)
+        ident = thread.start_new_thread(other, ())
+        self.assertEqual(harness.wait_until(is_waiting), True)
         core.start_trace()
-        go.set()
+        go.release()
         self.assertEqual(harness.wait_until(done.isSet), True)
         self.assert_is(seen[0], core.trace_dispatch)
 
@@ -447,6 +478,20 @@ def own_function():
         self.assertEqual(
             self.name_in_file("debugger.py", "__start", internal_modules_map=internal),
             "main_function")
+
+    def test_file_of_the_debugger_that_drops_the_record_as_it_is_looked_up(self):
+        path = os.path.join(self.folder, "debugger.py")
+        dropped = []
+
+        class File(object):
+            def __hash__(self):
+                return hash(path)
+
+            def __eq__(self, other):
+                dropped.append(core.thread_exiting())
+                return True
+        self.name_in_file("debugger.py", "__start", internal_modules_map={File(): 1})
+        self.assertEqual(len(dropped) > 0, True)
 
     def test_debuggers_own_function_gives_no_name(self):
         path = self.script(self.STARTER, "debugger.py")
