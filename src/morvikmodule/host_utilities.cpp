@@ -127,12 +127,16 @@ PyObject* entry_WaitForInput(PyObject* /*self*/, PyObject* args) {
 }
 
 PyObject* entry_CopyIntoBuffer(PyObject* /*self*/, PyObject* args) {
-    char* buffer = nullptr;
+    void* buffer = nullptr;
     Py_ssize_t length = 0;
     int offset = 0;
     const char* data = nullptr;
     Py_ssize_t size = 0;
     if (PyArg_ParseTuple(args, "w#is#", &buffer, &length, &offset, &data, &size) == 0) {
+        return nullptr;
+    }
+    // What stands for the offset may have run code that moved the buffer.
+    if (PyObject_AsWriteBuffer(PyTuple_GET_ITEM(args, 0), &buffer, &length) != 0) {
         return nullptr;
     }
     // To keep the offset within the buffer is the caller's part; one outside finds no room.
@@ -141,7 +145,7 @@ PyObject* entry_CopyIntoBuffer(PyObject* /*self*/, PyObject* args) {
         return PyInt_FromLong(0);
     }
     const auto copied = static_cast<int>(size > room ? room : size);
-    memmove(buffer + offset, data, static_cast<size_t>(copied));
+    memmove(static_cast<char*>(buffer) + offset, data, static_cast<size_t>(copied));
     return PyInt_FromLong(copied);
 }
 

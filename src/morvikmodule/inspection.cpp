@@ -150,7 +150,7 @@ PyObject* entry_release_sorrel_mutex(PyObject* /*self*/, PyObject* args) {
 }
 
 PyObject* entry_raise_exception(PyObject* /*self*/, PyObject* args) {
-    ThreadData* const record = own_record();
+    ThreadData* record = own_record();
     if (record == nullptr) {
         return nullptr;
     }
@@ -159,6 +159,11 @@ PyObject* entry_raise_exception(PyObject* /*self*/, PyObject* args) {
     long thread_id = 0;
     PyObject* exception = nullptr;
     if (PyArg_ParseTuple(args, "lO:raise_exception", &thread_id, &exception) == 0) {
+        return nullptr;
+    }
+    // What stands for the id may have run code that dropped the record.
+    record = own_record();
+    if (record == nullptr) {
         return nullptr;
     }
     const Ref old = Ref::steal(record->pending_exc);

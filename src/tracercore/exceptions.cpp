@@ -26,12 +26,15 @@ bool is_handled(PyFrameObject* frame, PyObject* type, HandlerMatch match, bool t
 
 // Whether the exception ends the thread: nothing in its bottom frame can take it any more.
 bool leaves_bottom_frame(PyFrameObject* frame) {
-    ThreadData* const record = thread_table_current(&core.threads);
+    ThreadData* record = thread_table_current(&core.threads);
     if (record == nullptr || record->bot_frame != as_object(frame) || frame->f_iblock != 0) {
         return false;
     }
     dprintf(kLogExceptions, "  leaving bottom frame\n");
-    record->exiting_on_exc = 1;
+    record = thread_table_current(&core.threads);  // logging runs code that may drop it
+    if (record != nullptr) {
+        record->exiting_on_exc = 1;
+    }
     return true;
 }
 

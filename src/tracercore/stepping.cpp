@@ -53,11 +53,11 @@ bool stop_here(PyFrameObject* frame, StopEvent event) {
         if (sub_language_stop_test(frame, event)) {
             return true;
         }
-        // The hook's own code may have changed everything.
-        record = thread_table_current(&core.threads);
-        if (is_implementation_frame(record, frame)) {
+        // The hook's own code may have changed everything, each time that it ran.
+        if (is_implementation_frame(thread_table_current(&core.threads), frame)) {
             return false;
         }
+        record = thread_table_current(&core.threads);
     }
     if (record == nullptr) {
         dprintf(kLogCore, "ERROR: UNEXPECTED thread_data == NULL (while still tracing)!\n");

@@ -391,6 +391,27 @@ z = errno_now()
         self.assertEqual(self.debug_errno(), 77)
         self.assertEqual(len(self.seen), 1)
 
+    def test_errno_is_kept_over_classes_that_say_what_their_subclasses_are(self):
+        class Asked(type):
+            def __subclasscheck__(cls, subclass):
+                self.spoil()
+                return False
+        self.ERRNO = """\
+def f():
+    set_errno(77)
+    raise ValueError
+try:
+    f()
+except:
+    z = errno_now()
+"""
+        self.server.requests = ["continue_run"]
+
+        def set_types(on):
+            core.set_never_stop_excepts((Asked("Never", (Exception,), {}),))
+        self.assertEqual(self.debug_errno(install_thread_hooks_cb=set_types), 77)
+        self.assertEqual(set(self.seen), set([errno.ENOENT]))
+
     def test_exception_that_is_being_handled_is_the_same_after_a_stop(self):
         source = """\
 import sys
@@ -561,6 +582,17 @@ except ValueError as error:
         def plant(frame):
             core.raise_exception(123456789, ValueError("planted"))
             core.continue_run()
+        variables = self.run_with(self.LINES, "step_over", "step_over", plant)
+        self.assertEqual(variables["reached"], [3, "planted"])
+
+    def test_thread_id_that_drops_the_record_as_it_is_read(self):
+        class Id(object):
+            def __int__(self):
+                core.thread_exiting()
+                return 0
+
+        def plant(frame):
+            core.raise_exception(Id(), ValueError("planted"))
         variables = self.run_with(self.LINES, "step_over", "step_over", plant)
         self.assertEqual(variables["reached"], [3, "planted"])
 

@@ -334,6 +334,17 @@ class BottomFrameTest(ExceptionTestCase):
         self.run_program(AT_THE_BOTTOM, NEVER)
         self.assertEqual(answers, [0, 1])
 
+    def test_log_that_drops_the_record_of_the_thread(self):
+        dropped = []
+
+        class Stream(harness.Stream):
+            def write(self, text):
+                if text == "  leaving bottom frame\n":
+                    dropped.append(core.thread_exiting())
+        self.init(debug_stream=Stream())
+        self.assertEqual(self.run_program(AT_THE_BOTTOM, NEVER), ["ValueError in <module>:2"])
+        self.assertEqual(len(dropped), 1)
+
     def test_only_the_thread_itself_is_exiting(self):
         threads = []
 

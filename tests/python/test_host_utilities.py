@@ -207,6 +207,16 @@ class CopyIntoBufferTest(harness.TestCase):
         self.assertEqual(core.CopyIntoBuffer(buffer, 3, buffer), 7)
         self.assertEqual(buffer.tostring(), "0120123456")
 
+    def test_a_buffer_that_moves_as_the_offset_is_read(self):
+        buffer = array.array("c", "." * 1000000)
+
+        class Offset(object):
+            def __int__(self):
+                del buffer[10:]
+                return 4
+        self.assertEqual(core.CopyIntoBuffer(buffer, Offset(), "x" * 900000), 6)
+        self.assertEqual(buffer.tostring(), "....xxxxxx")
+
     def test_what_cannot_be_written_is_refused(self):
         for target in ("0123456789", u"0123456789", 5, None):
             self.assert_raises(TypeError, None, core.CopyIntoBuffer, target, 0, "abc")

@@ -323,6 +323,31 @@ class KeysTest(HostileTestCase):
         self.init()
         core.start_trace()
 
+    def test_hook_whose_hash_ends_the_threads_record(self):
+        case = self
+
+        class Hashing(Hook):
+            acting = False
+
+            def __hash__(self):
+                if self.acting:
+                    case.acted += 1
+                    core.thread_exiting()
+                return 1
+        hook = Hashing()
+        hook.answers = self.willing().answers
+        start = len(self.server.stream.messages)
+
+        def stop_here(frame, event, kind):
+            hook.acting = event == 1
+            return False
+        hook.answers["_StopHere"] = stop_here
+        core.register_sub_language_hook(hook)
+        self.run_program(self.SOURCE, "step_into")
+        self.assertEqual(self.acted > 0, True)
+        messages = self.server.stream.messages[start:]
+        self.assert_in("ERROR: UNEXPECTED thread_data == NULL (while still tracing)!\n", messages)
+
     def test_hook_whose_comparison_forgets_the_hooks(self):
         case = self
 
