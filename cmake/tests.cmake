@@ -55,3 +55,4 @@ endforeach()
 
 include(cmake/event_cost.cmake)
 include(cmake/dap.cmake)
+include(cmake/regrtest.cmake)
