@@ -15,8 +15,6 @@ import sys
 import tempfile
 import time
 
-import test
-
 HERE = os.path.dirname(os.path.abspath(__file__))
 TIME_LIMIT = 120
 SKIPPED = 77
@@ -145,6 +143,10 @@ def complaints(name, seen):
 
 
 def on_this_host(names):
+    try:
+        import test
+    except ImportError:
+        return []
     folder = os.path.dirname(test.__file__)
     return [name for name in names if os.path.exists(os.path.join(folder, name + ".py"))]
 
