@@ -61,7 +61,8 @@ class Breakpoints(object):
         return {'breakpoints': [self._describe(breakpoint) for breakpoint in new]}
 
     def set_functions(self, arguments):
-        wanted = [(one, one['name']) for one in arguments['breakpoints']]
+        # A NUL is part of no name, nor of a file's.
+        wanted = [(one, one['name'].replace('\0', '')) for one in arguments['breakpoints']]
         self._functions = self._replace(self._functions, wanted)
         for breakpoint in self._functions:
             if breakpoint.held is None:

@@ -59,12 +59,21 @@ class Job(object):
     def do(self):
         self._is_running = True
         try:
-            if self._is_cancelled:
-                self._answer(_cancelled)
-            else:
-                self._answer(self._stopped.answers[self._request['command']])
+            self._answer(_cancelled if self._is_cancelled else self._function())
         finally:
             self._session.job_done(self._request)
+
+    def _function(self):
+        function = self._stopped.answers[self._request['command']]
+
+        def answer_unless_cancelled(arguments):
+            try:
+                return function(arguments)
+            except Refused:
+                if self._is_cancelled:
+                    _cancelled(arguments)
+                raise
+        return answer_unless_cancelled
 
     def refuse(self):
         self._session.job_done(self._request)

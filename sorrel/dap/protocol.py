@@ -1,10 +1,13 @@
 """Messages of the protocol: JSON texts, each behind a header that tells its length."""
 
 import json
+import re
 
 # What a client can have to say stays far below these.
 HEADER_LIMIT = 4096
 BODY_LIMIT = 16 * 1024 * 1024
+_DEPTH_LIMIT = 100
+_BRACKET_OR_STRING = re.compile(r'[][{}]|"[^"\\]*(?:\\.[^"\\]*)*"')
 _HEADER_END = '\r\n\r\n'
 # Taken now: a program may replace what the interpreter's modules offer.
 _dumps, _loads = json.dumps, json.loads
@@ -100,13 +103,28 @@ def _content_length(header):
 
 def _message(body):
     try:
-        message = _loads(body)
-    except (ValueError, RuntimeError):  # RuntimeError: nested without end.
+        message = None if _is_too_deep(body) else _loads(body)
+    except ValueError:
         raise Broken('not JSON: %r' % body[:80])
     if not isinstance(message, dict) or not isinstance(message.get('type'), unicode) \
             or message['type'] == 'request' and not _is_request(message):
         raise Broken('no message: %r' % body[:80])
     return message
+
+
+def _is_too_deep(body):
+    """Whether it is nested deeper than any message; reading it would need as much of the stack."""
+    depth = 0
+    if body.count('[') + body.count('{') > _DEPTH_LIMIT:
+        for found in _BRACKET_OR_STRING.finditer(body):
+            bracket = found.group()
+            if bracket in '[{':
+                depth += 1
+                if depth > _DEPTH_LIMIT:
+                    return True
+            elif bracket in ']}':
+                depth -= 1
+    return False
 
 
 def _is_request(message):

@@ -169,7 +169,8 @@ class Server(object):
             self._wakeup.clear()
         if self._client is not None and client in readable:
             self._receive()
-        if listener in readable:
+        # A client that has left is noticed before the next one is shown out.
+        if listener in readable and client not in readable:
             self._accept()
         if self._client is not None:
             self._send_waiting()

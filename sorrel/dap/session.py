@@ -19,7 +19,7 @@ from sorrel.threadnumbers import Threads
 # How often the limit of what is evaluated is looked at, in seconds.
 _LOOK = 0.25
 _DEFAULT_PATIENCE = 5.0
-_DETACH_PATIENCE = 5.0
+_DETACH_PATIENCE = 2.0
 # Taken now: a program may replace what the interpreter's modules offer.
 _now, _sleep = time.time, time.sleep
 

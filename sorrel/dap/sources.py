@@ -8,7 +8,7 @@ import urllib
 import tmorvik26_vs2012_x64 as core
 
 from sorrel import frames, modules
-from sorrel.dap.protocol import text
+from sorrel.dap.protocol import Refused, text
 
 
 class Sources(object):
@@ -30,8 +30,10 @@ class Sources(object):
                           for mapping in mappings]
 
     def to_program(self, path):
-        """A path that the client has named, as the program would name it."""
+        """A path that the client has named, as the program would name it. Raises Refused."""
         path = path.encode('utf-8')
+        if '\0' in path:
+            raise Refused('no file can have this name')
         if self._uris and path.startswith('file://'):
             path = urllib.unquote(path[len('file://'):])
         for local, remote in self._mappings:

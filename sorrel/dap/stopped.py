@@ -59,17 +59,15 @@ class StoppedThread(object):
         return self._resume is not None or self._told_to_go is not None
 
     def serve(self):
-        """Does jobs until one lets the thread go on, which is returned as a Resume."""
-        while self._resume is None:
+        """Does jobs until one lets the thread go on, or resume() does: how, is returned."""
+        while not self.is_leaving():
             try:
                 job = self._mailbox.take()
-                if job is None:
-                    self._resume = self._told_to_go
-                else:
+                if job is not None:
                     job.do()
             except KeyboardInterrupt:
                 pass  # The program's, at a moment when it does not run.
-        return self._resume
+        return self._told_to_go or self._resume
 
     def close(self):
         """Nothing of the program is kept alive while it runs. Returns the jobs not done."""

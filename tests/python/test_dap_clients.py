@@ -1,0 +1,317 @@
+"""Clients that misbehave: the program runs on as if they had not been there, for the next one."""
+
+import socket
+import struct
+import time
+
+import dap_session
+
+PROGRAM = '''
+import sys, time
+
+running = True
+turns = 0
+
+def turn():
+    global turns
+    turns += 1  # turn
+    time.sleep(0.001)
+
+class Odd(object):
+    def __repr__(self):
+        while running:
+            pass
+        return 'odd'
+
+odd = Odd()
+print 'ready'
+while running:
+    turn()  # loop
+print 'over'
+'''
+
+
+def header(length):
+    return 'Content-Length: %s\r\n\r\n' % length
+
+
+# What a client may send that is no message, after which it is hung up on.
+RUBBISH = (
+    'GET / HTTP/1.0\r\n\r\n', '\0' * 10000, 'X' * 5000, '\r\n\r\n', 'Content-Length: 2\r\n\r\n[]',
+    header(-1), header('1e3'), header(99999999999), header('9' * 4000), header(''), header(0),
+    header(5) + '{{{{{', header(4) + 'null', header(2) + '{}', header(10) + '{"type":1}',
+    header(18) + '{"type":"request"}', header(30) + '{"type":"request","seq":"one"}',
+    header(39) + '{"type":"request","seq":1,"command":[]}', header(7) + '{"a":"\xff',
+    header(100000) + '[' * 100000)
+
+
+class ClientTest(dap_session.TestCase):
+
+    def setUp(self):
+        dap_session.TestCase.setUp(self)
+        self.program = self.serve(PROGRAM, patience=0.5)
+        self.program.wrote('ready')
+
+    def assert_unharmed(self):
+        """The program runs, no breakpoint is left, the next client can debug it to its end."""
+        client = self.attach(self.program)
+        client.ask('pause', threadId=1)
+        self.assertEqual(client.event('stopped')['reason'], 'pause')
+        self.assert_not_in('stopped', [message.get('event') for message in client.messages])
+        self.break_at(client, self.program, '# turn')
+        client.ask('continue', threadId=1)
+        self.assertEqual(client.stopped(), 'breakpoint turn:%d' % self.program.line('# turn'))
+        self.break_at(client, self.program)
+        client.evaluate('globals().update(running=False)', 'repl')
+        client.go()
+        self.assertEqual(client.event('exited'), {'exitCode': 0})
+        client.event('terminated')
+        self.assertEqual(self.program.ended(), ('ready\nover\n', 0))
+        self.assertEqual(self.program.errors(), '')
+
+    def wait_until_free(self):
+        """Waits until the server has done with a client that is not worth waiting for."""
+        end = time.time() + dap_session.PATIENCE
+        while time.time() < end:
+            client = self.connect(self.program)
+            try:
+                client.ask('initialize')
+                client.ask('disconnect')
+                return
+            except (socket.error, AssertionError):
+                time.sleep(0.05)
+        self.fail('the next client is not let in')
+
+    def stopped_client(self, **arguments):
+        client = self.attach(self.program, '# turn', **arguments)
+        client.stopped()
+        return client
+
+    def test_rubbish(self):
+        for rubbish in RUBBISH:
+            client = self.connect(self.program)
+            client.socket.sendall(rubbish)
+            if not client.is_hung_up():
+                self.fail('answered: %r' % rubbish[:80])
+        self.assert_unharmed()
+
+    def test_rubbish_while_stopped(self):
+        for rubbish in RUBBISH:
+            client = self.stopped_client()
+            client.socket.sendall(rubbish)
+            client.read_all()
+        self.assert_unharmed()
+
+    def test_half_a_message_and_silence(self):
+        for half in ('', 'Content-', header(100), header(100) + '{"type": "request", '):
+            client = self.connect(self.program)
+            client.socket.sendall(half)
+            self.assertTrue(client.is_hung_up(), half)
+        client = self.stopped_client()
+        client.socket.sendall(header(100) + '{')
+        client.read_all()
+        self.assert_unharmed()
+
+    def test_drops_of_an_endless_message(self):
+        client = self.connect(self.program)
+        try:
+            for _ in range(1000):
+                client.socket.sendall('X')
+                time.sleep(0.01)
+        except socket.error:
+            pass
+        else:
+            self.fail('it was read to the end')
+        self.assert_unharmed()
+
+    def test_a_slow_client_is_waited_for_as_long_as_it_says_nothing_half(self):
+        client = self.stopped_client()
+        time.sleep(1.2)
+        self.assertEqual(client.evaluate('1 + 1'), '2')
+        self.break_at(client, self.program)
+        client.go()
+        time.sleep(1.2)
+        client.ask('threads')
+        client.ask('disconnect')
+        self.assert_unharmed()
+
+    def leave(self, client, abruptly):
+        if abruptly:
+            # The other side gets a reset instead of an end.
+            client.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+        client.close()
+
+    def test_leaving_before_the_first_word(self):
+        for abruptly in (False, True):
+            self.leave(self.connect(self.program), abruptly)
+        self.assert_unharmed()
+
+    def test_leaving_before_configuration_is_done(self):
+        for abruptly in (False, True):
+            client = self.connect(self.program)
+            client.begin({})
+            self.break_at(client, self.program, '# turn', '# loop')
+            client.ask('setExceptionBreakpoints', filters=['raised'])
+            self.leave(client, abruptly)
+        self.assert_unharmed()
+
+    def test_leaving_while_the_program_runs(self):
+        for abruptly in (False, True):
+            client = self.attach(self.program)
+            self.leave(client, abruptly)
+        self.assert_unharmed()
+
+    def test_leaving_while_the_program_is_stopped(self):
+        for abruptly in (False, True):
+            self.leave(self.stopped_client(), abruptly)
+        self.assert_unharmed()
+
+    def test_leaving_with_many_requests_on_their_way(self):
+        for abruptly in (False, True):
+            client = self.stopped_client()
+            for _ in range(200):
+                client.request('stackTrace', {'threadId': 1})
+                client.request('evaluate', {'expression': 'turns += 1', 'context': 'repl'})
+            self.leave(client, abruptly)
+        self.assert_unharmed()
+
+    def test_leaving_while_something_endless_is_evaluated(self):
+        for expression, context in (('odd', 'watch'), ('while True: pass', 'repl')):
+            client = self.stopped_client()
+            client.request('evaluate', {'expression': expression, 'context': context})
+            time.sleep(0.1)
+            self.leave(client, False)
+        self.assert_unharmed()
+
+    def test_leaving_while_something_is_evaluated_that_catches_everything(self):
+        client = self.stopped_client()
+        client.ask('evaluate', context='repl', expression='''def stubborn():
+    for number in range(3):
+        try:
+            while True: pass
+        except:
+            pass
+''')
+        client.request('evaluate', {'expression': 'stubborn()', 'context': 'repl'})
+        time.sleep(0.1)
+        self.leave(client, False)
+        self.assert_unharmed()
+
+    def test_the_next_client_is_told_when_the_last_one_has_left_work_behind(self):
+        self.program = self.serve(PROGRAM.replace('time.sleep(0.001)', 'pass'))
+        self.program.wrote('ready')
+        client = self.stopped_client()
+        # Nothing can end what waits in C.
+        client.request('evaluate', {'expression': 'time.sleep(4)', 'context': 'repl'})
+        time.sleep(0.1)
+        self.leave(client, False)
+        client = self.connect(self.program)
+        client.ask('initialize')
+        self.assertEqual(client.refusal('attach'),
+                         'the program is still busy with what the last client has asked for')
+        end = time.time() + dap_session.PATIENCE
+        while time.time() < end:
+            time.sleep(0.1)
+            answer = client.answer(client.request('attach', {}))
+            if answer['success']:
+                break
+        client.ask('disconnect')
+        self.assert_unharmed()
+
+    def test_a_client_that_does_not_read(self):
+        client = self.attach(self.program)
+        client.ask('setBreakpoints', source={'path': self.program.path}, breakpoints=[
+            {'line': self.program.line('# turn'), 'logMessage': 'x' * 100000}])
+        # Nothing is read from now on; the program does not wait for that.
+        self.wait_until_free()
+        self.assert_unharmed()
+
+    def test_a_client_that_sends_much_and_does_not_read(self):
+        client = self.stopped_client()
+        client.socket.settimeout(0.1)
+        try:
+            for _ in range(20000):
+                client.request('stackTrace', {'threadId': 1})
+                client.request('evaluate', {'expression': '"x" * 1000', 'context': 'clipboard'})
+        except socket.error:
+            pass  # Full, or hung up on by now.
+        self.wait_until_free()
+        self.assert_unharmed()
+
+    def test_one_client_at_a_time(self):
+        client = self.stopped_client()
+        for _ in range(3):
+            second = self.connect(self.program)
+            self.assertTrue(second.is_hung_up())
+        self.assertEqual(client.evaluate('1 + 1'), '2')
+        client.ask('disconnect')
+        client.read_all()
+        self.assert_unharmed()
+
+    def test_a_client_that_sends_answers_and_events(self):
+        client = self.connect(self.program)
+        client.send({'type': 'response', 'seq': 1, 'request_seq': 5, 'command': 'x',
+                     'success': True})
+        client.send({'type': 'event', 'seq': 2, 'event': 'x'})
+        client.ask('initialize')
+        client.ask('attach')
+        client.ask('disconnect')
+        self.assert_unharmed()
+
+    def test_requests_out_of_their_order(self):
+        client = self.connect(self.program)
+        self.assertEqual(client.refusal('attach'), 'initialize comes first')
+        self.assertEqual(client.refusal('nonsense'), 'initialize comes first')
+        client.ask('initialize')
+        self.assertEqual(client.refusal('initialize'), 'initialize comes once')
+        self.assertEqual(client.refusal('configurationDone'), 'attach comes first')
+        self.assertEqual(client.refusal('launch'), 'there is no such request')
+        self.assertEqual(client.refusal('nonsense'), 'there is no such request')
+        client.ask('attach')
+        self.assertEqual(client.refusal('attach'), 'attach comes once')
+        self.assertEqual(client.refusal('stackTrace', threadId=1), 'the program is running')
+        client.ask('configurationDone')
+        self.assertEqual(client.refusal('configurationDone'), 'configurationDone comes once')
+        client.ask('disconnect')
+        self.assert_unharmed()
+
+    def test_messages_cut_in_pieces_of_any_size(self):
+        everything = ''.join(header(len(body)) + body for body in (
+            '{"seq": 1, "type": "request", "command": "initialize", "arguments": {}}',
+            '{"seq": 2, "type": "request", "command": "attach"}',
+            '{"seq": 3, "type": "request", "command": "disconnect"}'))
+        for size in (1, 2, 3, 7, 20, 1000):
+            client = self.connect(self.program)
+            for start in range(0, len(everything), size):
+                client.socket.sendall(everything[start:start + size])
+            answers = [message['command'] for message in client.read_all()
+                       if message['type'] == 'response']
+            self.assertEqual(answers, ['initialize', 'attach', 'disconnect'])
+        self.assert_unharmed()
+
+
+class WaitingProgramTest(dap_session.TestCase):
+
+    def test_a_client_that_leaves_before_the_program_runs_leaves_nothing_behind(self):
+        program = self.serve(PROGRAM.replace('running = True', 'running = turns = 0'), '--wait')
+        for _ in range(2):
+            client = self.connect(program)
+            client.begin({})
+            self.break_at(client, program, "print 'over'")
+            client.ask('setFunctionBreakpoints', breakpoints=[{'name': 'turn'}])
+            client.ask('setExceptionBreakpoints', filters=['raised'])
+            client.close()
+        client = self.attach(program)
+        self.assertEqual(client.event('exited'), {'exitCode': 0})
+        self.assert_not_in('stopped', [message.get('event') for message in client.messages])
+        self.assertEqual(program.ended(), ('ready\nover\n', 0))
+
+    def test_only_this_machine_may_connect_unless_a_host_is_named(self):
+        program = self.serve(PROGRAM, '--wait')
+        try:
+            # All of 127.0.0.0/8 is this machine's.
+            socket.create_connection(('127.0.0.2', program.port), dap_session.PATIENCE).close()
+        except socket.error:
+            pass
+        else:
+            self.fail('it listens everywhere')
