@@ -7,7 +7,8 @@ mutex, and nothing that it does is traced.
 A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
 A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
 that the front end has been told of, or is not to be, is about to end its thread.
-So may a fourth, `idle()`: called about once a second while the program runs, in one of its threads.
+So may be `idle()`, called about once a second while the program runs, in one of its threads, and
+`thread_ended(id)`, called in a thread that has run its last: the core's id may come again.
 And a fifth, `imported()`: a module has been imported, in the calling thread.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
@@ -180,9 +181,26 @@ class Service(object):
 
     def _hook_threads(self, on):
         if on:
-            threadhooks.install()
+            threadhooks.install(self._on_thread_end)
         else:
             threadhooks.remove()
+
+    def _on_thread_end(self):
+        """The next thread may get the same id."""
+        if core is None:
+            return  # The interpreter is ending, and has emptied the modules.
+        id = core.get_current_tstate_id()
+        left = set(core.get_threads())
+        left.discard(id)
+        self._keep_threads(left)
+        self._interrupted.discard(id)
+        thread_ended = getattr(self._front_end, 'thread_ended', None)
+        if thread_ended is not None:
+            thread_ended(id)
+
+    def _keep_threads(self, ids):
+        self._steps.keep(ids)
+        self.exceptions.keep(ids)
 
     def _debugs_thread(self, ident):
         if ident in self._ignored:
@@ -278,9 +296,7 @@ class Service(object):
 
     def _ask(self, stop):
         self._stops[stop.thread] = stop
-        known = core.get_threads()
-        self._steps.keep(known)
-        self.exceptions.keep(known)
+        self._keep_threads(core.get_threads())
         try:
             return self._guarded(self._front_end.stopped, stop)
         finally:

@@ -16,9 +16,10 @@ class ThreadMain(object):
     _settrace = sys.settrace
     _thread_exiting = core.thread_exiting
 
-    def __init__(self, function, trace):
+    def __init__(self, function, trace, on_end):
         self._function = function
         self._trace = trace
+        self._on_end = on_end
 
     def __repr__(self):
         return repr(self._function)
@@ -37,6 +38,7 @@ class ThreadMain(object):
         finally:
             # In this order: one more event would give the thread a new record.
             self._settrace(None)
+            self._on_end()
             self._thread_exiting()
 
     def _report(self, type, value, traceback):
@@ -45,10 +47,10 @@ class ThreadMain(object):
         sys.excepthook(type, value, frames.without_own(traceback))
 
 
-def _starter(start, trace):
+def _starter(start, trace, on_end):
     def start_new_thread(function, args, *kwargs):
         if callable(function):
-            function = ThreadMain(function, trace)
+            function = ThreadMain(function, trace, on_end)
         return start(function, args, *kwargs)
     return start_new_thread
 
@@ -56,10 +58,12 @@ def _starter(start, trace):
 _start = thread.start_new_thread
 
 
-def install():
-    thread.start_new_thread = thread.start_new = _starter(_start, core.bootstrap_new_thread)
+def install(on_end):
+    """on_end: called in every thread that ends, as the last of what it runs."""
+    bare = _starter(_start, core.bootstrap_new_thread, on_end)
+    thread.start_new_thread = thread.start_new = bare
     # A Thread is traced from its run method on: until then, other threads may be waiting for it.
-    threading._start_new_thread = _starter(_start, None)
+    threading._start_new_thread = _starter(_start, None, on_end)
     threading.settrace(core.bootstrap_new_thread)
 
 

@@ -21,6 +21,8 @@ from sorrel.terminal.threads import ThreadCommands
 from sorrel.threadnumbers import Threads
 
 _LINES_SHOWN = 11
+# In place of the thread that stopped last, when that has ended.
+_ENDED = object()
 
 _RAISED = {
     exceptions.UNHANDLED: '--Unhandled exception--',
@@ -84,6 +86,11 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         except Closed:
             return Resume(DETACH)
         return None
+
+    def thread_ended(self, id):
+        if id == self._thread:
+            self._thread = _ENDED
+        self._threads.forget(id)
 
     def ended(self, outcome):
         if outcome.exception is not None:

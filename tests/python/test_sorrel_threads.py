@@ -105,11 +105,35 @@ over.acquire()
         self.assert_in('  work  stopped  prog.py(8)work()\n', answers[1])
 
     def test_a_thread_that_has_ended_is_listed_no_more(self):
-        answers = self.stops(WORKER.replace("print 'done'\n", 'core.step_into()\nx = 1\n'),
-                             ['c', 'c', 'threads', 'c'])
-        self.assertEqual(answers[1], '[MainThread]\n> prog.py(13)<module>()\n-> x = 1\n')
+        answers = self.stops(WORKER.replace("print 'done'\n", '''\
+while len(core.get_threads()) > 1:  # join() waits for its function only
+    pass
+core.step_into()
+x = 1
+'''), ['c', 'c', 'threads', 'c'])
+        self.assertEqual(answers[1], '[MainThread]\n> prog.py(15)<module>()\n-> x = 1\n')
         self.assert_in('MainThread', answers[2])
         self.assertEqual(answers[2].count('\n'), 1, answers[2])
+
+    def test_a_thread_with_the_id_of_one_that_has_ended_is_another(self):
+        answers = self.stops('''\
+import thread, time
+import tmorvik26_vs2012_x64 as core
+ids = []
+
+def work():
+    ids.append(core.get_current_tstate_id())
+    core.step_into()
+    x = 1
+
+for n in range(20):
+    thread.start_new_thread(work, ())
+    while len(ids) == n or len(core.get_threads()) > 1:
+        time.sleep(0.001)
+print len(set(ids)) < len(ids)
+''', ['c'] * 21)
+        self.assertEqual(answers[:20], ['[work]\n> prog.py(8)work()\n-> x = 1\n'] * 20)
+        self.assertEqual(answers[20], 'True\nThe program ended with exit status 0.\n')
 
     def test_bare_threads_that_have_ended_are_listed_no_more(self):
         answers = self.stops('''\
