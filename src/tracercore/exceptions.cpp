@@ -15,6 +15,8 @@ namespace morvik {
 namespace {
 
 bool is_kind_of(PyObject* type, PyObject* types) {
+    // Classes that are asked may name other types to the core.
+    const Ref held_types = Ref::share(types);
     return types != nullptr && exception_matches(type, types) != 0;
 }
 

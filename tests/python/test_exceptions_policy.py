@@ -298,6 +298,20 @@ attempt()
 """
         self.assertEqual(self.run_program(source, NEVER), ["KeyError in f:2"])
 
+    def test_types_may_change_as_they_are_asked(self):
+        asked = []
+
+        class Asked(type):
+            def __subclasscheck__(cls, subclass):
+                asked.append(cls)
+                set_types(())
+                return False
+        for set_types in core.set_never_stop_excepts, core.set_always_stop_excepts:
+            del asked[:]
+            set_types(tuple([Asked("Type", (Exception,), {}) for _ in range(50)]))
+            self.assertEqual(self.run_program(CAUGHT, NEVER), [])
+            self.assertEqual(len(asked), 50)
+
 
 class BottomFrameTest(ExceptionTestCase):
 
