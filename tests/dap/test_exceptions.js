@@ -169,7 +169,7 @@ test('an exception is described', () => withClient(async (client) => {
     await client.go();
     assert.equal((await client.next('exited')).exitCode, 1);
     await client.next('terminated');
-    assert.match(client.written('stderr'), /IndexError: /);
+    assert.match(client.written('stderr'), /IndexError/);
 }));
 
 test('the modes by which exceptions stop are told', async () => {
