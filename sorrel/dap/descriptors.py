@@ -37,6 +37,14 @@ class Descriptor(object):
         else:
             _lost.append(self.socket)
 
+    def leave_to_parent(self):
+        """In a forked process: the socket is the other process's alone."""
+        if self.is_there():
+            # Not closed: then its number could come to stand for something else.
+            nothing = os.open(os.devnull, os.O_RDONLY)
+            os.dup2(nothing, self.number)
+            os.close(nothing)
+
     def _find_identity(self):
         if _fstat is None:
             return None

@@ -116,6 +116,11 @@ class Program(object):
         if session is not None:
             session.ended(outcome)
 
+    def thread_ended(self, id):
+        session = self._session
+        if session is not None:
+            session.thread_ended(id)
+
     def imported(self):
         session = self._session
         if session is not None:

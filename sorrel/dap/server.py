@@ -108,7 +108,7 @@ class Server(object):
         self.is_lost = True
         for descriptor in self._client, self._listener, self._wakeup.descriptor:
             if descriptor is not None:
-                descriptor.close()
+                descriptor.leave_to_parent()
 
     def drop_client(self):
         """Ends the connection when all has been sent. For the network thread."""

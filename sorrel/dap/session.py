@@ -155,6 +155,11 @@ class Session(object):
         if loaded or self.exceptions.lack_types():
             self._look_for_known()
 
+    def thread_ended(self, id):
+        """Called in the thread as it ends: another one may be given its id."""
+        self.threads.forget(id)
+        self.stops.forget(id)
+
     def imported(self):
         """A module has been imported, in the calling thread."""
         if self.breakpoints.are_waiting() or self.exceptions.lack_types():

@@ -57,6 +57,10 @@ class Stops(object):
         # Where no step ends, only a pause stops a thread as it returns or raises.
         return Told('pause', _caller(stop) or stop.frame, {})
 
+    def forget(self, thread):
+        """The thread has ended."""
+        self._goings.pop(thread, None)
+
     def gone(self, stop, told, resume):
         """The thread goes on from a stop that the client was told of."""
         for thread in set(self._goings).difference(core.get_threads()):

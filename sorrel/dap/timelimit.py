@@ -15,6 +15,8 @@ except ImportError:
 from sorrel.dap.values import Overtime
 
 _INSIST_AFTER = 0.1
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _sleep, _get_ident = time.time, time.sleep, thread.get_ident
 
 
 class TimeLimit(object):
@@ -47,19 +49,19 @@ class TimeLimit(object):
         if self._running:
             _raise_in(self._ident, ctypes.py_object(Overtime))
             # Once more, should it be caught.
-            self.deadline = time.time() + _INSIST_AFTER
+            self.deadline = _now() + _INSIST_AFTER
         self._expiring = False
 
     def _begin(self, seconds):
-        self._ident = thread.get_ident()
+        self._ident = _get_ident()
         self._running = True
         if seconds is not None:
-            self.deadline = time.time() + seconds
+            self.deadline = _now() + seconds
 
     def _end(self):
         self._running = False
         while self._expiring:
-            time.sleep(0.001)
+            _sleep(0.001)
         self.deadline = None
         _raise_in(self._ident, None)
 
