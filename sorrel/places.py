@@ -48,11 +48,22 @@ def find_function(name, path):
 
 
 def _line_in(path, name):
+    return _lines_of_functions(path).get(name)
+
+
+def _lines_of_functions(path):
+    """The first lines of a file's functions, by their names."""
     try:
-        functions = codelines.functions(codelines.compiled(path))
-    except (IOError, SyntaxError, TypeError):
-        return None
-    for found, code in functions:
-        if found == name:
-            return codelines.of_code(code)[0]
-    return None
+        status = os.stat(path)
+        key = status.st_mtime, status.st_size
+        if _functions.get(path, (None,))[0] != key:
+            _functions[path] = key, dict(
+                (found, codelines.of_code(code)[0])
+                for found, code in reversed(list(codelines.functions(codelines.compiled(path)))))
+        return _functions[path][1]
+    except (OSError, IOError, SyntaxError, TypeError):
+        return {}
+
+
+# What has been read of files, with what tells whether they have changed.
+_functions = {}

@@ -1,6 +1,7 @@
 """What the program has loaded: modules and source files."""
 
 import os
+import sys
 
 from sorrel.dap import sources
 from sorrel.dap.protocol import Refused, text
@@ -12,11 +13,24 @@ class Inventory(object):
         self._session = session
         self._program_path = program_path
         self._real_paths = {}
+        # How many modules there were when has_grown() was last asked, and when is_loaded() last
+        # looked at their files.
+        self._count = self._looked_at = 0
+        self._loaded = frozenset()
         self.answers = {'modules': self._list_modules, 'loadedSources': self._list_sources,
                         'source': self._source}
 
+    def has_grown(self):
+        """Whether there are more modules than when this was asked before."""
+        before, self._count = self._count, len(sys.modules)
+        return self._count > before
+
     def is_loaded(self, path):
-        return self._real(path) in [self._real(known) for _, known in self._modules()]
+        count = len(sys.modules)
+        if self._looked_at != count:
+            self._loaded = frozenset(self._real(known) for _, known in self._modules())
+            self._looked_at = count
+        return self._real(path) in self._loaded
 
     def tell_loaded(self, loaded):
         """loaded: pairs of a path and whether it was loaded before."""

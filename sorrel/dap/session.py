@@ -161,8 +161,9 @@ class Session(object):
         self.stops.forget(id)
 
     def imported(self):
-        """A module has been imported, in the calling thread."""
-        if self.breakpoints.are_waiting() or self.exceptions.lack_types():
+        """An import statement has been carried out, in the calling thread."""
+        if self.inventory.has_grown() and (
+                self.breakpoints.are_waiting() or self.exceptions.lack_types()):
             self._look_for_known()
 
     def _look_for_known(self):
