@@ -384,6 +384,34 @@ seen = "the end"
         self.assertEqual(self.told, ["one"])
         self.assertEqual(variables["seen"], "the end")
 
+    def test_look_up_that_finds_nothing_loses_the_error(self):
+        self.start(self.fails)
+        variables = self.run_code("""\
+import one
+seen = hasattr(one, "nothing"), getattr(one, "nothing", 3)
+for i in range(3):
+    pass
+seen += ("the end",)
+""")
+        self.assertEqual(self.told, ["one"])
+        self.assertEqual(variables["seen"], (False, 3, "the end"))
+
+    def test_only_debug_hosts_look_after_a_print(self):
+        self.start(self.fails)
+        variables = self.run_code("""\
+seen = []
+try:
+    import one
+    print "goes on"
+    seen.append("after the print")
+except ValueError, error:
+    seen.append(str(error))
+""")
+        is_debug = hasattr(sys, "gettotalrefcount")
+        self.assertEqual(variables["seen"], [is_debug and "import_cb" or "after the print"])
+        if not is_debug:
+            self.raised_by_map()
+
     def test_exit_is_an_error_like_any_other(self):
         self.error = SystemExit(3)
         self.start(self.fails)
