@@ -32,7 +32,7 @@ void call_idle_cb() {
 }  // namespace
 
 long thread_policy(long ident) {
-    if (core.debug_thread_cb == nullptr || core.debug_thread_cb == Py_None) {
+    if (core.debug_thread_cb == nullptr) {
         return 1;
     }
     HashEntry* const known = hash_find(&core.debug_thread_map, &ident);
@@ -42,6 +42,11 @@ long thread_policy(long ident) {
     int is_new = 0;
     if (hash_create(&core.debug_thread_map, &ident, &is_new) == nullptr) {
         dprintf(kLogCore, "failure to cache in debug_thread_map");
+        return 1;
+    }
+    if (core.debug_thread_cb == Py_None) {
+        // An answer like any other: events of a thread without one go the long way.
+        cache_policy(ident, true);
         return 1;
     }
     const ErrnoGuard keep_errno;

@@ -84,6 +84,14 @@ TEST_F(DispatchTest, IdleClockIsReadOnEveryEleventhEvent) {
     run("finish()\n");
 }
 
+TEST_F(DispatchTest, NoneForAThreadPolicyIsRememberedLikeAnAnswer) {
+    start();
+    run("core.set_debug_thread_cb(None)\n");
+    dispatch(4);
+    EXPECT_EQ(core.debug_thread_map.num_entries, 1U);
+    run("finish()\n");
+}
+
 TEST_F(DispatchTest, LineEventStops) {
     start();
     EXPECT_EQ(dispatch(kEventLine), 0);
