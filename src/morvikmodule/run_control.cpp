@@ -148,7 +148,7 @@ PyObject* entry_start_trace(PyObject* /*self*/, PyObject* /*args*/) {
 }
 
 PyObject* entry_stop_trace(PyObject* /*self*/, PyObject* args) {
-    dprintf(kLogCore, "STOP TRACE AFTER %i INSTRUCTIONS\n", core.event_count);
+    dprintf(kLogCore, "STOP TRACE AFTER %i INSTRUCTIONS\n", static_cast<int>(core.event_count));
     dprintf(kLogCore, "%i IMPORT HOOK CALLS WERE MADE\n", core.import_hook_calls);
     dprintf(kLogCore, "%i UNIQUE IMPORTS WERE MADE\n",
             static_cast<int>(core.imported_files.num_entries));

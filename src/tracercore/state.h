@@ -72,7 +72,7 @@ struct CoreState {
     PyThread_type_lock mutex;  // held by a thread for the whole of an event
     long mutex_owner;          // its holder's thread ident, kNoOwner for none
 
-    int event_count;  // events that passed the mutex since tracing started
+    unsigned event_count;  // events that passed the mutex since tracing started
     int import_hook_calls;
     int pending_raise_count;   // records with a pending exception
     HashTable imported_files;  // distinct files of modules imported through the hook
