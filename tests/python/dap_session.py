@@ -11,7 +11,7 @@ import time
 
 import harness
 
-PATIENCE = 20
+PATIENCE = 60
 
 # Starts the server as the command does, with other patience than it has for real clients.
 _HASTY = '''

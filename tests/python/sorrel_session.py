@@ -11,7 +11,7 @@ import time
 import harness
 
 PROMPT = '(sorrel) '
-PATIENCE = 20
+PATIENCE = 60
 
 
 class TestCase(harness.TestCase):
