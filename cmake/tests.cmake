@@ -9,7 +9,7 @@ function(add_host_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "COMMAND")
     add_test(NAME ${build_name}/${name} COMMAND ${arg_COMMAND}
         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-    set_tests_properties(${build_name}/${name} PROPERTIES TIMEOUT 300 ENVIRONMENT
+    set_tests_properties(${build_name}/${name} PROPERTIES TIMEOUT 600 ENVIRONMENT
         "PYTHONPATH=${PROJECT_BINARY_DIR}/lib:${PROJECT_SOURCE_DIR};PYTHONDONTWRITEBYTECODE=1")
 endfunction()
 

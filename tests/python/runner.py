@@ -19,7 +19,7 @@ import unittest
 
 import harness
 
-TIME_LIMIT = 60
+TIME_LIMIT = 150
 
 PASSED = "passed"
 FAILED = "failed"
