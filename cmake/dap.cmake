@@ -37,7 +37,9 @@ if(MORVIK_EMACS AND NOT MORVIK_EMACS_HAS_DAP_MODE)
         set(MORVIK_EMACS_HAS_DAP_MODE ON CACHE INTERNAL "")
     endif()
 endif()
-add_client_test(emacs MORVIK_EMACS_HAS_DAP_MODE emacs/run.sh)
+add_client_test(emacs MORVIK_EMACS_HAS_DAP_MODE run_editor.sh ${MORVIK_EMACS} --batch
+    --load tests/dap/emacs/test-dap-sorrel.el --funcall ert-run-tests-batch-and-exit)
 
 find_program(MORVIK_NEOVIM nvim)
-add_client_test(neovim MORVIK_NEOVIM neovim/run.sh)
+add_client_test(neovim MORVIK_NEOVIM run_editor.sh ${MORVIK_NEOVIM} --headless -u NONE
+    "+luafile tests/dap/neovim/test.lua" +cquit)

@@ -64,7 +64,7 @@ test('a breakpoint moves to the next line with code', () => withClient(async (cl
     assert.equal(await client.stop(), `breakpoint double:${IN_DOUBLE}`);
 }));
 
-test('breakpoints are those of the last request for their file', () => withClient(async (client) => {
+test('breakpoints are those last asked for in their file', () => withClient(async (client) => {
     await client.launch({ program: COUNTING, stopOnEntry: true });
     await client.next('stopped');
     const [call, inside] = await client.breakAt(COUNTING, CALL, IN_DOUBLE);
@@ -304,7 +304,7 @@ test('breakpoints at functions of modules that are loaded later are told of then
         assert.equal(await client.stop(), `function breakpoint greet:${line(late, '# in method')}`);
     }));
 
-test('a breakpoint stops in threads and in what libraries call', () => withClient(async (client) => {
+test('a breakpoint stops in threads and callbacks', () => withClient(async (client) => {
     const file = program(`
 import threading
 def key(number):

@@ -159,7 +159,12 @@ os.system('echo from a child')
     }));
 
 test('output is told before the stop that follows it', () => withClient(async (client) => {
-    const file = program('import os\nfor n in range(9):\n    os.write(1, "x" * 99)\n    n  # stop\n');
+    const file = program(`
+import os
+for number in range(9):
+    os.write(1, 'x' * 99)
+    number  # stop
+`);
     await client.launchTo(file, '# stop');
     for (let round = 1; round < 9; round++) {
         assert.equal(client.written().length, 99 * round);

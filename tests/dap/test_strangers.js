@@ -95,7 +95,7 @@ test('the program waits for no client for ever', { concurrency: true }, (t) =>
             await nextClient(port);
         })))));
 
-test('the adapter leaves a program whose client makes no sense', () => withClient(async (client) => {
+test('the adapter lets go of a program if its client errs', () => withClient(async (client) => {
     const note = path.join(scratch(), 'note');
     const file = program(`
 import os, sys, time

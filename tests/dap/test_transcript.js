@@ -1,6 +1,6 @@
 'use strict';
-// A long session, recorded and replayed with its bytes cut in every possible way: what a client says
-// means the same however it arrives.
+// A long session, recorded and replayed with its frames cut everywhere: what a client says has the
+// same meaning however it arrives.
 
 const test = require('node:test');
 const assert = require('node:assert');

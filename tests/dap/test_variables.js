@@ -22,7 +22,7 @@ async function opened(client, name, more = {}) {
         values: Object.fromEntries(children.map((one) => [one.name, one.value])) };
 }
 
-test('scopes hold the variables of functions, classes and modules', () => withClient(async (client) => {
+test('scopes hold variables of functions, classes and modules', () => withClient(async (client) => {
     const file = program(`
 word = 'global'
 def run(first, second=2, *rest, **named):

@@ -2,7 +2,7 @@
 
 ;;; Commentary:
 
-;; Run by run.sh, in a home folder of its own.
+;; Run in a home folder of its own.
 
 ;;; Code:
 
@@ -74,7 +74,11 @@
 
 (ert-deftest a-program-is-launched ()
   "It stops at a breakpoint, a variable is read, a step is made, and it ends."
-  (let ((file (test-program "def double(number):\n    twice = number * 2\n    return twice\nprint double(21)\n")))
+  (let ((file (test-program "def double(number):
+    twice = number * 2
+    return twice
+print double(21)
+")))
     (test-set-breakpoint file 2)
     (dap-debug (list :type "sorrel"))
     (should (= 2 (test-until #'test-stopped-line)))
@@ -91,7 +95,12 @@
 
 (ert-deftest a-program-that-listens-is-attached-to ()
   "It stops at a breakpoint, and runs on when the session has ended."
-  (let* ((file (test-program "import time\nturns = 0\nwhile turns >= 0:\n    turns += 1\n    time.sleep(0.01)\n"))
+  (let* ((file (test-program "import time
+turns = 0
+while turns >= 0:
+    turns += 1
+    time.sleep(0.01)
+"))
          (buffer (generate-new-buffer "service"))
          (service (make-process :name "service" :buffer buffer :noquery t :connection-type 'pipe
                                 :command (list dap-sorrel-morvik "run" "--listen" "0" file))))
@@ -100,7 +109,8 @@
                      (lambda ()
                        (with-current-buffer buffer
                          (goto-char (point-min))
-                         (and (re-search-forward "listening on 127\\.0\\.0\\.1:\\([0-9]+\\)\n" nil t)
+                         (and (re-search-forward
+                                "listening on 127\\.0\\.0\\.1:\\([0-9]+\\)\n" nil t)
                               (string-to-number (match-string 1))))))))
           (test-set-breakpoint file 4)
           (dap-debug (list :type "sorrel" :request "attach" :port port))

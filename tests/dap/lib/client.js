@@ -174,7 +174,8 @@ class Client extends DebugClient {
     }
 
     async stack(threadId = 1, levels = 0) {
-        return (await this.send('stackTrace', { threadId, startFrame: 0, levels })).body.stackFrames;
+        const { body } = await this.send('stackTrace', { threadId, startFrame: 0, levels });
+        return body.stackFrames;
     }
 
     // The next stop as "reason function:line".
@@ -295,4 +296,5 @@ function line(file, mark) {
     return place + 1;
 }
 
-module.exports = { Client, withClient, patiently, program, line, scratch, fromAdapter, toAdapter, MORVIK, ROOT };
+module.exports = {
+    Client, withClient, patiently, program, line, scratch, fromAdapter, MORVIK, ROOT };
