@@ -206,18 +206,22 @@ function cutAt(position) {
     };
 }
 
-// All that need not wait for an event at once.
+// All that need not wait for an event at once, but for the last request: who leaves need not be
+// answered what has been asked before.
 async function together(frames, heard, write) {
-    for (let first = 0; first < frames.length;) {
+    const last = frames[frames.length - 1];
+    for (let first = 0; first < frames.length - 1;) {
         const { events } = frames[first].after;
         let end = first;
-        while (end < frames.length && frames[end].after.events === events) {
+        while (end < frames.length - 1 && frames[end].after.events === events) {
             end += 1;
         }
         await heard({ answers: 0, events });
         write(Buffer.concat(frames.slice(first, end).map((frame) => frame.bytes)));
         first = end;
     }
+    await heard(last.after);
+    write(last.bytes);
 }
 
 async function replay(recorded, readable, writable, way) {
