@@ -56,15 +56,12 @@ def callers(frame):
         frame = frame.f_back
 
 
-def stack(frame):
-    """The program's frames from its outermost to this one."""
-    found = []
+def outward(frame):
+    """The program's frames from this one to its outermost."""
     for caller in callers(frame):
         if not is_program(caller):
             break
-        found.append(caller)
-    found.reverse()
-    return found
+        yield caller
 
 
 def without_own(traceback):

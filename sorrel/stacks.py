@@ -10,26 +10,41 @@ Entry = namedtuple('Entry', 'frame path line')
 
 def at_stop(stop):
     """The stack of a stopped thread down to its Stop's frame, outermost first."""
-    if stop.policy is None:
-        return _entries(stop.thread, stop.frame)
-    # Some of the frames may have been left by now, and lead nowhere.
-    traceback = frames.of_program(stop.argument[2])
-    found = _entries(stop.thread, traceback.tb_frame.f_back)
-    while traceback is not None:
-        found += _shown(stop.thread, traceback.tb_frame, traceback.tb_lineno)
-        traceback = traceback.tb_next
-    return found
+    return _outermost_first(outward_from_stop(stop))
 
 
 def of_thread(thread):
     """The stack of a Thread, outermost first."""
-    return _entries(thread.id, thread.frame)
+    return _outermost_first(outward(thread.id, thread.frame))
 
 
-def _entries(thread, innermost):
-    found = []
-    for frame in frames.stack(innermost):
-        found += _shown(thread, frame, frame.f_lineno)
+def outward_from_stop(stop):
+    """The same as at_stop, innermost first, one by one."""
+    frame = stop.frame
+    if stop.policy is not None:
+        # Some of the frames may have been left by now, and lead nowhere.
+        traceback = frames.of_program(stop.argument[2])
+        frame = traceback.tb_frame.f_back
+        left = []
+        while traceback is not None:
+            left += _shown(stop.thread, traceback.tb_frame, traceback.tb_lineno)
+            traceback = traceback.tb_next
+        for entry in reversed(left):
+            yield entry
+    for entry in outward(stop.thread, frame):
+        yield entry
+
+
+def outward(thread, frame):
+    """The entries of a thread (the core's id) from this frame on, innermost first, one by one."""
+    for caller in frames.outward(frame):
+        for entry in _shown(thread, caller, caller.f_lineno):
+            yield entry
+
+
+def _outermost_first(entries):
+    found = list(entries)
+    found.reverse()
     return found
 
 

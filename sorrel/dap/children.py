@@ -17,7 +17,6 @@ Child = collections.namedtuple('Child', 'name key value expression assign read')
 
 _SEQUENCES = (list, tuple, collections.deque)
 _SETS = (set, frozenset)
-_CONTAINERS = _SEQUENCES + _SETS + (dict,)
 _CHILDLESS = frozenset((
     types.NoneType, bool, int, long, float, complex, str, unicode, types.BuiltinFunctionType,
     types.CodeType, xrange, file, object))
@@ -29,18 +28,6 @@ _type_mro = type.__dict__['__mro__'].__get__
 
 def _named(name, value, expression=None, assign=None, read=None):
     return Child(name, None, value, expression, assign, read)
-
-
-def _is_a(value, kinds):
-    # isinstance() would ask the value itself for its class.
-    return issubclass(type(value), kinds)
-
-
-def _base(value, kinds):
-    for kind in kinds:
-        if _is_a(value, kind):
-            return kind
-    return None
 
 
 def _is_name(text):
@@ -81,7 +68,7 @@ class Items(object):
 
     def __init__(self, value, first=0):
         self._value = value
-        self._base = _base(value, _CONTAINERS)
+        self._base = values.container_base(value)
         self._first = first
 
     @property
@@ -107,8 +94,8 @@ class Items(object):
         if count <= 0:
             return []
         if self._base is dict:
-            return [self._entry(key, value) for key, value in values.first_items(
-                lambda: dict.iteritems(self._value), start, count)]
+            return [self._entry(key, value) for key, value in values.first_entries(
+                self._value, start, count)]
         if self._base in _SETS:
             members = values.first_items(
                 lambda: self._base.__iter__(self._value), start, count)
@@ -143,7 +130,7 @@ class Object(object):
 
     def __init__(self, value):
         self._value = value
-        self.items = Items(value) if _is_a(value, _CONTAINERS) else None
+        self.items = Items(value) if values.container_base(value) is not None else None
 
     def named(self):
         return list(_attributes(self._value))
@@ -166,7 +153,7 @@ class Property(object):
 def has_children(value):
     if type(value) in _CHILDLESS:
         return False
-    base = _base(value, _CONTAINERS)
+    base = values.container_base(value)
     if base is not None and base.__len__(value):
         return True
     for _ in _attributes(value):
@@ -175,7 +162,7 @@ def has_children(value):
 
 
 def item_count(value):
-    base = _base(value, _CONTAINERS)
+    base = values.container_base(value)
     return base.__len__(value) if base is not None else 0
 
 
@@ -189,7 +176,7 @@ def _attributes(value):
 
 
 def _own(value):
-    if _is_a(value, BaseException):
+    if issubclass(type(value), BaseException):
         yield _named('args', BaseException.args.__get__(value), '{0}.args')
     if type(value) is types.MethodType:
         yield _named('im_self', value.im_self, '{0}.im_self')

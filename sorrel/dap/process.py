@@ -9,6 +9,7 @@ import time
 
 _READ_AT_ONCE = 65536
 _COMPLAINT_LIMIT = 1000
+_COMPLAINING = ('sorrel: ', 'morvik: ')
 
 
 class Process(object):
@@ -59,8 +60,8 @@ class Process(object):
         self.send(signal.SIGKILL)
 
     def complaint(self):
-        """The last line of stderr, '' for none."""
-        lines = self._complaint.strip().splitlines()
+        """What was wrong, as one of the commands that start a program says it; '' for nothing."""
+        lines = [line for line in self._complaint.splitlines() if line.startswith(_COMPLAINING)]
         return lines[-1] if lines else u''
 
     def _read(self, output):

@@ -5,8 +5,9 @@ Only there is the program's code to be run, and only until the thread goes on.
 
 import sys
 
-from sorrel import evaluate, source, stacks, sublanguages
+from sorrel import evaluate, frames, source, stacks, sublanguages
 from sorrel.dap import children, completion, jump, sources, values
+from sorrel.dap.lazystack import LazyStack
 from sorrel.dap.mailbox import Mailbox
 from sorrel.dap.job import Then
 from sorrel.dap.protocol import Refused, text
@@ -33,6 +34,8 @@ class StoppedThread(object):
         self._frame = frame
         self._mailbox = Mailbox()
         self._frames = References(session.numbers)
+        # This thread's, once it has been looked at.
+        self._own_stack = None
         self._presenter = Presenter(values.Shower(self._limited), session.numbers)
         self._jumps = References(session.numbers)
         self._resume = self._told_to_go = None
@@ -74,30 +77,30 @@ class StoppedThread(object):
         left = self._mailbox.close()
         for references in (self._frames, self._presenter.references, self._jumps):
             references.clear()
-        self._frame = self.stop = None
+        self._frame = self.stop = self._own_stack = None
         return [job for job in left if job is not None]
 
     # The stack.
 
     def _stack_trace(self, arguments):
         stack = self._stack(self._session.find_thread(arguments['threadId']))
-        start = arguments.get('startFrame', 0)
-        levels = arguments.get('levels') or len(stack)
-        shown = [self._describe(entry) for entry in stack[start:start + levels]]
-        return {'stackFrames': shown, 'totalFrames': len(stack)}
+        shown = stack.page(arguments.get('startFrame', 0), arguments.get('levels', 0))
+        return {'stackFrames': [self._describe(entry) for entry in shown],
+                'totalFrames': stack.most()}
 
     def _stack(self, thread):
-        """Entries, the innermost first."""
-        if thread.id == self.stop.thread:
-            stack = stacks.at_stop(self.stop)
-            if self._frame is not self.stop.frame:
-                stack.pop()
-        elif self._session.stops_all:
-            stack = stacks.of_thread(thread)
-        else:
-            raise Refused('the thread is running')
-        stack.reverse()
-        return stack
+        if thread.id != self.stop.thread:
+            if not self._session.stops_all:
+                raise Refused('the thread is running')
+            # It may still move before it waits.
+            return _lazy_stack(thread.id, thread.frame)
+        if self._own_stack is None:
+            if self.stop.policy is None:
+                self._own_stack = _lazy_stack(self.stop.thread, self._frame)
+            else:
+                entries = list(stacks.outward_from_stop(self.stop))
+                self._own_stack = LazyStack(iter(entries), len(entries))
+        return self._own_stack
 
     def _describe(self, entry):
         frame = entry.frame
@@ -254,6 +257,7 @@ class StoppedThread(object):
             self._frame.f_lineno = line
         except ValueError as error:
             raise Refused(str(error))
+        self._own_stack = None
         return Then(None, lambda: self._session.tell_stop(Told('goto', self._frame, {})))
 
     # Going on.
@@ -280,6 +284,10 @@ class StoppedThread(object):
 
     def _step_out(self, arguments):
         return self._step(arguments, STEP_OUT, self._frame)
+
+
+def _lazy_stack(thread, frame):
+    return LazyStack(stacks.outward(thread, frame), sum(1 for _ in frames.outward(frame)))
 
 
 def _result(shown):

@@ -24,7 +24,13 @@ _SHORT_TYPES = (types.FunctionType, types.BuiltinFunctionType, types.ModuleType,
                 types.FrameType, types.GeneratorType, xrange, file, object)
 
 
+_CONTAINERS = (list, tuple, dict, set, frozenset, collections.deque)
+# The own text of a longer container is not asked for.
+_LONG = 1000
+_OrderedDict = getattr(collections, 'OrderedDict', None)
 _name_of = type.__dict__['__name__'].__get__
+_mro_of = type.__dict__['__mro__'].__get__
+_variables_of = type.__dict__['__dict__'].__get__
 
 
 class Overtime(Exception):
@@ -58,25 +64,29 @@ class Shower(object):
         if kind is str or kind is unicode:
             # The longest that can still be needed.
             return _shortened(repr(value[:text_limit + 1]), text_limit)
-        if kind in _BRACKETS or kind is dict:
+        base = container_base(value)
+        if base is not None and (_has_repr_of(kind, base) or base.__len__(value) > _LONG):
             if not depth:
                 return '...'
-            return self._show_container(value, depth - 1, items_shown)
+            shown = self._show_container(value, base, depth - 1, items_shown)
+            return shown if _has_repr_of(kind, base) else '%s(%s)' % (type_name(value), shown)
         return _shortened(self._own_repr(value), text_limit)
 
-    def _show_container(self, value, depth, items_shown):
+    def _show_container(self, value, base, depth, items_shown):
         def show(item):
             return self._show(item, depth, _NESTED_ITEMS_SHOWN, _NESTED_TEXT_LIMIT)
-        if type(value) is dict:
+        length = base.__len__(value)
+        if base is dict:
             begin, end = '{', '}'
             shown = [show(key) + ': ' + show(item)
-                     for key, item in first_items(value.iteritems, 0, items_shown)]
+                     for key, item in first_entries(value, 0, items_shown)]
         else:
-            begin, end = _BRACKETS[type(value)]
-            shown = [show(item) for item in first_items(value.__iter__, 0, items_shown)]
-        if len(value) > items_shown:
+            begin, end = _BRACKETS[base]
+            shown = [show(item) for item in first_items(
+                lambda: base.__iter__(value), 0, items_shown)]
+        if length > items_shown:
             shown.append('...')
-        elif type(value) is tuple and len(value) == 1:
+        elif base is tuple and length == 1:
             end = ',)'
         return begin + ', '.join(shown) + end
 
@@ -106,6 +116,34 @@ def first_items(iterate, start, count):
         except RuntimeError:
             pass
     return []
+
+
+def first_entries(value, start, count):
+    """Some (key, item) pairs of a dict, in its own order if it has one."""
+    if _OrderedDict is not None and issubclass(type(value), _OrderedDict):
+        try:
+            return [(key, dict.__getitem__(value, key)) for key in itertools.islice(
+                _OrderedDict.__iter__(value), start, start + count)]
+        except Exception:
+            pass  # It is not as it should be.
+    return first_items(lambda: dict.iteritems(value), start, count)
+
+
+def container_base(value):
+    """Which of the interpreter's own containers a value is; None for none."""
+    # isinstance() would ask the value itself for its class.
+    for base in _CONTAINERS:
+        if issubclass(type(value), base):
+            return base
+    return None
+
+
+def _has_repr_of(kind, base):
+    """Whether values of this class are shown as those of its base."""
+    for ancestor in _mro_of(kind):
+        if '__repr__' in _variables_of(ancestor):
+            return ancestor is base
+    return False
 
 
 def type_name(value):
