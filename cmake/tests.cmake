@@ -52,6 +52,8 @@ foreach(scenario ${scenarios})
     get_filename_component(name ${scenario} NAME_WE)
     add_host_test(python/${name} COMMAND morvik-python tests/python/runner.py ${scenario})
 endforeach()
+# It tells how long an editor waits.
+set_tests_properties(${build_name}/python/test_dap_speed PROPERTIES RUN_SERIAL TRUE)
 
 include(cmake/event_cost.cmake)
 include(cmake/dap.cmake)

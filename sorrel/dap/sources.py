@@ -26,7 +26,7 @@ class Sources(object):
 
     def map_paths(self, mappings):
         """mappings: dicts of a "localRoot", which is the client's, and a "remoteRoot"."""
-        self._mappings = [(_root(mapping['localRoot']), _root(mapping['remoteRoot']))
+        self._mappings = [(_Root(mapping['localRoot']), _Root(mapping['remoteRoot']))
                           for mapping in mappings]
 
     def to_program(self, path):
@@ -37,15 +37,17 @@ class Sources(object):
         if self._uris and path.startswith('file://'):
             path = urllib.unquote(path[len('file://'):])
         for local, remote in self._mappings:
-            if path.startswith(local):
-                path = remote + path[len(local):].replace('\\', '/')
+            rest = local.rest(path)
+            if rest is not None:
+                path = remote.join(rest)
                 break
         return os.path.normpath(path)
 
     def to_client(self, path):
         for local, remote in self._mappings:
-            if path.startswith(remote):
-                path = local + path[len(remote):]
+            rest = remote.rest(path)
+            if rest is not None:
+                path = local.join(rest)
                 break
         if self._uris:
             path = 'file://' + urllib.quote(path)
@@ -81,9 +83,28 @@ class Sources(object):
         return self._on_disk[path]
 
 
-def _root(path):
-    path = path.encode('utf-8')
-    return path if path[-1:] in '/\\' else path + '/'
+class _Root(object):
+    """A folder, of this system or of Windows."""
+
+    def __init__(self, path):
+        path = path.encode('utf-8')
+        self._is_windows = '\\' in path or path[1:2] == ':'
+        self._separator = '\\' if self._is_windows else '/'
+        self._path = path.rstrip('/' + self._separator) + self._separator
+
+    def rest(self, path):
+        """What follows this folder in a path, with slashes; None where it lies elsewhere."""
+        known = self._path
+        if self._is_windows:
+            # Upper and lower case are the same there, and so are both slashes.
+            path, known = path.replace('/', '\\'), known.replace('/', '\\')
+        begun = path[:len(known)]
+        if begun != known and not (self._is_windows and begun.lower() == known.lower()):
+            return None
+        return path[len(known):].replace(self._separator, '/')
+
+    def join(self, rest):
+        return self._path + rest.replace('/', self._separator)
 
 
 def full_name(path):

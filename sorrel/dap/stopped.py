@@ -83,13 +83,14 @@ class StoppedThread(object):
     # The stack.
 
     def _stack_trace(self, arguments):
-        stack = self._stack(self._session.find_thread(arguments['threadId']))
+        stack = self._stack(arguments['threadId'])
         shown = stack.page(arguments.get('startFrame', 0), arguments.get('levels', 0))
         return {'stackFrames': [self._describe(entry) for entry in shown],
                 'totalFrames': stack.most()}
 
-    def _stack(self, thread):
-        if thread.id != self.stop.thread:
+    def _stack(self, number):
+        if not self._is_this(number):
+            thread = self._session.find_thread(number)
             if not self._session.stops_all:
                 raise Refused('the thread is running')
             # It may still move before it waits.
@@ -262,8 +263,12 @@ class StoppedThread(object):
 
     # Going on.
 
+    def _is_this(self, number):
+        return number == self._session.threads.number(self.stop.thread)
+
     def _check_thread(self, arguments):
-        if self._session.find_thread(arguments['threadId']).id != self.stop.thread:
+        if not self._is_this(arguments['threadId']):
+            self._session.find_thread(arguments['threadId'])
             raise Refused('the thread has not stopped by itself')
 
     def _continue(self, arguments):

@@ -156,7 +156,8 @@ def class_name(kind):
 
 
 def _bits(number):
-    return len(hex(abs(number))) * 4
+    digits = '%x' % abs(number)
+    return (len(digits) - 1) * 4 + len(bin(int(digits[0], 16))) - 2
 
 
 def _shortened(text, limit):

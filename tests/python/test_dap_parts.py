@@ -1,0 +1,282 @@
+"""The parts of the server for editors that need no program: messages, values, paths, limits."""
+
+import collections
+import json
+import thread
+import time
+
+import harness
+from sorrel.dap import children, hits, lazystack, protocol, shapes, sources, timelimit, values
+
+
+class ProtocolTest(harness.TestCase):
+
+    MESSAGES = [{'type': 'event', 'event': 'x', 'body': {'text': u'\xe4\u20ac'}},
+                {'type': 'request', 'seq': 1, 'command': 'y'}]
+
+    def test_messages_cut_anywhere(self):
+        data = ''.join(protocol.encode(message) for message in self.MESSAGES)
+        for cut in range(len(data) + 1):
+            decoder = protocol.Decoder()
+            self.assertEqual(decoder.feed(data[:cut]) + decoder.feed(data[cut:]), self.MESSAGES)
+            self.assert_(not decoder.is_amid_message())
+
+    def test_being_amid_a_message(self):
+        decoder = protocol.Decoder()
+        for letter in protocol.encode(self.MESSAGES[0])[:-1]:
+            self.assertEqual(decoder.feed(letter), [])
+            self.assert_(decoder.is_amid_message())
+
+    def test_limits(self):
+        for data in ('Content-Length: %d\r\n\r\n' % (protocol.BODY_LIMIT + 1),
+                     'x' * protocol.HEADER_LIMIT):
+            self.assertRaises(protocol.Broken, protocol.Decoder().feed, data)
+
+    def test_other_headers_are_passed_over(self):
+        body = json.dumps(self.MESSAGES[1])
+        data = 'Content-Type: x\r\ncontent-length:%d\r\n\r\n%s' % (len(body), body)
+        self.assertEqual(protocol.Decoder().feed(data), [self.MESSAGES[1]])
+
+    def test_depth(self):
+        def message(depth, more=''):
+            return '{"type": "event", "x": %s%s}' % ('[' * depth + ']' * depth, more)
+
+        def feed(body):
+            return protocol.Decoder().feed('Content-Length: %d\r\n\r\n%s' % (len(body), body))
+        self.assertEqual(len(feed(message(99))), 1)
+        self.assertRaises(protocol.Broken, feed, message(100))
+        # What is in strings does not count.
+        self.assertEqual(len(feed(message(1, r', "y": "%s\"[["' % ('[{' * 500)))), 1)
+        self.assertEqual(len(feed(message(1, ', "y": [%s]' % ', '.join(['[]'] * 500)))), 1)
+
+
+class ShapesTest(harness.TestCase):
+
+    def refusal(self, command, arguments):
+        return str(self.assert_raises(protocol.Refused, None, shapes.checked,
+                                      {'command': command, 'arguments': arguments}))
+
+    def test_what_is_null_is_missing(self):
+        self.assertEqual(shapes.checked({'command': 'evaluate', 'arguments': {
+            'expression': u'x', 'context': None, 'other': None}}), {'expression': u'x'})
+        self.assertEqual(shapes.checked({'command': 'threads', 'arguments': None}), {})
+        self.assertEqual(shapes.checked({'command': 'unheard_of'}), {})
+
+    def test_refusals_name_the_place(self):
+        self.assertEqual(self.refusal('evaluate', []), 'arguments is no object')
+        self.assertEqual(self.refusal('evaluate', {}), 'expression is missing')
+        self.assertEqual(self.refusal('setBreakpoints', {'source': {'path': 5}}),
+                         'source.path is no string')
+        self.assertEqual(self.refusal('setBreakpoints', {
+            'source': {}, 'breakpoints': [{'line': 1}, {'line': True}]}),
+            'breakpoints[1].line is no whole number from 0 on')
+
+
+class Endless(object):
+
+    def __repr__(self):
+        while True:
+            pass
+
+
+class Own(list):
+    pass
+
+
+class Shown(list):
+
+    def __repr__(self):
+        return 'shown'
+
+
+class ValuesTest(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        limit = timelimit.TimeLimit()
+        self.calls = []
+
+        def call(function, *arguments):
+            self.calls.append(arguments)
+            end = time.time() + 0.2
+            thread.start_new_thread(self.expire, (limit, end))
+            return limit.call(0.2, function, *arguments)
+        self.shower = values.Shower(call)
+
+    def expire(self, limit, end):
+        time.sleep(max(0, end - time.time()))
+        limit.expire()
+
+    def test_containers(self):
+        for value, shown in (
+                ([1, (2,), {}], '[1, (2,), {}]'), (range(30), str(range(20))[:-1] + ', ...]'),
+                ([range(9)], '[[0, 1, 2, 3, 4, ...]]'), ([[[[1]]]], '[[[...]]]'),
+                (set([1]), 'set([1])'), (frozenset(), 'frozenset([])'),
+                (collections.deque([1]), 'deque([1])'), (Own([1]), '[1]'), ((), '()')):
+            self.assertEqual(self.shower.show(value), shown)
+        self.assertEqual(self.calls, [])
+
+    def test_own_texts(self):
+        self.assertEqual(self.shower.show(Shown([1])), 'shown')
+        # But not of what is long.
+        self.assertEqual(self.shower.show(Shown(range(5000)))[:20], 'Shown([0, 1, 2, 3, 4')
+        self.assertEqual(self.shower.show(collections.defaultdict(int, dict.fromkeys(range(5000))))
+                         [:25], 'defaultdict({0: None, 1: ')
+
+    def test_cycles(self):
+        cycle = [1]
+        cycle.append(cycle)
+        self.assertEqual(self.shower.show(cycle), '[1, [1, [1, ...]]]')
+
+    def test_strings_and_numbers_without_end(self):
+        self.assertEqual(len(self.shower.show('x' * 100000)), 1003)
+        self.assertEqual(self.shower.show(1 << 100000), '<long of 100001 bits>')
+
+    def test_a_text_that_does_not_end_is_asked_for_once(self):
+        for _ in range(3):
+            self.assertEqual(self.shower.show(Endless()),
+                             '<Endless object; its repr() does not end>')
+        self.assertEqual(len(self.calls), 1)
+
+    def test_an_ordered_dict_keeps_its_order(self):
+        if not hasattr(collections, 'OrderedDict'):
+            self.skip('this host has none')
+        table = collections.OrderedDict((number, None) for number in range(50, 0, -1))
+        self.assertEqual([key for key, _ in values.first_entries(table, 10, 3)], [40, 39, 38])
+        table.__dict__.clear()
+        self.assertEqual(len(values.first_entries(table, 0, 3)), 3)
+
+    def test_parts_of_objects(self):
+        class Slotted(object):
+            __slots__ = 'a', 'b'
+        slotted = Slotted()
+        slotted.a = 1
+        self.assertEqual([(child.name, child.value) for child in children.Object(slotted).named()],
+                         [('a', 1)])
+        rest = children.Object(range(100)).items.rest(40)
+        self.assertEqual((rest.name(), rest.count(), rest.get(0, 1)[0].name),
+                         ('[40 to 99]', 60, '[40]'))
+
+
+class TimeLimitTest(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        self.limit = timelimit.TimeLimit()
+
+    def expire_soon(self, times=1):
+        def expire():
+            for _ in range(times):
+                time.sleep(0.1)
+                self.limit.expire()
+        thread.start_new_thread(expire, ())
+
+    def test_what_ends_in_time_is_returned(self):
+        self.assertEqual(self.limit.call(5, lambda x: x + 1, 1), 2)
+        self.assertEqual(self.limit.deadline, None)
+
+    def test_what_does_not_end_is_ended(self):
+        def for_ever():
+            while True:
+                pass
+        self.expire_soon()
+        self.assertRaises(values.Overtime, self.limit.call, 0.1, for_ever)
+
+    def test_what_catches_everything_is_ended_again(self):
+        caught = []
+
+        def stubborn():
+            while True:
+                try:
+                    while True:
+                        pass
+                except values.Overtime:
+                    if len(caught) == 2:
+                        raise
+                    caught.append(self.limit.deadline)
+        self.expire_soon(3)
+        self.assertRaises(values.Overtime, self.limit.call, 0.1, stubborn)
+        # There was a time set for the next attempt, each time.
+        self.assertEqual([moment > 0 for moment in caught], [True, True])
+
+    def test_nothing_is_left_for_what_comes_afterwards(self):
+        for _ in range(20):
+            self.limit.call(0.001, lambda: None)
+            self.limit.expire()
+            sum(range(1000))
+
+    def test_errors_pass(self):
+        self.assertRaises(ZeroDivisionError, self.limit.call, 5, lambda: 1 / 0)
+
+
+class SourcesTest(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        self.sources = sources.Sources()
+
+    def assert_mapped(self, local, remote):
+        self.assertEqual(self.sources.to_program(local), remote)
+        self.assertEqual(self.sources.to_client(remote), local)
+
+    def test_paths_without_mappings(self):
+        self.assert_mapped(u'/a/b.py', '/a/b.py')
+        self.assert_mapped(u'/\xe4.py', '/\xc3\xa4.py')
+        self.assertRaises(protocol.Refused, self.sources.to_program, u'/a\0b')
+
+    def test_mappings(self):
+        self.sources.map_paths([{'localRoot': u'/home/me/work/', 'remoteRoot': u'/srv/app'},
+                                {'localRoot': u'/home/me', 'remoteRoot': u'/srv'}])
+        self.assert_mapped(u'/home/me/work/x/y.py', '/srv/app/x/y.py')
+        self.assert_mapped(u'/home/me/other.py', '/srv/other.py')
+        self.assert_mapped(u'/home/media/a.py', '/home/media/a.py')
+
+    def test_a_client_on_windows(self):
+        self.sources.map_paths([{'localRoot': u'C:\\Work', 'remoteRoot': u'/srv'}])
+        self.assert_mapped(u'C:\\Work\\x\\y.py', '/srv/x/y.py')
+        self.assertEqual(self.sources.to_program(u'c:\\work\\X.py'), '/srv/X.py')
+        self.assertEqual(self.sources.to_program(u'c:/work/X.py'), '/srv/X.py')
+
+    def test_addresses(self):
+        self.sources.use_uris()
+        self.assert_mapped(u'file:///a%20b/c.py', '/a b/c.py')
+
+    def test_files_that_only_the_program_can_read(self):
+        described = self.sources.describe('<string>')
+        self.assertEqual(described, {'name': '<string>', 'sourceReference': 1})
+        self.assertEqual(self.sources.describe('<string>'), described)
+        self.assertEqual(self.sources.content(None, 1), None)
+        path = self.script('x = 1\n')
+        self.assertEqual(self.sources.content(path.decode('ascii'), 0), 'x = 1\n')
+        self.assertEqual(self.sources.content(None, 7), None)
+
+
+class HitsTest(harness.TestCase):
+
+    def test_conditions(self):
+        for condition, due in (('3', [3, 4, 5, 6]), ('>= 3', [3, 4, 5, 6]), ('>3', [4, 5, 6]),
+                               ('== 3', [3]), ('= 3', [3]), ('<3', [1, 2]), ('<= 3', [1, 2, 3]),
+                               ('%3', [3, 6]), ('% 0', [])):
+            self.assert_(hits.is_condition(condition))
+            self.assertEqual([number for number in range(1, 7)
+                              if hits.is_due(condition, number)], due)
+
+    def test_what_is_no_condition(self):
+        for text in ('', 'x', '3 4', '!3', '-1', '3.5', '>'):
+            self.assert_(not hits.is_condition(text), text)
+
+
+class LazyStackTest(harness.TestCase):
+
+    def test_no_more_is_made_than_is_asked_for(self):
+        made = []
+
+        def entries():
+            for number in range(10):
+                made.append(number)
+                yield number
+        stack = lazystack.LazyStack(entries(), 12)
+        self.assertEqual((stack.page(2, 3), len(made), stack.most()), ([2, 3, 4], 5, 12))
+        self.assertEqual((stack.page(0, 2), len(made)), ([0, 1], 5))
+        self.assertEqual((stack.page(8, 0), stack.most()), ([8, 9], 10))
+        self.assertEqual(stack.page(20, 5), [])
