@@ -33,8 +33,8 @@ _CALLS = [opcode.opmap[name] for name in opcode.opmap if name.startswith('CALL_F
 class Exceptions(object):
     """mode: one of the words above. only: in the mode ALWAYS, a tuple of the types that this goes
     for; () for all. always, never: tuples of the types at which the program stops in every mode,
-    unless a handler names them, and in none. ignored: (path, line) of the places whose exceptions don't stop it.
-    All are changed by the methods alone.
+    unless a handler names them, and in none. ignored: (path, line) of the places whose exceptions
+    don't stop it. All are changed by the methods alone.
     """
 
     def __init__(self):

@@ -86,11 +86,12 @@ class Session(object):
     def closed(self):
         """The client has left: the program runs on as if it had never been there."""
         self._is_closed = True
-        if not self._resume_stopped(Resume(DETACH)):
+        # What the last client has left behind is not this one's to end.
+        if self._is_configured and not self._resume_stopped(Resume(DETACH)):
             self._service.detach()
         # The next client is not to come upon what is left of this one.
         end = _now() + _DETACH_PATIENCE
-        while self._service.attached and _now() < end:
+        while self._is_configured and self._service.attached and _now() < end:
             if self._jobs:
                 self.limit.expire()
             _sleep(0.001)

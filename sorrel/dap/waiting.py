@@ -15,7 +15,8 @@ if hasattr(select, 'poll'):
         """
         poll = _poll()
         for descriptor in set(reading + writing):
-            poll.register(descriptor, _IN * (descriptor in reading) | _OUT * (descriptor in writing))
+            poll.register(descriptor, _IN * (descriptor in reading)
+                          | _OUT * (descriptor in writing))
         try:
             # Rounded up: what is to be done then is not to be too early by a hair.
             found = poll.poll(seconds if seconds is None else int(seconds * 1000) + 1)

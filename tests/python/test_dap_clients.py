@@ -76,9 +76,11 @@ class ClientTest(dap_session.TestCase):
             client = self.connect(self.program)
             try:
                 client.ask('initialize')
+                client.ask('attach')
                 client.ask('disconnect')
                 return
-            except (socket.error, AssertionError):
+            except (socket.error, AssertionError, dap_session.Refusal):
+                client.close()
                 time.sleep(0.05)
         self.fail('the next client is not let in')
 

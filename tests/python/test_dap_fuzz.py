@@ -48,7 +48,8 @@ REQUESTS = {
 EVALUATING = ('evaluate', 'setVariable', 'setExpression', 'completions')
 # A letter that is none in any encoding of few bits, and one alone of a pair.
 WRONG = (None, True, False, 0, -1, 1.5, 1 << 31, 10 ** 30, -10 ** 30, 1e300, '', 'x', u'\xe9\u20ac',
-         u'\ud800', '\0', 'x' * 5000, [], [None], [[]], [0], ['x'], {}, {'x': None}, [{}], [{'x': 1}])
+         u'\ud800', '\0', 'x' * 5000, [], [None], [[]], [0], ['x'], {}, {'x': None}, [{}],
+         [{'x': 1}])
 
 
 def variations(arguments):
@@ -86,7 +87,8 @@ class FuzzTest(dap_session.TestCase):
             self.assertEqual(answer['command'], command)
             if not answer['success'] and command not in EVALUATING:
                 # What goes wrong is foreseen, and not an error of the server's own.
-                for name in 'AttributeError', 'TypeError', 'KeyError', 'IndexError', 'OverflowError':
+                for name in ('AttributeError', 'TypeError', 'KeyError', 'IndexError',
+                             'OverflowError'):
                     if name in answer['message']:
                         self.fail('%s of %r: %s' % (command, arguments, answer['message']))
 
@@ -110,7 +112,8 @@ class FuzzTest(dap_session.TestCase):
 
     def test_requests_to_go_on_with_wrong_arguments(self):
         self.client.stopped()
-        wrong = [arguments for arguments in variations({'threadId': 5}) if arguments != {'threadId': 1}]
+        wrong = [arguments for arguments in variations({'threadId': 5})
+                 if arguments != {'threadId': 1}]
         for command in 'next', 'stepIn', 'stepOut':
             self.assert_answered([(command, arguments) for arguments in wrong])
         # Any thread will do for this one.
