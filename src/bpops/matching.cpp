@@ -61,6 +61,9 @@ Ref evaluate_in_sub_language(const BreakpointRecord* record, const Location& loc
 Condition evaluate_condition(BreakpointRecord* record, const Location& location) {
     const PendingErrorGuard keep_error;
     PyFrame_FastToLocals(location.frame);
+    if (record->cond == nullptr) {
+        return Condition::kHolds;  // the destructor of an old local took it away
+    }
     const Ref result = location.hook == nullptr ? evaluate_in_python(record, location.frame)
                                                 : evaluate_in_sub_language(record, location);
     if (!result || PyErr_Occurred() != nullptr) {

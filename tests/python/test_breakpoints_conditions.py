@@ -369,6 +369,45 @@ for _ in range(300):
         self.assertEqual([len(item) for item in listed if len(item) > 9], [])
 
 
+class DyingLocalTest(breakpoint_case.BreakpointTestCase):
+    """Bringing a frame's locals up to date for a condition ends what only their dictionary kept."""
+
+    def stops_where_dying_local(self, edit, **changes):
+        path = self.write("dying.py", """\
+def work():
+    x = Finalizer(edit)
+    locals()
+    x = None
+    y = 1
+work()
+""")
+        self.set_break(path, 5, cond="1 / 0", **changes)
+        self.run_program(path, Finalizer=Finalizer, edit=lambda: edit(path, 5))
+        return self.stops, core.get_breaks(path, 5)
+
+    def test_takes_the_condition_away(self):
+        def take_away(path, line):
+            core.set_breaks_cond(path, line, None)
+        self.assertEqual(self.stops_where_dying_local(take_away),
+                         (["dying.py:5"], [(1, 1, 0, None, 0, 1)]))
+
+    def test_takes_the_condition_away_so_that_the_hit_is_ignored(self):
+        def take_away(path, line):
+            core.set_breaks_cond(path, line, None)
+        self.assertEqual(self.stops_where_dying_local(take_away, ignore=1),
+                         ([], [(1, 1, 0, None, 0, 1)]))
+
+    def test_changes_the_condition(self):
+        def change(path, line):
+            core.set_breaks_cond(path, line, "y")
+        # There is no y yet.
+        self.assertEqual(self.stops_where_dying_local(change, ignore=1),
+                         (["dying.py:5"], [(1, 1, 0, "y", 1, 1)]))
+
+    def test_clears_the_breakpoint(self):
+        self.assertEqual(self.stops_where_dying_local(core.clear_breaks), ([], []))
+
+
 class SwitchingTest(ConditionTestCase):
     """Another thread that is not debugged runs while a condition sleeps."""
 
