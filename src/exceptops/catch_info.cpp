@@ -266,7 +266,9 @@ Ref find_catch_info(CatchInfoStore* store, PyFrameObject* frame) {
         return Ref();
     }
     PyObject* const co_name = frame->f_code->co_name;
-    const Ref instances = Ref::share(PyDict_GetItem(store->catch_dict, co_name));
+    // Names are compared as the instances' own code says, which may replace the list.
+    const Ref catch_dict = Ref::share(store->catch_dict);
+    const Ref instances = Ref::share(PyDict_GetItem(catch_dict.get(), co_name));
     if (!instances) {
         dprintf(kLogExceptions, "  null info_list; looking for %s\n", object_text(co_name));
         return Ref();

@@ -171,6 +171,25 @@ class ListTest(QuestionTestCase):
         info.mod_name = "elsewhere"
         self.assertEqual(self.ask_f()[-1], NONE_FOUND)
 
+    def test_name_that_replaces_the_list_as_it_is_compared_is_compared_to_the_end(self):
+        lists = []
+
+        class Name(object):
+            def __hash__(self):
+                return hash("f")
+
+            def __eq__(self, other):
+                if self.replaces:
+                    core.set_exc_catch_info_list([])
+                    lists.extend([[None], {None: None}] for _ in range(200))
+                return False
+        name = Name()
+        name.replaces = False
+        core.set_exc_catch_info_list([CatchInfo(name), CatchInfo("f")])
+        name.replaces = True
+        self.assertEqual(self.ask_f()[-1], "  frame prints\n")
+        self.assertEqual(self.ask_f(), [FIND, NO_LIST, ASK, NONE_FOUND])
+
     def test_any_object_with_the_attributes_will_do(self):
         class Old:
             co_name, mod_name, containing_class, prints, parent = "f", "*", "*", 1, 0
