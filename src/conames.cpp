@@ -53,6 +53,8 @@ void find_garbage(CodeNameRegistry* registry, GarbageBatch* batch) {
            PyDict_Next(registry->names, &position, &key, nullptr) != 0) {
         auto* const code = static_cast<PyCodeObject*>(PyLong_AsVoidPtr(key));
         if (Py_REFCNT(code) == 1) {
+            // What goes may run code that collects too: it is not to find these again.
+            Py_INCREF(code);
             Py_INCREF(key);
             batch->keys[batch->count] = key;
             batch->codes[batch->count] = code;
@@ -66,6 +68,7 @@ void drop_garbage(CodeNameRegistry* registry, const GarbageBatch& batch) {
     for (int i = 0; i < batch.count; ++i) {
         const Ref key = Ref::steal(batch.keys[i]);
         const Ref code = Ref::steal(as_object(batch.codes[i]));
+        const Ref registrys_own = Ref::steal(as_object(batch.codes[i]));
         forget_recent(registry, batch.codes[i]);
         if (registry->forgotten != nullptr) {
             registry->forgotten(batch.codes[i]);

@@ -95,11 +95,26 @@ ShortName* cached_short_name(PathCache* cache, const char* path) {
     return static_cast<ShortName*>(store(&cache->short_names, path, name));
 }
 
+// Finds out again what the file system knows a file by. A cached identity may be another file's
+// by now: what is left of a file that was replaced is given to the next new one.
+bool refresh_identity(ShortName* name) {
+    const OwnedText buffer = new_path_buffer();
+    return buffer && short_path_name(text_of(name), buffer.get(), &name->identity, path_log());
+}
+
+bool is_one_file(ShortName* a, ShortName* b) {
+    return same_identity(a->identity, b->identity) && refresh_identity(a) && refresh_identity(b) &&
+           same_identity(a->identity, b->identity);
+}
+
 // Whether two short names are equal, the last letter of ".pyc" left out. (Names of optimised code
 // stand for themselves here.)
 bool same_source_name(const char* a, const char* b) {
     constexpr char kCompiled[] = ".pyc";
     constexpr size_t kSuffixLength = sizeof(kCompiled) - 1;
+    if (same_short_name(a, b)) {
+        return true;
+    }
     const char* const names[2] = {a, b};
     OwnedText cut[2];
     for (int i = 0; i < 2; ++i) {
@@ -174,10 +189,8 @@ int same_file(PathCache* cache, const char* a, const char* b) {
         return 0;
     }
     dprintf(kLogFiles, "Full names %s %s\n", text_of(first), text_of(second));
-    const int same = same_identity(first->identity, second->identity) ||
-                             same_source_name(text_of(first), text_of(second))
-                         ? 1
-                         : 0;
+    const int same =
+        same_source_name(text_of(first), text_of(second)) || is_one_file(first, second) ? 1 : 0;
     dprintf(kLogFiles, "  returning %d\n", same);
     return same;
 }

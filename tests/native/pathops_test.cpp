@@ -208,6 +208,18 @@ TEST_F(PathCacheTest, LinksToAFileAreThatFile) {
     EXPECT_EQ(same(folder.path("soft.py"), folder.path("hard.py")), 1);
 }
 
+TEST_F(PathCacheTest, LinkedFileThatWasReplacedIsAnother) {
+    const std::string path = folder.file("a.py");
+    const std::string linked = folder.path("hard.py");
+    std::filesystem::create_hard_link(path, linked);
+    EXPECT_EQ(same(path, linked), 1);
+    std::filesystem::rename(folder.file("new.py"), path);
+    EXPECT_EQ(same(path, linked), 0);
+    std::filesystem::remove(linked);
+    std::filesystem::create_hard_link(path, linked);
+    EXPECT_EQ(same(path, linked), 0);
+}
+
 TEST_F(PathCacheTest, OtherFilesAreOthers) {
     const std::string path = folder.file("a.py");
     EXPECT_EQ(same(path, folder.file("b.py")), 0);

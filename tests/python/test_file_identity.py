@@ -357,6 +357,46 @@ class RegisteredFileTest(breakpoint_case.BreakpointTestCase):
         # Up to 5000 calls' worth of code may be held at any moment, each of some 20 references.
         self.assertEqual(abs(totals[-1] - totals[0]) < 5000 * 30, True)
 
+    def test_dying_code_may_look_so_much_up_that_other_code_dies(self):
+        path = self.write("a.py", "")
+        frame = self.frame_of(path)
+        died = []
+
+        class Constant(object):
+            def __del__(self):
+                died.append(True)
+                if len(died) == 1:
+                    look_up(6000)
+
+        def look_up(count):
+            for _ in range(count):
+                core.get_frame_file(frame)
+        core.start_trace()
+        core.continue_run()
+        for _ in range(20):
+            variables = {}
+            exec compile("def work(): pass", path, "exec") in variables
+            self.with_constant(variables["work"], Constant())()
+        core.stop_trace()
+        del variables
+        look_up(6000)
+        self.assertEqual(len(died), 20)
+        self.assertEqual(core.get_frame_file(frame), path)
+
+    def frame_of(self, path):
+        variables = {}
+        exec compile(FRAME, path, "exec") in variables
+        return variables["frame"]
+
+    def with_constant(self, function, constant):
+        """The function, with one more constant that nothing uses."""
+        code = function.func_code
+        return types.FunctionType(
+            types.CodeType(code.co_argcount, code.co_nlocals, code.co_stacksize, code.co_flags,
+                           code.co_code, code.co_consts + (constant,), code.co_names,
+                           code.co_varnames, code.co_filename, code.co_name,
+                           code.co_firstlineno, code.co_lnotab), function.func_globals)
+
 
 class SpellingTest(breakpoint_case.BreakpointTestCase):
     """Breakpoints given by other names than the code goes by."""
@@ -464,6 +504,15 @@ class SpellingTest(breakpoint_case.BreakpointTestCase):
         os.symlink(self.write("other.py", self.PROGRAM), "link.py")
         self.run_program(self.path)
         self.assertEqual(self.hits("link.py", 2), [2])
+
+    def test_file_that_took_the_place_of_another_is_not_taken_for_what_was_left_of_that(self):
+        left = self.folder + "/left.py"
+        os.link(self.path, left)
+        # Known from now on.
+        self.assertEqual(self.stops_with("sub/program.py", self.path), True)
+        os.rename(self.write("new.py", self.PROGRAM), self.path)
+        self.assertEqual(self.stops_with("sub/program.py", left), False)
+        self.assertEqual(self.stops_with("sub/program.py", self.path), True)
 
     def test_names_of_any_bytes(self):
         for name in ("caf\xc3\xa9.py", "\xff\xfe.py", "a b\t.py", "%s%n.py", "back\\slash.py"):
