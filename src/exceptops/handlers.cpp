@@ -47,7 +47,7 @@ bool decode_plain(Scan* scan, Instruction* instruction) {
     return true;
 }
 
-bool decode(Scan* scan, Instruction* instruction) {
+[[gnu::always_inline]] inline bool decode(Scan* scan, Instruction* instruction) {
     constexpr int kExtensionBits = 16;
     if (!decode_plain(scan, instruction)) {
         return false;

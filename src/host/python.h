@@ -10,6 +10,8 @@
 #include <pythread.h>
 #include <traceback.h>
 
+#include <cerrno>
+
 #if PY_VERSION_HEX < 0x02060000 || PY_VERSION_HEX >= 0x02080000
 #error "Morvik is built for CPython 2.6 and 2.7"
 #endif
@@ -44,7 +46,7 @@ inline void update_line(PyFrameObject* frame) {
     }
 }
 
-// Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0.
+// Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0. errno is kept.
 inline int exception_matches(PyObject* exception, PyObject* kinds) {
     // A class of the ordinary metaclass has no say in what its subclasses are.
     if (PyType_CheckExact(kinds) && PyExceptionClass_Check(kinds) && PyType_Check(exception) &&
@@ -52,6 +54,7 @@ inline int exception_matches(PyObject* exception, PyObject* kinds) {
         return PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(exception),
                                 reinterpret_cast<PyTypeObject*>(kinds));
     }
+    const int saved_errno = errno;
 #if PY_VERSION_HEX < 0x02070000
     // Where the recursion limit is reached 2.6 would answer no, and print so, for want of a level
     // to ask with.
@@ -60,10 +63,11 @@ inline int exception_matches(PyObject* exception, PyObject* kinds) {
     Py_SetRecursionLimit(limit + kLevelsToAskWith);
     const int matches = PyErr_GivenExceptionMatches(exception, kinds);
     Py_SetRecursionLimit(limit);
-    return matches;
 #else
-    return PyErr_GivenExceptionMatches(exception, kinds);
+    const int matches = PyErr_GivenExceptionMatches(exception, kinds);
 #endif
+    errno = saved_errno;
+    return matches;
 }
 
 }  // namespace morvik

@@ -137,12 +137,8 @@ bool serialised_event(PyFrameObject* frame, int event, PyObject* argument) {
     return outcome.propagate;
 }
 
-}  // namespace
-
-int c_dispatch(PyObject* /*trace_object*/, PyFrameObject* frame, int event, PyObject* argument) {
-    if (pass_quietly(frame, event, argument)) {
-        return 0;
-    }
+// Apart, so that what it keeps in registers costs a quiet event nothing.
+[[gnu::noinline]] int dispatch_the_long_way(PyFrameObject* frame, int event, PyObject* argument) {
     const ErrnoGuard keep_errno;
     const long ident = get_thread_ident();
     if (core.pending_raise_count != 0 && raise_pending_exception()) {
@@ -164,6 +160,12 @@ int c_dispatch(PyObject* /*trace_object*/, PyFrameObject* frame, int event, PyOb
         return 0;
     }
     return serialised_event(frame, event, argument) ? -1 : 0;
+}
+
+}  // namespace
+
+int c_dispatch(PyObject* /*trace_object*/, PyFrameObject* frame, int event, PyObject* argument) {
+    return pass_quietly(frame, event, argument) ? 0 : dispatch_the_long_way(frame, event, argument);
 }
 
 PyObject* dispatch_named_event(PyObject* frame, const char* event, PyObject* argument) {

@@ -79,7 +79,6 @@ bool return_is_quiet(const ThreadData* record, PyFrameObject* frame, const PyObj
 
 // The policy is asked once more on the long way where it stops.
 bool exception_is_quiet(const ThreadData* record, PyFrameObject* frame, PyObject* exception) {
-    const ErrnoGuard keep_errno;  // classes may have a say in what their subclasses are
     return !is_printed_stop(core.exception_mode) && exception != nullptr &&
            PyTuple_Check(exception) && PyTuple_GET_SIZE(exception) > 0 &&
            step_is_quiet(record, frame) &&
