@@ -54,7 +54,7 @@ class DispatchTest : public PythonTest {
 
 TEST_F(DispatchTest, EventsOfBuiltInFunctionsAreCountedAndNoMore) {
     start();
-    const int before = core.event_count;
+    const unsigned before = core.event_count;
     for (const int event : {4, 5, 6}) {
         EXPECT_EQ(dispatch(event), 0);
     }
