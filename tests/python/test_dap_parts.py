@@ -226,9 +226,9 @@ class SourcesTest(harness.TestCase):
         self.assertRaises(protocol.Refused, self.sources.to_program, u'/a\0b')
 
     def test_mappings(self):
-        self.sources.map_paths([{'localRoot': u'/home/me/work/', 'remoteRoot': u'/srv/app'},
+        self.sources.map_paths([{'localRoot': u'/home/me/shop/', 'remoteRoot': u'/srv/app'},
                                 {'localRoot': u'/home/me', 'remoteRoot': u'/srv'}])
-        self.assert_mapped(u'/home/me/work/x/y.py', '/srv/app/x/y.py')
+        self.assert_mapped(u'/home/me/shop/x/y.py', '/srv/app/x/y.py')
         self.assert_mapped(u'/home/me/other.py', '/srv/other.py')
         self.assert_mapped(u'/home/media/a.py', '/home/media/a.py')
 
