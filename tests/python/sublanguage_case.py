@@ -101,7 +101,27 @@ class Hook(object):
         self.answers["_StopHere"] = stop_here
 
 
-class SubLanguageTestCase(harness.TestCase):
+class Requests(object):
+    """Part of a test case whose `stopped(event, frame)` notes a stop and calls go_on(): each goes
+    on with the next of `requests`, entry points by name or functions of the frame."""
+
+    def go_on(self, frame):
+        request = "continue_run"
+        if self.requests:
+            request = self.requests.pop(0)
+        if callable(request):
+            request(frame)
+        else:
+            getattr(core, request)()
+
+    def line(self, frame, changed_bps):
+        self.stopped("", frame)
+
+    def return_(self, frame, value, changed_bps):
+        self.stopped("return ", frame)
+
+
+class SubLanguageTestCase(Requests, harness.TestCase):
     """The two files loaded; the core is initialised, tracing is off.
 
     `stops` holds "function line" of each stop, "return " before that of a return; each stop takes
@@ -186,19 +206,7 @@ class SubLanguageTestCase(harness.TestCase):
             core.step_into()
             return
         self.stops.append("%s%s %d" % (text, frame.f_code.co_name, frame.f_lineno))
-        request = "continue_run"
-        if self.requests:
-            request = self.requests.pop(0)
-        if callable(request):
-            request(frame)
-        else:
-            getattr(core, request)()
-
-    def line(self, frame, changed_bps):
-        self.stopped("", frame)
-
-    def return_(self, frame, value, changed_bps):
-        self.stopped("return ", frame)
+        self.go_on(frame)
 
     def exception(self, frame, exc_info, changed_bps):
         self.exceptions.append("%s in %s" % (exc_info[0].__name__, frame.f_code.co_name))

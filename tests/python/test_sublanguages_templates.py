@@ -5,6 +5,7 @@ import sys
 import thread
 
 import harness
+import sublanguage_case
 from harness import core
 
 EXAMPLE = os.path.join(os.path.dirname(os.path.dirname(os.path.dirname(
@@ -132,7 +133,7 @@ small {{ x }}
         self.assert_raises(AttributeError, "'Gift' object has no attribute 'total'", render, cy)
 
 
-class DebuggingTest(TemplateTestCase):
+class DebuggingTest(sublanguage_case.Requests, TemplateTestCase):
     """A bill is written under the debugger; stops are in the template's own lines."""
 
     def setUp(self):
@@ -178,19 +179,7 @@ class DebuggingTest(TemplateTestCase):
             core.step_over()
             return
         self.stops.append(event + self.place(frame))
-        request = "continue_run"
-        if self.requests:
-            request = self.requests.pop(0)
-        if callable(request):
-            request(frame)
-        else:
-            getattr(core, request)()
-
-    def line(self, frame, changed_bps):
-        self.stopped("", frame)
-
-    def return_(self, frame, value, changed_bps):
-        self.stopped("return ", frame)
+        self.go_on(frame)
 
     def exception(self, frame, exc_info, changed_bps):
         self.exceptions.append("%s at %s" % (exc_info[0].__name__, self.place(frame)))
