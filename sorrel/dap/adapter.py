@@ -61,6 +61,8 @@ class Adapter(object):
         # A request that the program may be unable to answer, and until when it may.
         self._ending = None
         self._ending_until = None
+        # Whether the program, which may have answered, has to end by then, too.
+        self._must_end = False
         self._has_ended = False
 
     def run(self):
@@ -261,6 +263,7 @@ class Adapter(object):
     def _pass_to_program(self, message):
         if message['command'] in ('disconnect', 'terminate'):
             self._ending = message
+            self._must_end = message['command'] == 'disconnect' and _is_to_end(message)
             self._ending_until = time.time() + _END_PATIENCE
         try:
             self._program.sendall(protocol.encode(message))
@@ -298,6 +301,9 @@ class Adapter(object):
         if self._ending is not None and time.time() > self._ending_until:
             ending, self._ending = self._ending, None
             self._end_by_force(ending)
+        if self._must_end and self._process is not None and time.time() > self._ending_until:
+            self._must_end = False
+            self._process.kill()
         status = self._process.status() if self._process is not None else None
         if status is None:
             return
