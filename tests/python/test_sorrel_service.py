@@ -94,11 +94,11 @@ y = 2
 
     def test_frames_end_where_the_program_begins(self):
         def look(stop):
-            self.seen.append([frame.f_code.co_name for frame in frames.stack(stop.frame)])
+            self.seen.append([frame.f_code.co_name for frame in frames.outward(stop.frame)])
             return INTO
         self.run_program('def f():\n    x = 1\nf()\n', look, look, look, look, look)
-        self.assertEqual(self.seen, [['<module>'], ['<module>'], ['<module>', 'f'],
-                                     ['<module>', 'f'], ['<module>']])
+        self.assertEqual(self.seen, [['<module>'], ['<module>'], ['f', '<module>'],
+                                     ['f', '<module>'], ['<module>']])
 
     def run_beside(self, ignore):
         """Runs a program while another thread has asked to stop; returns the threads that did."""
