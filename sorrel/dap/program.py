@@ -87,14 +87,17 @@ class Program(object):
                 return not frames.is_program(sys._current_frames().get(thread.ident, thread.frame))
         return False
 
+    def is_being_left(self):
+        """To be called before the program goes on without its client."""
+        if self.start_method == 'launch':
+            _write_to_nobody()
+
     def left(self, session):
         if self._session is session:
             self._session = None
-        if self.start_method == 'launch':
-            _write_to_nobody()
-            if self.is_waiting:
-                self._is_given_up = True
-                self._go_on()
+        if self.start_method == 'launch' and self.is_waiting:
+            self._is_given_up = True
+            self._go_on()
 
     def _go_on(self):
         self.is_waiting = False

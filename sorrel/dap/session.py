@@ -86,6 +86,7 @@ class Session(object):
     def closed(self):
         """The client has left: the program runs on as if it had never been there."""
         self._is_closed = True
+        self._program.is_being_left()
         # What the last client has left behind is not this one's to end.
         if self._is_configured and not self._resume_stopped(Resume(DETACH)):
             self._service.detach()
