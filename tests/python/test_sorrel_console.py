@@ -115,6 +115,8 @@ text = sys.stdout.getvalue()
         screen.read_to(PROMPT)
         screen.type('p nonsense')
         screen.read_to('p nonsense')
+        # On its way back to waiting for a key, readline would hear of it with the next one only.
+        time.sleep(0.3)
         screen.interrupt()
         screen.read_to('\n--KeyboardInterrupt--\r\n' + PROMPT)
         screen.type('p 6 * 7\n')
