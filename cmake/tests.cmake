@@ -13,6 +13,20 @@ function(add_host_test name)
         "PYTHONPATH=${PROJECT_BINARY_DIR}/lib:${PROJECT_SOURCE_DIR};PYTHONDONTWRITEBYTECODE=1")
 endfunction()
 
+# add_graded_test(<name> TIMEOUT <seconds> LONG_TIMEOUT <seconds> COMMAND <program> ARGS...): a
+# host test that takes as long as it is given. It runs in short with all the others and, with
+# MORVIK_TEST_LONG set, at its whole length by ./morvik test --long.
+function(add_graded_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT;LONG_TIMEOUT" "COMMAND")
+    add_host_test(${name} COMMAND ${arg_COMMAND})
+    set_tests_properties(${build_name}/${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
+    add_test(NAME ${build_name}/long/${name} CONFIGURATIONS long COMMAND ${arg_COMMAND}
+        WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    get_test_property(${build_name}/${name} ENVIRONMENT environment)
+    set_tests_properties(${build_name}/long/${name} PROPERTIES LABELS long
+        TIMEOUT ${arg_LONG_TIMEOUT} ENVIRONMENT "${environment};MORVIK_TEST_LONG=1")
+endfunction()
+
 add_test(NAME ${build_name}/module_exports_only_its_entry COMMAND ${CMAKE_COMMAND}
     -DNM=${CMAKE_NM} -DMODULE=$<TARGET_FILE:tmorvik26_vs2012_x64>
     -P ${PROJECT_SOURCE_DIR}/cmake/check_exports.cmake)

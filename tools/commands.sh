@@ -14,6 +14,7 @@ usage: ./morvik COMMAND [OPTIONS]
   demo [--python EXE]                     watch two short recorded sessions
   test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
   test --asan [--python EXE]...           the same with sanitizers, on the default host
+  test --long [--asan] [--python EXE]...  soak, fuzzing and failing allocations at whole length
   bench [--python EXE] [ARGS]             measure the core beside other trace functions
   help                                    this text
 
@@ -22,10 +23,10 @@ EOF
 }
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
-# leaves hosts, asan, listen, wait, hooks, and the others in rest.
+# leaves hosts, asan, long, listen, wait, hooks, and the others in rest.
 read_options() {
     local allowed=' '
-    hosts=() asan='' listen='' wait='' hooks=() rest=()
+    hosts=() asan='' long='' listen='' wait='' hooks=() rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -42,9 +43,9 @@ read_options() {
                     shift
                 fi
                 ;;
-            --asan | --wait)
+            --asan | --wait | --long)
                 [[ $allowed == *" $1 "* ]] || usage_error "unknown option: $1"
-                [[ $1 == --asan ]] && asan=1 || wait=1
+                declare -g "${1#--}=1"
                 ;;
             --listen | --listen=*)
                 [[ $allowed == *' --listen '* ]] || usage_error "unknown option: $1"
@@ -179,7 +180,8 @@ test_hosts() {
 
 command_test() {
     local exe list dir tests=$root/build/tests
-    read_options --asan -- "$@"
+    read_options --asan --long -- "$@"
+    [[ -z $long ]] || rest=(-C long -L long "${rest[@]}")
     list=$(test_hosts) || exit
     need_test_tools
     [[ -n $asan ]] || want_client_tools
