@@ -27,9 +27,12 @@ function(add_graded_test name)
         TIMEOUT ${arg_LONG_TIMEOUT} ENVIRONMENT "${environment};MORVIK_TEST_LONG=1")
 endfunction()
 
-add_test(NAME ${build_name}/module_exports_only_its_entry COMMAND ${CMAKE_COMMAND}
-    -DNM=${CMAKE_NM} -DMODULE=$<TARGET_FILE:tmorvik26_vs2012_x64>
-    -P ${PROJECT_SOURCE_DIR}/cmake/check_exports.cmake)
+foreach(module tmorvik26_vs2012_x64 sorrel_module)
+    add_test(NAME ${build_name}/${module}_exports_only_its_entry COMMAND ${CMAKE_COMMAND}
+        -DNM=${CMAKE_NM} -DMODULE=$<TARGET_FILE:${module}>
+        -DENTRY=init$<TARGET_FILE_BASE_NAME:${module}>
+        -P ${PROJECT_SOURCE_DIR}/cmake/check_exports.cmake)
+endforeach()
 
 # The other platform's file knows no interpreter, so that it can be built on this one. Linking
 # tells whether the system has what it calls. Without the compiler ctest lists it as not run.
@@ -46,7 +49,7 @@ file(GLOB native_sources tests/native/*.cpp)
 find_package(GTest)
 if(native_sources AND GTest_FOUND)
     include(GoogleTest)
-    add_executable(native_tests ${native_sources})
+    add_executable(native_tests ${native_sources} src/sorrelmodule/all_threads.cpp)
     target_link_libraries(native_tests PRIVATE
         morvik_core morvik_host_embedded GTest::gtest GTest::gmock)
     target_compile_definitions(native_tests PRIVATE
@@ -72,3 +75,4 @@ set_tests_properties(${build_name}/python/test_dap_speed PROPERTIES RUN_SERIAL T
 include(cmake/event_cost.cmake)
 include(cmake/dap.cmake)
 include(cmake/regrtest.cmake)
+include(cmake/soak.cmake)

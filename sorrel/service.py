@@ -21,9 +21,10 @@ import sys
 import threading
 import traceback
 
+import _sorrel
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import breakpoints, everythread, exceptions, frames, modules, threadhooks
+from sorrel import breakpoints, exceptions, frames, modules, threadhooks
 from sorrel.exceptions import NO_JUDGEMENT
 from sorrel.interrupts import Interrupts
 from sorrel.records import (
@@ -115,17 +116,17 @@ class Service(object):
         self.attached = True
         self.modules.begin()
         core.set_debug_thread_cb(self._debugs_thread)
-        everythread.trace()
-
-    def leave(self):
-        """To be called in the thread that has called attach(), when the program is detached."""
-        everythread.stop()
+        core.start_trace()
+        _sorrel.trace_all_threads(threadhooks.ThreadEnd(self._on_thread_end))
+        # What was given to all others is not for this one.
+        sys.settrace(None)
 
     def detach(self):
         """The program runs on at full speed, and the core forgets what it was told."""
         if self.attached:
             self.attached = False
             core.reset()
+            _sorrel.untrace_all_threads(core.trace_dispatch)
             self.breakpoints.forget()
             self.exceptions.forget()
             self._steps.keep(())

@@ -9,17 +9,32 @@ import tmorvik26_vs2012_x64 as core
 from sorrel import frames
 
 
-class ThreadMain(object):
-    """Stands in place of a thread's function and calls it."""
+class ThreadEnd(object):
+    """To be called by a thread as the last of what it runs."""
 
     # Kept here: when a thread ends last, the interpreter has emptied the modules.
     _settrace = sys.settrace
     _thread_exiting = core.thread_exiting
 
+    def __init__(self, on_end):
+        self._on_end = on_end
+
+    def __call__(self):
+        # In this order: one more event would give the thread a new record.
+        self._settrace(None)
+        self._on_end()
+        self._thread_exiting()
+
+
+class ThreadMain(object):
+    """Stands in place of a thread's function and calls it."""
+
+    _settrace = sys.settrace
+
     def __init__(self, function, trace, on_end):
         self._function = function
         self._trace = trace
-        self._on_end = on_end
+        self._on_end = ThreadEnd(on_end)
 
     def __repr__(self):
         return repr(self._function)
@@ -36,10 +51,7 @@ class ThreadMain(object):
                 raise  # For the interpreter, which is ending.
             self._report(*sys.exc_info())
         finally:
-            # In this order: one more event would give the thread a new record.
-            self._settrace(None)
             self._on_end()
-            self._thread_exiting()
 
     def _report(self, type, value, traceback):
         # As the interpreter does it, but without this frame.

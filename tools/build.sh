@@ -30,7 +30,7 @@ build() {
     fi
     # Only whoever runs the tests waits for them to be compiled.
     local targets=(all)
-    [[ -n $tests ]] || targets=(tmorvik26_vs2012_x64 morvik-python morvik_counting)
+    [[ -n $tests ]] || targets=(tmorvik26_vs2012_x64 sorrel_module morvik-python morvik_counting)
     if [[ $(ninja -C "$dir" -n "${targets[@]}" 2>&1) != *"no work to do"* ]]; then
         say "building ${dir#"$root/"}"
         cmake --build "$dir" --target "${targets[@]}" >&2 {lock}>&- || die "the build failed"

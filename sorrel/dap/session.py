@@ -99,7 +99,6 @@ class Session(object):
         if not self._service.attached:
             self.breakpoints.clear()
             self._service.exceptions.forget()
-        self._service.leave()
         self._program.left(self)
 
     # For the program.

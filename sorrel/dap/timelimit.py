@@ -7,16 +7,14 @@ Python code. Code in C that waits or computes for long is therefore never ended.
 import thread
 import time
 
-try:
-    import ctypes
-except ImportError:
-    ctypes = None  # Nothing is limited then.
+import _sorrel
 
 from sorrel.dap.values import Overtime
 
 _INSIST_AFTER = 0.1
 # Taken now: a program may replace what the interpreter's modules offer.
 _now, _sleep, _get_ident = time.time, time.sleep, thread.get_ident
+_raise_in = _sorrel.raise_in_thread
 
 
 class TimeLimit(object):
@@ -30,7 +28,7 @@ class TimeLimit(object):
 
     def call(self, seconds, function, *arguments):
         """Calls the function. seconds: None for no limit. Raises Overtime besides its own."""
-        if ctypes is None or self._running:
+        if self._running:
             return function(*arguments)  # A limit within a limit: the outer one holds.
         try:
             try:
@@ -47,7 +45,7 @@ class TimeLimit(object):
         # The other thread goes on only when this is done.
         self._expiring = True
         if self._running:
-            _raise_in(self._ident, ctypes.py_object(Overtime))
+            _raise_in(self._ident, Overtime)
             # Once more, should it be caught.
             self.deadline = _now() + _INSIST_AFTER
         self._expiring = False
@@ -64,8 +62,3 @@ class TimeLimit(object):
             _sleep(0.001)
         self.deadline = None
         _raise_in(self._ident, None)
-
-
-if ctypes is not None:
-    def _raise_in(ident, exception):
-        ctypes.pythonapi.PyThreadState_SetAsyncExc(ctypes.c_long(ident), exception)

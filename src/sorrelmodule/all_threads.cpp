@@ -1,0 +1,225 @@
+#include "sorrelmodule/all_threads.h"
+
+#include <utility>
+
+#include "dbgcommon.h"
+#include "host/ref.h"
+
+namespace morvik {
+
+namespace {
+
+// Stands in the dictionary of a thread that was given its trace function here: the interpreter
+// clears the dictionary when the thread ends.
+struct ThreadEnd {
+    PyObject_HEAD PyThreadState* thread;  // nullptr: nothing is to be done at its end
+    PyObject* on_end;                     // owned
+};
+
+constexpr char kKey[] = "sorrel thread end";
+
+// Threads that may start between counting them and going through them.
+constexpr Py_ssize_t kMoreThreads = 16;
+
+PyThreadState* first_thread() {
+    return PyInterpreterState_ThreadHead(current_thread_state()->interp);
+}
+
+bool is_thread(const PyThreadState* wanted) {
+    const PyThreadState* thread = first_thread();
+    while (thread != nullptr && thread != wanted) {
+        thread = thread->next;
+    }
+    return thread != nullptr;
+}
+
+// The interpreter counts the threads that have a trace function, and makes line events only
+// while there are any. Its count is changed by a thread state that is nobody's: were it one of a
+// real thread, that thread could take itself for the holder of the interpreter lock meanwhile.
+void count_traced_thread(Py_tracefunc before, Py_tracefunc after) {
+    PyThreadState nobody = {};
+    nobody.c_tracefunc = before;
+    PyThreadState* const self = _PyThreadState_Current;
+    _PyThreadState_Current = &nobody;
+    PyEval_SetTrace(after, nullptr);
+    _PyThreadState_Current = self;
+}
+
+void install(PyThreadState* thread, Py_tracefunc function, PyObject* object) {
+    count_traced_thread(nullptr, function);
+    Py_INCREF(object);
+    thread->c_traceobj = object;
+    thread->c_tracefunc = function;
+    thread->use_tracing = 1;
+}
+
+// Returns what the thread was traced with, for the caller to release when Python code may run.
+Ref uninstall(PyThreadState* thread) {
+    count_traced_thread(thread->c_tracefunc, nullptr);
+    Ref object = Ref::steal(thread->c_traceobj);
+    thread->c_traceobj = nullptr;
+    thread->c_tracefunc = nullptr;
+    thread->use_tracing = thread->c_profilefunc != nullptr ? 1 : 0;
+    return object;
+}
+
+void hook_frames(const PyThreadState* thread, PyObject* object) {
+    for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
+        if (frame->f_trace == nullptr) {
+            update_line(frame);
+            Py_INCREF(object);
+            frame->f_trace = object;
+        }
+    }
+}
+
+void unhook_frames(const PyThreadState* thread, const PyObject* object) {
+    for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
+        if (frame->f_trace == object) {
+            clear_slot(frame->f_trace);  // Not its last reference.
+        }
+    }
+}
+
+void thread_end_dealloc(PyObject* self) {
+    auto* const end = reinterpret_cast<ThreadEnd*>(self);
+    const PendingErrorGuard keep_error;
+    if (end->thread != nullptr && Py_IsInitialized() != 0 && is_thread(end->thread)) {
+        if (end->thread->c_tracefunc != nullptr) {
+            // The interpreter would forget the function without counting the thread off.
+            const Ref object = uninstall(end->thread);
+        }
+        if (end->thread == current_thread_state()) {
+            const Ref result = Ref::steal(PyObject_CallObject(end->on_end, nullptr));
+            if (!result) {
+                PyErr_WriteUnraisable(end->on_end);
+            }
+        }
+    }
+    clear_slot(end->on_end);
+    PyObject_Del(self);
+}
+
+PyTypeObject* thread_end_type() {
+    static PyTypeObject type = {};
+    if (type.tp_name == nullptr) {
+        Py_REFCNT(&type) = 1;
+        type.tp_name = "_sorrel.ThreadEnd";
+        type.tp_basicsize = sizeof(ThreadEnd);
+        type.tp_dealloc = thread_end_dealloc;
+        type.tp_flags = Py_TPFLAGS_DEFAULT;
+        type.tp_doc = "Ends the tracing of a thread with the thread";
+    }
+    return PyType_Ready(&type) == 0 ? &type : nullptr;
+}
+
+bool is_thread_end(const PyObject* object) {
+    return object != nullptr && Py_TYPE(object) == thread_end_type();
+}
+
+// A thread's dictionary with a ThreadEnd in it that is nobody's yet.
+Ref new_dictionary(PyObject* on_end) {
+    PyTypeObject* const type = thread_end_type();
+    Ref dictionary = Ref::steal(PyDict_New());
+    ThreadEnd* const end = type != nullptr ? PyObject_New(ThreadEnd, type) : nullptr;
+    if (end == nullptr) {
+        return Ref();
+    }
+    end->thread = nullptr;
+    Py_INCREF(on_end);
+    end->on_end = on_end;
+    const Ref owned = Ref::steal(reinterpret_cast<PyObject*>(end));
+    if (!dictionary || PyDict_SetItemString(dictionary.get(), kKey, owned.get()) != 0) {
+        return Ref();
+    }
+    return dictionary;
+}
+
+// As many dictionaries as there are threads and a few more, in a list.
+Ref new_dictionaries(PyObject* on_end) {
+    Py_ssize_t count = kMoreThreads;
+    for (const PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
+        ++count;
+    }
+    Ref dictionaries = Ref::steal(PyList_New(0));
+    while (dictionaries && count-- > 0) {
+        const Ref dictionary = new_dictionary(on_end);
+        if (!dictionary || PyList_Append(dictionaries.get(), dictionary.get()) != 0) {
+            return Ref();
+        }
+    }
+    return dictionaries;
+}
+
+ThreadEnd* thread_end_in(PyObject* dictionary) {
+    PyObject* const end = dictionary != nullptr ? PyDict_GetItemString(dictionary, kKey) : nullptr;
+    return is_thread_end(end) ? reinterpret_cast<ThreadEnd*>(end) : nullptr;
+}
+
+// Has the thread's dictionary tell of its end. Where memory is short nobody is told.
+void watch_end(PyThreadState* thread, PyObject* dictionary) {
+    ThreadEnd* end = thread_end_in(dictionary);
+    ThreadEnd* const old_end = thread_end_in(thread->dict);
+    if (end == nullptr) {
+        return;
+    }
+    if (old_end != nullptr) {
+        std::swap(old_end->on_end, end->on_end);  // The old one is released with the dictionary.
+        end = old_end;
+    } else if (thread->dict == nullptr) {
+        Py_INCREF(dictionary);
+        thread->dict = dictionary;
+    } else if (PyDict_SetItemString(thread->dict, kKey, reinterpret_cast<PyObject*>(end)) != 0) {
+        PyErr_Clear();
+        return;
+    }
+    end->thread = thread;
+}
+
+void forget_end(const PyThreadState* thread) {
+    ThreadEnd* const end = thread_end_in(thread->dict);
+    if (end != nullptr) {
+        // It stays where it is, and does nothing: releasing it here could run Python code.
+        end->thread = nullptr;
+    }
+}
+
+}  // namespace
+
+int trace_all_threads(PyObject* on_end) {
+    PyThreadState* const self = current_thread_state();
+    // What may run Python code comes first. That may start threads; there are never many.
+    const Ref dictionaries = new_dictionaries(on_end);
+    if (!dictionaries) {
+        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+        return -1;
+    }
+    if (self->c_tracefunc == nullptr || self->c_traceobj == nullptr) {
+        PyErr_SetString(PyExc_RuntimeError, "the calling thread is not traced");
+        return -1;
+    }
+    Py_ssize_t used = 0;
+    for (PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
+        if (thread->c_tracefunc != nullptr) {
+            continue;
+        }
+        hook_frames(thread, self->c_traceobj);
+        install(thread, self->c_tracefunc, self->c_traceobj);
+        if (used < PyList_GET_SIZE(dictionaries.get())) {
+            watch_end(thread, PyList_GET_ITEM(dictionaries.get(), used++));
+        }
+    }
+    return 0;
+}
+
+void untrace_all_threads(PyObject* trace_object) {
+    for (PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
+        if (thread->c_tracefunc != nullptr && thread->c_traceobj == trace_object) {
+            const Ref object = uninstall(thread);  // Not its last reference.
+        }
+        unhook_frames(thread, trace_object);
+        forget_end(thread);
+    }
+}
+
+}  // namespace morvik

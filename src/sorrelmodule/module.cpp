@@ -1,0 +1,75 @@
+// _sorrel: what the debug server needs of the interpreter beyond the core's functions. Private to
+// the server in sorrel/; other debug servers have no use for it.
+#include "host/python.h"
+#include "sorrelmodule/all_threads.h"
+
+namespace morvik {
+
+namespace {
+
+PyObject* entry_trace_all_threads(PyObject* /*self*/, PyObject* args) {
+    PyObject* on_end = nullptr;
+    if (PyArg_ParseTuple(args, "O:trace_all_threads", &on_end) == 0) {
+        return nullptr;
+    }
+    if (PyCallable_Check(on_end) == 0) {
+        PyErr_SetString(PyExc_TypeError, "on_end must be callable");
+        return nullptr;
+    }
+    return trace_all_threads(on_end) == 0 ? new_none() : nullptr;
+}
+
+PyObject* entry_untrace_all_threads(PyObject* /*self*/, PyObject* args) {
+    PyObject* trace_object = nullptr;
+    if (PyArg_ParseTuple(args, "O:untrace_all_threads", &trace_object) == 0) {
+        return nullptr;
+    }
+    untrace_all_threads(trace_object);
+    return new_none();
+}
+
+PyObject* entry_raise_in_thread(PyObject* /*self*/, PyObject* args) {
+    long ident = 0;
+    PyObject* exception = nullptr;
+    if (PyArg_ParseTuple(args, "lO:raise_in_thread", &ident, &exception) == 0) {
+        return nullptr;
+    }
+    if (exception != Py_None && PyExceptionClass_Check(exception) == 0) {
+        PyErr_SetString(PyExc_TypeError, "exception must be None or an exception class");
+        return nullptr;
+    }
+    return PyInt_FromLong(
+        PyThreadState_SetAsyncExc(ident, exception != Py_None ? exception : nullptr));
+}
+
+PyMethodDef methods[] = {
+    {"trace_all_threads", entry_trace_all_threads, METH_VARARGS,
+     "trace_all_threads(on_end)\n\n"
+     "Gives the calling thread's trace function to every other thread that has none, the frames "
+     "on its stack included, wherever the thread is.  on_end() is called in each of them as the "
+     "last of what it runs, unless it is untraced before.  Raises RuntimeError when the calling "
+     "thread is not traced."},
+    {"untrace_all_threads", entry_untrace_all_threads, METH_VARARGS,
+     "untrace_all_threads(trace_object)\n\n"
+     "Takes the trace function with this object from every thread, the calling one included, and "
+     "from the frames on their stacks."},
+    {"raise_in_thread", entry_raise_in_thread, METH_VARARGS,
+     "raise_in_thread(ident, exception)\n\n"
+     "Has the interpreter raise the exception class between two instructions of Python code in "
+     "the thread with this ident; None takes one back that was not raised yet.  Returns the "
+     "number of threads found: 0 or 1."},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+}  // namespace
+
+}  // namespace morvik
+
+// The one symbol that the module exports.
+#pragma GCC visibility push(default)
+PyMODINIT_FUNC init_sorrel();
+#pragma GCC visibility pop
+
+PyMODINIT_FUNC init_sorrel() {
+    Py_InitModule3("_sorrel", morvik::methods, "Private to the debug server sorrel.");
+}

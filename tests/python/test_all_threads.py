@@ -1,0 +1,229 @@
+"""Tracing that one thread starts in all others, and takes away again."""
+
+import sys
+import thread
+import threading
+import time
+
+import _sorrel
+import tmorvik26_vs2012_x64 as core
+
+import harness
+
+
+class Runner(threading.Thread):
+    """A thread that runs what it is told, at a depth of some frames."""
+
+    def __init__(self):
+        threading.Thread.__init__(self)
+        self.is_at_work, self.may_go = threading.Event(), threading.Event()
+        self.seen = None
+        self.start()
+        self.is_at_work.wait()
+
+    def run(self):
+        self.outer()
+        self.seen = sys.gettrace()
+
+    def outer(self):
+        self.inner()
+        self.line = 'outer'
+
+    def inner(self):
+        self.is_at_work.set()
+        self.may_go.wait()
+        self.line = 'inner'
+
+    def end(self):
+        self.may_go.set()
+        self.join()
+
+
+class AllThreadsTest(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        self.lines = []
+        self.ended = []
+
+    def tearDown(self):
+        sys.settrace(None)
+        harness.TestCase.tearDown(self)
+
+    def trace(self, frame, event, argument):
+        if event == 'line' and frame.f_code.co_name in ('inner', 'outer', 'run'):
+            self.lines.append(frame.f_code.co_name)
+        return self._trace
+
+    def trace_all(self, on_end=None):
+        """Returns the trace object."""
+        self._trace = self.trace
+        sys.settrace(self._trace)
+        _sorrel.trace_all_threads(on_end or self.on_end)
+        sys.settrace(None)
+        return self._trace
+
+    def on_end(self):
+        self.ended.append(thread.get_ident())
+
+    def test_a_thread_that_waits_is_traced_when_it_goes_on(self):
+        runner = Runner()
+        self.trace_all()
+        runner.end()
+        self.assertEqual(self.lines, ['inner', 'outer', 'run'])
+        self.assertEqual(runner.seen, self._trace)
+
+    def test_a_thread_that_is_untraced_meanwhile_is_not(self):
+        runner = Runner()
+        frame = sys._current_frames()[runner.ident]
+        _sorrel.untrace_all_threads(self.trace_all())
+        while frame is not None:
+            self.assertEqual(frame.f_trace, None)
+            frame = frame.f_back
+        runner.end()
+        self.assertEqual((self.lines, runner.seen, self.ended), ([], None, []))
+
+    def test_the_calling_thread_is_untraced_too(self):
+        self._trace = self.trace
+        sys.settrace(self._trace)
+        _sorrel.untrace_all_threads(self._trace)
+        self.assertEqual(sys.gettrace(), None)
+
+    def test_a_thread_with_a_trace_function_of_its_own_keeps_it(self):
+        own = []
+
+        def trace_own(frame, event, argument):
+            own.append(event)
+            return trace_own
+
+        class Own(Runner):
+            def outer(self):
+                sys.settrace(trace_own)
+                self.inner()
+        runner = Own()
+        _sorrel.untrace_all_threads(self.trace_all())
+        runner.end()
+        self.assertEqual((self.lines, runner.seen), ([], trace_own))
+        self.assert_in('line', own)
+
+    def test_the_end_of_each_thread_is_told_once(self):
+        runners = [Runner() for _ in range(5)]
+        idents = [runner.ident for runner in runners]
+        for _ in range(3):
+            trace = self.trace_all()
+            _sorrel.untrace_all_threads(trace)
+        self.trace_all()
+        for runner in runners:
+            runner.end()
+        self.wait_for(lambda: len(self.ended) == 5)
+        self.assertEqual(sorted(self.ended), sorted(idents))
+
+    def test_an_error_in_what_is_told_stays_there(self):
+        def fail():
+            raise ValueError('of the listener')
+        standard_error, sys.stderr = sys.stderr, harness.Stream()
+        try:
+            runner = Runner()
+            self.trace_all(fail)
+            runner.end()
+            self.wait_for(lambda: sys.stderr.messages)
+            time.sleep(0.05)
+            self.assert_in('of the listener', ''.join(sys.stderr.messages))
+        finally:
+            sys.stderr = standard_error
+
+    def test_line_events_are_made_however_often_threads_were_traced(self):
+        """The interpreter counts the threads that are; were it wrong, there would be none."""
+        for _ in range(20):
+            runners = [Runner() for _ in range(3)]
+            trace = self.trace_all()
+            runners.pop().end()
+            _sorrel.untrace_all_threads(trace)
+            _sorrel.untrace_all_threads(trace)
+            for runner in runners:
+                runner.end()
+        del self.lines[:]
+        runner = Runner()
+        self.trace_all()
+        runner.end()
+        self.assertEqual(self.lines, ['inner', 'outer', 'run'])
+
+    def test_arguments(self):
+        self.assert_raises(TypeError, 'on_end must be callable', _sorrel.trace_all_threads, None)
+        self.assert_raises(RuntimeError, 'the calling thread is not traced',
+                           _sorrel.trace_all_threads, self.on_end)
+        self.assert_raises(TypeError, 'exception must be None or an exception class',
+                           _sorrel.raise_in_thread, 1, 1)
+        self.assertEqual(_sorrel.raise_in_thread(1, ValueError), 0)
+        for function in (_sorrel.trace_all_threads, _sorrel.untrace_all_threads,
+                         _sorrel.raise_in_thread):
+            self.assertRaises(TypeError, function)
+
+    def test_nothing_grows(self):
+        if not hasattr(sys, 'gettotalrefcount'):
+            self.skip('counts references, which takes a debug host')
+        counts = []
+        for _ in range(8):
+            runners = [Runner() for _ in range(10)]
+            trace = self.trace_all()
+            for runner in runners[:5]:
+                runner.end()
+            _sorrel.untrace_all_threads(trace)
+            for runner in runners[5:]:
+                runner.end()
+            del runners, runner, trace, self.lines[:], self.ended[:]
+            time.sleep(0.05)
+            counts.append(sys.gettotalrefcount())
+        self.assertTrue(min(counts[4:]) - max(counts[2:4]) < 10, counts)
+
+    def test_threads_come_and_go_meanwhile(self):
+        over = []
+
+        def start_others():
+            while not over:
+                for _ in range(5):
+                    thread.start_new_thread(lambda: self.on_end, ())
+                time.sleep(0)
+        for _ in range(10):
+            thread.start_new_thread(start_others, ())
+        end = time.time() + 3
+        while time.time() < end:
+            _sorrel.untrace_all_threads(self.trace_all())
+        over.append(True)
+
+    def wait_for(self, holds):
+        end = time.time() + 20
+        while not holds() and time.time() < end:
+            time.sleep(0.001)
+
+    def assert_raises(self, type, text, function, *arguments):
+        try:
+            function(*arguments)
+        except type, error:
+            self.assertEqual(str(error), text)
+        else:
+            self.fail('nothing raised')
+
+
+class RaiseInThreadTest(harness.TestCase):
+
+    def test_it_is_raised_there(self):
+        caught = []
+        waits = threading.Event()
+
+        def wait():
+            try:
+                waits.set()
+                while True:
+                    time.sleep(0.001)
+            except KeyError:
+                caught.append(KeyError)
+        waiting = threading.Thread(target=wait)
+        waiting.start()
+        waits.wait()
+        self.assertEqual(_sorrel.raise_in_thread(waiting.ident, KeyError), 1)
+        waiting.join()
+        self.assertEqual(caught, [KeyError])
+
+    def test_it_can_be_taken_back(self):
+        self.assertEqual(_sorrel.raise_in_thread(thread.get_ident(), None), 1)
