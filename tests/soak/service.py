@@ -13,13 +13,15 @@ import hashlib
 import os
 import Queue
 import select
+import signal
 import socket
 import sys
 import threading
 import time
+import traceback
 
 SEEDS = 20
-PATIENCE = 300
+PATIENCE = 120
 
 
 def spin(seed, turns=50):
@@ -114,16 +116,25 @@ def socket_job(seed):
 
 
 def fork_job(seed):
-    reading, writing = os.pipe()
-    child = os.fork()
-    if child == 0:
-        # No lock of the parent's is taken here: its owner may not be in this process.
-        os.write(writing, str(spin(seed)))
-        os._exit(seed % 7)
-    os.close(writing)
-    answer = os.read(reading, 100)
-    os.close(reading)
-    return int(answer) + os.WEXITSTATUS(os.waitpid(child, 0)[1])
+    while True:
+        reading, writing = os.pipe()
+        child = os.fork()
+        if child == 0:
+            # No lock of the parent's is taken here: its owner may not be in this process.
+            os.write(writing, str(spin(seed)))
+            os._exit(seed % 7)
+        os.close(writing)
+        # 2.6 by itself, as it clears up in a child, waits for locks of threads that are not there.
+        may_hang = sys.version_info < (2, 7)
+        answer = None
+        if select.select([reading], [], [], 3 if may_hang else None)[0]:
+            answer = os.read(reading, 100)
+        else:
+            os.kill(child, signal.SIGKILL)
+        os.close(reading)
+        status = os.waitpid(child, 0)[1]
+        if answer is not None:
+            return int(answer) + os.WEXITSTATUS(status)
 
 
 def reload_job(seed):
@@ -194,10 +205,17 @@ def run_round(number, threads):
     for thread in started:
         thread.join(PATIENCE)
         if thread.isAlive():
-            print 'lost', thread
-            sys.stdout.flush()
-            os._exit(3)
+            tell_lost(thread)
     return len(answers), sum(answers)
+
+
+def tell_lost(thread):
+    print 'lost:', thread
+    for ident, frame in sys._current_frames().items():
+        print 'thread', ident
+        traceback.print_stack(frame, file=sys.stdout)
+    sys.stdout.flush()
+    os._exit(3)
 
 
 def references():
