@@ -9,7 +9,7 @@ import thread
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import codelines, evaluate, source
+from sorrel import codelines, evaluate, nesting, source, textfiles
 
 _PYTHON = ('.py', '.pyw')
 
@@ -127,30 +127,37 @@ class Breakpoints(object):
         """This line of the file, or the next one that has code. Raises Refused."""
         if line < 1:
             raise Refused('lines are counted from 1')
-        lines = self._lines_of(path)
+        lines, refusal = self._lines_of(path)
+        if refusal is not None:
+            raise Refused(refusal)
         after = bisect.bisect_left(lines, line)
         if after == len(lines):
             raise Refused('no code from line %d of %s on' % (line, path))
         return lines[after]
 
     def _lines_of(self, path):
+        """The lines with code of a file, and why there can be no breakpoint in it, or None."""
         try:
-            status = os.stat(path)
-            key = status.st_mtime, status.st_size
-            if self._lines.get(path, (None,))[0] != key:
-                self._lines[path] = key, _read_lines(path)
+            version = textfiles.version(path)
+            if self._lines.get(path, (None,))[0] != version:
+                self._lines[path] = version, _read_lines(path)
             return self._lines[path][1]
-        except (IOError, OSError) as error:
-            raise Refused('cannot read %s: %s' % (path, error.strerror))
+        except textfiles.Unreadable as error:
+            return (), 'cannot read %s: %s' % (path, error)
 
     def _checked(self, condition, path):
         condition = condition and condition.strip()
-        if condition and path.endswith(_PYTHON):
-            try:
-                compile(condition, '<condition>', 'eval', 0, True)
-            except (SyntaxError, TypeError) as error:
-                raise Refused('the condition is no expression: %s' % error)
-        return condition or None
+        if not condition:
+            return None
+        try:
+            if path.endswith(_PYTHON):
+                evaluate.check_expression(condition)
+            else:
+                # The frames there may be of plain Python all the same.
+                evaluate.check_size(condition)
+        except (SyntaxError, TypeError) as error:
+            raise Refused('the condition is no expression: %s' % error)
+        return condition
 
     def _change(self, breakpoint, attribute, value):
         with self._lock:
@@ -198,13 +205,16 @@ def _holds(condition, frame):
 
 
 def _read_lines(path):
+    text = textfiles.text(path)
     try:
-        return codelines.of_file(path)
+        return codelines.of_text(text, path), None
+    except nesting.TooMuch:
+        pass
     except (SyntaxError, TypeError) as error:
         if path.endswith(_PYTHON):
-            raise Refused('%s is no Python program: %s' % (path, error))
-    # A file of a sub-language, whose hook alone knows more.
-    return codelines.filled(path)
+            return (), '%s is no Python program: %s' % (path, error)
+    # Of a sub-language, whose hook alone knows more; or too much to find out more.
+    return codelines.filled(text), None
 
 
 def place_of(function):
@@ -214,7 +224,7 @@ def place_of(function):
     if code is None:
         raise Refused('not a function in Python: %s' % type(function).__name__)
     path = code.co_filename
-    if not os.path.isfile(path):
+    if not textfiles.is_file(path):
         # Compiled elsewhere.
         path = function.func_globals.get('__file__', path)
         if path.endswith(('.pyc', '.pyo')):

@@ -3,8 +3,11 @@
 import os
 import sys
 
-from sorrel import codelines
+from sorrel import codelines, modules, textfiles
 from sorrel.breakpoints import Refused
+
+# Each word of a name may be the last of a module's.
+_NAME_LIMIT = 1000
 
 
 def find_file(name):
@@ -12,18 +15,23 @@ def find_file(name):
 
     The suffix ".py" may be left out. Raises Refused.
     """
-    name = os.path.expanduser(name)
     for wanted in (name, name + '.py'):
-        for folder in [''] + sys.path:
+        for folder in [''] + [folder for folder in sys.path if isinstance(folder, str)]:
             path = os.path.join(folder, wanted)
-            if os.path.isfile(path):
+            if textfiles.is_file(path):
                 return os.path.abspath(path)
     for module in sys.modules.values():
-        path = getattr(module, '__dict__', {}).get('__file__')
+        path = modules.namespace(module).get('__file__')
         if isinstance(path, str):
             path = os.path.splitext(path)[0] + '.py'
-            if path.endswith((os.sep + name, os.sep + name + '.py')) and os.path.isfile(path):
+            if path.endswith((os.sep + name, os.sep + name + '.py')) \
+                    and textfiles.is_file(path):
                 return os.path.abspath(path)
+    try:
+        textfiles.version(name)
+    except textfiles.Unreadable as error:
+        if not error.is_missing:
+            raise Refused('cannot read %s: %s' % (name, error))
     raise Refused('no file %s' % name)
 
 
@@ -32,6 +40,8 @@ def find_function(name, path):
 
     Where the file has none, the first words of the name may be a module's. Raises Refused.
     """
+    if len(name) > _NAME_LIMIT:
+        raise Refused('no function has so long a name')
     line = _line_in(path, name)
     if line is not None:
         return path, line
@@ -54,15 +64,22 @@ def _line_in(path, name):
 def _lines_of_functions(path):
     """The first lines of a file's functions, by their names."""
     try:
-        status = os.stat(path)
-        key = status.st_mtime, status.st_size
-        if _functions.get(path, (None,))[0] != key:
-            _functions[path] = key, dict(
-                (found, codelines.of_code(code)[0])
-                for found, code in reversed(list(codelines.functions(codelines.compiled(path)))))
+        version = textfiles.version(path)
+        if _functions.get(path, (None,))[0] != version:
+            _functions[path] = version, _read_functions(path)
         return _functions[path][1]
-    except (OSError, IOError, SyntaxError, TypeError):
+    except textfiles.Unreadable:
         return {}
+
+
+def _read_functions(path):
+    text = textfiles.text(path)
+    try:
+        code = codelines.compiled(text, path)
+    except (SyntaxError, TypeError):
+        return {}
+    return dict((found, codelines.of_code(inner)[0])
+                for found, inner in reversed(list(codelines.functions(code))))
 
 
 # What has been read of files, with what tells whether they have changed.

@@ -6,10 +6,9 @@ import imp
 import os
 import pkgutil
 import sys
-import traceback
 from collections import namedtuple
 
-from sorrel import evaluate, frames, ownfolders, sublanguages
+from sorrel import complaint, evaluate, frames, ownfolders, sublanguages
 from sorrel.records import Outcome
 
 # The interpreter empties a module that nothing refers to; the server was started by this one.
@@ -126,6 +125,7 @@ def _report(type, value, tb):
     except:
         hook_type, hook_value, hook_tb = sys.exc_info()
         sys.stderr.write('Error in sys.excepthook:\n')
-        traceback.print_exception(hook_type, hook_value, frames.without_own(hook_tb))
+        sys.stderr.write(complaint.formatted(
+            hook_type, hook_value, frames.without_own(hook_tb)))
         sys.stderr.write('\nOriginal exception was:\n')
-        traceback.print_exception(type, value, tb)
+        sys.stderr.write(complaint.formatted(type, value, tb))

@@ -19,12 +19,11 @@ import __builtin__
 import os
 import sys
 import threading
-import traceback
 
 import _sorrel
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import breakpoints, exceptions, frames, modules, threadhooks
+from sorrel import breakpoints, complaint, exceptions, frames, modules, threadhooks
 from sorrel.exceptions import NO_JUDGEMENT
 from sorrel.interrupts import Interrupts
 from sorrel.records import (
@@ -269,7 +268,7 @@ class Service(object):
                 method()
             except Exception:
                 # The core would let the program have the error of an import.
-                traceback.print_exc(file=sys.__stderr__)
+                complaint.print_error()
 
     def _is_forked(self):
         """Two processes cannot share one front end: the child process is let go."""
@@ -311,7 +310,7 @@ class Service(object):
             except KeyboardInterrupt:
                 pass  # Ctrl-C at a moment when the front end was not ready for it.
             except Exception:
-                traceback.print_exc(file=sys.__stderr__)
+                complaint.print_error()
                 return Resume(DETACH)
 
     def _with_room(self, function, *arguments):

@@ -1,14 +1,20 @@
 """File names and source lines of frames and of entries of stacks."""
 
-import linecache
-
 import tmorvik26_vs2012_x64 as core
+
+from sorrel import textfiles
+
+# Characters of files that are kept, and of a single line that is shown.
+_KEPT = 32 * 1024 * 1024
+_LINE_LIMIT = 1000
+# Lines by path, with what tells whether they have changed.
+_lines = {}
 
 
 def file_name(frame):
     """The full name of the frame's file; names such as "<stdin>" stay as they are."""
     name = frame.f_code.co_filename
-    if name.startswith('<') and name.endswith('>'):
+    if _is_no_file(name):
         # The core goes by the module's file here, whose lines are not these.
         return name
     return core.get_frame_file(frame)
@@ -20,10 +26,52 @@ def place(entry):
 
 
 def line(entry, number):
-    """A line of the entry's file with its line end, '' where there is none."""
-    return linecache.getline(entry.path, number, entry.frame.f_globals)
+    """A line of the entry's file with its line end, '' where there is none.
+
+    For a thread of the program: the loader of the module may be asked.
+    """
+    return of_file(entry.path, number) or _pick(
+        of_loader(entry.path, entry.frame.f_globals).splitlines(True), number)
 
 
-def refresh():
-    """Files changed since they were read are read again."""
-    linecache.checkcache()
+def of_file(path, number):
+    """A line of a file with its line end, '' where there is none."""
+    try:
+        version = textfiles.version(path)
+        if _lines.get(path, (None,))[0] != version:
+            read = textfiles.text(path).splitlines(True)
+            if sum(known[1] for known in _lines.values()) > _KEPT:
+                _lines.clear()
+            _lines[path] = version, version[1], read
+        return _pick(_lines[path][2], number)
+    except (textfiles.Unreadable, KeyError):  # KeyError: cleared meanwhile.
+        return ''
+
+
+def of_loader(path, globals):
+    """What the loader of a module knows of a file that only it can read; '' for nothing.
+
+    globals: the module's. The loader may be the program's, and is only to be asked in its threads.
+    """
+    if _is_no_file(path) or textfiles.is_file(path):
+        return ''
+    try:
+        text = globals['__loader__'].get_source(globals['__name__'])
+    except Exception:
+        return ''  # There is none, or it has an error.
+    if isinstance(text, unicode):
+        text = text.encode('utf-8')
+    if not isinstance(text, str) or len(text) > textfiles.LIMIT:
+        return ''
+    return text
+
+
+def _is_no_file(name):
+    return name.startswith('<') and name.endswith('>')
+
+
+def _pick(lines, number):
+    if not 0 < number <= len(lines):
+        return ''
+    found = lines[number - 1]
+    return found if len(found) <= _LINE_LIMIT else found[:_LINE_LIMIT] + '...\n'

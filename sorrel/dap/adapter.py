@@ -12,7 +12,7 @@ import time
 
 from sorrel import evaluate
 from sorrel.dap import capabilities, protocol, shapes
-from sorrel.dap.complaint import print_error
+from sorrel.complaint import print_error
 from sorrel.dap.launch import CannotLaunch, Launch
 from sorrel.dap.process import Process
 from sorrel.dap.protocol import Refused, text

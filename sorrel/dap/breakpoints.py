@@ -1,8 +1,6 @@
 """The client's breakpoints: where they are in the program, and which of them are due at a stop."""
 
-import os
-
-from sorrel import breakpoints, evaluate, places, source, sublanguages
+from sorrel import breakpoints, evaluate, places, source, sublanguages, textfiles
 from sorrel.dap import hits
 from sorrel.dap.protocol import Refused, text
 from sorrel.records import INTERRUPTED, STEPPED
@@ -142,7 +140,8 @@ class Breakpoints(object):
         except breakpoints.Refused as refusal:
             breakpoint.is_verified = False
             breakpoint.message = refusal.args[0]
-            breakpoint.is_waiting = breakpoint.path is None or not os.path.isfile(breakpoint.path)
+            breakpoint.is_waiting = breakpoint.path is None or \
+                not textfiles.is_file(breakpoint.path)
             return
         breakpoint.line = breakpoint.held.line
 

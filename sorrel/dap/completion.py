@@ -1,13 +1,13 @@
 """What could follow what has been typed."""
 
 import keyword
-import re
+import string
 import __builtin__
 
 from sorrel import evaluate
 from sorrel.dap.protocol import text
 
-_TYPED_NAME = re.compile(r'[A-Za-z_][\w.]*$')
+_IN_NAMES = string.ascii_letters + string.digits + '_.'
 
 
 def complete(typed, column, frame):
@@ -15,8 +15,9 @@ def complete(typed, column, frame):
 
     column: how much of the text is before the cursor.
     """
-    found = _TYPED_NAME.search(typed[:column])
-    path, dot, begun = (found.group() if found else '').rpartition('.')
+    before = typed[:max(0, column)]
+    name = before[len(before.rstrip(_IN_NAMES)):].lstrip(string.digits + '.')
+    path, dot, begun = name.rpartition('.')
     if dot:
         names = dir(evaluate.expression(path, frame))
     else:

@@ -6,7 +6,7 @@ import sys
 from sorrel import evaluate
 from sorrel.dap.protocol import text
 
-_HIT_CONDITION = re.compile(r'\s*(==|>=|<=|>|<|=|%)?\s*(\d+)\s*$')
+_HIT_CONDITION = re.compile(r'(==|>=|<=|>|<|=|%)?\s*(\d{1,18})$')
 _EXPRESSION = re.compile(r'\{([^{}]+)\}')
 _RELATIONS = {
     None: lambda hits, number: hits >= number, '>=': lambda hits, number: hits >= number,
@@ -17,12 +17,12 @@ _RELATIONS = {
 
 
 def is_condition(text):
-    return _HIT_CONDITION.match(text) is not None
+    return _HIT_CONDITION.match(text.strip()) is not None
 
 
 def is_due(condition, hits):
     """Whether a hit condition, such as "3" or "% 10", holds at this hit."""
-    relation, number = _HIT_CONDITION.match(condition).groups()
+    relation, number = _HIT_CONDITION.match(condition.strip()).groups()
     return _RELATIONS[relation](hits, int(number))
 
 

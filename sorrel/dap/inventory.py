@@ -4,7 +4,7 @@ import os
 import sys
 
 from sorrel.dap import sources
-from sorrel.dap.protocol import Refused, text
+from sorrel.dap.protocol import text
 
 
 class Inventory(object):
@@ -72,6 +72,4 @@ class Inventory(object):
     def _source(self, arguments):
         content = self._session.sources.content(
             arguments.get('source', {}).get('path'), arguments['sourceReference'])
-        if content is None:
-            raise Refused('its source is not known')
         return {'content': content, 'mimeType': 'text/x-python'}

@@ -5,7 +5,7 @@ import sys
 
 from sorrel import evaluate
 from sorrel.dap import shapes
-from sorrel.dap.complaint import print_error
+from sorrel.complaint import print_error
 from sorrel.dap.protocol import Refused, text
 
 # The body of an answer, and a function to call once the answer is on its way.

@@ -12,7 +12,7 @@ import thread
 import time
 
 from sorrel.dap import protocol
-from sorrel.dap.complaint import print_error
+from sorrel.complaint import print_error
 from sorrel.dap.descriptors import Descriptor
 from sorrel.dap.mailbox import Mailbox
 from sorrel.dap.waiting import wait

@@ -1,13 +1,12 @@
 """Files as the client knows them and as the program does."""
 
-import linecache
 import os
 import sys
 import urllib
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import frames, modules
+from sorrel import frames, modules, source, textfiles
 from sorrel.dap.protocol import Refused, text
 
 
@@ -16,7 +15,8 @@ class Sources(object):
     def __init__(self):
         self._mappings = []
         self._uris = False
-        # Files that only the program can read, by the references given to them from 1 on.
+        # Files that only the program can read, by the references given to them from 1 on; and
+        # what it knows of each.
         self._references = {}
         self._unreadable = []
         self._on_disk = {}
@@ -32,10 +32,10 @@ class Sources(object):
     def to_program(self, path):
         """A path that the client has named, as the program would name it. Raises Refused."""
         path = path.encode('utf-8')
-        if '\0' in path:
-            raise Refused('no file can have this name')
         if self._uris and path.startswith('file://'):
             path = urllib.unquote(path[len('file://'):])
+        if '\0' in path:
+            raise Refused('no file can have this name')
         for local, remote in self._mappings:
             rest = local.rest(path)
             if rest is not None:
@@ -54,32 +54,43 @@ class Sources(object):
         return text(path)
 
     def describe(self, path, globals=None):
-        """A Source of the protocol. globals: of a module whose loader may know more."""
+        """A Source of the protocol.
+
+        globals: of a module whose loader may know more. To be given in its thread alone: the
+        loader is asked now.
+        """
         if self._is_on_disk(path):
             return self.file(path)
         if path not in self._references:
-            self._unreadable.append((path, globals))
+            self._unreadable.append((path, ''))
             self._references[path] = len(self._unreadable)
-        return {'name': text(path), 'sourceReference': self._references[path]}
+        number = self._references[path]
+        if globals is not None and not self._unreadable[number - 1][1]:
+            self._unreadable[number - 1] = path, source.of_loader(path, globals)
+        return {'name': text(path), 'sourceReference': number}
 
     def file(self, path):
         """A Source that the client can find under its name."""
         return {'name': text(os.path.basename(path)), 'path': self.to_client(path)}
 
     def content(self, path, reference):
-        """The text of a described source; None when nobody has it."""
+        """The text of a described source. Raises Refused."""
+        known = ''
         if 0 < reference <= len(self._unreadable):
-            path, globals = self._unreadable[reference - 1]
+            path, known = self._unreadable[reference - 1]
         elif path:
-            path, globals = self.to_program(path), None
+            path = self.to_program(path)
         else:
-            return None
-        lines = linecache.getlines(path, globals)
-        return text(''.join(lines)) if lines else None
+            raise Refused('its source is not known')
+        try:
+            return text(known or textfiles.text(path))
+        except textfiles.Unreadable as error:
+            raise Refused('its source is not known' if error.is_missing
+                          else 'its source cannot be read: %s' % error)
 
     def _is_on_disk(self, path):
         if path not in self._on_disk:
-            self._on_disk[path] = os.path.isfile(path)
+            self._on_disk[path] = textfiles.is_file(path)
         return self._on_disk[path]
 
 
@@ -134,4 +145,4 @@ def is_library(path):
 
 
 _START_FOLDER = os.getcwd()
-_LIBRARY = os.path.dirname(os.path.abspath(linecache.__file__)) + os.sep
+_LIBRARY = os.path.dirname(os.path.abspath(os.__file__)) + os.sep

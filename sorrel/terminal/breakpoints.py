@@ -1,5 +1,7 @@
 """Commands about breakpoints, with the standard debugger's names and argument forms."""
 
+import os
+
 from sorrel import breakpoints, evaluate, places
 
 
@@ -96,7 +98,7 @@ class BreakpointCommands(object):
 
     def _find_place(self, place):
         file, _, rest = place.rpartition(':')
-        path = places.find_file(file.strip()) if file else self._entry().path
+        path = places.find_file(os.path.expanduser(file.strip())) if file else self._entry().path
         rest = rest.strip()
         if rest.isdigit():
             return path, int(rest)

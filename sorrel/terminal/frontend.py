@@ -1,6 +1,7 @@
 """Asks a person at each stop what to do, and carries it out."""
 
 import inspect
+import itertools
 import pprint
 import re
 import repr as shortened
@@ -63,7 +64,6 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     # For the service.
 
     def stopped(self, stop):
-        source.refresh()
         self._stop = stop
         self._look_at(stop.thread, stacks.at_stop(stop))
         self._resume = None
@@ -153,6 +153,10 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         self._try(evaluate.statement, line, self._frame(), self._show_value)
 
     def completedefault(self, text, line, begin, end):
+        try:
+            evaluate.check_size(text)
+        except SyntaxError:
+            return []  # What is before its last dot would be evaluated.
         names = dict(self._frame().f_globals)
         names.update(self._frame().f_locals)
         completer = rlcompleter.Completer(names)
@@ -323,7 +327,9 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         return max(1, middle - _LINES_SHOWN // 2)
 
     def _list(self, first, last):
-        for number in range(first, last + 1):
+        for number in itertools.count(first):
+            if number > last:
+                break
             line = source.line(self._entry(), number)
             if not line:
                 self._say('[EOF]')

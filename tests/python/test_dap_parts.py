@@ -246,10 +246,12 @@ class SourcesTest(harness.TestCase):
         described = self.sources.describe('<string>')
         self.assertEqual(described, {'name': '<string>', 'sourceReference': 1})
         self.assertEqual(self.sources.describe('<string>'), described)
-        self.assertEqual(self.sources.content(None, 1), None)
+        self.assert_raises(protocol.Refused, 'its source is not known',
+                           self.sources.content, None, 1)
         path = self.script('x = 1\n')
         self.assertEqual(self.sources.content(path.decode('ascii'), 0), 'x = 1\n')
-        self.assertEqual(self.sources.content(None, 7), None)
+        self.assert_raises(protocol.Refused, 'its source is not known',
+                           self.sources.content, None, 7)
 
 
 class HitsTest(harness.TestCase):
