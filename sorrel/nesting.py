@@ -26,7 +26,7 @@ _CHAIN = 1000
 # Of branches, by what the compiler takes for them in units of some 60 bytes, in a text that is
 # evaluated in a thread of the program, and in a file.
 IN_THREAD, IN_FILE = 4000, 32000
-_BRANCHES = {'if': 1, 'and': 1, 'or': 1, 'assert': 1, 'except': 1, 'else': 2, 'finally': 2,
+_BRANCHES = {'if': 1, 'and': 1, 'or': 1, 'assert': 1, 'except': 1, 'else': 1, 'finally': 2,
              'try': 4, 'with': 4, 'for': 4, 'while': 4, 'elif': 16}
 _CHAINED_COMPARISON = 4
 
