@@ -111,12 +111,19 @@ class Exceptions(object):
 
     def told(self, thread):
         """The front end is told of the exception that has had the thread's last event."""
-        self._last[thread] = self._last[thread][0], True
+        known = self._last.get(thread)
+        if known is not None:
+            self._last[thread] = known[0], True
 
-    def keep(self, threads):
-        """Forgets all but these threads."""
-        for thread in set(self._last).difference(threads):
-            del self._last[thread]
+    def forget_thread(self, thread):
+        """The thread has ended."""
+        self._last.pop(thread, None)
+
+    def keep_living(self):
+        """Forgets threads that have ended without a word."""
+        # Looked at first: a thread that begins meanwhile is not among them.
+        for thread in set(self._last).difference(core.get_threads()):
+            self.forget_thread(thread)
 
     def _policy(self, error, is_step):
         type = error[0]

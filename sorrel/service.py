@@ -128,7 +128,7 @@ class Service(object):
             _sorrel.untrace_all_threads(core.trace_dispatch)
             self.breakpoints.forget()
             self.exceptions.forget()
-            self._steps.keep(())
+            self._steps.forget_all()
             self._interrupted.clear()
             self._to_interrupt = None
             if self._interrupts is not None:
@@ -190,17 +190,12 @@ class Service(object):
         if core is None:
             return  # The interpreter is ending, and has emptied the modules.
         id = core.get_current_tstate_id()
-        left = set(core.get_threads())
-        left.discard(id)
-        self._keep_threads(left)
+        self._steps.forget(id)
+        self.exceptions.forget_thread(id)
         self._interrupted.discard(id)
         thread_ended = getattr(self._front_end, 'thread_ended', None)
         if thread_ended is not None:
             thread_ended(id)
-
-    def _keep_threads(self, ids):
-        self._steps.keep(ids)
-        self.exceptions.keep(ids)
 
     def _debugs_thread(self, ident):
         if ident in self._ignored:
@@ -211,7 +206,8 @@ class Service(object):
     def _interrupt_here(self):
         """Whether it is the calling thread that was to be stopped."""
         id = core.get_current_tstate_id()
-        if self._to_interrupt is None or self._to_interrupt not in (_ANY_THREAD, id):
+        asked = self._to_interrupt
+        if asked is None or asked not in (_ANY_THREAD, id):
             return False
         self._to_interrupt = None
         self._interrupted.add(id)
@@ -296,11 +292,12 @@ class Service(object):
 
     def _ask(self, stop):
         self._stops[stop.thread] = stop
-        self._keep_threads(core.get_threads())
+        self._steps.keep_living()
+        self.exceptions.keep_living()
         try:
             return self._guarded(self._front_end.stopped, stop)
         finally:
-            del self._stops[stop.thread]
+            self._stops.pop(stop.thread, None)
 
     def _guarded(self, function, stop):
         """Asks the front end; whatever goes wrong there, the program goes on."""
@@ -352,7 +349,8 @@ class Service(object):
     def _thread_name(self, id, ident):
         known = threading._active.get(ident)
         if known is not None:
-            return known.getName()
+            # Not asked: a class of the program may answer in its own way.
+            return known.__dict__.get('_Thread__name') or 'Thread'
         return core.get_thread_name(id) or 'thread %s' % ident
 
 

@@ -10,8 +10,11 @@ from sorrel import frames
 from sorrel.records import (
     CONTINUE, INTERRUPTED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER_RANGE, STEPPED)
 
+_NO_TARGET = object()
+
 
 class Steps(object):
+    """Each thread has its own, which it may lose at any moment: another one may detach."""
 
     def __init__(self):
         # For threads on their way to an outer frame, what was asked for there.
@@ -38,15 +41,14 @@ class Steps(object):
 
     def give_up(self, thread):
         """The calling thread, whose id this is, runs on."""
-        self._awaited.pop(thread, None)
-        self._targets.pop(thread, None)
+        self.forget(thread)
         core.continue_run()
 
     def stops_at(self, thread, frame):
         """Whether the thread stops at any event in this frame, for the sake of its step."""
-        if thread not in self._targets:
+        target = self._targets.get(thread, _NO_TARGET)
+        if target is _NO_TARGET:
             return False
-        target = self._targets[thread]
         for caller in frames.callers(frame):
             if id(caller) == target:
                 return caller is frame
@@ -69,7 +71,7 @@ class Steps(object):
             if reason != RETURNED:
                 self._begin(thread, frame, Resume(STEP_OUT))
             return True
-        del self._awaited[thread]
+        self._awaited.pop(thread, None)
         if frame is resume.frame and reason == STEPPED:
             if resume.action == STEP_OUT or (
                     resume.action == STEP_OVER_RANGE
@@ -82,11 +84,21 @@ class Steps(object):
         """The thread has stopped for another reason than its step."""
         self._awaited.pop(thread, None)
 
-    def keep(self, threads):
-        """Forgets all but these threads."""
-        for known in self._awaited, self._targets:
-            for thread in set(known).difference(threads):
-                del known[thread]
+    def forget(self, thread):
+        """The thread has ended."""
+        self._awaited.pop(thread, None)
+        self._targets.pop(thread, None)
+
+    def keep_living(self):
+        """Forgets threads that have ended without a word."""
+        # Looked at first: a thread that begins meanwhile is not among them.
+        known = set(self._awaited).union(self._targets)
+        for thread in known.difference(core.get_threads()):
+            self.forget(thread)
+
+    def forget_all(self):
+        self._awaited.clear()
+        self._targets.clear()
 
     def _begin(self, thread, frame, resume):
         if resume.action == CONTINUE:

@@ -1,32 +1,46 @@
 """The numbers by which a person or a client knows threads."""
 
+import collections
+import itertools
+
 
 class Threads(object):
+    """Asked by several threads, and told by each one that it ends, between any two instructions.
+
+    Nobody waits for anybody here: what is done to the numbers is done in single steps, which the
+    interpreter does not interrupt.
+    """
 
     def __init__(self, service):
         self._service = service
         self._numbers = {}
-        self._last = 0
+        self._next = itertools.count(1).next
         # Of threads that were forgotten, until take_changes() tells of them.
-        self._ended = []
+        self._ended = collections.deque()
         self.number(service.main_thread)
 
     def number(self, id):
         """The number of the thread with this id of the core's."""
-        if id not in self._numbers:
-            self._last += 1
-            self._numbers[id] = self._last
-        return self._numbers[id]
+        number = self._numbers.get(id)
+        return self._numbers.setdefault(id, self._next()) if number is None else number
 
     def take_changes(self):
         """(number, whether it is new) of each thread that was started or has ended."""
+        # First: who gets a number from now on is new, not gone.
+        known = set(self._numbers)
         now = set(thread.id for thread in self._live())
-        changes = [(self._ended.pop(0), False) for _ in range(len(self._ended))]
-        for id in set(self._numbers) - now:
+        changes = []
+        while self._ended:
+            changes.append((self._ended.popleft(), False))
+        for id in known - now:
             # The id may come again.
-            changes.append((self._numbers.pop(id), False))
-        for id in sorted(now - set(self._numbers)):
-            changes.append((self.number(id), True))
+            number = self._numbers.pop(id, None)
+            if number is not None:
+                changes.append((number, False))
+        for id in sorted(now - known):
+            number = self._next()
+            if self._numbers.setdefault(id, number) == number:
+                changes.append((number, True))
         return changes
 
     def forget(self, id):

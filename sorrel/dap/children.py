@@ -53,14 +53,17 @@ class Variables(object):
             name for name in self._variables.keys() if type(name) is str and name not in known)
         for name in names:
             if name in self._variables and name != '__builtins__':
-                found.append(self._variable(name))
+                try:
+                    found.append(self._variable(name, self._variables[name]))
+                except KeyError:
+                    pass  # Another thread has removed it.
         return found
 
-    def _variable(self, name):
+    def _variable(self, name, value):
         def assign(value):
             self._assign(name, value)
         expression = name if _is_name(name) else None
-        return _named(name, self._variables[name], expression, assign)
+        return _named(name, value, expression, assign)
 
 
 class Items(object):

@@ -63,8 +63,9 @@ class Stops(object):
 
     def gone(self, stop, told, resume):
         """The thread goes on from a stop that the client was told of."""
+        # Looked at first: a thread that begins meanwhile is not among them.
         for thread in set(self._goings).difference(core.get_threads()):
-            del self._goings[thread]
+            self.forget(thread)
         # No frame is kept alive for longer than needed.
         frame = None if resume.action in (CONTINUE, STEP_INTO) else resume.frame or stop.frame
         self._goings[stop.thread] = _Going(resume.action, frame, self._is_own_code(told.frame))
