@@ -56,6 +56,17 @@ def callers(frame):
         frame = frame.f_back
 
 
+def without_own_calls(frame):
+    """The frame of the program that this one was called from, where it is the server's own.
+
+    Where a thread waits for another one that is stopped, its innermost frames are.
+    """
+    for caller in callers(frame):
+        if is_program(caller):
+            return caller
+    return frame
+
+
 def outward(frame):
     """The program's frames from this one to its outermost."""
     for caller in callers(frame):

@@ -2,8 +2,10 @@
 
 It owns the core's callbacks and knows which threads are stopped. A front end has one method,
 `stopped(stop)`, called in the thread that stopped; the Resume that it returns is carried out in
-that thread, and None lets it go on as before the stop. While it runs, the thread holds the core's
-mutex, and nothing that it does is traced.
+that thread, and None lets it go on as before the stop. While it runs, nothing that the thread does
+is traced. The program's other threads wait meanwhile, see `gate`, unless set_all_stop() has said
+otherwise. A front end that runs code of the program for long lets them run with let_others_run(), so
+that this may wait for one of them, and leaves a thread that does not come back from there behind.
 A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
 A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
 that the front end has been told of, or is not to be, is about to end its thread.
@@ -25,6 +27,7 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel import breakpoints, complaint, exceptions, frames, modules, threadhooks
 from sorrel.exceptions import NO_JUDGEMENT
+from sorrel.gate import Gate
 from sorrel.interrupts import Interrupts
 from sorrel.records import (
     DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEPPED, Stop, Thread)
@@ -43,7 +46,16 @@ class Service(object):
         self._front_end = front_end
         self._process = os.getpid()
         self._ignored = set()
+        # By the threads that are stopped. What each makes the others wait for, if it does.
         self._stops = {}
+        self._holds = {}
+        self._gate = Gate(self._debugs_thread, self._raise_later)
+        self._stops_all = True
+        # How many threads need more of the stack just now, and how much there is without that.
+        self._in_need = 0
+        self._stack_limit = None
+        # Changes whenever what was stopped before has become nobody's business.
+        self._era = 0
         self._steps = Steps()
         # The program's namespace until its code has begun to run.
         self._entering = None
@@ -52,6 +64,8 @@ class Service(object):
         self._interrupted = set()
         self._to_interrupt = None
         self.attached = False
+        # Has an item from when it is attached until a thread takes that to detach.
+        self._attachment = []
         frames.learn_own_modules()
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
                   self._on_return, self._on_exception, self._on_quit, self._on_import,
@@ -74,8 +88,7 @@ class Service(object):
             self._entering = namespace
             if self._interrupts is not None:
                 self._interrupts.install()
-            self.attached = True
-            self.modules.begin()
+            self._be_attached()
             core.start_trace()
             self._steps.expect_stop(self.main_thread)
             _leave_bottom_frame()
@@ -112,31 +125,66 @@ class Service(object):
 
     def attach(self):
         """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
-        self.attached = True
-        self.modules.begin()
+        self._be_attached()
         core.set_debug_thread_cb(self._debugs_thread)
         core.start_trace()
         _sorrel.trace_all_threads(threadhooks.ThreadEnd(self._on_thread_end))
         # What was given to all others is not for this one.
         sys.settrace(None)
 
+    def _be_attached(self):
+        self.attached = True
+        self._attachment.append(None)
+        self.modules.begin()
+
     def detach(self):
         """The program runs on at full speed, and the core forgets what it was told."""
-        if self.attached:
-            self.attached = False
-            core.reset()
-            _sorrel.untrace_all_threads(core.trace_dispatch)
-            self.breakpoints.forget()
-            self.exceptions.forget()
-            self._steps.forget_all()
-            self._interrupted.clear()
-            self._to_interrupt = None
-            if self._interrupts is not None:
-                self._interrupts.remove()
+        try:
+            self._attachment.pop()
+        except IndexError:
+            return  # It is not attached, or another thread is at it.
+        self._era += 1
+        core.reset()
+        _sorrel.untrace_all_threads(core.trace_dispatch)
+        self._stops_all = True
+        self._gate.open()
+        self.breakpoints.forget()
+        self.exceptions.forget()
+        self._steps.forget_all()
+        self._interrupted.clear()
+        self._to_interrupt = None
+        if self._interrupts is not None:
+            self._interrupts.remove()
+        self.attached = False
 
     def set_all_stop(self, on):
         """Whether all threads wait while one is stopped, or only that one does."""
+        self._stops_all = bool(on)
         core.set_debug_all_threads(int(on))
+
+    def hold(self, stop):
+        """For a thread at its Stop: what makes the others wait, to be named in what follows."""
+        return self._holds[stop.thread]
+
+    def let_others_run(self, hold, tell):
+        """The others go on, each up to a stop of its own, while the stopped thread evaluates.
+
+        tell: called before they can be made to wait again, and if they had to wait at all. This
+        and the following may be called in any thread.
+        """
+        self._gate.let_pass(hold, tell)
+
+    def make_others_wait(self, hold):
+        """As before. Whether they had been let run."""
+        return self._gate.shut(hold)
+
+    def leave_behind(self, hold):
+        """The others go on as if the stopped thread had, which does so when it comes back."""
+        self._gate.leave(hold)
+
+    def is_left_behind(self, id):
+        hold = self._holds.get(id)
+        return hold is not None and self._gate.is_left(hold)
 
     def pause(self, id=_ANY_THREAD):
         """Stops this thread, by default the next one that runs Python code: within a second."""
@@ -145,6 +193,11 @@ class Service(object):
     def raise_here(self, exception):
         """The calling thread, which is stopped, raises it at its next event; None for none."""
         core.raise_exception(core.get_current_tstate_id(), exception)
+
+    def _raise_later(self, error):
+        """What a handler of the program's has raised in the server, its thread raises outside."""
+        if self.attached:
+            self.raise_here(error)
 
     def quit(self):
         """Ends the process at once, whatever the program's threads are doing."""
@@ -158,13 +211,13 @@ class Service(object):
     # The core's callbacks. An error in one would end the tracing of its thread.
 
     def _on_line(self, frame, changed_bps):
-        self._with_room(self._at_line, frame, changed_bps)
+        self._in_turn(self._at_line, frame, changed_bps)
 
     def _on_return(self, frame, value, changed_bps):
-        self._with_room(self._stopped, frame, RETURNED, value)
+        self._in_turn(self._stopped, frame, RETURNED, value)
 
     def _on_exception(self, frame, error, changed_bps):
-        self._with_room(self._raised, frame, error)
+        self._in_turn(self._raised, frame, error)
 
     def _on_idle(self):
         if self._to_interrupt is not None and not self._interrupt_here():
@@ -200,7 +253,10 @@ class Service(object):
     def _debugs_thread(self, ident):
         if ident in self._ignored:
             return 0
-        self._interrupt_here()
+        if not self._is_forked():
+            if not self._gate.wait():
+                return 0
+            self._interrupt_here()
         return 1
 
     def _interrupt_here(self):
@@ -291,13 +347,19 @@ class Service(object):
         self._steps.give_up(thread)
 
     def _ask(self, stop):
-        self._stops[stop.thread] = stop
+        thread, era = stop.thread, self._era
         self._steps.keep_living()
         self.exceptions.keep_living()
+        self._stops[thread] = stop
+        hold = self._holds[thread] = self._gate.close(self._stops_all)
         try:
-            return self._guarded(self._front_end.stopped, stop)
+            resume = self._guarded(self._front_end.stopped, stop)
         finally:
-            self._stops.pop(stop.thread, None)
+            self._stops.pop(thread, None)
+            self._holds.pop(thread, None)
+            self._gate.end(hold)
+        # Detached meanwhile, it is not to detach whoever came next.
+        return resume if era == self._era else None
 
     def _guarded(self, function, stop):
         """Asks the front end; whatever goes wrong there, the program goes on."""
@@ -310,15 +372,28 @@ class Service(object):
                 complaint.print_error()
                 return Resume(DETACH)
 
+    def _in_turn(self, function, *arguments):
+        """Calls it when no other thread is stopped, unless the program is let go meanwhile."""
+        if self._is_forked():
+            return
+        era = self._era
+        self._gate.take_turn()
+        if era == self._era:
+            self._with_room(function, *arguments)
+
     def _with_room(self, function, *arguments):
         """Calls what may need more of the stack than the program has left."""
-        limit = sys.getrecursionlimit()
-        sys.setrecursionlimit(limit + _STACK_ROOM)
+        # A thread comes and goes here with the core's mutex, but others may be here meanwhile.
+        if not self._in_need:
+            self._stack_limit = sys.getrecursionlimit()
+            sys.setrecursionlimit(self._stack_limit + _STACK_ROOM)
+        self._in_need += 1
         try:
             function(*arguments)
         finally:
-            if sys.getrecursionlimit() == limit + _STACK_ROOM:
-                sys.setrecursionlimit(limit)
+            self._in_need -= 1
+            if not self._in_need and sys.getrecursionlimit() == self._stack_limit + _STACK_ROOM:
+                sys.setrecursionlimit(self._stack_limit)
 
     def _resume(self, thread, frame, resume):
         if resume is None:
@@ -343,7 +418,7 @@ class Service(object):
     def _thread(self, id, running):
         ident = core.get_thread_ident_for_tstate_id(id)
         stop = self._stops.get(id)
-        frame = running.get(ident) if stop is None else stop.frame
+        frame = stop.frame if stop is not None else frames.without_own_calls(running.get(ident))
         return Thread(id, ident, self._thread_name(id, ident), frame, stop)
 
     def _thread_name(self, id, ident):

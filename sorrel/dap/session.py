@@ -2,26 +2,28 @@
 
 import itertools
 import os
+import thread
 import time
 
 from sorrel.dap import capabilities, protocol, sources
 from sorrel.dap.breakpoints import Breakpoints
 from sorrel.dap.exceptions import Exceptions
 from sorrel.dap.inventory import Inventory
-from sorrel.dap.job import Job, Then, answer
+from sorrel.dap.job import Then, answer
 from sorrel.dap.protocol import Refused, text
 from sorrel.dap.stopped import COMMANDS, StoppedThread
 from sorrel.dap.stops import Stops, Told
-from sorrel.dap.timelimit import TimeLimit
+from sorrel.dap.supervisor import Supervisor
 from sorrel.records import CONTINUE, DETACH, Resume
 from sorrel.threadnumbers import Threads
 
-# How often the limit of what is evaluated is looked at, in seconds.
-_LOOK = 0.25
 _DEFAULT_PATIENCE = 5.0
-_DETACH_PATIENCE = 2.0
+# What follows the name of a thread that does not come back from what it evaluates.
+_BUSY = ' (busy)'
+# How long the thread that is stopped may take to detach the program, in seconds.
+_DETACH_PATIENCE = 1.0
 # Taken now: a program may replace what the interpreter's modules offer.
-_now, _sleep = time.time, time.sleep
+_now, _sleep, _new_lock = time.time, time.sleep, thread.allocate_lock
 
 
 class Session(object):
@@ -30,7 +32,6 @@ class Session(object):
         """program: the Program that this client came to debug."""
         self.is_known = False
         self.sources = sources.Sources()
-        self.limit = TimeLimit()
         # For whatever the client gets a number of.
         self.numbers = itertools.count(1)
         # How long code of the program may run for an answer, in seconds; None for ever.
@@ -48,9 +49,9 @@ class Session(object):
         self._service = program.service
         self._is_closed = self._has_begun = self._is_configured = False
         self._stops_on_entry = self._is_undebugged = self._is_terminating = False
-        self._stop = None
-        # Requests on their way through the stopped thread, by their numbers.
-        self._jobs = {}
+        self._supervisor = Supervisor(self, program.service)
+        # Of the thread that tells of what is new. Others do not wait for it.
+        self._looking = _new_lock()
         self._answers = dict(self.inventory.answers, **{
             'initialize': self._initialize, program.start_method: self._begin,
             'configurationDone': self._configuration_done, 'disconnect': self._disconnect,
@@ -70,32 +71,23 @@ class Session(object):
         elif command in self._answers:
             answer(self, message, self._answers[command])
         elif command in COMMANDS:
-            self._ask_stopped_thread(message)
+            self._supervisor.ask(message)
         else:
             answer(self, message, _refuse_unknown)
 
     def deadline(self):
-        if not self._jobs:
-            return None
-        look = _now() + _LOOK
-        return min(self.limit.deadline or look, look)
+        return self._supervisor.deadline() if self._is_configured else None
 
     def deadline_passed(self):
-        self.limit.expire()
+        self._supervisor.look()
 
     def closed(self):
         """The client has left: the program runs on as if it had never been there."""
         self._is_closed = True
         self._program.is_being_left()
         # What the last client has left behind is not this one's to end.
-        if self._is_configured and not self._resume_stopped(Resume(DETACH)):
-            self._service.detach()
-        # The next client is not to come upon what is left of this one.
-        end = _now() + _DETACH_PATIENCE
-        while self._is_configured and self._service.attached and _now() < end:
-            if self._jobs:
-                self.limit.expire()
-            _sleep(0.001)
+        if self._is_configured:
+            self._detach()
         if not self._service.attached:
             self.breakpoints.clear()
             self._service.exceptions.forget()
@@ -109,44 +101,70 @@ class Session(object):
             return Resume(DETACH)
         if self._is_terminating:
             return Resume(CONTINUE)
-        self.look_around()
-        told = self.stops.consider(stop)
+        told = self._supervisor.consider(self._service.hold(stop), self._consider, stop)
         if not isinstance(told, Told):
             return told
-        stopped = StoppedThread(self, stop, told.frame)
-        self._stop = stopped
-        try:
-            self.tell_stop(told)
+
+        def tell():
+            self.tell_stop(told, stop.thread)
             # Asked last: nobody would wake the thread.
-            if self._is_closed or self._server.is_lost:
-                return Resume(DETACH)
-            resume = stopped.serve()
-            self.stops.gone(stop, told, resume)
-            return resume
-        finally:
-            self._stop = None
-            for job in stopped.close():
-                job.refuse()
+            return not self._is_closed and not self._server.is_lost
+        resume = self._supervisor.serve(
+            StoppedThread(self, self._service, stop, told.frame), tell)
+        if resume is None:
+            return Resume(DETACH)
+        self.stops.gone(stop, told, resume)
+        return resume
+
+    def _consider(self, stop):
+        self.look_around()
+        return self.stops.consider(stop)
 
     def ended(self, outcome):
         self.event('exited', {'exitCode': outcome.status})
         self.event('terminated')
 
-    def tell_stop(self, told):
-        body = {'reason': told.reason, 'threadId': self.threads.number(self._stop.thread_id),
+    def tell_stop(self, told, thread):
+        """thread: the core's id."""
+        body = {'reason': told.reason, 'threadId': self.threads.number(thread),
                 'allThreadsStopped': self.stops_all}
         body.update(told.details)
         self.event('stopped', body)
 
-    def _resume_stopped(self, resume):
-        """Whether there was a stopped thread to let go."""
-        stop = self._stop
-        return stop is not None and stop.resume(resume)
+    def tell_others_run(self, thread):
+        """What this thread evaluates may wait for the others, which run until it has ended."""
+        for number in self._others(thread):
+            self.event('continued', {'threadId': number, 'allThreadsContinued': False})
+
+    def tell_others_wait(self, thread):
+        self.look_around()
+        for number in self._others(thread):
+            self.event('stopped', {'reason': 'pause', 'threadId': number,
+                                   'allThreadsStopped': False, 'preserveFocusHint': True})
+
+    def _others(self, thread):
+        return [number for number, other in self.threads.all()
+                if other.id != thread and not self._service.is_left_behind(other.id)]
+
+    def _detach(self):
+        end = _now() + _DETACH_PATIENCE
+        if self._supervisor.free(Resume(DETACH), _DETACH_PATIENCE):
+            while self._service.attached and _now() < end:
+                _sleep(0.001)
+        # It is not there, or does not come back from what it evaluates.
+        self._service.detach()
 
     # What the program does meanwhile.
 
     def look_around(self):
-        """Tells of new threads and modules; called in a thread of the program."""
+        """Tells of new threads and modules; called in threads of the program."""
+        if self._looking.acquire(False):
+            try:
+                self._tell_changes()
+            finally:
+                self._looking.release()
+
+    def _tell_changes(self):
         for number, is_new in self.threads.take_changes():
             self.event('thread', {'reason': 'started' if is_new else 'exited',
                                   'threadId': number})
@@ -190,19 +208,6 @@ class Session(object):
 
     def send(self, message):
         self._server.send(self, message)
-
-    def _ask_stopped_thread(self, request):
-        stop = self._stop
-        job = Job(self, stop, request)
-        if stop is None:
-            job.refuse()
-            return
-        self._jobs[request['seq']] = job
-        if not stop.put(job):
-            job.refuse()
-
-    def job_done(self, request):
-        self._jobs.pop(request['seq'], None)
 
     def to_client_line(self, line):
         return line - 1 + self.first_line
@@ -271,20 +276,20 @@ class Session(object):
         self._server.when_sent(self._end_program)
 
     def _end_program(self):
-        stop = self._stop
+        stopped = self._supervisor.current()
         # A stop before the signal is there would only hold it up.
         self._is_terminating = True
-        if self._resume_stopped(Resume(CONTINUE)):
-            self.event('continued', {'threadId': self.threads.number(stop.thread_id),
+        if self._supervisor.free(Resume(CONTINUE)):
+            self.event('continued', {'threadId': self.threads.number(stopped.thread_id),
                                      'allThreadsContinued': self.stops_all})
         self._program.terminate()
         self._is_terminating = False
 
     def _pause(self, arguments):
-        stop = self._stop
+        stopped = self._supervisor.current()
         if not self.stops_all:
             self._service.pause(self.find_thread(arguments['threadId']).id)
-        elif stop is None or stop.is_leaving():
+        elif stopped is None or stopped.is_leaving():
             # Any thread will do: the others wait as soon as they have an event.
             self._service.pause()
 
@@ -298,14 +303,13 @@ class Session(object):
 
     def _list_threads(self, arguments):
         # The core knows of none before the program runs.
-        known = [(number, thread.name) for number, thread in self.threads.all()]
+        known = [(number, thread.name + _BUSY * self._supervisor.is_busy(thread.id))
+                 for number, thread in self.threads.all()]
         return {'threads': [{'id': number, 'name': text(name)}
                             for number, name in known or [(1, 'MainThread')]]}
 
     def _cancel(self, arguments):
-        job = self._jobs.get(arguments.get('requestId'))
-        if job is not None:
-            job.cancel()
+        self._supervisor.cancel(arguments.get('requestId'))
 
 
 def _refuse_stranger(arguments):

@@ -3,37 +3,60 @@
 Only there is the program's code to be run, and only until the thread goes on.
 """
 
+import collections
 import sys
+import time
 
 from sorrel import evaluate, frames, source, stacks, sublanguages
 from sorrel.dap import children, completion, jump, sources, values
 from sorrel.dap.lazystack import LazyStack
 from sorrel.dap.mailbox import Mailbox
-from sorrel.dap.job import Then
+from sorrel.dap.job import RUNNING, Then
 from sorrel.dap.protocol import Refused, text
 from sorrel.dap.stops import Told
+from sorrel.dap.timelimit import TimeLimit
 from sorrel.dap.variables import Presenter, References
 from sorrel.records import (
     CONTINUE, INTERRUPTED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER, STEPPED)
 
 
-_WHY_ENDED = 'ended, since it took too long'
+TOO_LONG = 'ended, since it took too long'
 # The requests that are answered only here.
 COMMANDS = frozenset((
     'stackTrace', 'scopes', 'variables', 'setVariable', 'setExpression', 'evaluate', 'completions',
     'exceptionInfo', 'gotoTargets', 'goto', 'continue', 'next', 'stepIn', 'stepOut'))
+# Those of them that let the thread go.
+GOING_ON = frozenset(('continue', 'next', 'stepIn', 'stepOut'))
+# Taken now: a program may replace what the interpreter's modules offer.
+_now = time.time
+
+# What the thread is at: a Job, and since when.
+_Turn = collections.namedtuple('_Turn', 'job since')
 
 
 class StoppedThread(object):
+    """limit: the TimeLimit of what is evaluated here. turn: the job that is being done; None for
+    none. hold: the service's, what makes the other threads wait.
+    """
 
-    def __init__(self, session, stop, frame):
+    def __init__(self, session, service, stop, frame):
         """frame: the innermost one that the client is shown."""
         self.stop = stop
         self.thread_id = stop.thread
+        self.hold = service.hold(stop)
+        self.limit = TimeLimit()
+        self.turn = None
+        self._why_ended = TOO_LONG
+        # The turns in which the others were let run, and which nobody waits for any more.
+        self._let_run_in = self._given_up = None
+        self._has_gone = False
+        self._service = service
         self._session = session
         self._frame = frame
         self._mailbox = Mailbox()
         self._frames = References(session.numbers)
+        # Those of other threads, until these are let run.
+        self._frames_of_others = References(session.numbers)
         # This thread's, once it has been looked at.
         self._own_stack = None
         self._presenter = Presenter(values.Shower(self._limited), session.numbers)
@@ -67,25 +90,78 @@ class StoppedThread(object):
             try:
                 job = self._mailbox.take()
                 if job is not None:
-                    job.do()
+                    self._do(job)
             except KeyboardInterrupt:
                 pass  # The program's, at a moment when it does not run.
         return self._told_to_go or self._resume
 
+    def _do(self, job):
+        self.turn = _Turn(job, _now())
+        try:
+            # What the client is told of the other threads is told before the answer.
+            job.do(self.settle)
+        finally:
+            self.turn = None
+            self._why_ended = TOO_LONG
+            self.settle()
+
     def close(self):
         """Nothing of the program is kept alive while it runs. Returns the jobs not done."""
         left = self._mailbox.close()
-        for references in (self._frames, self._presenter.references, self._jumps):
+        self._has_gone = True
+        for references in (self._frames, self._frames_of_others, self._presenter.references,
+                           self._jumps):
             references.clear()
         self._frame = self.stop = self._own_stack = None
         return [job for job in left if job is not None]
 
+    # What takes long, seen from any thread.
+
+    def is_at(self, job):
+        turn = self.turn
+        return turn is not None and turn.job is job
+
+    def is_stuck(self):
+        """Whether nobody waits for what it is at."""
+        turn = self.turn
+        return turn is not None and self._given_up is turn
+
+    def give_up(self, turn):
+        self._given_up = turn
+
+    def end(self, why):
+        """Ends what it evaluates, if it does and that can be ended."""
+        self._why_ended = why
+        self.limit.expire()
+
+    def has_gone(self):
+        return self._has_gone
+
+    def let_others_run(self, turn):
+        """The other threads run as long as this one is at its job: that may wait for them."""
+        if self._let_run_in is not turn:
+            self._let_run_in = turn
+            self._service.let_others_run(self.hold, self._tell_running)
+            if self.turn is not turn:
+                self.settle()
+
+    def settle(self):
+        """The others wait again, if they were let run."""
+        if self._service.make_others_wait(self.hold):
+            self._frames_of_others.clear()
+            self._session.tell_others_wait(self.thread_id)
+
+    def _tell_running(self):
+        self._session.tell_others_run(self.thread_id)
+
     # The stack.
 
     def _stack_trace(self, arguments):
-        stack = self._stack(arguments['threadId'])
+        number = arguments['threadId']
+        stack = self._stack(number)
+        known = self._frames if self._is_this(number) else self._frames_of_others
         shown = stack.page(arguments.get('startFrame', 0), arguments.get('levels', 0))
-        return {'stackFrames': [self._describe(entry) for entry in shown],
+        return {'stackFrames': [self._describe(entry, known) for entry in shown],
                 'totalFrames': stack.most()}
 
     def _stack(self, number):
@@ -103,9 +179,9 @@ class StoppedThread(object):
                 self._own_stack = LazyStack(iter(entries), len(entries))
         return self._own_stack
 
-    def _describe(self, entry):
+    def _describe(self, entry, references):
         frame = entry.frame
-        shown = {'id': self._frames.add(entry), 'name': text(frame.f_code.co_name),
+        shown = {'id': references.add(entry), 'name': text(frame.f_code.co_name),
                  'source': self._session.sources.describe(entry.path, frame.f_globals),
                  'line': self._session.to_client_line(entry.line),
                  'column': self._session.first_column}
@@ -121,7 +197,8 @@ class StoppedThread(object):
         if not arguments.get('frameId'):
             # Outermost: where everything global is to be seen.
             return stacks.at_stop(self.stop)[0].frame
-        return self._known(self._frames.find(arguments['frameId'])).frame
+        return self._known(self._frames.find(arguments['frameId']) or
+                           self._frames_of_others.find(arguments['frameId'])).frame
 
     def _known(self, found):
         if found is None:
@@ -131,7 +208,7 @@ class StoppedThread(object):
     # Values.
 
     def _limited(self, function, *arguments):
-        return self._session.limit.call(self._session.patience, function, *arguments)
+        return self.limit.call(self._session.patience, function, *arguments)
 
     def _of_program(self, function, *arguments):
         """Calls what may run code of the program."""
@@ -139,9 +216,9 @@ class StoppedThread(object):
 
     def _within(self, seconds, function, *arguments):
         try:
-            return self._session.limit.call(seconds, function, *arguments)
+            return self.limit.call(seconds, function, *arguments)
         except values.Overtime:
-            raise Refused(_WHY_ENDED)
+            raise Refused(self._why_ended)
         except Refused:
             raise
         except:
@@ -259,12 +336,13 @@ class StoppedThread(object):
         except ValueError as error:
             raise Refused(str(error))
         self._own_stack = None
-        return Then(None, lambda: self._session.tell_stop(Told('goto', self._frame, {})))
+        return Then(None, lambda: self._session.tell_stop(
+            Told('goto', self._frame, {}), self.thread_id))
 
     # Going on.
 
     def _is_this(self, number):
-        return number == self._session.threads.number(self.stop.thread)
+        return number == self._session.threads.number(self.thread_id)
 
     def _check_thread(self, arguments):
         if not self._is_this(arguments['threadId']):
@@ -279,7 +357,10 @@ class StoppedThread(object):
 
     def _step(self, arguments, action, frame=None):
         self._check_thread(arguments)
-        self._resume = Resume(action, None if frame is self.stop.frame else frame)
+        stop = self.stop
+        if stop is None:
+            raise Refused(RUNNING)  # It has come back this moment, and does this itself.
+        self._resume = Resume(action, None if frame is stop.frame else frame)
 
     def _next(self, arguments):
         return self._step(arguments, STEP_OVER, self._frame)

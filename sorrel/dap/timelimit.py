@@ -25,6 +25,8 @@ class TimeLimit(object):
         self._expiring = False
         # When to call `expire()`; None for never.
         self.deadline = None
+        # Since when what is being called is to end; None while it may go on.
+        self.overdue_since = None
 
     def call(self, seconds, function, *arguments):
         """Calls the function. seconds: None for no limit. Raises Overtime besides its own."""
@@ -40,14 +42,19 @@ class TimeLimit(object):
             # The first time may have been ended by what it is to prevent.
             self._end()
 
+    def is_due(self, now):
+        return self.deadline is not None and now >= self.deadline
+
     def expire(self):
         """Ends what is being called, if it still is; for another thread."""
         # The other thread goes on only when this is done.
         self._expiring = True
         if self._running:
             _raise_in(self._ident, Overtime)
+            now = _now()
+            self.overdue_since = self.overdue_since or now
             # Once more, should it be caught.
-            self.deadline = _now() + _INSIST_AFTER
+            self.deadline = now + _INSIST_AFTER
         self._expiring = False
 
     def _begin(self, seconds):
@@ -60,5 +67,5 @@ class TimeLimit(object):
         self._running = False
         while self._expiring:
             _sleep(0.001)
-        self.deadline = None
+        self.deadline = self.overdue_since = None
         _raise_in(self._ident, None)

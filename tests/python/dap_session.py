@@ -221,6 +221,8 @@ class Peer(object):
     def stopped(self):
         """Waits for the next stop; where it is, such as "breakpoint work:12"."""
         stop = self.event('stopped')
+        while stop.get('preserveFocusHint'):
+            stop = self.event('stopped')  # Others wait again for the one that had stopped.
         self.thread = stop['threadId']
         frame = self.top()
         return '%s %s:%d' % (stop['reason'], frame['name'], frame['line'])
