@@ -11,8 +11,9 @@ import socket
 import time
 
 from sorrel import evaluate
-from sorrel.dap import capabilities, protocol, shapes
 from sorrel.complaint import print_error
+from sorrel.dap import capabilities, protocol, shapes
+from sorrel.dap.guard import Guard
 from sorrel.dap.launch import CannotLaunch, Launch
 from sorrel.dap.process import Process
 from sorrel.dap.protocol import Refused, text
@@ -64,12 +65,15 @@ class Adapter(object):
         # Whether the program, which may have answered, has to end by then, too.
         self._must_end = False
         self._has_ended = False
+        # The Guard of a program that the client has launched, until that is to end or may run on.
+        self._guard = None
 
     def run(self):
         while self._in is not None or self._outputs():
             self._turn()
         if self._launch is not None:
             self._give_up_launch()
+        self._end_guarded()
 
     def _turn(self):
         sources = self._outputs()
@@ -117,8 +121,12 @@ class Adapter(object):
                 self._handle(message)
 
     def _lose_client(self):
-        """The program runs on."""
+        """A program that was launched ends, unless the client has said otherwise."""
         self._in = None
+        if self._guard is not None and self._program is None and self._process is not None:
+            # It has closed the connection that would have told it.
+            self._process.send(signal.SIGTERM)
+        self._end_guarded()
         if self._program is not None:
             self._lose_program()
         if self._begin is not None and self._process is not None:
@@ -264,6 +272,10 @@ class Adapter(object):
         if message['command'] in ('disconnect', 'terminate'):
             self._ending = message
             self._must_end = message['command'] == 'disconnect' and _is_to_end(message)
+            if message['command'] == 'terminate' or self._must_end:
+                self._end_guarded()
+            else:
+                self._leave_guarded()
             self._ending_until = time.time() + _END_PATIENCE
         try:
             self._program.sendall(protocol.encode(message))
@@ -285,6 +297,8 @@ class Adapter(object):
             if self._ending is not None \
                     and message.get('request_seq') == self._ending['seq']:
                 self._ending = None
+            if message.get('event') == 'process' and message['body']['startMethod'] == 'launch':
+                self._guard = Guard(message['body']['systemProcessId'])
             if message.get('event') in ('exited', 'terminated'):
                 if self._process is not None:
                     continue  # Told when the process has ended and all it wrote is read.
@@ -324,7 +338,19 @@ class Adapter(object):
 
     def _tell_end(self):
         self._has_ended = True
+        # What the program has left behind is meant to be there.
+        self._leave_guarded()
         self._event('terminated')
+
+    def _end_guarded(self):
+        guard, self._guard = self._guard, None
+        if guard is not None:
+            guard.end()
+
+    def _leave_guarded(self):
+        guard, self._guard = self._guard, None
+        if guard is not None:
+            guard.leave()
 
     def _end_by_force(self, request):
         """The program does not answer, for example because it is deep in C code."""

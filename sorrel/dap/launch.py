@@ -40,7 +40,7 @@ class Launch(object):
             return subprocess.Popen(
                 self._full_command(), cwd=_encoded(self._arguments.get('cwd')),
                 env=self._environment(), stdin=open(os.devnull), stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE, close_fds=True)
+                stderr=subprocess.PIPE, close_fds=True, preexec_fn=os.setsid)
         except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
             self.close()
             raise CannotLaunch('cannot start it: %s' % error)

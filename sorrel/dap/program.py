@@ -37,6 +37,7 @@ class Program(object):
         self._session = None
         self._start = Wakeup()
         self._is_given_up = False
+        self._is_at_its_end = False
 
     def new_session(self, server):
         self._session = Session(server, self)
@@ -91,6 +92,15 @@ class Program(object):
         """To be called before the program goes on without its client."""
         if self.start_method == 'launch':
             _write_to_nobody()
+
+    def lose_client(self):
+        """A client that is gone ends what it has launched, unless that is ending by itself."""
+        if self.start_method == 'launch' and not self._is_at_its_end:
+            self.terminate()
+
+    def end(self):
+        """The program has ended, and its exit functions have run."""
+        self._is_at_its_end = True
 
     def left(self, session):
         if self._session is session:

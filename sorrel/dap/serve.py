@@ -4,7 +4,7 @@ import atexit
 import sys
 
 from sorrel import runner
-from sorrel.dap import forks, greeting, sources
+from sorrel.dap import forks, greeting, guard, sources
 from sorrel.dap.program import Program
 from sorrel.dap.server import Server, listen
 from sorrel.service import Service
@@ -29,6 +29,7 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
     runner.prepare(script, args, hooks)
     try:
         if greeting_file:
+            guard.have_own_group()
             server = Server(program.new_session, client=greeting.connect(greeting_file))
         else:
             listener = listen(*address)
@@ -41,6 +42,7 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
     program.service.ignore_thread(server.start())
     # Runs after the program's own exit functions.
     atexit.register(server.stop)
+    atexit.register(program.end)
     forks.call_in_children(server.forget)
     if waits and not program.wait_for_client():
         return 0

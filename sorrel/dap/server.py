@@ -63,8 +63,9 @@ class Server(object):
         """Sockets: a listener that clients come to, or the connection to the one there will be.
 
         new_session: called with this server for each client. A session has `handle(message)`,
-        `closed()`, `deadline()` (a time or None) and `deadline_passed()`, all called in this
-        thread, and the attribute `is_known`: whether the client has introduced itself.
+        `closed()`, before that `cut_off()` when the program has closed the connection,
+        `deadline()` (a time or None) and `deadline_passed()`, all called in this thread, and the
+        attribute `is_known`: whether the client has introduced itself.
         """
         self.is_lost = False
         self._new_session = new_session
@@ -183,6 +184,7 @@ class Server(object):
             if descriptor is not None and not descriptor.is_there():
                 self.is_lost = True
         if self._client is not None and not self._client.is_there():
+            self._session.cut_off()
             self._drop()
 
     def _timeout(self):

@@ -49,6 +49,8 @@ class Session(object):
         self._service = program.service
         self._is_closed = self._has_begun = self._is_configured = False
         self._stops_on_entry = self._is_undebugged = self._is_terminating = False
+        # Whether the program may go on without the client, for what either has done.
+        self._may_run_on = False
         self._supervisor = Supervisor(self, program.service)
         # Of the thread that tells of what is new. Others do not wait for it.
         self._looking = _new_lock()
@@ -75,6 +77,10 @@ class Session(object):
         else:
             answer(self, message, _refuse_unknown)
 
+    def cut_off(self):
+        """It was the program that has closed the connection: it means to go on."""
+        self._may_run_on = True
+
     def deadline(self):
         return self._supervisor.deadline() if self._is_configured else None
 
@@ -82,7 +88,10 @@ class Session(object):
         self._supervisor.look()
 
     def closed(self):
-        """The client has left: the program runs on as if it had never been there."""
+        """The client has left: the program runs on as if it had never been there.
+
+        One that it has launched ends, unless it has said otherwise.
+        """
         self._is_closed = True
         self._program.is_being_left()
         # What the last client has left behind is not this one's to end.
@@ -92,6 +101,8 @@ class Session(object):
             self.breakpoints.clear()
             self._service.exceptions.forget()
         self._program.left(self)
+        if self._is_configured and not self._may_run_on and not self._server.is_lost:
+            self._program.lose_client()
 
     # For the program.
 
@@ -270,6 +281,7 @@ class Session(object):
         ends = arguments.get('terminateDebuggee')
         if ends is None:
             ends = self._program.start_method == 'launch'
+        self._may_run_on = not ends
         self._server.when_sent((lambda: os._exit(0)) if ends else self._server.drop_client)
 
     def _terminate(self, arguments):

@@ -89,14 +89,13 @@ for (const state of ['running', 'stopped']) {
             assert.equal(noted.read(), 'begun\ntidied\n');
         }));
 
-    test(`a client that is gone leaves a launched program that was ${state}`, () =>
+    test(`a client that is gone ends a launched program that was ${state}`, () =>
         withClient(async (client) => {
             const noted = note();
-            const pid = await launched(client, [noted.file], configure(client));
+            const pid = await launched(client, [noted.file, 'tidy'], configure(client));
             await reach(client, noted);
             client.stopAdapter();
-            fs.appendFileSync(noted.file, 'end\n');
-            await noted.says('over');
+            await noted.says('tidied');
             await until(() => !isThere(pid), () => 'still there');
         }));
 }
