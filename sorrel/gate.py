@@ -129,7 +129,7 @@ class Gate(object):
             hold.passing.append(None)
 
     def shut(self, hold):
-        """The others wait again. Whether they had not yet been told to, after they were let pass."""
+        """The others wait again. Whether they had been let pass, and were not yet told to wait."""
         try:
             hold.passing.pop()
         except IndexError:

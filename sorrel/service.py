@@ -4,14 +4,15 @@ It owns the core's callbacks and knows which threads are stopped. A front end ha
 `stopped(stop)`, called in the thread that stopped; the Resume that it returns is carried out in
 that thread, and None lets it go on as before the stop. While it runs, nothing that the thread does
 is traced. The program's other threads wait meanwhile, see `gate`, unless set_all_stop() has said
-otherwise. A front end that runs code of the program for long lets them run with let_others_run(), so
-that this may wait for one of them, and leaves a thread that does not come back from there behind.
+otherwise. A front end that runs code of the program for long lets them run with let_others_run(),
+so that this may wait for one of them; a thread that does not come back from there it leaves behind.
 A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
 A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
 that the front end has been told of, or is not to be, is about to end its thread.
 So may be `idle()`, called about once a second while the program runs, in one of its threads, and
 `thread_ended(id)`, called in a thread that has run its last: the core's id may come again.
-And a fifth, `imported()`: a module has been imported, in the calling thread.
+And a fifth, `imported()`: a module has been imported, in the calling thread. And `interrupt()`,
+called at Ctrl-C while threads are stopped: whether that was for what one of them evaluates.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -161,6 +162,10 @@ class Service(object):
         """Whether all threads wait while one is stopped, or only that one does."""
         self._stops_all = bool(on)
         core.set_debug_all_threads(int(on))
+
+    def has_other_threads(self):
+        """Whether any could be made to wait by one that is stopped."""
+        return len(core.get_threads()) > 1
 
     def hold(self, stop):
         """For a thread at its Stop: what makes the others wait, to be named in what follows."""
@@ -407,6 +412,9 @@ class Service(object):
 
     def _interrupt(self):
         """Ctrl-C, in the main thread."""
+        interrupt = getattr(self._front_end, 'interrupt', None)
+        if self._stops and interrupt is not None and interrupt():
+            return  # What another thread evaluates ends.
         if self.main_thread in self._stops or self.main_thread in self._interrupted:
             # It is for the front end, or the program has not got to a line since the last one.
             raise KeyboardInterrupt

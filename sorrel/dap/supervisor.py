@@ -96,9 +96,9 @@ class Supervisor(object):
         self._look_soon()
 
     def free(self, resume, patience=_MOMENT):
-        """Lets the stopped thread go, or leaves it behind if it does not come. Whether there is one.
+        """Lets the stopped thread go, or leaves it behind if it does not come.
 
-        patience: how many seconds that may take.
+        patience: how many seconds that may take. Returns whether a thread is stopped.
         """
         stopped = self.current()
         if stopped is None:

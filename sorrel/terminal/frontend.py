@@ -11,6 +11,7 @@ from cmd import Cmd
 
 from sorrel import evaluate, exceptions, source, stacks, sublanguages
 from sorrel.console import Closed
+from sorrel.dap.values import Overtime
 from sorrel.records import (
     CONTINUE, DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER,
     STEP_OVER_RANGE)
@@ -18,6 +19,7 @@ from sorrel.service import Service
 from sorrel.terminal import syntax
 from sorrel.terminal.breakpoints import BreakpointCommands
 from sorrel.terminal.catching import CatchCommands
+from sorrel.terminal.patience import Patience
 from sorrel.terminal.threads import ThreadCommands
 from sorrel.threadnumbers import Threads
 
@@ -60,6 +62,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     def use(self, service):
         self.service = service
         self._threads = Threads(service)
+        self._patience = Patience(service)
 
     # For the service.
 
@@ -68,7 +71,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         self._look_at(stop.thread, stacks.at_stop(stop))
         self._resume = None
         try:
-            self._announce()
+            self._patience.call(stop, self._announce)
             while self._resume is None:
                 self._one_command()
         except Closed:
@@ -86,6 +89,9 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         except Closed:
             return Resume(DETACH)
         return None
+
+    def interrupt(self):
+        return self._patience.interrupt()
 
     def thread_ended(self, id):
         if id == self._thread:
@@ -133,8 +139,8 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
             if line is None:
                 self._detach()
             else:
-                self.onecmd(line)
-        except KeyboardInterrupt:
+                self._patience.call(self._stop, self.onecmd, line)
+        except (KeyboardInterrupt, Overtime):
             self._say('\n--KeyboardInterrupt--')
 
     def parseline(self, line):
@@ -293,7 +299,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         """Calls what may run code of the program, and shows the error that this ends with."""
         try:
             function(*arguments)
-        except Closed:
+        except (Closed, Overtime):
             raise
         except:
             self._say('*** ' + evaluate.error_text(*sys.exc_info()[:2]))

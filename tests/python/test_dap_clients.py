@@ -199,7 +199,7 @@ class ClientTest(dap_session.TestCase):
         self.leave(client, False)
         self.assert_unharmed()
 
-    def test_the_next_client_is_told_when_the_last_one_has_left_work_behind(self):
+    def test_the_next_client_can_come_when_the_last_one_has_left_work_behind(self):
         self.program = self.serve(PROGRAM.replace('time.sleep(0.001)', 'pass'))
         self.program.wrote('ready')
         client = self.stopped_client()
@@ -207,16 +207,13 @@ class ClientTest(dap_session.TestCase):
         client.request('evaluate', {'expression': 'time.sleep(4)', 'context': 'repl'})
         time.sleep(0.1)
         self.leave(client, False)
+        begun = time.time()
         client = self.connect(self.program)
-        client.ask('initialize')
-        self.assertEqual(client.refusal('attach'),
-                         'the program is still busy with what the last client has asked for')
-        end = time.time() + dap_session.PATIENCE
-        while time.time() < end:
-            time.sleep(0.1)
-            answer = client.answer(client.request('attach', {}))
-            if answer['success']:
-                break
+        client.begin({})
+        client.ask('configurationDone')
+        self.assertTrue(time.time() - begun < 3.5)
+        self.assertEqual([thread['name'] for thread in client.ask('threads')['threads']],
+                         ['MainThread (busy)'])
         client.ask('disconnect')
         self.assert_unharmed()
 
