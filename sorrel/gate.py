@@ -106,9 +106,9 @@ class Gate(object):
 
     def leave(self, hold):
         """The others go on as if the stopped thread had."""
+        self._remove(hold)
         if not hold.is_for_all:
             self._ask_all()
-        self._remove(hold)
 
     def open(self):
         """Nobody need wait any longer: the core has been reset."""

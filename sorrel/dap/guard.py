@@ -7,6 +7,8 @@ the end of what there is to read, the program and what it has started are to end
 import os
 import subprocess
 
+# What a process that is to have a group of its own, and no terminal, calls first.
+OWN_SESSION = getattr(os, 'setsid', None)  # Another platform has no groups to guard.
 # How long the program may take to end, in seconds; it has been asked to by then.
 PATIENCE = 5.0
 _LOOK = 0.1
@@ -33,13 +35,15 @@ class Guard(object):
     def __init__(self, pid):
         """pid: the program's process. Of a group of its own, all of the group are guarded."""
         self._pipe = None
+        if OWN_SESSION is None:
+            return
         victim = -pid if _group_of(pid) == pid else pid
         nothing = open(os.devnull, 'w')
         try:
             shell = subprocess.Popen(
                 ['/bin/sh', '-c', _SCRIPT, 'sh', str(pid), str(victim), str(int(PATIENCE / _LOOK))],
                 stdin=subprocess.PIPE, stdout=nothing, stderr=nothing, close_fds=True, cwd='/',
-                preexec_fn=os.setsid)
+                preexec_fn=OWN_SESSION)
         except EnvironmentError:
             return  # No more processes: the program will still be asked to end.
         finally:
@@ -80,9 +84,9 @@ def have_own_group():
 
     A terminal has given it one already. Without a terminal a new one has no drawbacks.
     """
-    if os.getpgrp() == os.getpid():
+    if OWN_SESSION is None or os.getpgrp() == os.getpid():
         return
     try:
         os.close(os.open('/dev/tty', os.O_RDWR | os.O_NOCTTY))
     except OSError:
-        os.setsid()
+        OWN_SESSION()

@@ -5,6 +5,7 @@ import subprocess
 import sys
 
 from sorrel import ownfolders
+from sorrel.dap import guard
 from sorrel.dap.greeting import Greeting
 
 _FOLDER = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -40,7 +41,7 @@ class Launch(object):
             return subprocess.Popen(
                 self._full_command(), cwd=_encoded(self._arguments.get('cwd')),
                 env=self._environment(), stdin=open(os.devnull), stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE, close_fds=True, preexec_fn=os.setsid)
+                stderr=subprocess.PIPE, close_fds=True, preexec_fn=guard.OWN_SESSION)
         except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
             self.close()
             raise CannotLaunch('cannot start it: %s' % error)

@@ -23,6 +23,15 @@ sys.exit(main.main(sys.argv[1:]))
 '''
 
 
+def is_alive(pid):
+    """Whether the process runs; one that nobody has waited for yet has ended, too."""
+    try:
+        state = open('/proc/%d/stat' % pid).read().rpartition(')')[2].split()[0]
+    except IOError:
+        return False
+    return state != 'Z'
+
+
 class TestCase(harness.TestCase):
 
     def setUp(self):

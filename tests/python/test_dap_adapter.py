@@ -7,6 +7,7 @@ import subprocess
 import time
 
 import dap_session
+from dap_session import is_alive
 
 PROGRAM = '''
 import os, sys, time
@@ -16,15 +17,6 @@ while running:
     time.sleep(0.001)  # loop
 print 'over'
 '''
-
-
-def is_alive(pid):
-    try:
-        os.kill(pid, 0)
-    except OSError:
-        return False
-    # One that nobody has waited for yet has ended, too.
-    return open('/proc/%d/stat' % pid).read().rpartition(')')[2].split()[0] != 'Z'
 
 
 class AdapterTest(dap_session.TestCase):

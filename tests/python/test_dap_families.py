@@ -6,6 +6,7 @@ import subprocess
 import time
 
 import dap_session
+from dap_session import is_alive
 
 # Starts a child that starts another, and one in a session of its own; all tell their numbers.
 PROGRAM = '''
@@ -35,14 +36,6 @@ note('program %d' % os.getpid())
 while 'end' not in sys.argv:
     time.sleep(0.001)  # loop
 '''
-
-
-def is_alive(pid):
-    try:
-        state = open('/proc/%d/stat' % pid).read().rpartition(')')[2].split()[0]
-    except IOError:
-        return False
-    return state != 'Z'
 
 
 class FamilyTest(dap_session.TestCase):
