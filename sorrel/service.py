@@ -135,6 +135,7 @@ class Service(object):
 
     def _be_attached(self):
         self.attached = True
+        self._era += 1
         self._attachment.append(None)
         self.modules.begin()
 
