@@ -184,14 +184,15 @@ class FamilyTest(dap_session.TestCase):
 
     # In a terminal.
 
-    def in_terminal(self, **how):
+    def in_terminal(self, starter, group):
         self.adapter.ask('initialize', supportsRunInTerminalRequest=True)
         number = self.adapter.request('launch', {
             'program': self.path, 'args': [self.note], 'console': 'integratedTerminal'})
         asked = self.adapter._next(
             lambda message: message.get('command') == 'runInTerminal'
             and message['type'] == 'request', 'request')
-        process = subprocess.Popen(asked['arguments']['args'], stdin=open(os.devnull), **how)
+        process = subprocess.Popen(starter + asked['arguments']['args'], stdin=open(os.devnull),
+                                   preexec_fn=group)
         self.adapter.send({'seq': 1000, 'type': 'response', 'request_seq': asked['seq'],
                            'command': 'runInTerminal', 'success': True,
                            'body': {'processId': process.pid}})
@@ -201,9 +202,10 @@ class FamilyTest(dap_session.TestCase):
         return process
 
     def test_in_a_terminal(self):
-        for how in {'preexec_fn': os.setpgrp}, {}:
+        # The first of its group, as a shell makes it, and one among others without a terminal.
+        for starter, group in ([], os.setpgrp), (['/bin/sh', '-c', '"$@"; exit', 'sh'], os.setsid):
             self.adapter = self.opened(dap_session.Adapter())
-            process = self.in_terminal(**how)
+            process = self.in_terminal(starter, group)
             self.kill()
             process.wait()
             self.assert_ends()
