@@ -17,6 +17,9 @@ class Threads(object):
         self._next = itertools.count(1).next
         # Of threads that were forgotten, until take_changes() tells of them.
         self._ended = collections.deque()
+        # While the program is being attached to the core does not know all threads yet. The main
+        # thread is always one: the process ends with it.
+        self._lasting = set([service.main_thread])
         self.number(service.main_thread)
 
     def number(self, id):
@@ -32,7 +35,7 @@ class Threads(object):
         changes = []
         while self._ended:
             changes.append((self._ended.popleft(), False))
-        for id in known - now:
+        for id in known - now - self._lasting:
             # The id may come again.
             number = self._numbers.pop(id, None)
             if number is not None:

@@ -65,6 +65,15 @@ class NumbersTest(harness.TestCase):
         self.service = Service()
         self.threads = threadnumbers.Threads(self.service)
 
+    def test_the_main_thread_keeps_its_number_while_the_core_does_not_know_it(self):
+        service = Service()
+        threads = threadnumbers.Threads(service)
+        service.ids = [200]
+        self.assertEqual(threads.take_changes(), [(2, True)])
+        service.ids = [100, 200]
+        self.assertEqual(threads.take_changes(), [])
+        self.assertEqual(threads.find(1).id, 100)
+
     def test_threads_are_numbered_as_they_come(self):
         self.service.ids += [7, 5]
         self.assertEqual(self.threads.take_changes(), [(2, True), (3, True)])
