@@ -16,6 +16,7 @@ import select
 import signal
 import sys
 import time
+import traceback
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(os.path.dirname(HERE), 'python'))
@@ -34,6 +35,8 @@ CLIENT_SECONDS = 6.0
 MORE_REFERENCES = 3000
 MORE_KILOBYTES = 30000
 _ROUND = re.compile(r'round (\d+): (\d+) answers, sum (\d+), (\d+) threads left, (\d+) references')
+# How much is shown of what a client was told before it failed.
+_SHOWN = 4000
 # Lines to stop at, by the comments on them.
 MARKS = ('# line', '# locked', '# caught')
 
@@ -172,8 +175,7 @@ class Clients(object):
                 if status:
                     sys.stderr.write('refused: %s\n' % refusal.args[0])
             except:
-                import traceback
-                traceback.print_exc()
+                sys.stderr.write(traceback.format_exc()[:_SHOWN] + '...\n')
         finally:
             os._exit(status)
 
