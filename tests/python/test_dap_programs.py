@@ -125,6 +125,32 @@ print 'over'  # over
             self.assertEqual(events(client.read_all(), 'stopped', *ENDED), ENDED)
             self.assertEqual(self.program.ended(), ('over\n', 0))
 
+    def test_threads_that_end_all_the_time_do_not_end_the_session(self):
+        self.program = self.serve('''
+import sys, thread, time
+sys.setcheckinterval(0)
+running = True
+print 'ready'
+def short():
+    pass
+while running:
+    thread.start_new_thread(short, ())
+    thread.start_new_thread(short, ())
+    time.sleep(0.0005)  # loop
+''')
+        self.program.wrote('ready')
+        client = self.attach(self.program, '# loop')
+        for _ in range(100):
+            self.assertEqual(client.stopped(), 'breakpoint <module>:%d'
+                             % self.program.line('# loop'))
+            client.ask('threads')
+            client.go()
+        client.stopped()
+        client.evaluate('globals().update(running=False)', 'repl')
+        self.break_at(client, self.program)
+        client.go()
+        self.assert_ends(client, 'ready\n')
+
     def test_a_thread_is_stopped_while_the_main_one_ends(self):
         program = self.serve('''
 import threading, time
