@@ -357,13 +357,10 @@ class Service(object):
         self._steps.keep_living()
         self.exceptions.keep_living()
         self._stops[thread] = stop
-        hold = self._holds[thread] = self._gate.close(self._stops_all)
         try:
             resume = self._guarded(self._front_end.stopped, stop)
         finally:
             self._stops.pop(thread, None)
-            self._holds.pop(thread, None)
-            self._gate.end(hold)
         # Detached meanwhile, it is not to detach whoever came next.
         return resume if era == self._era else None
 
@@ -385,7 +382,17 @@ class Service(object):
         era = self._era
         self._gate.take_turn()
         if era == self._era:
-            self._with_room(function, *arguments)
+            self._with_room(self._with_hold, function, *arguments)
+
+    def _with_hold(self, function, *arguments):
+        # At once: who comes to an event from now on waits there, and not for the core's mutex.
+        thread = core.get_current_tstate_id()
+        hold = self._holds[thread] = self._gate.close(self._stops_all)
+        try:
+            function(*arguments)
+        finally:
+            self._holds.pop(thread, None)
+            self._gate.end(hold)
 
     def _with_room(self, function, *arguments):
         """Calls what may need more of the stack than the program has left."""
