@@ -179,7 +179,7 @@ stopper.start()
 stopper.join()
 going = False
 ticker.join()
-''', ['c', 'p -(count - (__import__("time").sleep(0.3) or count))', 'c'])
+''', ['c', 'p -(count - (__import__("time").sleep(0.1) or count))', 'c'])
         self.assert_in('return count\n', answers[0])
         # The line that the other thread was in when this one stopped may still be counted.
         self.assert_in(answers[1], ['0\n', '1\n'])

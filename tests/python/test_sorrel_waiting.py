@@ -90,8 +90,8 @@ class WaitingTest(sorrel_session.TestCase):
                 screen.type(command + '\n')
                 screen.read_to(sorrel_session.PROMPT)
             for _ in range(3):
-                screen.type('while True: pass\n')
-                screen.read_to('pass\r\n')
+                screen.type('exec "print 3 * \\"on \\"\\nwhile True: pass"\n')
+                screen.read_to('on on on')
                 # Until the others are let run, the main thread has no ear for it.
                 screen.interrupt()
                 self.assert_in('--KeyboardInterrupt--\n', screen.read_to(sorrel_session.PROMPT))
