@@ -107,7 +107,9 @@ PyObject* entry_add_to_tstate_tracing(PyObject* /*self*/, PyObject* args) {
     if (PyArg_ParseTuple(args, "i:add_to_tstate_tracing", &value) == 0) {
         return nullptr;
     }
-    current_thread_state()->tracing += value;
+    // Beyond the range of an int it goes on at the other end.
+    int& tracing = current_thread_state()->tracing;
+    tracing = static_cast<int>(static_cast<unsigned>(tracing) + static_cast<unsigned>(value));
     return new_none();
 }
 

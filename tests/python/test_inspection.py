@@ -132,6 +132,16 @@ class ThreadStateTest(harness.CoreTestCase):
         core.add_to_tstate_tracing(-5)
         self.assertEqual(core.get_tstate_tracing(), 0)
 
+    def test_tracing_beyond_its_range_goes_on_at_the_other_end(self):
+        largest = 2 ** 31 - 1
+        core.add_to_tstate_tracing(largest)
+        core.add_to_tstate_tracing(1)
+        self.assertEqual(core.get_tstate_tracing(), -largest - 1)
+        core.add_to_tstate_tracing(-1)
+        self.assertEqual(core.get_tstate_tracing(), largest)
+        core.add_to_tstate_tracing(-largest)
+        self.assertEqual(core.get_tstate_tracing(), 0)
+
     def test_raised_tracing_hides_events(self):
         self.server.init()
         core.start_trace()
