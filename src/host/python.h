@@ -22,6 +22,13 @@ namespace morvik {
 // PyThreadState_Get() aborts the process instead.
 inline PyThreadState* current_thread_state() { return _PyThreadState_Current; }
 
+// Changes how often a thread's events are held back. Beyond the range of an int it goes on at the
+// other end.
+inline void add_to_tracing(PyThreadState* thread, int value) {
+    thread->tracing =
+        static_cast<int>(static_cast<unsigned>(thread->tracing) + static_cast<unsigned>(value));
+}
+
 // New references to a constant, for return statements and slots.
 inline PyObject* new_none() {
     Py_INCREF(Py_None);

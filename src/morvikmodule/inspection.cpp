@@ -107,9 +107,7 @@ PyObject* entry_add_to_tstate_tracing(PyObject* /*self*/, PyObject* args) {
     if (PyArg_ParseTuple(args, "i:add_to_tstate_tracing", &value) == 0) {
         return nullptr;
     }
-    // Beyond the range of an int it goes on at the other end.
-    int& tracing = current_thread_state()->tracing;
-    tracing = static_cast<int>(static_cast<unsigned>(tracing) + static_cast<unsigned>(value));
+    add_to_tracing(current_thread_state(), value);
     return new_none();
 }
 

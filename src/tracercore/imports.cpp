@@ -64,7 +64,7 @@ void call_import_cb(PyObject* module) {
 // What the hook does after the import proper, with this thread's events held back.
 void follow_import(PyObject* module) {
     PyThreadState* const thread = current_thread_state();
-    ++thread->tracing;
+    add_to_tracing(thread, 1);
     if (module != nullptr) {
         resolve_module(&core.breakpoints, module);
         call_import_cb(module);
@@ -73,7 +73,7 @@ void follow_import(PyObject* module) {
         dprintf_exception();
         dprintf(kLogCore, "\n");
     }
-    --thread->tracing;
+    add_to_tracing(thread, -1);
 }
 
 void register_loaded_modules(FirstError* errors) {
