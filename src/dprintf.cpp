@@ -59,8 +59,9 @@ void dprintf_write(const char* format, ...) {
     if (text) {
         PyFile_WriteObject(text.get(), file.get(), Py_PRINT_RAW);
     }
-    // A failed write or flush is not the program's business: what it leaves pending is dropped
-    // with keep_error.
+    // A failed write or flush is not the program's business. The former's error is dropped before
+    // the code of the latter runs, the latter's with keep_error.
+    PyErr_Clear();
     const Ref flushed =
         Ref::steal(PyObject_CallMethod(file.get(), const_cast<char*>("flush"), nullptr));
 }

@@ -199,3 +199,18 @@ class ReentryTest(harness.CoreTestCase):
         self.server.init(debug_stream=Raising())
         self.assert_raises(TypeError, "tracer_stop_trace() takes exactly 0 arguments (1 given)",
                            core.stop_trace, 1)
+
+    def test_error_of_a_write_does_not_meet_the_code_of_flush(self):
+        seen = []
+
+        class Failing(Stream):
+            def write(self, text):
+                raise ValueError("the stream's own")
+
+            def flush(self):
+                # A loop's end asks whether an error is pending.
+                for each in (1, 2):
+                    pass
+                seen.append(each)
+        self.server.init(debug_stream=Failing())
+        self.assertEqual(set(seen), set([2]))
