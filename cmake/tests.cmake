@@ -73,6 +73,7 @@ endforeach()
 set_tests_properties(${build_name}/python/test_dap_speed PROPERTIES RUN_SERIAL TRUE)
 
 include(cmake/event_cost.cmake)
+include(cmake/fuzz.cmake)
 include(cmake/dap.cmake)
 include(cmake/regrtest.cmake)
 include(cmake/soak.cmake)
