@@ -141,6 +141,8 @@ class Service(object):
 
     def detach(self):
         """The program runs on at full speed, and the core forgets what it was told."""
+        # A pause can be asked for before there is anything to stop.
+        self._to_interrupt = None
         try:
             self._attachment.pop()
         except IndexError:
@@ -154,7 +156,6 @@ class Service(object):
         self.exceptions.forget()
         self._steps.forget_all()
         self._interrupted.clear()
-        self._to_interrupt = None
         if self._interrupts is not None:
             self._interrupts.remove()
         self.attached = False

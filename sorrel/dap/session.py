@@ -100,6 +100,7 @@ class Session(object):
         if not self._service.attached:
             self.breakpoints.clear()
             self._service.exceptions.forget()
+            self._service.detach()
         self._program.left(self)
         if self._is_configured and not self._may_run_on and not self._server.is_lost:
             self._program.lose_client()

@@ -157,6 +157,21 @@ class ClientTest(dap_session.TestCase):
             self.leave(client, abruptly)
         self.assert_unharmed()
 
+    def test_a_pause_asked_for_before_attaching_is_not_the_next_clients(self):
+        client = self.connect(self.program)
+        client.ask('initialize')
+        client.ask('pause', threadId=1)
+        client.close()
+        self.wait_until_free()
+        client = self.attach(self.program)
+        # The program asks for it within a second.
+        time.sleep(1.5)
+        client.ask('threads')
+        self.assert_not_in('stopped', [message.get('event') for message in client.messages])
+        client.ask('disconnect')
+        client.read_all()
+        self.assert_unharmed()
+
     def test_leaving_while_the_program_runs(self):
         for abruptly in (False, True):
             client = self.attach(self.program)
