@@ -21,12 +21,12 @@ class UntracedWrite {
             thread_ = nullptr;
         }
         if (thread_ != nullptr) {
-            ++thread_->tracing;
+            add_to_tracing(thread_, 1);
         }
     }
     ~UntracedWrite() {
         if (thread_ != nullptr) {
-            --thread_->tracing;
+            add_to_tracing(thread_, -1);
         }
     }
     UntracedWrite(const UntracedWrite&) = delete;
