@@ -5,7 +5,7 @@ target_compile_definitions(handlers_fuzz PRIVATE
     MORVIK_HOST_EXECUTABLE="${MORVIK_HOST_executable}")
 add_graded_test(fuzz/handlers TIMEOUT 300 LONG_TIMEOUT 900 COMMAND handlers_fuzz)
 
-foreach(fuzzer entry_points handler_programs)
+foreach(fuzzer entry_points handler_programs transport)
     add_graded_test(fuzz/${fuzzer} TIMEOUT 300 LONG_TIMEOUT 900
         COMMAND morvik-python tests/fuzz/${fuzzer}.py)
 endforeach()

@@ -93,6 +93,10 @@ class World(object):
         self.values = hostile.Values(self.rng, self.frames, self.files, self.places, self.codes)
         self.collecting = self.rng.random() < 0.2
         self.muted = False
+        self._robustly(self.everywhere)
+        self.end()
+
+    def everywhere(self):
         if self.collecting:
             gc.set_threshold(1)
         self._robustly(self.some_steps, "idle")
@@ -102,7 +106,6 @@ class World(object):
         self._robustly(self.traced)
         if self.rng.random() < 0.06:
             self._robustly(self.in_a_fork)
-        self.end()
 
     def _robustly(self, function, *arguments):
         """What is planted to be raised is raised anywhere."""

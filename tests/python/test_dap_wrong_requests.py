@@ -1,7 +1,5 @@
 """Requests with arguments of every wrong kind: each is answered, and nothing else happens."""
 
-import random
-
 import dap_session
 
 PROGRAM = '''
@@ -68,7 +66,7 @@ def variations(arguments):
             yield [part]
 
 
-class FuzzTest(dap_session.TestCase):
+class WrongRequestsTest(dap_session.TestCase):
 
     def setUp(self):
         dap_session.TestCase.setUp(self)
@@ -144,13 +142,4 @@ class FuzzTest(dap_session.TestCase):
                  'restart', 'restartFrame', 'stepBack', 'readMemory', 'setDataBreakpoints']
         for name in names:
             self.assertEqual(self.client.refusal(name), 'there is no such request')
-        self.assert_unharmed()
-
-    def test_many_requests_at_random(self):
-        self.client.stopped()
-        chosen = random.Random(2606)
-        everything = [(command, arguments) for command in sorted(REQUESTS) if command != 'pause'
-                      for arguments in variations(REQUESTS[command])]
-        chosen.shuffle(everything)
-        self.assert_answered(everything[:1000])
         self.assert_unharmed()

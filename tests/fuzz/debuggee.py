@@ -1,0 +1,50 @@
+"""Runs until it is killed, whatever becomes of its variables; counts in the file it is given."""
+
+import sys
+import thread
+import time
+
+
+def count(path, sleep=time.sleep):
+    number = 0
+    while True:
+        number += 1
+        output = open(path, 'w')
+        output.write(str(number))
+        output.close()
+        sleep(0.01)
+
+
+class Thing(object):
+    kind = 'thing'
+
+    def __init__(self, number):
+        self.number = number
+        self.items = [number, {'a': number}, u'\xe9']
+
+
+def work(number):
+    thing = Thing(number)
+    items = [number, thing]  # work
+    try:
+        raise KeyError(number)  # raised
+    except KeyError:
+        pass
+    return len(items)
+
+
+def forever(work=work, sleep=time.sleep, every=Exception):
+    while True:
+        try:
+            work(7)
+        except every:
+            pass
+        sleep(0.002)
+
+
+if sys.argv[1:]:
+    thread.start_new_thread(count, (sys.argv[1],))
+    forever()
+# Without a place to count in it is over soon.
+for each in range(3):
+    work(each)
