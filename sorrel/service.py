@@ -268,6 +268,7 @@ class Service(object):
 
     def _interrupt_here(self):
         """Whether it is the calling thread that was to be stopped."""
+        era = self._era
         id = core.get_current_tstate_id()
         asked = self._to_interrupt
         if asked is None or asked not in (_ANY_THREAD, id):
@@ -275,6 +276,10 @@ class Service(object):
         self._to_interrupt = None
         self._interrupted.add(id)
         self._steps.stop_anywhere(id)
+        if self._era != era:
+            # Who asked has left meanwhile; the next one has not asked.
+            self._interrupted.discard(id)
+            self._steps.give_up(id)
         return True
 
     # Stops.

@@ -146,6 +146,21 @@ y = 2
         self.service.ended(records.Outcome(0, None))
         self.assertEqual(self.front_end.outcomes, [])
 
+    def test_a_pause_stops_nobody_when_who_asked_for_it_has_just_left(self):
+        def leave_amid(stop):
+            stop_anywhere = self.service._steps.stop_anywhere
+
+            def late(id):
+                # As the thread gets to it, another one has detached and attached.
+                self.service.detach()
+                core.start_trace()
+                stop_anywhere(id)
+            self.service._steps.stop_anywhere = late
+            self.service.pause()
+            self.service._debugs_thread(thread.get_ident())
+        self.run_program('a = 1\nb = 2\nc = 3\n', leave_amid)
+        self.assertEqual([line for _, line in self.front_end.lines], [1])
+
     def test_the_end_is_told_to_a_front_end_that_is_attached(self):
         self.front_end = FrontEnd()
         self.service = service.Service(self.front_end)
