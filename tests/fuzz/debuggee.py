@@ -42,6 +42,8 @@ def forever(work=work, sleep=time.sleep, every=Exception):
         sleep(0.002)
 
 
+# Threads get in each other's way as often as they can.
+sys.setcheckinterval(1)
 if sys.argv[1:]:
     thread.start_new_thread(count, (sys.argv[1],))
     forever()

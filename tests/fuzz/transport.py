@@ -18,6 +18,7 @@ import socket
 import struct
 import sys
 import time
+import traceback
 
 import fuzzing
 import dap_session
@@ -29,8 +30,8 @@ CORPUS = os.path.join(HERE, "corpus")
 PLACEHOLDER = "@program"
 PATIENCE = 15
 MEGABYTE = 1 << 20
-# How much the program may grow over the rounds of a batch.
-GROWTH = 40 * MEGABYTE
+# How much the program may grow over the rounds of a batch. The sanitizers keep what was freed.
+GROWTH = 300 * MEGABYTE if "libasan" in open("/proc/self/maps").read() else 40 * MEGABYTE
 
 # What is evaluated can do no harm, whatever else is changed.
 EXPRESSIONS = ["number", "items", "thing", "1", "1 + 1", "len(items)", "missing", "1/0", "(", "",
@@ -110,7 +111,7 @@ class Mutator(object):
         elif choice < 0.95:
             message[self.rng.choice(["type", "seq", "command", "x"])] = self.value()
         else:
-            message.pop(self.rng.choice(sorted(message)))
+            message.pop(self.rng.choice(sorted(message) or ["x"]), None)
         return message
 
     def changed(self, value):
@@ -235,7 +236,7 @@ class Mutator(object):
             return frame[:at] + chr(rng.randint(0, 255)) + frame[at + 1:]
         if choice == 7:
             return frame[:at] + frame[at:at + 7] * rng.choice([2, 100]) + frame[at:]
-        return frame[:at] + os.urandom(0) + chr(rng.randint(0, 255)) * 3 + frame[at:]
+        return frame[:at] + chr(rng.randint(0, 255)) * 3 + frame[at:]
 
     def pieces(self, data):
         """How it is cut on its way."""
@@ -586,6 +587,8 @@ class Fuzzer(fuzzing.Fuzzer):
             else:
                 attack_adapter(mutator)
         except Exception, error:
+            if not isinstance(error, (Fault, ValueError)):
+                traceback.print_exc(file=sys.stdout)
             self.fault(seed, "%s: %s" % (type(error).__name__, error))
             return False
         self.steps += 1
