@@ -34,9 +34,9 @@ MEGABYTE = 1 << 20
 GROWTH = 300 * MEGABYTE if "libasan" in open("/proc/self/maps").read() else 40 * MEGABYTE
 
 # What is evaluated can do no harm, whatever else is changed.
-EXPRESSIONS = ["number", "items", "thing", "1", "1 + 1", "len(items)", "missing", "1/0", "(", "",
-               "'x' * 1000", "number + 1", "[", "None", "thing.items[1]", u"u'\xe9'", "\0", " ", "\n",
-               "thing.missing", "number = 3", "x" * 3000, "%", "number.", "it", "lambda: 0"]
+EXPRESSIONS = ["number", "items", "thing", "1", "1 + 1", "len(items)", "missing", "1/0", "(",
+               "", "'x' * 1000", "number + 1", "[", "None", "thing.items[1]", u"u'\xe9'", "\0", " ",
+               "\n", "thing.missing", "number = 3", "x" * 3000, "%", "number.", "it", "lambda: 0"]
 EVALUATED = ("expression", "condition", "value", "text", "logMessage", "hitCondition")
 # Requests that give such a text to the interpreter, whose complaints are answers, too.
 EVALUATING = ("evaluate", "setVariable", "setExpression", "completions")
