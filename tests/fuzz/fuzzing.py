@@ -126,7 +126,7 @@ class Fuzzer(object):
     """Runs rounds in children, in batches; what it says at the end counts them."""
 
     batch = 10
-    short_rounds = 200
+    short_rounds = 150
     patience = 60
 
     def __init__(self, script, run_rounds):
