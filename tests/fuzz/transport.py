@@ -642,7 +642,7 @@ def record():
     adapter = dap_session.Adapter()
     try:
         recording = Recording(adapter)
-        launching(adapter)
+        launching(adapter, host.program.line("# work"))
         recording.keep("launch")
     finally:
         adapter.close()
@@ -709,9 +709,9 @@ def sources(host, client):
     client.ask("gotoTargets", source={"path": PROGRAM}, line=host.program.line("# raised"))
 
 
-def launching(adapter):
+def launching(adapter, work):
     adapter.launch(program=PROGRAM)
-    adapter.ask("setBreakpoints", source={"path": PROGRAM}, breakpoints=[{"line": 30}])
+    adapter.ask("setBreakpoints", source={"path": PROGRAM}, breakpoints=[{"line": work}])
     adapter.ask("configurationDone")
     adapter.stopped()
     adapter.evaluate("number")
