@@ -9,8 +9,45 @@ except ImportError:
 
 # Taken now: a program may replace what the interpreter's modules offer.
 _fstat = os.fstat if os.name == 'posix' else None  # Elsewhere sockets are no files.
+_open, _close = os.open, os.close
+_control = fcntl and fcntl.fcntl
 # Sockets that must never be closed: their numbers are the program's.
 _lost = []
+
+
+def above_streams(make):
+    """The socket that is made by the call, with a number that is none of 0, 1 and 2.
+
+    A program may have been started without standard streams, and still write to them.
+    """
+    # What the program does with these meanwhile fails, as it does when they are closed.
+    taken = []
+    try:
+        for number in _free_streams():
+            opened = _open(os.devnull, os.O_WRONLY if number == 0 else os.O_RDONLY)
+            if opened > 2:
+                _close(opened)  # The program has been faster.
+                break
+            taken.append((opened, _flags(opened)))
+        return make()
+    finally:
+        for opened, flags in taken:
+            if _flags(opened) == flags:
+                _close(opened)
+
+
+def _free_streams():
+    if fcntl is None:
+        return []
+    return [number for number in range(3) if _flags(number) is None]
+
+
+def _flags(number):
+    """How it has been opened, and what; None for a closed one."""
+    try:
+        return _control(number, fcntl.F_GETFL), _fstat(number)[:3]
+    except EnvironmentError:
+        return None
 
 
 class Descriptor(object):
@@ -21,8 +58,8 @@ class Descriptor(object):
         self.number = socket.fileno()
         self._identity = self._find_identity()
         if fcntl is not None:
-            flags = fcntl.fcntl(self.number, fcntl.F_GETFD)
-            fcntl.fcntl(self.number, fcntl.F_SETFD, flags | fcntl.FD_CLOEXEC)
+            flags = _control(self.number, fcntl.F_GETFD)
+            _control(self.number, fcntl.F_SETFD, flags | fcntl.FD_CLOEXEC)
 
     def is_there(self):
         """Whether it is still this socket's."""
