@@ -1,13 +1,16 @@
 """The adapter that an editor starts: programs it launches, and what becomes of them."""
 
 import os
+import select
 import signal
 import socket
 import subprocess
+import thread
 import time
 
 import dap_session
 from dap_session import is_alive
+from sorrel.dap import greeting
 
 PROGRAM = '''
 import os, sys, time
@@ -92,7 +95,9 @@ class AdapterTest(dap_session.TestCase):
             'launch', program=self.path, cwd=os.path.join(self.folder, 'none')))
         adapter.refusal('launch', program=self.path, args=['a\0b'])
         adapter.refusal('launch', program=self.path, env={'A': 'a\0b'})
-        self.assertEqual(adapter.refusal('attach'), 'attach needs a port')
+        for place in {}, {'port': 1, 'socket': 'x'}:
+            self.assertEqual(adapter.refusal('attach', **place),
+                             'attach needs either a port or a socket')
         self.assertEqual(adapter.refusal('attach', port='x'), 'port is no whole number from 0 on')
         for port in 1, 65536, 2000000000:
             self.assert_in('cannot connect to', adapter.refusal('attach', port=port))
@@ -216,7 +221,6 @@ while True:
         adapter.ask('disconnect')
 
     def test_words_are_for_the_user_alone(self):
-        from sorrel.dap import greeting
         made = greeting.Greeting()
         try:
             self.assertEqual(os.stat(os.path.dirname(made.path)).st_mode & 0777, 0700)
@@ -227,8 +231,50 @@ while True:
             made.close()
         self.assert_(not os.path.exists(os.path.dirname(made.path)))
 
+    def test_wrong_words_are_hung_up_on_alike_and_late(self):
+        made = greeting.Greeting()
+        port, word, _ = open(made.path).read().split()
+        other = word[:-1] + ('0' if word[-1] != '0' else '1')
+        callers = []
+        for said in 'x', 'x' * 32, other, other[::-1], 'x' * 100, word[:31]:
+            caller = socket.create_connection(('127.0.0.1', int(port)), dap_session.PATIENCE)
+            caller.sendall(said)
+            callers.append(caller)
+        begun = time.time()
+        ends = {}
+        while time.time() < begun + 5:
+            self.assertEqual(made.look(select.select(made.sockets(), [], [], 0.05)[0]), None)
+            for caller in select.select(callers, [], [], 0)[0]:
+                ends.setdefault(caller, time.time() - begun)
+        # Those that may still say the right word have not been told yet that they will not.
+        self.assertEqual([caller in ends for caller in callers],
+                         [False, True, True, True, True, False])
+        self.assertTrue(0.9 < min(ends.values()) <= max(ends.values()) < 3, ends)
+        made.close()
+
+    def test_wrong_callers_do_not_keep_the_program_out(self):
+        made = greeting.Greeting()
+        port = open(made.path).read().split()[0]
+        callers, program = [], []
+
+        def connect():
+            for number in range(50):
+                callers.append(socket.create_connection(('127.0.0.1', int(port)),
+                                                        dap_session.PATIENCE))
+                callers[-1].sendall('x' * (number % 33))
+            program.append(greeting.connect(made.path))
+        thread.start_new_thread(connect, ())
+        end = time.time() + dap_session.PATIENCE
+        found = None
+        while found is None and time.time() < end:
+            found = made.look(select.select(made.sockets(), [], [], 0.05)[0])
+        self.assertTrue(found is not None)
+        self.assertTrue(dap_session.harness.wait_until(lambda: program))
+        program[0].sendall('hello')
+        self.assertEqual(found.recv(5), 'hello')
+        made.close()
+
     def test_a_program_does_not_trust_who_does_not_know_the_word(self):
-        from sorrel.dap import greeting
         listener = socket.socket()
         listener.bind(('127.0.0.1', 0))
         listener.listen(1)
