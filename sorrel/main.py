@@ -4,8 +4,8 @@ import optparse
 import sys
 
 _USAGE = '''%prog terminal [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
-       %prog serve (--listen [HOST:]PORT [--wait] | --greeting FILE) [--module]
-             [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+       %prog serve (--listen PLACE [--wait] [--token-file FILE | --no-token] | --greeting FILE)
+             [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog dap
        %prog demo (ledger | bills)'''
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
@@ -37,7 +37,12 @@ def _parse(arguments):
         parser.add_option('--hook', action='append', default=[], metavar='MODULE:NAME',
                           help='call NAME for a hook that shows a sub-language')
     if command == 'serve':
-        parser.add_option('--listen', metavar='[HOST:]PORT', help='let clients connect there')
+        parser.add_option('--listen', metavar='PLACE',
+                          help='let clients connect to [HOST:]PORT, or to unix:PATH')
+        parser.add_option('--token-file', metavar='FILE',
+                          help='clients show the token in FILE, which is made if it is not there')
+        parser.add_option('--no-token', action='store_true',
+                          help='whoever can connect can debug the program')
         parser.add_option('--wait', action='store_true', help='run only when one has')
         parser.add_option('--greeting', metavar='FILE', help='find the one client in FILE')
         parser.add_option('--module', action='store_true', help='PROGRAM is a module by name')
@@ -55,16 +60,23 @@ def _parse(arguments):
         if (options.listen is None) == (options.greeting is None):
             parser.error('needs either --listen or --greeting')
         if options.listen is not None:
-            options.listen = _address(options.listen, parser)
+            options.listen = _place(options.listen, parser)
+        if (options.token_file is not None or options.no_token) and options.listen is None:
+            parser.error('--token-file and --no-token go with --listen')
+        if options.token_file is not None and options.no_token:
+            parser.error('needs at most one of --token-file and --no-token')
     return command, options, words
 
 
-def _address(text, parser):
-    """Host and port; only programs of this machine may connect where no host is named."""
+def _place(text, parser):
+    """Where to listen; only programs of this machine may connect where no host is named."""
+    from sorrel.dap.listening import Path, Port
+    if text.startswith('unix:') and text != 'unix:':
+        return Path(text[len('unix:'):])
     host, colon, port = text.rpartition(':')
     if not port.isdigit() or int(port) > 65535 or (colon and not host):
-        parser.error('not [HOST:]PORT: %s' % text)
-    return host.strip('[]') or '127.0.0.1', int(port)
+        parser.error('not [HOST:]PORT nor unix:PATH: %s' % text)
+    return Port(host.strip('[]') or '127.0.0.1', int(port))
 
 
 def _debug(options, program, arguments):
@@ -86,7 +98,8 @@ def _serve(options, program, arguments):
     from sorrel.dap import serve
     try:
         return serve.serve(program, arguments, bool(options.module), options.listen,
-                           bool(options.wait), options.greeting, options.hook)
+                           bool(options.wait), options.greeting, options.hook,
+                           options.token_file, not options.no_token)
     except (runner.CannotRead, serve.CannotServe) as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 2

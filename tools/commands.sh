@@ -10,6 +10,8 @@ usage: ./morvik COMMAND [OPTIONS]
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
+  run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
+      --token-file FILE | --no-token      what they have to show instead of a new token
   dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
   demo [--python EXE]                     watch two short recorded sessions
   test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
@@ -23,10 +25,10 @@ EOF
 }
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
-# leaves hosts, asan, long, listen, wait, hooks, and the others in rest.
+# leaves hosts, asan, long, listen, wait, hooks, token, and the others in rest.
 read_options() {
     local allowed=' '
-    hosts=() asan='' long='' listen='' wait='' hooks=() rest=()
+    hosts=() asan='' long='' listen='' wait='' hooks=() token=() rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -57,6 +59,20 @@ read_options() {
                     shift
                 fi
                 [[ -n $listen ]] || usage_error "--listen needs a port"
+                ;;
+            --no-token)
+                [[ $allowed == *' --no-token '* ]] || usage_error "unknown option: $1"
+                token+=(--no-token)
+                ;;
+            --token-file | --token-file=*)
+                [[ $allowed == *' --token-file '* ]] || usage_error "unknown option: $1"
+                if [[ $1 == *=* ]]; then
+                    token+=(--token-file "${1#*=}")
+                else
+                    (($# > 1)) || usage_error "--token-file needs a file"
+                    token+=(--token-file "$2")
+                    shift
+                fi
                 ;;
             --hook | --hook=*)
                 [[ $allowed == *' --hook '* ]] || usage_error "unknown option: $1"
@@ -137,11 +153,12 @@ command_python() {
 
 command_run() {
     local exe front_end=(terminal)
-    read_options --listen --wait --hook -- "$@"
+    read_options --listen --wait --hook --token-file --no-token -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ -f ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
-    [[ -z $listen ]] || front_end=(serve --listen "$listen" ${wait:+--wait})
+    ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
+    [[ -z $listen ]] || front_end=(serve --listen "$listen" ${wait:+--wait} "${token[@]}")
     exe=$(one_host) || exit
     in_host "$exe" '' -m sorrel.main "${front_end[@]}" "${hooks[@]}" -- "${rest[@]}"
 }

@@ -21,6 +21,7 @@ _now, _sleep = time.time, time.sleep
 class Program(object):
     """What a client debugs. `service` is set by who makes it.
 
+    at_end: functions to call when the process ends without its exit functions.
     is_waiting: whether it has not begun to run, since a client is to say how. is_debugged: whether
     it is to be debugged from its first line on.
     """
@@ -33,6 +34,7 @@ class Program(object):
         self.path = path
         self.start_method = start_method
         self.service = None
+        self.at_end = []
         self.is_waiting = self.is_debugged = waits
         self._session = None
         self._start = Wakeup()
@@ -69,6 +71,11 @@ class Program(object):
         """The client only wants to see what the program writes."""
         self.is_debugged = False
         self._go_on()
+
+    def end_at_once(self):
+        for function in self.at_end:
+            function()
+        os._exit(0)
 
     def terminate(self):
         """As kill(1) does it, so that the program can still clear up."""

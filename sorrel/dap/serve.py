@@ -4,9 +4,10 @@ import atexit
 import sys
 
 from sorrel import runner
-from sorrel.dap import forks, greeting, guard, sources
+from sorrel.dap import access, forks, greeting, guard, sources
+from sorrel.dap.listening import InUse, Listening
 from sorrel.dap.program import Program
-from sorrel.dap.server import Server, listen
+from sorrel.dap.server import Server
 from sorrel.service import Service
 
 
@@ -14,12 +15,13 @@ class CannotServe(Exception):
     """There will be no client; the text says why, in one line."""
 
 
-def serve(name, args, is_module, address=None, wait=False, greeting_file=None, hooks=()):
+def serve(name, args, is_module, place=None, wait=False, greeting_file=None, hooks=(),
+          token_file=None, has_token=True):
     """Runs the program; returns its exit status. Raises CannotServe or runner.CannotRead.
 
-    address: host and port to listen at; or greeting_file: where to find the one client there is,
-    which has started this process. hooks: as for
-    runner.prepare.
+    place: where to listen, a Port or a Path; or greeting_file: where to find the one client there
+    is, which has started this process. hooks: as for runner.prepare. token_file, has_token: what
+    clients who come have to show.
     """
     script = runner.find_module(name) if is_module else runner.find_script(name)
     path = sources.full_name(script.path)
@@ -32,12 +34,8 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
             guard.have_own_group()
             server = Server(program.new_session, client=greeting.connect(greeting_file))
         else:
-            listener = listen(*address)
-            host, port = listener.getsockname()[:2]
-            sys.stderr.write('sorrel: listening on %s:%d\n' % (
-                '[%s]' % host if ':' in host else host, port))
-            server = Server(program.new_session, listener)
-    except (EnvironmentError, greeting.Impostor) as error:
+            server = _listening_server(program, place, token_file, has_token)
+    except (EnvironmentError, greeting.Impostor, InUse, access.NoToken) as error:
         raise CannotServe(str(error))
     program.service.ignore_thread(server.start())
     # Runs after the program's own exit functions.
@@ -47,3 +45,34 @@ def serve(name, args, is_module, address=None, wait=False, greeting_file=None, h
     if waits and not program.wait_for_client():
         return 0
     return runner.run(script, program.service, program.is_debugged)
+
+
+def _listening_server(program, place, token_file, has_token):
+    listening = Listening(place)
+    _at_end(program, listening.remove)
+    token = None
+    if has_token and (token_file is not None or not listening.is_for_own_user()):
+        token = access.Token(token_file) if token_file is not None \
+            else access.new_token(listening.address)
+        _at_end(program, token.remove)
+    _tell('listening on ' + listening.name)
+    if token is None:
+        if not listening.is_for_own_user():
+            _tell('whoever can connect can debug: there is no token')
+        return Server(program.new_session, listening.socket)
+    # Who keeps what the program writes may let others read it.
+    _tell('token %s, also in %s' % (token.word, token.path) if token_file is None
+          else 'token in ' + token.path)
+    return Server(program.new_session, listening.socket, is_token_shown=token.is_shown_by)
+
+
+def _at_end(program, function):
+    atexit.register(function)
+    program.at_end.append(function)
+
+
+def _tell(line):
+    try:
+        sys.stderr.write('sorrel: %s\n' % line)
+    except (EnvironmentError, ValueError):
+        pass  # A full device, or none: the program runs, and can be found all the same.

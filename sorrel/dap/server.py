@@ -2,81 +2,73 @@
 
 The thread is none of the program's. It imports nothing once it runs, since the program may be
 stopped in the middle of an import; and it relies on nothing that the program may close or replace.
+Nobody it talks to can keep it from its other work: what it does in one turn is bounded.
 """
 
-import collections
-import errno
-import os
-import socket
 import thread
 import time
 
-from sorrel.dap import protocol
 from sorrel.complaint import print_error
-from sorrel.dap.descriptors import Descriptor
+from sorrel.dap import protocol
+from sorrel.dap.connection import Connection, Gone, will_pass
+from sorrel.dap.descriptors import above_streams, Descriptor
 from sorrel.dap.mailbox import Mailbox
+from sorrel.dap.outbox import LOG_LIMIT, Outbox
+from sorrel.dap.strangers import Stranger
 from sorrel.dap.waiting import wait
 from sorrel.dap.wakeup import Wakeup
 
-# How long a client may take to introduce itself, to finish a message, and to read what it is sent,
-# in seconds.
+# How long a client may take to introduce itself, to attach, to finish a message, and to read what
+# it is sent; and how long, having attached, to say that it is done with its configuration, while it
+# holds the one place; in seconds.
 PATIENCE = 10.0
+BEGIN_PATIENCE = 60.0
 # What a client has not read yet may not grow without end.
 _UNREAD_LIMIT = 64 * 1024 * 1024
-_RECEIVED_AT_ONCE = 65536
-# A client that is gone without a word is noticed after a minute and a half, where that can be set.
-_KEEP_ALIVE = (('TCP_KEEPIDLE', 60), ('TCP_KEEPINTVL', 10), ('TCP_KEEPCNT', 3))
-_now = time.time
+# So many have a conversation at a time. When more come the first ones go, but not before they had
+# some time, in seconds: whoever has nothing to say does not keep others out.
+_MOST_STRANGERS = 8
+_STRANGER_TIME = 0.5
+# How long nobody is let in when the system allows no more connections.
+_CROWDED_PAUSE = 1.0
+# What is done in one turn: messages handled, messages and bytes made ready to send.
+_HANDLED_AT_ONCE, _MADE_READY_AT_ONCE, _BYTES_AT_ONCE = 100, 500, 256 * 1024
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _get_ident = time.time, thread.get_ident
 
 
-def listen(host, port):
-    """A listener. Raises socket.error."""
-    family, kind, protocol_number, _, address = socket.getaddrinfo(
-        host, port, 0, socket.SOCK_STREAM, 0, socket.AI_PASSIVE)[0]
-    listener = socket.socket(family, kind, protocol_number)
-    if os.name == 'posix':  # Elsewhere it would let others take the port.
-        listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind(address)
-    listener.listen(1)
-    listener.setblocking(False)
-    return listener
-
-
-def _set_up(client):
-    client.setblocking(False)
-    # A stop is told at once.
-    client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-    client.setsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE, 1)
-    for name, value in _KEEP_ALIVE:
-        if hasattr(socket, name):
-            client.setsockopt(socket.IPPROTO_TCP, getattr(socket, name), value)
-
-
-def _will_pass(error):
-    return error.args[0] in (errno.EAGAIN, errno.EWOULDBLOCK, errno.EINTR)
+def _nothing_to_show(arguments):
+    return True
 
 
 class Server(object):
     """is_lost: whether the program has closed what its clients are reached by, for good."""
 
-    def __init__(self, new_session, listener=None, client=None):
+    def __init__(self, new_session, listener=None, client=None, is_token_shown=_nothing_to_show):
         """Sockets: a listener that clients come to, or the connection to the one there will be.
 
         new_session: called with this server for each client. A session has `handle(message)`,
-        `closed()`, before that `cut_off()` when the program has closed the connection,
-        `deadline()` (a time or None) and `deadline_passed()`, all called in this thread, and the
-        attribute `is_known`: whether the client has introduced itself.
+        `introduce(arguments)`, which stands for an initialize request, `closed()`, before that
+        `cut_off()` when the program has closed the connection, `deadline()` (a time or None) and
+        `deadline_passed()`, all called in this thread, and the attributes `is_known`, `has_begun`
+        and `is_configured`: whether the client has introduced itself, attached, and said that its
+        configuration is done.
+        is_token_shown: called with the arguments of a request to attach: whether to carry it out.
         """
         self.is_lost = False
         self._new_session = new_session
+        self._is_token_shown = is_token_shown
         self._listener = listener and Descriptor(listener)
+        self._no_listening_until = 0.0
         self._wakeup = Wakeup()
-        self._messages = collections.deque()
+        self._outbox = Outbox()
         self._running = False
         self._finished = Mailbox()
-        # The Descriptor and the session of the client there is.
+        # The Connection and the session of the client there is.
         self._client = self._session = None
         self._first = client
+        # The oldest comes first.
+        self._strangers = []
 
     def start(self):
         """Returns the ident of the thread."""
@@ -85,17 +77,21 @@ class Server(object):
         return started.take()
 
     def send(self, session, message):
-        """Sends a message, from any thread, if the session's client is still there."""
-        self._messages.append((session, message))
+        """Sends a message, from any thread, if the session's client is still there.
+
+        What a log message says is left out, and that is said, while the client reads too slowly.
+        """
+        self._outbox.put(session, message)
         if not self._wakeup.wake():
             self.is_lost = True
+        self._outbox.give_way(session)
 
     def when_sent(self, function):
-        """Calls the function, in the network thread, when everything until now has been sent.
+        """Calls the function, in the network thread, when the answer to this request has been sent.
 
-        For the network thread.
+        For the network thread, while a request is handled.
         """
-        self._when_sent.append(function)
+        self._when_answered.append(function)
 
     def stop(self):
         """Sends what is left to send, then ends the thread and waits for that."""
@@ -107,27 +103,32 @@ class Server(object):
     def forget(self):
         """Called in a process that the program has forked, and in which there is no such thread."""
         self.is_lost = True
-        for descriptor in self._client, self._listener, self._wakeup.descriptor:
+        connections = [stranger.connection for stranger in self._strangers] + [self._client]
+        for descriptor in [self._listener, self._wakeup.descriptor] + [
+                connection.descriptor for connection in connections if connection is not None]:
             if descriptor is not None:
                 descriptor.leave_to_parent()
 
     def drop_client(self):
-        """Ends the connection when all has been sent. For the network thread."""
-        self._closing = True
+        """Ends the connection. For the network thread."""
+        self._is_closing = True
 
     # The thread.
 
     def _run(self, started):
         self._running = True
+        self._outbox.owner = _get_ident()
         if self._first is not None:
-            self._welcome(self._first)
-        started.put(thread.get_ident())
+            self._welcome(Connection(self._first, protocol.FROM_CLIENT))
+        started.put(_get_ident())
         while self._running and not self.is_lost and (self._client or self._listener):
             self._guarded(self._turn)
         if self._client:
             self._guarded(self._flush)
         if self._client:
             self._drop()
+        for stranger in self._strangers:
+            stranger.connection.close()
         if self._listener:
             self._listener.close()
         self._finished.put(None)
@@ -141,62 +142,197 @@ class Server(object):
             if self._client:
                 self._drop()
 
-    def _welcome(self, client):
-        _set_up(client)
-        self._client = Descriptor(client)
-        self._decoder = protocol.Decoder()
-        self._seq = 0
-        self._unsent = ''
-        self._closing = False
-        self._when_sent = []
-        self._deaf_since = None
-        self._amid_since = _now()
-        self._session = self._new_session(self)
+    def _welcome(self, connection):
+        session = self._new_session(self)
+        self._outbox.begin(session)
+        self._client, self._session = connection, session
+        self._when_answered = []
+        self._is_closing = False
+        self._since = self._amid_since = _now()
+        # Whether there may be more to do without waiting for anything, and whether that is what
+        # the client has asked.
+        self._has_more = self._has_requests = False
 
     def _turn(self):
         self._look_after_descriptors()
         if self.is_lost:
             return
-        listener = self._listener and self._listener.number
-        client = self._client and self._client.number
-        reading = [number for number in (self._wakeup.descriptor.number, listener, client)
-                   if number is not None]
-        writing = [client] if client is not None and self._unsent else []
+        listener = self._listener.number if self._listens() else None
+        client = self._client and self._client.descriptor.number
+        reading = [self._wakeup.descriptor.number]
+        writing = [connection.descriptor.number for connection in self._connections()
+                   if connection.unsent()]
+        if listener is not None:
+            reading.append(listener)
+        if client is not None and self._takes_requests():
+            reading.append(client)
+        reading += [stranger.connection.descriptor.number for stranger in self._strangers
+                    if stranger.is_heard()]
         readable = wait(reading, writing, self._timeout())[0]
         self._look_after_descriptors()
         if self.is_lost:
             return
         if self._wakeup.descriptor.number in readable:
             self._wakeup.clear()
-        if self._client is not None and client in readable:
-            self._receive()
-        # A client that has left is noticed before the next one is shown out.
-        if listener in readable and client not in readable:
+        if self._client is not None:
+            self._serve_client(client in readable)
+        else:
+            self._outbox.take()  # What the last one will not get.
+        for stranger in list(self._strangers):
+            self._talk_to(stranger, stranger.connection.descriptor.number in readable)
+        if listener is not None and listener in readable:
             self._accept()
-        if self._client is not None:
-            self._send_waiting()
-        if self._client is not None:
-            self._check_deadlines()
+
+    def _connections(self):
+        return [stranger.connection for stranger in self._strangers] + (
+            [self._client] if self._client is not None else [])
 
     def _look_after_descriptors(self):
         """What the program has closed, and may use for itself, is not touched."""
         for descriptor in self._wakeup.descriptor, self._listener:
             if descriptor is not None and not descriptor.is_there():
                 self.is_lost = True
-        if self._client is not None and not self._client.is_there():
+        for stranger in list(self._strangers):
+            if not stranger.connection.descriptor.is_there():
+                self._send_away(stranger)
+        if self._client is not None and not self._client.descriptor.is_there():
             self._session.cut_off()
             self._drop()
 
     def _timeout(self):
-        if self._client is None:
-            return None
-        moments = [moment for moment in (self._client_deadline(), self._session.deadline())
-                   if moment is not None]
+        if self._client is not None and (self._has_more or self._has_requests):
+            return 0.0
+        moments = [stranger.deadline() for stranger in self._strangers]
+        if self._client is not None:
+            moments += [self._client_deadline(), self._session.deadline()]
+        if self._listener is not None and not self._listens():
+            moments.append(self._listens_again())
+        moments = [moment for moment in moments if moment is not None]
         return max(0.0, min(moments) - _now()) if moments else None
 
+    # Those who come.
+
+    def _listens(self):
+        return self._listener is not None and _now() >= self._listens_again()
+
+    def _listens_again(self):
+        if len(self._strangers) < _MOST_STRANGERS:
+            return self._no_listening_until
+        return max(self._no_listening_until, self._strangers[0].since + _STRANGER_TIME)
+
+    def _accept(self):
+        try:
+            connected = above_streams(self._listener.socket.accept)[0]
+        except EnvironmentError as error:
+            if not will_pass(error):
+                self._no_listening_until = _now() + _CROWDED_PAUSE
+            return
+        if len(self._strangers) >= _MOST_STRANGERS:
+            self._send_away(self._strangers[0])
+        try:
+            self._strangers.append(Stranger(connected, PATIENCE, self._is_token_shown))
+        except EnvironmentError:
+            connected.close()  # It has gone by now.
+
+    def _talk_to(self, stranger, has_said_something):
+        try:
+            if has_said_something:
+                stranger.hear()
+            if stranger.attach is not None and self._client is None:
+                self._let_in(stranger)
+                return
+            if stranger.connection.unsent():
+                stranger.connection.send()
+            stranger.look_at_clock()
+        except Gone:
+            self._send_away(stranger)
+        except Exception:
+            print_error()
+            self._send_away(stranger)
+
+    def _let_in(self, stranger):
+        self._strangers.remove(stranger)
+        stranger.connection.decoder.limits = protocol.FROM_CLIENT
+        self._welcome(stranger.connection)
+        self._session.introduce(stranger.introduction)
+        self._handle(stranger.attach)
+        self._serve_client(False)
+
+    def _send_away(self, stranger):
+        if stranger in self._strangers:
+            self._strangers.remove(stranger)
+        stranger.connection.close()
+
+    # The client.
+
+    def _serve_client(self, has_said_something):
+        try:
+            self._has_more = False
+            if has_said_something and not self._has_requests:
+                self._client.receive()
+            self._take_requests()
+            self._make_ready()
+            self._client.send()
+            self._outbox.unsent = self._client.unsent()
+        except (Gone, protocol.Broken):
+            self._drop()
+            return
+        if self._is_closing or self._client.unsent() > _UNREAD_LIMIT:
+            self._drop()
+        else:
+            self._check_deadlines()
+
+    def _takes_requests(self):
+        """Not before it has read most of the answers to the last ones."""
+        return self._client.unsent() < LOG_LIMIT and not self._outbox.has_many() \
+            and not self._is_closing
+
+    def _take_requests(self):
+        decoder = self._client.decoder
+        handled = 0
+        self._has_requests = False
+        while self._takes_requests():
+            if handled == _HANDLED_AT_ONCE:
+                self._has_requests = True
+                break
+            message = decoder.take()
+            if message is None:
+                break
+            self._handle(message)
+            self._make_ready()
+            handled += 1
+        if not self._session.is_known:
+            return
+        if not decoder.is_amid_message() or not self._takes_requests():
+            self._amid_since = None
+        elif handled or self._amid_since is None:
+            self._amid_since = _now()
+
+    def _handle(self, message):
+        self._session.handle(message)
+        functions, self._when_answered = self._when_answered, []
+        for function in functions:
+            self._outbox.mark(self._session, function)
+
+    def _make_ready(self):
+        messages = size = 0
+        while messages < _MADE_READY_AT_ONCE and size < _BYTES_AT_ONCE:
+            message = self._outbox.take()
+            if message is None:
+                break
+            messages += 1
+            if callable(message):
+                self._client.when_sent(message)
+            else:
+                size += self._client.say(message)
+        self._has_more = self._has_more or not self._outbox.is_empty()
+
     def _client_deadline(self):
-        moments = [since + PATIENCE for since in (self._deaf_since, self._amid_since)
+        moments = [since + PATIENCE for since in (self._client.deaf_since, self._amid_since)
                    if since is not None]
+        if self._listener is not None and not self._session.is_configured:
+            moments.append(self._since + (
+                BEGIN_PATIENCE if self._session.has_begun else PATIENCE))
         return min(moments) if moments else None
 
     def _check_deadlines(self):
@@ -209,92 +345,25 @@ class Server(object):
         if deadline is not None and now >= deadline:
             self._session.deadline_passed()
 
-    def _accept(self):
-        try:
-            client = self._listener.socket.accept()[0]
-        except socket.error:
-            return
-        if self._client is not None:
-            client.close()  # One at a time.
-        else:
-            self._welcome(client)
-
-    def _receive(self):
-        try:
-            data = self._client.socket.recv(_RECEIVED_AT_ONCE)
-        except socket.error as error:
-            if _will_pass(error):
-                return
-            data = ''
-        if not data:
-            self._drop()
-            return
-        try:
-            messages = self._decoder.feed(data)
-            for message in messages:
-                if not self._closing:
-                    self._session.handle(message)
-        except protocol.Broken:
-            self._drop()
-            return
-        if not self._session.is_known:
-            return
-        if not self._decoder.is_amid_message():
-            self._amid_since = None
-        elif messages or self._amid_since is None:
-            self._amid_since = _now()
-
-    def _send_waiting(self):
-        while self._messages:
-            session, message = self._messages.popleft()
-            if session is self._session:
-                self._seq += 1
-                message['seq'] = self._seq
-                self._unsent += protocol.encode(message)
-        self._send_some()
-
-    def _send_some(self):
-        if self._unsent:
-            try:
-                sent = self._client.socket.send(self._unsent)
-            except socket.error as error:
-                if not _will_pass(error):
-                    self._drop()
-                    return
-                sent = 0
-            self._unsent = self._unsent[sent:]
-            if sent or not self._unsent:
-                self._deaf_since = None
-        if self._unsent:
-            if self._deaf_since is None:
-                self._deaf_since = _now()
-            if len(self._unsent) > _UNREAD_LIMIT:
-                self._drop()
-            return
-        functions, self._when_sent = self._when_sent, []
-        for function in functions:
-            function()
-        if self._closing:
-            self._drop()
-
     def _flush(self):
         """Sends what is left, as long as the client reads it."""
         end = _now() + 1.0
-        self._send_waiting()
-        while self._client is not None and self._unsent and _now() < end:
-            wait([], [self._client.number], 0.1)
+        while self._client is not None and _now() < end:
+            self._has_more = False
+            self._make_ready()
+            try:
+                self._client.send()
+            except Gone:
+                return
+            self._outbox.unsent = self._client.unsent()
+            if not self._has_more and not self._client.unsent():
+                return
+            wait([], [self._client.descriptor.number], 0.1)
             self._look_after_descriptors()
-            if self._client is not None:
-                self._send_waiting()
 
     def _drop(self):
-        client, session = self._client, self._session
+        connection, session = self._client, self._session
         self._client = self._session = None
-        if client.is_there():
-            try:
-                # Processes that the program has forked may hold the connection, too.
-                client.socket.shutdown(socket.SHUT_RDWR)
-            except socket.error:
-                pass
-        client.close()
+        self._outbox.begin(None)
+        connection.close()
         session.closed()

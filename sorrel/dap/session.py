@@ -55,7 +55,7 @@ class Session(object):
         # Of the thread that tells of what is new. Others do not wait for it.
         self._looking = _new_lock()
         self._answers = dict(self.inventory.answers, **{
-            'initialize': self._initialize, program.start_method: self._begin,
+            'initialize': self.introduce, program.start_method: self._begin,
             'configurationDone': self._configuration_done, 'disconnect': self._disconnect,
             'terminate': self._terminate, 'pause': self._pause, 'threads': self._list_threads,
             'setBreakpoints': self.breakpoints.set_in_source,
@@ -80,6 +80,14 @@ class Session(object):
     def cut_off(self):
         """It was the program that has closed the connection: it means to go on."""
         self._may_run_on = True
+
+    @property
+    def has_begun(self):
+        return self._has_begun
+
+    @property
+    def is_configured(self):
+        return self._is_configured
 
     def deadline(self):
         return self._supervisor.deadline() if self._is_configured else None
@@ -229,7 +237,8 @@ class Session(object):
 
     # Beginning and end.
 
-    def _initialize(self, arguments):
+    def introduce(self, arguments):
+        """The answer to an initialize request."""
         if self.is_known:
             raise Refused('initialize comes once')
         self.is_known = True
@@ -283,7 +292,7 @@ class Session(object):
         if ends is None:
             ends = self._program.start_method == 'launch'
         self._may_run_on = not ends
-        self._server.when_sent((lambda: os._exit(0)) if ends else self._server.drop_client)
+        self._server.when_sent(self._program.end_at_once if ends else self._server.drop_client)
 
     def _terminate(self, arguments):
         self._server.when_sent(self._end_program)

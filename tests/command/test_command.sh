@@ -50,6 +50,11 @@ refused "--python needs an interpreter" build --python
 refused "--python needs an interpreter" bench --python
 refused "--hook needs MODULE:NAME" run --hook
 refused "unknown option: --hook" demo --hook a:b
+refused "--token-file needs a file" run --listen 0 --token-file
+refused "--no-token goes with --listen" run --no-token tests/command/test_command.sh
+refused "--token-file goes with --listen" run --token-file=x tests/command/test_command.sh
+refused "unknown option: --no-token" dap --no-token
+refused "unknown option: --token-file" dap --token-file x
 refused "unexpected argument: extra" build extra
 refused "unexpected argument: extra" demo extra
 refused "run needs a program" run

@@ -1,5 +1,7 @@
 """Clients that misbehave: the program runs on as if they had not been there, for the next one."""
 
+import os
+import re
 import socket
 import struct
 import time
@@ -240,6 +242,63 @@ class ClientTest(dap_session.TestCase):
         self.wait_until_free()
         self.assert_unharmed()
 
+    def test_log_messages_that_are_read_too_slowly_are_left_out_and_counted(self):
+        program = self.serve('''
+import sys
+def turn(number):
+    return number  # turn
+while len(sys.argv) == 1:
+    pass
+for number in range(600):
+    turn(number)
+peak = [line.split()[1] for line in open('/proc/self/status') if line.startswith('VmHWM')][0]
+print 'over'
+last = 1  # last
+''')
+        client = self.attach(program)
+        client.ask('setBreakpoints', source={'path': program.path}, breakpoints=[
+            {'line': program.line('# turn'), 'logMessage': '{number} ' + 'x' * 50000},
+            {'line': program.line('# last')}])
+        client.ask('pause', threadId=1)
+        client.event('stopped')
+        client.ask('evaluate', expression='sys.argv.append(1)', context='repl',
+                   frameId=self.top_of(client)['id'])
+        client.request('continue', {'threadId': 1})
+        program.wrote('over')  # It has not waited for its client.
+        client.thread = 1
+        self.assertEqual(client.stopped(), 'breakpoint <module>:%d' % program.line('# last'))
+        logged, left_out = [], 0
+        for message in client.messages:
+            if message.get('event') == 'output':
+                body = message['body']
+                if body['category'] == 'console':
+                    logged.append(int(body['output'].split()[0]))
+                else:
+                    self.assertEqual(body['category'], 'important')
+                    left_out += int(re.match('sorrel: (\\d+) log messages of', body['output'])
+                                    .group(1))
+        self.assertEqual((logged[0], sorted(logged)), (0, logged))
+        self.assertEqual(len(logged) + left_out, 600)
+        self.assertTrue(left_out > 0)
+        # All messages would have 120 MB in memory, most of it where they wait.
+        self.assertTrue(int(client.evaluate('peak').strip("'")) < 80000)
+
+    def top_of(self, client):
+        return client.ask('stackTrace', threadId=1, levels=1)['stackFrames'][0]
+
+    def test_a_client_is_answered_while_the_program_logs_without_end(self):
+        client = self.attach(self.program)
+        for text in 'x', 'x' * 10000:
+            client.ask('setBreakpoints', source={'path': self.program.path}, breakpoints=[
+                {'line': self.program.line(mark), 'logMessage': text}
+                for mark in ('# turn', '# loop')])
+            for _ in range(10):
+                client.event('output')
+                client.ask('threads')
+        client.ask('disconnect')
+        client.read_all()
+        self.assert_unharmed()
+
     def test_a_client_that_sends_much_and_does_not_read(self):
         client = self.stopped_client()
         client.socket.settimeout(0.1)
@@ -256,6 +315,9 @@ class ClientTest(dap_session.TestCase):
         client = self.stopped_client()
         for _ in range(3):
             second = self.connect(self.program)
+            second.ask('initialize')
+            self.assertEqual(second.refusal('attach'), 'another client is debugging this program')
+            second.ask('disconnect')
             self.assertTrue(second.is_hung_up())
         self.assertEqual(client.evaluate('1 + 1'), '2')
         client.ask('disconnect')
@@ -278,10 +340,12 @@ class ClientTest(dap_session.TestCase):
         self.assertEqual(client.refusal('nonsense'), 'initialize comes first')
         client.ask('initialize')
         self.assertEqual(client.refusal('initialize'), 'initialize comes once')
-        self.assertEqual(client.refusal('configurationDone'), 'attach comes first')
+        for command in 'configurationDone', 'launch', 'threads', 'nonsense':
+            self.assertEqual(client.refusal(command), 'attach comes first')
+        client.ask('attach')
+        self.assertEqual(client.refusal('initialize'), 'initialize comes once')
         self.assertEqual(client.refusal('launch'), 'there is no such request')
         self.assertEqual(client.refusal('nonsense'), 'there is no such request')
-        client.ask('attach')
         self.assertEqual(client.refusal('attach'), 'attach comes once')
         self.assertEqual(client.refusal('stackTrace', threadId=1), 'the program is running')
         client.ask('configurationDone')
@@ -292,7 +356,8 @@ class ClientTest(dap_session.TestCase):
     def test_messages_cut_in_pieces_of_any_size(self):
         everything = ''.join(header(len(body)) + body for body in (
             '{"seq": 1, "type": "request", "command": "initialize", "arguments": {}}',
-            '{"seq": 2, "type": "request", "command": "attach"}',
+            '{"seq": 2, "type": "request", "command": "attach", "arguments": {"token": "%s"}}'
+            % self.program.token,
             '{"seq": 3, "type": "request", "command": "disconnect"}'))
         for size in (1, 2, 3, 7, 20, 1000):
             client = self.connect(self.program)

@@ -2,11 +2,17 @@
 
 import collections
 import json
+import os
+import socket
+import sys
 import thread
 import time
 
+import dap_session
 import harness
-from sorrel.dap import children, hits, lazystack, protocol, shapes, sources, timelimit, values
+from sorrel.dap import (
+    children, hits, lazystack, outbox, protocol, shapes, sources, timelimit, values, waiting,
+    wakeup, words)
 
 
 class ProtocolTest(harness.TestCase):
@@ -28,26 +34,230 @@ class ProtocolTest(harness.TestCase):
             self.assert_(decoder.is_amid_message())
 
     def test_limits(self):
-        for data in ('Content-Length: %d\r\n\r\n' % (protocol.BODY_LIMIT + 1),
-                     'x' * protocol.HEADER_LIMIT):
-            self.assertRaises(protocol.Broken, protocol.Decoder().feed, data)
+        for limits in protocol.FROM_STRANGER, protocol.FROM_CLIENT:
+            for data in ('Content-Length: %d\r\n\r\n' % (limits.size + 1),
+                         'Content-Length: ' + '1' * protocol.HEADER_LIMIT,
+                         'Content-Length: 2\r\n' + 'X: y\r\n' * 8):
+                self.assertRaises(protocol.Broken, protocol.Decoder(limits).feed, data + '\r\n')
 
-    def test_other_headers_are_passed_over(self):
+    def test_limits_can_be_raised_between_two_messages(self):
+        decoder = protocol.Decoder(protocol.FROM_STRANGER)
+        large = {'type': 'event', 'event': 'x' * protocol.FROM_STRANGER.size}
+        decoder.add(protocol.encode(self.MESSAGES[0]) + protocol.encode(large))
+        self.assertEqual(decoder.take(), self.MESSAGES[0])
+        decoder.limits = protocol.FROM_CLIENT
+        self.assertEqual(decoder.take(), large)
+        self.assertEqual(decoder.take(), None)
+
+    def test_the_length_comes_first(self):
         body = json.dumps(self.MESSAGES[1])
-        data = 'Content-Type: x\r\ncontent-length:%d\r\n\r\n%s' % (len(body), body)
+        data = 'content-length:%d\r\nContent-Type: x\r\n\r\n%s' % (len(body), body)
         self.assertEqual(protocol.Decoder().feed(data), [self.MESSAGES[1]])
+        # What begins in another way is known by its first letter.
+        for first in 'G', 'P', '\0', '\r', ' ', 'Co ', 'Content-T':
+            self.assertRaises(protocol.Broken, protocol.Decoder().feed, first)
+        decoder = protocol.Decoder()
+        for letter in 'cOnTeNt-LeNgTh:':
+            self.assertEqual(decoder.feed(letter), [])
+        # Twice is once too often.
+        self.assertRaises(protocol.Broken, protocol.Decoder().feed,
+                          'Content-Length: 2\r\nContent-Length: 2\r\n\r\n{}')
+
+    def test_what_is_passed_on_gets_no_larger(self):
+        for message in ({'type': 'event', 'x': u'\u4e2d\ud800"\\\n' * 10000},
+                        {'type': 'event', 'x': [1, 1.5, None, True, {u'\xe9': ''}, 1 << 99] * 999}):
+            body = json.dumps(message, ensure_ascii=False, separators=(',', ':')).encode('utf-8')
+            received, = self.feed(body)
+            passed_on = protocol.encode_as_received(received)
+            self.assertTrue(len(passed_on) <= len(body) + 50)
+            self.assertEqual(protocol.Decoder().feed(passed_on), [message])
+
+    def feed(self, body, limits=protocol.FROM_CLIENT):
+        return protocol.Decoder(limits).feed(
+            'Content-Length: %d\r\n\r\n%s' % (len(body), body))
+
+    def test_messages_as_large_as_any_client_may_need(self):
+        lines = [{'line': number, 'condition': 'x == "%d"' % number} for number in range(5000)]
+        code = ''.join('print "[%d]\\n"\n' % number for number in range(5000))
+        for message in ({'type': 'request', 'seq': 1, 'command': 'setBreakpoints', 'arguments': {
+                            'breakpoints': lines}},
+                        {'type': 'request', 'seq': 1, 'command': 'evaluate', 'arguments': {
+                            'expression': code + '1' * 100000 + '[' * 100000}}):
+            self.assertEqual(self.feed(json.dumps(message)), [message])
+
+    def test_numbers_have_an_end(self):
+        self.assertEqual(self.feed('{"type": "event", "x": [%s, -1.5e300]}' % ('9' * 100)),
+                         [{'type': 'event', 'x': [10 ** 100 - 1, -1.5e300]}])
+        for number in '9' * 101, '-' + '9' * 101, '0.' + '9' * 101, '1e' + '0' * 101:
+            self.assertRaises(protocol.Broken, self.feed, '{"type": "event", "x": %s}' % number)
+
+    def test_what_would_take_long_to_read_is_not_read(self):
+        most = protocol.FROM_CLIENT.size
+        for body in dap_session.hostile_bodies():
+            begun = os.times()[:2]
+            self.assertRaises(protocol.Broken, self.feed, body)
+            self.assertRaises(protocol.Broken, self.feed, body[:most])
+            self.assert_(sum(os.times()[:2]) - sum(begun) < 5, body[:10])
 
     def test_depth(self):
         def message(depth, more=''):
             return '{"type": "event", "x": %s%s}' % ('[' * depth + ']' * depth, more)
-
-        def feed(body):
-            return protocol.Decoder().feed('Content-Length: %d\r\n\r\n%s' % (len(body), body))
+        feed = self.feed
         self.assertEqual(len(feed(message(99))), 1)
         self.assertRaises(protocol.Broken, feed, message(100))
         # What is in strings does not count.
         self.assertEqual(len(feed(message(1, r', "y": "%s\"[["' % ('[{' * 500)))), 1)
         self.assertEqual(len(feed(message(1, ', "y": [%s]' % ', '.join(['[]'] * 500)))), 1)
+
+
+class WordsTest(harness.TestCase):
+
+    def test_only_the_word_itself_is_the_same(self):
+        word = words.new()
+        self.assertEqual(len(word), words.SIZE)
+        self.assertNotEqual(word, words.new())
+        self.assertTrue(words.is_same(word, word))
+        for said in ('', word[:-1], word + 'x', word + '\0', word[:-1] + ' ', 'x' + word[1:],
+                     word.upper() + 'X', ' ' * len(word), '\xff' * 32):
+            self.assertTrue(not words.is_same(said, word), said)
+
+    def test_a_wrong_word_is_looked_at_to_its_end(self):
+        def steps(said):
+            counted = []
+
+            def count(frame, event, argument):
+                counted.append(event)
+                return count
+            sys.settrace(count)
+            try:
+                words.is_same(said, 'a' * 32)
+            finally:
+                sys.settrace(None)
+            return len(counted)
+        expected = steps('a' * 32)
+        self.assertTrue(expected > 32)
+        for said in 'b' * 32, 'a' * 31 + 'b', 'b' + 'a' * 31, '', 'a', 'a' * 31, 'b' * 1000:
+            self.assertEqual(steps(said), expected)
+
+
+class WakeupTest(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        self.wakeup = wakeup.Wakeup()
+
+    def is_awake(self):
+        return bool(waiting.wait([self.wakeup.descriptor.number], [], 0.05)[0])
+
+    def test_waking_up_as_often_as_needed(self):
+        for _ in range(3):
+            self.assertTrue(not self.is_awake())
+            for _ in range(1000):
+                self.assertTrue(self.wakeup.wake())
+            self.assertTrue(self.is_awake())
+            for _ in range(1000):
+                self.wakeup.clear()
+
+    def test_clearing_ends_however_often_it_is_woken(self):
+        ends = []
+
+        def wake():
+            while not ends:
+                self.wakeup.wake()
+        for _ in range(2):
+            thread.start_new_thread(wake, ())
+        for _ in range(100):
+            self.wakeup.clear()
+        ends.append(True)
+
+    def test_nobody_else_can_wake_it(self):
+        address = self.wakeup.descriptor.socket.getsockname()
+        other = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        for _ in range(10):
+            other.sendto('x', address)
+        self.assertTrue(not self.is_awake())
+        other.close()
+
+
+class OutboxTest(harness.TestCase):
+
+    def setUp(self):
+        harness.TestCase.setUp(self)
+        self.box = outbox.Outbox()
+        self.box.owner = -1  # No thread of the test.
+        self.box.begin('session')
+
+    def log(self, size, session='session'):
+        self.box.put(session, {'type': 'event', 'event': 'output', 'body': {
+            'category': 'console', 'output': u'x' * size}})
+
+    def taken(self):
+        return list(iter(self.box.take, None))
+
+    def test_what_is_left_out_is_said_in_its_place(self):
+        size = outbox.LOG_LIMIT // 8
+        for number in range(15):
+            self.log(size)
+            self.box.put('session', {'number': number})
+        messages = self.taken()
+        self.assertEqual([message['number'] for message in messages if 'number' in message],
+                         range(15))
+        logs = [message['body'] for message in messages if 'body' in message]
+        self.assertEqual([log['category'] for log in logs], ['console'] * 8 + ['important'])
+        self.assertEqual(logs[-1]['output'],
+                         'sorrel: 7 log messages of %d letters left out here: they are read too '
+                         'slowly\n' % (7 * size))
+        self.log(1)
+        self.assertEqual([message['body']['output'] for message in self.taken()], ['x'])
+
+    def test_what_is_not_sent_yet_counts(self):
+        self.box.unsent = outbox.LOG_LIMIT
+        self.log(1)
+        self.assertEqual(self.taken(), [])
+        self.box.unsent = 0
+        self.assertEqual([message['body']['category'] for message in self.taken()], ['important'])
+        self.assertTrue(self.box.is_empty())
+
+    def test_a_thread_waits_a_moment_at_most(self):
+        self.log(outbox.LOG_LIMIT)
+        begun = time.time()
+        self.log(1)
+        self.assertTrue(0.005 < time.time() - begun < 1)
+        # Not even that when it is the network thread's own.
+        self.box.owner = thread.get_ident()
+        naps = []
+        outbox._sleep = naps.append
+        self.log(1)
+        self.assertEqual(naps, [])
+
+    def test_messages_of_other_sessions_are_nobodys(self):
+        self.log(outbox.LOG_LIMIT)
+        self.log(1)
+        self.box.mark('session', len)
+        self.box.begin('next')
+        self.log(1)
+        self.box.put('session', {})
+        self.log(2, 'next')
+        self.assertEqual([message['body']['output'] for message in self.taken()], ['xx'])
+
+    def test_marks_keep_their_place(self):
+        self.box.put('session', {1: 1})
+        self.box.mark('session', len)
+        self.box.put('session', {2: 2})
+        self.assertEqual(self.taken(), [{1: 1}, len, {2: 2}])
+
+    def test_many_threads_at_once(self):
+        ended = []
+
+        def work():
+            for _ in range(200):
+                self.log(1)
+            ended.append(True)
+        for _ in range(10):
+            thread.start_new_thread(work, ())
+        harness.wait_until(lambda: len(ended) == 10)
+        self.assertEqual(len(self.taken()), 2000)
+        self.assertEqual(self.box._waiting_log.total(), 0)
 
 
 class ShapesTest(harness.TestCase):
