@@ -12,7 +12,7 @@ import time
 
 from sorrel import evaluate
 from sorrel.complaint import print_error
-from sorrel.dap import capabilities, protocol, shapes
+from sorrel.dap import attaching, capabilities, protocol, shapes
 from sorrel.dap.guard import Guard
 from sorrel.dap.launch import CannotLaunch, Launch
 from sorrel.dap.process import Process
@@ -24,8 +24,7 @@ _WRITTEN_AT_ONCE = getattr(select, 'PIPE_BUF', 512)
 # How long a program that is to end may take, and how long what it has written may, in seconds.
 _END_PATIENCE = 3.0
 _LOOK = 0.1
-_CONNECT_PATIENCE = 10.0
-# How long the client may take to read.
+# How long the client may take to read, and so may the program.
 _DEAF_PATIENCE = 10.0
 # The number of the one request that the adapter makes of the program in the client's name.
 _OWN_SEQ = 0
@@ -51,6 +50,8 @@ class Adapter(object):
         self._initialize = None
         # The request that is answered when the program is there.
         self._begin = None
+        # The same when the program has it, until it answers.
+        self._unanswered = None
         self._launch = None
         self._terminal_request = None
         # The program's Process while it runs, if the adapter has started it, and the last one
@@ -101,7 +102,8 @@ class Adapter(object):
         return self._writer.outputs if self._writer is not None else []
 
     def _timeout(self):
-        return _LOOK if self._process is not None or self._ending is not None else None
+        waits = self._process is None and self._ending is None and self._launch is None
+        return None if waits else _LOOK
 
     # The client.
 
@@ -177,15 +179,12 @@ class Adapter(object):
     def _on_attach(self, request):
         self._check_beginning()
         arguments = shapes.checked(request)
-        place = arguments.get('connect', arguments)
-        if 'port' not in place:
-            raise Refused('attach needs a port')
-        address = place.get('host', u'127.0.0.1').encode('utf-8'), place['port']
+        connection = attaching.connect(arguments)
         try:
-            connection = socket.create_connection(address, _CONNECT_PATIENCE)
-        except (EnvironmentError, OverflowError) as error:
-            raise Refused('cannot connect to %s:%s: %s' % (address + (error,)))
-        self._begin = request
+            self._begin = attaching.request_with_token(request, arguments, connection)
+        except Refused:
+            connection.close()
+            raise
         self._join(connection)
 
     def _on_disconnect(self, request):
@@ -259,14 +258,14 @@ class Adapter(object):
             self._join(connection)
 
     def _join(self, connection):
-        connection.settimeout(None)
-        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        connection.settimeout(_DEAF_PATIENCE)
         self._program = connection
-        self._from_program = protocol.Decoder()
+        self._from_program = protocol.Decoder(protocol.FROM_PROGRAM)
+        begin, self._begin = self._begin, None
+        self._unanswered = begin
         self._pass_to_program({'type': 'request', 'seq': _OWN_SEQ, 'command': 'initialize',
                                'arguments': self._initialize})
-        self._pass_to_program(self._begin)
-        self._begin = None
+        self._pass_to_program(begin)
 
     def _pass_to_program(self, message):
         if message['command'] in ('disconnect', 'terminate'):
@@ -277,8 +276,10 @@ class Adapter(object):
             else:
                 self._leave_guarded()
             self._ending_until = time.time() + _END_PATIENCE
+        if self._program is None:
+            return  # Lost with the message before.
         try:
-            self._program.sendall(protocol.encode(message))
+            self._program.sendall(protocol.encode_as_received(message))
         except socket.error:
             self._lose_program()
 
@@ -294,6 +295,9 @@ class Adapter(object):
         for message in messages:
             if message['type'] == 'response' and message.get('request_seq') == _OWN_SEQ:
                 continue
+            if self._unanswered is not None \
+                    and message.get('request_seq') == self._unanswered['seq']:
+                self._unanswered = None
             if self._ending is not None \
                     and message.get('request_seq') == self._ending['seq']:
                 self._ending = None
@@ -308,6 +312,9 @@ class Adapter(object):
     def _lose_program(self):
         self._program.close()
         self._program = None
+        if self._unanswered is not None:
+            request, self._unanswered = self._unanswered, None
+            self._answer(request, u'the program has hung up')
         if self._process is None and not self._has_ended:
             self._tell_end()
 

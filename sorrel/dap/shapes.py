@@ -27,7 +27,9 @@ LAUNCH = dict(_DEBUGGING, **{
     'program?': unicode, 'module?': unicode, 'args?': [unicode], 'cwd?': unicode, 'env?': Mapping(),
     'python?': unicode, 'hooks?': [unicode], 'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
-ATTACH = dict(_DEBUGGING, **{'connect?': _PLACE, 'host?': unicode, 'port?': int})
+ATTACH = dict(_DEBUGGING, **{
+    'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
+    'tokenFile?': unicode})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,

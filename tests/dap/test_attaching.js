@@ -3,9 +3,11 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
+const fs = require('node:fs');
 const net = require('node:net');
-const { withClient } = require('./lib/client');
-const { connect } = require('./lib/listening');
+const path = require('node:path');
+const { withClient, program, line, scratch } = require('./lib/client');
+const { Listening } = require('./lib/listening');
 const { SERVICE, withService, stopsInBothThreads } = require('./lib/service');
 
 test('a running program is attached to, in all its threads', () =>
@@ -27,7 +29,7 @@ test('a running program is attached to, in all its threads', () =>
     }));
 
 test('clients come and go, the program runs on', () =>
-    withService(async (service, port) => {
+    withService(async (service, port, token) => {
         await service.wrote('ready');
         for (let round = 0; round < 3; round++) {
             await withClient(async (client) => {
@@ -39,7 +41,7 @@ test('clients come and go, the program runs on', () =>
         }
         // A client may also speak to the program itself.
         await withClient(async (client) => {
-            await client.begin('attach', { justMyCode: true });
+            await client.begin('attach', { justMyCode: true, token });
             await stopsInBothThreads(client);
             await client.next('stopped');
             const before = Number((await client.evaluate('turns')).result);
@@ -70,9 +72,11 @@ test('one client at a time', () =>
         await service.wrote('ready');
         await withClient(async (client) => {
             await client.begin('attach', { port });
-            const second = await connect(port);
-            await second.hungUp;
-            assert.equal(second.received, '');
+            await withClient(async (second) => {
+                await second.initialize();
+                await assert.rejects(second.send('attach', { port }),
+                    /another client is debugging this program/);
+            });
             await stopsInBothThreads(client);
         });
     }));
@@ -90,3 +94,38 @@ test('only this machine can connect where no host is named', () =>
             socket.on('error', reject);
         }), { code: 'ECONNREFUSED' });
     }));
+
+test('a program that listens at a socket in the file system is attached to', async () => {
+    const socket = path.join(scratch(), 'service.sock');
+    const file = program('import time\nwhile True:\n    time.sleep(0.001)  # turn\n');
+    const service = new Listening(file, [], [], `unix:${socket}`);
+    try {
+        await service.said(/listening on unix:(.*)\n/);
+        assert.equal(fs.statSync(socket).mode & 0o777, 0o600);
+        await withClient(async (client) => {
+            await client.begin('attach', { socket },
+                () => client.breakAt(file, line(file, '# turn')));
+            assert.equal(await client.stop(), `breakpoint <module>:${line(file, '# turn')}`);
+        });
+    } finally {
+        await service.kill();
+    }
+});
+
+test('a program with a token of its own is attached to', async () => {
+    const tokenFile = path.join(scratch(), 'token');
+    const file = program('import time\nwhile True:\n    time.sleep(0.001)  # turn\n');
+    const service = new Listening(file, ['--token-file', tokenFile]);
+    try {
+        const port = await service.port();
+        await withClient(async (client) => {
+            await client.initialize();
+            await assert.rejects(client.send('attach', { port }), /the token is missing/);
+        });
+        await withClient((client) => client.begin('attach', { port, tokenFile }));
+        const token = fs.readFileSync(tokenFile, 'utf8').trim();
+        await withClient((client) => client.begin('attach', { port, token }));
+    } finally {
+        await service.kill();
+    }
+});

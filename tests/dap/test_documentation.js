@@ -69,7 +69,7 @@ test('requests that are not supported are refused, the others are known', async 
             return mark.exec(socket.received)[0];
         };
         await answer('initialize', { adapterID: 'x' });
-        await answer('attach', {});
+        await answer('attach', { token: await service.token() });
         for (const [name, word] of Object.entries(requests)) {
             if (!['initialize', 'attach', 'launch', 'disconnect', 'terminate'].includes(name)) {
                 const isUnknown = /there is no such request/.test(await answer(name, {}));

@@ -29,7 +29,7 @@ const AFTER_A_WHILE = {
 };
 
 // A client at work, so far.
-async function atWork(port) {
+async function atWork(port, token) {
     const socket = await connect(port);
     let seq = 1;
     const ask = async (command, args, answer) => {
@@ -37,7 +37,7 @@ async function atWork(port) {
         await until(() => socket.received.includes(answer), () => socket.received);
     };
     await ask('initialize', { adapterID: 'x' }, '"initialize"');
-    await ask('attach', {}, '"initialized"');
+    await ask('attach', { token }, '"initialized"');
     await ask('setBreakpoints', { source: { path: SERVICE },
         breakpoints: [{ line: line(SERVICE, '# work') }] }, '"setBreakpoints"');
     await ask('configurationDone', {}, '"stopped"');
@@ -57,22 +57,22 @@ async function nextClient(port) {
     });
 }
 
-async function meets(port, send) {
+async function meets(port, token, send) {
     // Once as its first words, once from the midst of debugging.
     const first = await connect(port);
     send(first);
     await first.hungUp;
-    const second = await atWork(port);
+    const second = await atWork(port, token);
     send(second);
     await second.hungUp;
     await nextClient(port);
 }
 
 test('the program is ready for the next client', () =>
-    withService(async (service, port) => {
+    withService(async (service, port, token) => {
         await service.wrote('ready');
         for (const [what, send] of Object.entries(AT_ONCE)) {
-            await meets(port, send).catch((error) => {
+            await meets(port, token, send).catch((error) => {
                 throw new Error(`after ${what}: ${error.message}`, { cause: error });
             });
             assert.equal(service.status, undefined, what);
@@ -81,12 +81,12 @@ test('the program is ready for the next client', () =>
 
 test('the program waits for no client for ever', { concurrency: true }, (t) =>
     Promise.all(Object.entries(AFTER_A_WHILE).map(([what, send]) => t.test(what, () =>
-        withService(async (service, port) => {
+        withService(async (service, port, token) => {
             await service.wrote('ready');
             const silent = await connect(port);
             send(silent);
             await silent.hungUp;
-            const second = await atWork(port);
+            const second = await atWork(port, token);
             if (what !== 'nothing at all') {
                 send(second);
                 await second.hungUp;
@@ -94,6 +94,24 @@ test('the program waits for no client for ever', { concurrency: true }, (t) =>
             second.destroy();
             await nextClient(port);
         })))));
+
+test('a web page does not get a word in', () => withService(async (service, port, token) => {
+    const attach = frame({ seq: 2, type: 'request', command: 'attach', arguments: { token } });
+    const answer = fetch(`http://127.0.0.1:${port}/`, { method: 'POST', body: attach });
+    await assert.rejects(answer);
+    assert.equal(service.status, undefined);
+    await nextClient(port);
+}));
+
+test('who does not know the token learns nothing', () => withService(async (service, port) => {
+    await withClient(async (client) => {
+        await client.initialize();
+        await assert.rejects(client.send('attach', { token: 'x' }), /the token is missing/);
+        await client.closed;
+        assert.deepEqual(client.kept, []);
+    }, { port });
+    await nextClient(port);
+}));
 
 test('the adapter lets go of a program if its client errs', () => withClient(async (client) => {
     const note = path.join(scratch(), 'note');

@@ -103,7 +103,7 @@ class Heard {
 
 // A session as the client's frames, each with the counts of what had been heard before it was sent,
 // and everything that was heard.
-async function record(port) {
+async function record(port, token) {
     const frames = [];
     const heard = new Heard();
     await withClient(async (client) => {
@@ -118,7 +118,7 @@ async function record(port) {
             return write(data, encoding);
         };
         await client.initialize();
-        await client.send('attach', { port });
+        await client.send('attach', { port, token });
         await client.next('initialized');
         await session(client);
         await client.send('disconnect', {});
@@ -243,9 +243,10 @@ async function withRecording(use) {
     const service = new Listening(SERVICE);
     try {
         const port = await service.port();
+        const token = await service.token();
         // From the second time on nothing is loaded any more.
-        await record(port);
-        const recorded = await record(port);
+        await record(port, token);
+        const recorded = await record(port, token);
         await use(recorded, port);
         assert.equal(service.status, undefined);
     } finally {

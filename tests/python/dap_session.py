@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import resource
 import select
 import signal
 import socket
@@ -10,6 +11,7 @@ import subprocess
 import time
 
 import harness
+from sorrel.dap import capabilities
 
 PATIENCE = 60
 
@@ -17,7 +19,7 @@ PATIENCE = 60
 _HASTY = '''
 import sys
 from sorrel.dap import server
-server.PATIENCE = %r
+server.PATIENCE, server.BEGIN_PATIENCE = %r, %r
 from sorrel import main
 sys.exit(main.main(sys.argv[1:]))
 '''
@@ -32,10 +34,34 @@ def is_alive(pid):
     return state != 'Z'
 
 
+def hostile_bodies():
+    """Of messages that take very long, or much memory, to find out about when they are read."""
+    yield '[%s]' % ('9' * 3000000)
+    yield '[0.%s]' % ('9' * 3000000)
+    yield '[' + '[],' * 34000 + '"'
+    yield '[' + '[],' * 5000000 + '[]]'
+    yield '[' + '{},' * 5000000 + '{}]'
+    yield '[' + '0,' * 5000000 + '0]'
+    yield '{"type": "event", "x": "' + '\\' * 16000000
+    yield '{"type": "event", "x": "' + '\\"' * 8000000
+    yield '{"type": "event", "x": "' + '\\u0041' * 2000000 + '"}'
+    yield '"' * 16000000
+    yield '[' * 16000000
+    yield '{"":' * 4000000
+    yield ']' * 16000000
+
+
+def announced():
+    """What a program tells everybody, as it arrives."""
+    return json.loads(json.dumps(capabilities.announced()))
+
+
 class TestCase(harness.TestCase):
 
     def setUp(self):
         harness.TestCase.setUp(self)
+        # Programs that are killed leave their tokens there.
+        os.environ['XDG_RUNTIME_DIR'] = self.folder
         self._opened = []
 
     def tearDown(self):
@@ -48,7 +74,8 @@ class TestCase(harness.TestCase):
         return self.opened(Program(self.script(text, 'prog.py'), options, **how))
 
     def connect(self, program):
-        return self.opened(Client(program.port))
+        """A client that has said nothing yet, and knows the token."""
+        return self.opened(Client(program.port, program.token))
 
     def attach(self, program, *marks, **arguments):
         """A client whose breakpoints are on the lines with these marks; the program runs."""
@@ -71,11 +98,16 @@ class TestCase(harness.TestCase):
 class Process(object):
     """A process that ends with the test at the latest."""
 
-    def __init__(self, arguments, **streams):
+    def __init__(self, arguments, limit=None, **streams):
+        """limit: a limit of the system's for it, and what that is."""
+        def prepare():
+            os.setsid()
+            if limit is not None:
+                resource.setrlimit(*limit)
         environment = dict(os.environ, PYTHONUNBUFFERED='1')
         self.process = subprocess.Popen(
             [harness.launcher()] + arguments, env=environment, stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, preexec_fn=os.setsid, **streams)
+            stdout=subprocess.PIPE, preexec_fn=prepare, **streams)
         self.out = ''
 
     def wrote(self, text):
@@ -113,13 +145,17 @@ class Process(object):
 class Program(Process):
     """One that listens for clients."""
 
-    def __init__(self, path, options=(), args=(), patience=None):
+    def __init__(self, path, options=(), args=(), patience=None, begin_patience=60.0, limit=None):
         self.path = path
-        start = ['-m', 'sorrel.main'] if patience is None else ['-c', _HASTY % patience]
+        start = ['-m', 'sorrel.main'] if patience is None else [
+            '-c', _HASTY % (patience, begin_patience)]
         Process.__init__(self, start + ['serve', '--listen', '0'] + list(options) +
-                         ['--', path] + list(args), stderr=subprocess.PIPE)
+                         ['--', path] + list(args), limit, stderr=subprocess.PIPE)
         said = self.process.stderr.readline()
         self.port = int(re.match(r'sorrel: listening on 127\.0\.0\.1:(\d+)\n$', said).group(1))
+        said = self.process.stderr.readline()
+        self.token, self.token_path = re.match(
+            r'sorrel: token (\w+), also in (.*)\n$', said).groups()
 
     def line(self, mark):
         """The number of the line with this mark."""
@@ -268,11 +304,22 @@ class Peer(object):
 class Client(Peer):
     """A client over a socket."""
 
-    def __init__(self, port):
+    def __init__(self, port, token=None):
+        """port: or the path of a socket. token: shown with every request to attach."""
         Peer.__init__(self)
-        self.socket = socket.create_connection(('127.0.0.1', port), PATIENCE)
-        self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        self._token = token
+        if isinstance(port, str):
+            self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+            self.socket.connect(port)
+        else:
+            self.socket = socket.create_connection(('127.0.0.1', port), PATIENCE)
+            self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self._send = self.socket.sendall
+
+    def request(self, command, arguments=None):
+        if command == 'attach' and self._token is not None and isinstance(arguments, dict):
+            arguments = dict(arguments, token=self._token)
+        return Peer.request(self, command, arguments)
 
     def _receive(self, seconds):
         self.socket.settimeout(seconds or 0.001)

@@ -272,6 +272,9 @@ process.on('exit', () => {
     }
 });
 
+// Programs that are killed leave their tokens there.
+process.env.XDG_RUNTIME_DIR = scratch();
+
 // A new folder, gone after the tests.
 function scratch() {
     const folder = fs.mkdtempSync(path.join(fs.realpathSync(os.tmpdir()), 'morvik-'));

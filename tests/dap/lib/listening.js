@@ -9,8 +9,8 @@ const PATIENCE = Number(process.env.MORVIK_TEST_PATIENCE || 60) * 1000;
 
 class Listening {
     // options: words for "./morvik run" besides --listen.
-    constructor(file, options = [], args = []) {
-        this.process = spawn(MORVIK, ['run', '--listen', '0', ...options, file, ...args], {
+    constructor(file, options = [], args = [], place = '0') {
+        this.process = spawn(MORVIK, ['run', '--listen', place, ...options, file, ...args], {
             stdio: ['pipe', 'pipe', 'pipe'] });
         this.out = '';
         this.err = '';
@@ -24,9 +24,17 @@ class Listening {
 
     // The port it listens at.
     async port() {
-        await until(() => /listening on 127\.0\.0\.1:\d+\n/.test(this.err),
-            () => `no port: ${this.err}`);
-        return Number(/listening on 127\.0\.0\.1:(\d+)\n/.exec(this.err)[1]);
+        return Number(await this.said(/listening on 127\.0\.0\.1:(\d+)\n/));
+    }
+
+    // The token that a client has to show where the adapter does not do it.
+    token() {
+        return this.said(/token (\w+), also in .*\n/);
+    }
+
+    async said(pattern) {
+        await until(() => pattern.test(this.err), () => `no ${pattern}: ${this.err}`);
+        return pattern.exec(this.err)[1];
     }
 
     async wrote(text) {

@@ -31,11 +31,11 @@ other.join()
 print 'over'
 `);
 
-// Runs a test with the service, called with its Listening and its port.
+// Runs a test with the service, called with its Listening, its port and its token.
 async function withService(use, options = []) {
     const service = new Listening(SERVICE, options);
     try {
-        await use(service, await service.port());
+        await use(service, await service.port(), await service.token());
     } finally {
         await service.kill();
     }
