@@ -163,7 +163,7 @@ class Clients(object):
         """In the child process."""
         status = 1
         try:
-            client = dap_session.Client(self._program.port)
+            client = dap_session.Client(self._program.port, self._program.token)
             try:
                 self._use(client, random, end)
                 if kind == 'disconnect':
