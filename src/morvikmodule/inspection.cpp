@@ -79,7 +79,8 @@ PyObject* entry_sub_language_get_active_hook(PyObject* /*self*/, PyObject* args)
 
 PyObject* entry_sub_language_get_frame_category(PyObject* /*self*/, PyObject* args) {
     PyObject* const frame = argument(args, 1);
-    const ThreadData* const record = named_record(args);
+    // What stands for the id may run code, which is not to run with an error pending.
+    const ThreadData* const record = frame != nullptr ? named_record(args) : nullptr;
     if (PyErr_Occurred() != nullptr) {
         return nullptr;
     }

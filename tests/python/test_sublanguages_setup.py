@@ -508,6 +508,16 @@ def fetch(value):
         self.assert_raises(IndexError, None, core.sub_language_get_frame_category, self.mine)
         self.assert_raises(IndexError, None, core.sub_language_get_frame_category)
 
+    def test_no_code_runs_once_an_argument_is_missing(self):
+        asked = []
+
+        class Id(object):
+            def __int__(self):
+                asked.append(1)
+                return 0
+        self.assert_raises(IndexError, None, core.sub_language_get_frame_category, Id())
+        self.assertEqual(asked, [])
+
     def test_key_code_of_another_hook_is_key_code(self):
         other = self.hook(GetMarkerFrames=[self.code("part")],
                           GetSubLanguageFrames=[self.code("page")])
