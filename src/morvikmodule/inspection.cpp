@@ -162,6 +162,13 @@ PyObject* entry_raise_exception(PyObject* /*self*/, PyObject* args) {
     if (PyArg_ParseTuple(args, "lO:raise_exception", &thread_id, &exception) == 0) {
         return nullptr;
     }
+    if (exception != Py_None && !PyExceptionInstance_Check(exception) &&
+        !PyExceptionClass_Check(exception)) {
+        return PyErr_Format(PyExc_TypeError,
+                            "exceptions must be old-style classes or derived from BaseException, "
+                            "not %s",
+                            Py_TYPE(exception)->tp_name);
+    }
     // What stands for the id may have run code that dropped the record.
     record = own_record();
     if (record == nullptr) {

@@ -23,7 +23,12 @@ bool raise_pending_exception() {
     const Ref exception = Ref::steal(record->pending_exc);
     record->pending_exc = nullptr;
     --core.pending_raise_count;
-    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.get())), exception.get());
+    if (PyExceptionInstance_Check(exception.get())) {
+        // The class of an old-style instance is not its type.
+        PyErr_SetObject(PyExceptionInstance_Class(exception.get()), exception.get());
+    } else {
+        PyErr_SetNone(exception.get());
+    }
     return true;
 }
 

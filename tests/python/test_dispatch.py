@@ -578,6 +578,28 @@ except ValueError as error:
                                   self.plant(ValueError("first"), ValueError("second")))
         self.assertEqual(variables["after"], 1)
 
+    def test_old_style_instances_and_classes_are_raised_as_the_raise_statement_does(self):
+        class Old:
+            pass
+        old = Old()
+        for exception, caught in ((old, Old), (Old, Old), (ValueError, ValueError),
+                                  (KeyboardInterrupt(), KeyboardInterrupt)):
+            self.server.init()
+            core.raise_exception(0, exception)
+            error = self.raise_planted(caught)
+            self.assertEqual(error.__class__, caught)
+            if exception is old:
+                self.assert_is(error, old)
+
+    def test_what_is_no_exception_is_refused_and_the_one_before_stays(self):
+        self.server.init()
+        core.raise_exception(0, ValueError("planted"))
+        for refused in (5, "text", u"text", (ValueError,), object(), int, sys):
+            self.assert_raises(
+                TypeError, "exceptions must be old-style classes or derived from BaseException, "
+                "not %s" % type(refused).__name__, core.raise_exception, 0, refused)
+        self.assertEqual(str(self.raise_planted(ValueError)), "planted")
+
     def test_thread_id_is_not_used(self):
         def plant(frame):
             core.raise_exception(123456789, ValueError("planted"))
@@ -651,9 +673,9 @@ except ValueError as error:
     def raise_planted(self, exception_class):
         try:
             core.trace_dispatch(sys._getframe(), "line", None)
-        except exception_class:
+        except exception_class as error:
             sys.exc_clear()
-            return
+            return error
         self.fail("not raised")
 
 
