@@ -10,6 +10,9 @@ namespace morvik {
 
 namespace {
 
+PyObject* out_of_memory_text = nullptr;
+unsigned reports = 0;
+
 PyObject* call_with_tuple(PyObject* callable, Ref args) {
     return args ? PyObject_Call(callable, args.get(), nullptr) : nullptr;
 }
@@ -94,6 +97,37 @@ const char* object_text(PyObject* object) {
         return "(NULL PyObject*)";
     }
     return PyString_Check(object) ? PyString_AS_STRING(object) : "(non-PyString PyObject*)";
+}
+
+PyObject* out_of_memory() {
+    if (out_of_memory_text != nullptr) {
+        PyErr_SetObject(PyExc_MemoryError, out_of_memory_text);
+    } else {
+        PyErr_NoMemory();
+    }
+    return nullptr;
+}
+
+int out_of_memory_init() {
+    if (out_of_memory_text == nullptr) {
+        out_of_memory_text = PyString_FromString("Out of memory");
+    }
+    return out_of_memory_text != nullptr ? 0 : -1;
+}
+
+void report_out_of_memory(const char* lost) {
+    ++reports;
+    dprintf(kLogCore, "OUT OF MEMORY: %s\n", lost);
+}
+
+unsigned out_of_memory_count() { return reports; }
+
+void drop_error(const char* lost) {
+    const bool of_memory = PyErr_Occurred() == PyExc_MemoryError;
+    PyErr_Clear();
+    if (of_memory) {
+        report_out_of_memory(lost);
+    }
 }
 
 void* python_library_symbol(const char* name) {

@@ -51,6 +51,18 @@ OwnedText string_dup(PyObject* object);
 // Text for diagnostic lines (borrowed); never fails.
 const char* object_text(PyObject* object);
 
+// Sets MemoryError "Out of memory", without allocating anything. Always nullptr.
+PyObject* out_of_memory();
+// Makes the text that it goes by. 0, or -1 with an error set.
+int out_of_memory_init();
+
+// Reports to the diagnostic output what is lost for want of memory, and counts it: whoever keeps
+// an answer for good asks whether the count is still the same.
+void report_out_of_memory(const char* lost);
+unsigned out_of_memory_count();
+// Clears the pending error. Where it is MemoryError, reports what is lost by it.
+void drop_error(const char* lost);
+
 // Address of an export of the running interpreter, or nullptr; sets no error.
 void* python_library_symbol(const char* name);
 

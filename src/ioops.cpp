@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
 #include "platform/platform.h"
@@ -34,7 +35,7 @@ OwnedInts socket_fds_from_list(PyObject* list, int* count) {
     const size_t size = std::max(*count, 1);
     OwnedInts fds(static_cast<int*>(malloc(size * sizeof(int))));
     if (!fds) {
-        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+        out_of_memory();
         return nullptr;
     }
     fds[0] = -1;

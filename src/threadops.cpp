@@ -69,7 +69,7 @@ ThreadData* thread_table_get_or_add(ThreadTable* table, PyThreadState* thread) {
     HashEntry* const entry =
         record != nullptr ? hash_create(&table->records, &thread, &is_new) : nullptr;
     if (entry == nullptr) {
-        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+        out_of_memory();
         if (record != nullptr) {
             thread_data_free(record);
         }

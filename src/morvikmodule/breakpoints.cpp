@@ -40,8 +40,7 @@ PyObject* entry_set_break(PyObject* /*self*/, PyObject* args) {
     const int64_t id =
         bp_set(&core.breakpoints, filename, line, enabled, temporary, cond, ignore_count);
     if (id == kNoBreakpoint) {
-        PyErr_SetString(PyExc_MemoryError, "Out of memory");
-        return nullptr;
+        return out_of_memory();
     }
     return PyInt_FromLong(id);
 }

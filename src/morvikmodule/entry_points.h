@@ -69,6 +69,9 @@ ThreadData* own_record();
 // None, or nullptr when a core operation left an error pending: it is the entry point's to raise.
 PyObject* none_unless_error();
 
+// What an entry point answers; an error that the interpreter itself set for want of memory says so.
+PyObject* naming_memory_error(PyObject* result);
+
 // Item `index` of the argument tuple (borrowed), or nullptr with IndexError set.
 PyObject* argument(PyObject* args, Py_ssize_t index);
 

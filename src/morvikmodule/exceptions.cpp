@@ -1,5 +1,6 @@
 // Entry points for the exception policy.
 #include "conames.h"
+#include "dbgcommon.h"
 #include "exceptops/catch_info.h"
 #include "exceptops/ignored_locations.h"
 #include "host/ref.h"
@@ -65,8 +66,12 @@ PyObject* entry_exception_loc_ignored(PyObject* /*self*/, PyObject* args) {
         PyArg_ParseTuple(args, "sO:tracer_exception_loc_ignored", &filename, &line) == 0) {
         return nullptr;
     }
+    const unsigned shortages = out_of_memory_count();
     const bool found = exception_loc_find(&core.ignored_locations, code_names.path_cache, filename,
                                           line) != nullptr;
+    if (!found && out_of_memory_count() != shortages) {
+        return out_of_memory();
+    }
     return PyErr_Occurred() == nullptr ? PyInt_FromLong(found) : nullptr;
 }
 

@@ -1,5 +1,6 @@
 // Entry points that give the debug server what Python code of this interpreter cannot reach: the
 // user, two calls on files, waiting for input, writing into buffers, a frame's locals.
+#include <cerrno>
 #include <cstring>
 
 #include "dbgcommon.h"
@@ -17,7 +18,8 @@ namespace {
 PyObject* decoded(const char* text) {
     const auto length = static_cast<Py_ssize_t>(strlen(text));
     PyObject* result = PyUnicode_DecodeUTF8(text, length, "strict");
-    if (result == nullptr && Py_FileSystemDefaultEncoding != nullptr) {
+    if (result == nullptr && PyErr_Occurred() != PyExc_MemoryError &&
+        Py_FileSystemDefaultEncoding != nullptr) {
         PyErr_Clear();
         result = PyUnicode_Decode(text, length, Py_FileSystemDefaultEncoding, "strict");
     }
@@ -42,7 +44,11 @@ class FileUse {
 }  // namespace
 
 PyObject* entry_GetUserName(PyObject* /*self*/, PyObject* /*args*/) {
+    errno = 0;
     const OwnedText name(user_name());
+    if (!name && errno == ENOMEM) {
+        return out_of_memory();
+    }
     PyObject* const result = name ? decoded(name.get()) : nullptr;
     if (result == nullptr && PyErr_Occurred() == nullptr) {
         PyErr_SetString(PyExc_OSError, "Unable to get user name");
@@ -54,9 +60,13 @@ PyObject* entry_GetUserAppDataPath(PyObject* /*self*/, PyObject* args) {
     if (PyArg_ParseTuple(args, ":GetUserAppDataPath") == 0) {
         return nullptr;
     }
+    errno = 0;
     const OwnedText folder(application_data_folder());
+    if (!folder && errno == ENOMEM) {
+        return out_of_memory();
+    }
     PyObject* const result = folder ? decoded(folder.get()) : nullptr;
-    if (result == nullptr) {
+    if (result == nullptr && PyErr_Occurred() != PyExc_MemoryError) {
         // A folder that cannot be named is as good as none.
         PyErr_Clear();
         return new_none();

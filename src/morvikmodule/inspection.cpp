@@ -10,11 +10,6 @@ namespace morvik {
 
 namespace {
 
-PyObject* out_of_memory() {
-    PyErr_SetString(PyExc_MemoryError, "Out of memory");
-    return nullptr;
-}
-
 // The record of the thread that argument 0 names; nullptr where there is none, with an error set
 // when the argument is no thread's id at all.
 ThreadData* named_record(PyObject* args) {
@@ -200,7 +195,11 @@ PyObject* entry_get_frame_file(PyObject* /*self*/, PyObject* args) {
     if (frame == nullptr) {
         return nullptr;
     }
+    const unsigned shortages = out_of_memory_count();
     const char* const file = LookupCOPathname(&code_names, frame);
+    if (out_of_memory_count() != shortages) {
+        return out_of_memory();  // what was found may be a poorer name
+    }
     return file != nullptr ? PyString_FromString(file) : new_none();
 }
 
