@@ -54,10 +54,14 @@ void dprintf_write(const char* format, ...) {
     Ref text = Ref::steal(PyString_FromFormatV(format, args));
     va_end(args);
     if (!text) {
+        PyErr_Clear();
         text = Ref::steal(PyString_FromString("DPRINTF error: unable to create output string\n"));
     }
-    if (text) {
-        PyFile_WriteObject(text.get(), file.get(), Py_PRINT_RAW);
+    if (!text) {
+        return;
+    }
+    if (PyFile_WriteObject(text.get(), file.get(), Py_PRINT_RAW) != 0) {
+        PyErr_Clear();  // the flush is not to run with it
     }
     // A failed write or flush is not the program's business. The former's error is dropped before
     // the code of the latter runs, the latter's with keep_error.
