@@ -35,8 +35,15 @@ const char* entry_name(PyObject* entry) {
 
 // The registry's entry of a code object (borrowed), or nullptr.
 PyObject* find_entry(CodeNameRegistry* registry, PyCodeObject* code) {
+    if (registry->names == nullptr) {
+        return nullptr;
+    }
     const Ref key = Ref::steal(PyLong_FromVoidPtr(code));
-    return key && registry->names != nullptr ? PyDict_GetItem(registry->names, key.get()) : nullptr;
+    if (!key) {
+        drop_error("the name of a code object was not looked up");
+        return nullptr;
+    }
+    return PyDict_GetItem(registry->names, key.get());
 }
 
 struct GarbageBatch {
@@ -113,8 +120,8 @@ int store_entry(CodeNameRegistry* registry, PyCodeObject* code, const char* path
         PyString_InternImmortal(&name);
     }
     const Ref held_name = Ref::steal(name);
-    const Ref entry = held_name ? Ref::steal(PyTuple_Pack(2, name, Py_None)) : Ref();
-    if (!key || !entry) {
+    const Ref entry = key && held_name ? Ref::steal(PyTuple_Pack(2, name, Py_None)) : Ref();
+    if (!entry) {
         return -1;
     }
     Ref code_reference =
@@ -159,6 +166,7 @@ bool is_preferable(const char* module_file, const char* code_file) {
     }
     const OwnedText source(strdup(module_file));
     if (!source) {
+        report_out_of_memory("the name of a module's file");
         return false;
     }
     strip_compiled_suffix(source.get());
@@ -287,13 +295,20 @@ int registry_init(CodeNameRegistry* registry, PathCache* path_cache) {
     registry->names = nullptr;
     registry->gc_counter = 0;
     registry->path_cache = path_cache;
-    registry->file_key = PyString_FromString("__file__");
+    registry->file_key = nullptr;
     registry->rel_buf[0] = '\0';
-    if (registry->file_key == nullptr) {
+    if (registry_complete(registry) != 0) {
         PyErr_Clear();
         return -1;
     }
     return 0;
+}
+
+int registry_complete(CodeNameRegistry* registry) {
+    if (registry->file_key == nullptr) {
+        registry->file_key = PyString_FromString("__file__");
+    }
+    return registry->file_key != nullptr ? 0 : -1;
 }
 
 void CollectGarbage(CodeNameRegistry* registry) {
@@ -339,8 +354,13 @@ int register_pathname(CodeNameRegistry* registry, PyCodeObject* code, const char
     }
     const PendingErrorGuard drop_errors;
     if (registry->names == nullptr) {
-        registry->names = PyDict_New();
+        // Making it may run code that makes it, too.
+        const Ref names = Ref::steal(PyDict_New());
         if (registry->names == nullptr) {
+            set_slot(registry->names, names.get());
+        }
+        if (registry->names == nullptr) {
+            drop_error("the name of a code object");
             return -1;
         }
     }
@@ -351,6 +371,7 @@ int register_pathname(CodeNameRegistry* registry, PyCodeObject* code, const char
         }
     }
     if (store_entry(registry, code, pathname) != 0) {
+        drop_error("the name of a code object");
         return -1;
     }
     return register_nested(registry, code, pathname, force);

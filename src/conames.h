@@ -54,6 +54,9 @@ inline bool is_recently_registered(const CodeNameRegistry* registry, const PyCod
 }
 inline void count_registry_call(CodeNameRegistry* registry) { ++registry->gc_counter; }
 
+// Makes what registry_init() had no memory for. 0, or -1 with an error set.
+int registry_complete(CodeNameRegistry* registry);
+
 // The full path of a frame's file, its relative name when it has no full one, "<cframe>" for
 // anything but a frame; nullptr when the look-up failed.
 const char* LookupCOPathname(CodeNameRegistry* registry, PyFrameObject* frame);

@@ -37,17 +37,20 @@ void count_imported_file(PyObject* module) {
                                : nullptr;
     if (file != nullptr && PyString_Check(file)) {
         int is_new = 0;
-        hash_create(&core.imported_files, PyString_AS_STRING(file), &is_new);
+        if (hash_create(&core.imported_files, PyString_AS_STRING(file), &is_new) == nullptr) {
+            report_out_of_memory("a module file was not counted");
+        }
     }
 }
 
-void call_import_cb(PyObject* module) {
+// An error that it leaves is set. False with an error set where it could not be called.
+bool call_import_cb(PyObject* module) {
     if (core.import_cb_active != 0 || core.callbacks.import_cb == Py_None) {
-        return;
+        return true;
     }
     const Ref args = Ref::steal(PyTuple_Pack(1, module));
     if (!args) {
-        return;
+        return false;
     }
     const Ref callback = Ref::share(core.callbacks.import_cb);
     core.import_cb_active = 1;
@@ -59,6 +62,7 @@ void call_import_cb(PyObject* module) {
         refresh_key_frames(record->sub_lang_hook);
     }
     core.import_cb_active = 0;
+    return true;
 }
 
 // What the hook does after the import proper, with this thread's events held back.
@@ -67,7 +71,9 @@ void follow_import(PyObject* module) {
     add_to_tracing(thread, 1);
     if (module != nullptr) {
         resolve_module(&core.breakpoints, module);
-        call_import_cb(module);
+        if (!call_import_cb(module)) {
+            drop_error("import_cb was not called");
+        }
     } else {
         dprintf(kLogCore, "IMPORT HOOK returning NULL\n");
         dprintf_exception();
@@ -84,6 +90,9 @@ void register_loaded_modules(FirstError* errors) {
             : Ref();
     const Ref list = values ? Ref::steal(PySequence_List(values.get())) : Ref();
     if (!list) {
+        if (PyErr_Occurred() == PyExc_MemoryError) {
+            errors->collect();
+        }
         PyErr_Clear();
         return;
     }
@@ -108,7 +117,7 @@ void register_main_script() {
         const char* const name = string_chars(script.get());
         __tracer_resolve_bp_filenames(&core.breakpoints, name);
     }
-    PyErr_Clear();
+    drop_error("the main script's name was not registered");
 }
 
 }  // namespace
@@ -121,7 +130,9 @@ void install_import_hook() {
     }
     const Ref hook = Ref::steal(PyObject_GetAttrString(core.module, "__import__"));
     if (!hook) {
-        PyErr_Clear();
+        if (PyErr_Occurred() == PyExc_AttributeError) {
+            PyErr_Clear();
+        }
         return;
     }
     const Ref module_name = Ref::steal(PyString_FromString("__builtin__"));
@@ -137,11 +148,13 @@ void install_import_hook() {
                         "The default import hook cannot be equal to our import hook");
         return;
     }
-    set_slot(core.import_hook, hook.get());
     const PyFrameObject* const frame = current_thread_state()->frame;
-    if (frame != nullptr) {
-        PyDict_SetItemString(frame->f_builtins, "__import__", hook.get());
-    } else {
+    if (frame != nullptr &&
+        PyDict_SetItemString(frame->f_builtins, "__import__", hook.get()) != 0) {
+        return;
+    }
+    set_slot(core.import_hook, hook.get());
+    if (frame == nullptr) {
         dprintf(kLogCore, "Did not install __import__ hook: no PyFrame found\n");
     }
     dprintf(kLogCore, "********************* DONE INSTALLING TRACE HOOK ***********************\n");
@@ -220,8 +233,15 @@ int __tracer_detect_module_reloads(PyCodeObject* code) {
         return 0;
     }
     const Ref path = Ref::steal(PyString_FromString(file));
-    if (!path ||
-        (core.new_imports != nullptr && PyList_Append(core.new_imports, path.get()) != 0)) {
+    if (!path) {
+        return -1;
+    }
+    // Making the list may run code that makes it, too.
+    const Ref fresh = core.new_imports == nullptr ? Ref::steal(PyList_New(0)) : Ref();
+    if (core.new_imports == nullptr) {
+        set_slot(core.new_imports, fresh.get());
+    }
+    if (core.new_imports == nullptr || PyList_Append(core.new_imports, path.get()) != 0) {
         return -1;
     }
     dprintf(kLogCore, "ADDED TO MODULE LIST\n");
@@ -229,13 +249,11 @@ int __tracer_detect_module_reloads(PyCodeObject* code) {
 }
 
 PyObject* take_new_imports() {
-    PyObject* const taken = core.new_imports;
-    core.new_imports = PyList_New(0);
-    if (taken == nullptr) {
-        PyErr_SetString(PyExc_MemoryError, "Out of memory");
-    } else {
-        PyErr_Clear();
+    if (core.new_imports == nullptr) {
+        return PyList_New(0);
     }
+    PyObject* const taken = core.new_imports;
+    core.new_imports = nullptr;
     return taken;
 }
 

@@ -30,7 +30,7 @@ int register_module_code(PyFrameObject* frame);
 // Reports the file of module code that runs, unless it is no module's. 0, or -1 with an error set.
 int __tracer_detect_module_reloads(PyCodeObject* code);
 
-// The paths reported since the last call, as a list; nullptr with MemoryError set.
+// The paths reported since the last call, as a list; nullptr with an error set.
 PyObject* take_new_imports();
 
 }  // namespace morvik

@@ -1,6 +1,7 @@
 #include "tracercore/state.h"
 
 #include "bpops/matching.h"
+#include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
 #include "platform/platform.h"
@@ -49,7 +50,7 @@ bool make_mutex() {
         core.mutex_owner = kNoOwner;
     }
     if (core.mutex == nullptr) {
-        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+        out_of_memory();
     }
     return core.mutex != nullptr;
 }
@@ -63,13 +64,54 @@ void renew_mutex_in_child() {
     }
 }
 
-// Fetches an attribute into an owning slot; a missing one leaves it empty.
-void fetch_attribute(PyObject*& slot, PyObject* object, const char* name) {
+// Fetches an attribute into an owning slot. False with an error set.
+bool fetch_attribute(PyObject*& slot, PyObject* object, const char* name) {
     const Ref value = Ref::steal(PyObject_GetAttrString(object, name));
-    if (!value) {
-        PyErr_Clear();
+    if (value) {
+        set_slot(slot, value.get());
     }
-    set_slot(slot, value.get());
+    return static_cast<bool>(value);
+}
+
+// The same for one that a program may have taken away; the slot is empty then.
+bool fetch_if_there(PyObject*& slot, PyObject* object, const char* name) {
+    if (!fetch_attribute(slot, object, name)) {
+        if (PyErr_Occurred() != PyExc_AttributeError) {
+            return false;
+        }
+        PyErr_Clear();
+        clear_slot(slot);
+    }
+    return true;
+}
+
+bool fetch_objects(PyObject* module) {
+    set_slot(core.module, module);
+    if (!fetch_attribute(core.trace_dispatch, module, "trace_dispatch")) {
+        return false;
+    }
+    const Ref sys_module = Ref::steal(PyImport_ImportModule("sys"));
+    if (!sys_module) {
+        return false;
+    }
+    set_slot(core.sys_module, sys_module.get());
+    return fetch_if_there(core.sys_settrace, sys_module.get(), "settrace") &&
+           fetch_if_there(core.sys_exc_info, sys_module.get(), "exc_info");
+}
+
+// What could not be made when the module was imported.
+bool complete_module() {
+    if (out_of_memory_init() != 0) {
+        return false;
+    }
+    if (code_names.path_cache == nullptr) {
+        code_names.path_cache = path_cache_new();
+    }
+    if (code_names.path_cache == nullptr) {
+        out_of_memory();
+        return false;
+    }
+    return registry_complete(&code_names) == 0;
 }
 
 // What was found out about a code object by its file's name.
@@ -78,27 +120,23 @@ void forget_code(PyCodeObject* code) {
     bp_forget_passed(&core.breakpoints);
 }
 
-void init_breakpoints() {
+bool init_breakpoints() {
     code_names.forgotten = forget_code;
     if (core.initialised) {
         bp_table_reset(&core.breakpoints, &code_names);
     } else {
         bp_table_init(&core.breakpoints, &code_names);
     }
+    if (core.breakpoints.file_key == nullptr) {
+        out_of_memory();
+    }
+    return core.breakpoints.file_key != nullptr;
 }
 
 void clear_exception_policy() {
     clear_slot(core.always_stop_excepts);
     clear_slot(core.never_stop_excepts);
     clear_slot(core.ignored_handlers);
-}
-
-void empty_new_imports() {
-    clear_slot(core.new_imports);
-    core.new_imports = PyList_New(0);
-    if (core.new_imports == nullptr) {
-        PyErr_Clear();
-    }
 }
 
 void reset_policies() {
@@ -123,28 +161,21 @@ int core_init(const CoreSettings& settings) {
     } else {
         thread_table_init(&core.threads);
     }
-    if (!make_mutex()) {
+    if (!make_mutex() || !complete_module() || !fetch_objects(settings.module)) {
         return 0;
     }
-    set_slot(core.module, settings.module);
-    fetch_attribute(core.trace_dispatch, settings.module, "trace_dispatch");
-    const Ref sys_module = Ref::steal(PyImport_ImportModule("sys"));
-    if (!sys_module) {
-        return 0;
-    }
-    set_slot(core.sys_module, sys_module.get());
-    fetch_attribute(core.sys_settrace, core.sys_module, "settrace");
-    fetch_attribute(core.sys_exc_info, core.sys_module, "exc_info");
     reset_policies();
     core.idle_event_count = 0;
     core.idle_check_interval = kIdleCheckInterval;
     core.next_idle_time = 0;
     clear_exception_policy();
-    init_breakpoints();
+    if (!init_breakpoints()) {
+        return 0;
+    }
     exception_locs_clear(&core.ignored_locations);
     catch_info_store_clear(&core.catch_info);
     clear_slot(core.catch_info.catch_dict);
-    empty_new_imports();
+    clear_slot(core.new_imports);
     core.import_cb_active = 0;
     core.import_hook_depth = 0;
     hash_delete_table(&core.imported_files);
@@ -169,7 +200,7 @@ void core_reset() {
     core.pending_raise_count = 0;
     exception_locs_clear(&core.ignored_locations);
     bp_table_reset(&core.breakpoints, &code_names);
-    empty_new_imports();
+    clear_slot(core.new_imports);
     reset_policies();
     clear_exception_policy();
     catch_info_store_clear(&core.catch_info);

@@ -85,7 +85,7 @@ struct CoreState {
     Callbacks callbacks;
 
     PyObject* import_hook;  // the module's own __import__ once it is installed
-    PyObject* new_imports;  // paths of modules loaded or reloaded; nullptr only out of memory
+    PyObject* new_imports;  // paths of modules loaded or reloaded; nullptr for none
     int import_cb_active;   // 1 while import_cb runs: no step stops then
     int import_hook_depth;
 
@@ -113,9 +113,9 @@ struct CoreSettings {
 };
 
 // Sets the core up with tracing off and installs the import hook. 1, or 0 with an error set when
-// the sys module cannot be imported or no mutex can be made. What an earlier call was given stays
-// referenced unless given again: a thread may still be inside it. With 1 an error may be set: the
-// import hook was refused.
+// something that it needs cannot be made or found: it can be called again then. What an earlier
+// call was given stays referenced unless given again: a thread may still be inside it. With 1 an
+// error may be set: the import hook was refused.
 int core_init(const CoreSettings& settings);
 
 // Tracing off, tables and policy settings back to their defaults; callbacks, idle period,
