@@ -107,6 +107,12 @@ class FirstError {
             PyErr_Clear();
         }
     }
+    // Forgets the error kept, in favour of the pending one.
+    void drop() {
+        Py_CLEAR(type_);
+        Py_CLEAR(value_);
+        Py_CLEAR(traceback_);
+    }
 
   private:
     PyObject* type_ = nullptr;

@@ -30,20 +30,19 @@ bool is_live_thread(const PyThreadState* thread) {
 
 // The frames on a thread's stack, innermost first, as a new list. Logging and releasing objects
 // run Python code, during which the thread may go on and its frames go away: whoever does either
-// works on this list. Empty for a thread that has ended; nullptr (no error set) out of memory.
+// works on this list. Empty for a thread that has ended; nullptr out of memory, which is reported.
 Ref frames_of_thread(const PyThreadState* thread) {
     // Making the list may run a garbage collection, and so anything: look at the thread after it.
     Ref frames = Ref::steal(PyList_New(0));
     if (frames && is_live_thread(thread)) {
         for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
             if (PyList_Append(frames.get(), as_object(frame)) != 0) {
+                frames = Ref();
                 break;
             }
         }
     }
-    if (PyErr_Occurred() != nullptr) {
-        PyErr_Clear();
-    }
+    drop_error("the frames of a thread were passed over");
     return frames;
 }
 
@@ -58,9 +57,7 @@ void for_each_thread(void (*operation)(PyThreadState*)) {
             break;
         }
     }
-    if (PyErr_Occurred() != nullptr) {
-        PyErr_Clear();
-    }
+    drop_error("threads were passed over");
     for (Py_ssize_t i = 0; threads && i < PyList_GET_SIZE(threads.get()); ++i) {
         auto* const thread =
             static_cast<PyThreadState*>(PyLong_AsVoidPtr(PyList_GET_ITEM(threads.get(), i)));
@@ -70,11 +67,14 @@ void for_each_thread(void (*operation)(PyThreadState*)) {
     }
 }
 
-// The canonical name of a frame's file, or nothing.
+// The canonical name of a frame's file; nothing out of memory, which is reported.
 OwnedText canonical_file_name(PyFrameObject* frame) {
     const char* const file = LookupCOPathname(&code_names, frame);
     // A relative name would be overwritten by the next look-up.
     OwnedText copy(file != nullptr ? strdup(file) : nullptr);
+    if (!copy) {
+        report_out_of_memory("the name of a frame's file");
+    }
     const char* const full = copy && code_names.path_cache != nullptr
                                  ? full_path(code_names.path_cache, copy.get())
                                  : nullptr;
@@ -91,7 +91,7 @@ PyObject* main_function_name(PyFrameObject* frame) {
     const bool started_here = is_bootstrap_frame(caller) || is_internal_frame(caller) > 0;
     PyObject* const name =
         started_here && is_internal_frame(frame) == 0 ? frame->f_code->co_name : nullptr;
-    PyErr_Clear();
+    drop_error("the name of a thread was not found out");
     return name;
 }
 
@@ -127,12 +127,20 @@ int start_trace() {
     }
     core.event_count = 0;
     core.tracing = 1;
+    const unsigned shortages = out_of_memory_count();
     FirstError errors;
     scan_loaded_modules();
     errors.collect();
     for_each_thread(insert_into_thread);
     set_trace_for_current_thread(1);
-    call_install_thread_hooks(1);
+    if (out_of_memory_count() == shortages) {
+        call_install_thread_hooks(1);
+        return 1;
+    }
+    // Half of it is worth nothing.
+    __tracer_stop_trace();
+    errors.drop();
+    out_of_memory();
     return 1;
 }
 
@@ -147,7 +155,7 @@ void __tracer_stop_trace() {
 void insert_into_thread(PyThreadState* thread) {
     ThreadData* record = thread_table_get_or_add(&core.threads, thread);
     if (record == nullptr) {
-        PyErr_Clear();
+        drop_error("a thread was passed over");
         return;
     }
     const Ref old_curr_frame = Ref::steal(record->curr_frame);
@@ -162,7 +170,7 @@ void insert_into_thread(PyThreadState* thread) {
     }
     record = thread_table_find(&core.threads, thread);
     if (record != nullptr) {
-        record->frames_hooked = 1;
+        record->frames_hooked = frames ? 1 : 0;  // else at the thread's next event
         if (record->thread_name == nullptr) {
             record->thread_name = new_none();
         }
@@ -187,7 +195,7 @@ void remove_from_thread(PyThreadState* thread) {
 int set_trace_for_current_thread(int on) {
     ThreadData* const record = thread_table_get_or_add(&core.threads, current_thread_state());
     if (record == nullptr) {
-        PyErr_Clear();
+        drop_error("a thread's trace function was not changed");
         return 1;
     }
     if (record->trace_installed == on) {
@@ -233,7 +241,11 @@ bool is_bootstrap_frame(PyFrameObject* frame) {
 
 int is_internal_frame(PyFrameObject* frame) {
     const OwnedText file = canonical_file_name(frame);
-    if (!file || *file == '\0') {
+    if (!file) {
+        out_of_memory();
+        return -1;
+    }
+    if (*file == '\0') {
         return 0;
     }
     const Ref name = Ref::steal(PyString_FromString(file.get()));

@@ -10,7 +10,8 @@ namespace morvik {
 
 // Turns tracing on, puts the trace into every frame of every thread and installs it natively in
 // the calling one; others follow at their next event. Returns 1; an error that the server's hooks
-// callback left is set. Runs Python code.
+// callback left is set. Tracing is off again, and MemoryError set, where memory did not suffice.
+// Runs Python code.
 int start_trace();
 
 // Turns tracing off and takes the trace out of every frame of every thread; the native trace
