@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -52,11 +53,21 @@ void record_failure(PathCache* cache, const char* path) {
     }
 }
 
+// Whether a call just made failed for want of memory, which is reported then.
+bool ran_out_of_memory() {
+    if (errno != ENOMEM) {
+        return false;
+    }
+    report_out_of_memory("a file name");
+    return true;
+}
+
 // Keeps a malloc()ed value under a path. Without memory for that the value is freed.
 void* store(HashTable* table, const char* path, void* value) {
     int is_new = 0;
     HashEntry* const entry = value != nullptr ? hash_create(table, path, &is_new) : nullptr;
     if (entry == nullptr) {
+        report_out_of_memory("a file name");
         free(value);
         return nullptr;
     }
@@ -74,16 +85,23 @@ ShortName* cached_short_name(PathCache* cache, const char* path) {
     if (failed_lately(cache, path)) {
         return nullptr;
     }
+    errno = 0;
     const OwnedText full(absolute_path(path));
+    if (!full && ran_out_of_memory()) {
+        return nullptr;
+    }
     if (!full || failed_lately(cache, full.get())) {
         record_failure(cache, path);
         return nullptr;
     }
     FileIdentity identity = {};
+    errno = 0;
     const OwnedText buffer = new_path_buffer();
     if (!buffer || !short_path_name(full.get(), buffer.get(), &identity, path_log())) {
-        record_failure(cache, path);
-        record_failure(cache, full.get());
+        if (!ran_out_of_memory()) {
+            record_failure(cache, path);
+            record_failure(cache, full.get());
+        }
         return nullptr;
     }
     const size_t size = strlen(buffer.get()) + 1;
@@ -98,8 +116,14 @@ ShortName* cached_short_name(PathCache* cache, const char* path) {
 // Finds out again what the file system knows a file by. A cached identity may be another file's
 // by now: what is left of a file that was replaced is given to the next new one.
 bool refresh_identity(ShortName* name) {
+    errno = 0;
     const OwnedText buffer = new_path_buffer();
-    return buffer && short_path_name(text_of(name), buffer.get(), &name->identity, path_log());
+    const bool found =
+        buffer && short_path_name(text_of(name), buffer.get(), &name->identity, path_log());
+    if (!found) {
+        ran_out_of_memory();
+    }
+    return found;
 }
 
 bool is_one_file(ShortName* a, ShortName* b) {
@@ -121,6 +145,7 @@ bool same_source_name(const char* a, const char* b) {
         const size_t length = strlen(names[i]);
         cut[i].reset(strdup(names[i]));
         if (!cut[i]) {
+            report_out_of_memory("a file name");
             return false;
         }
         if (length > kSuffixLength &&
@@ -162,13 +187,16 @@ const char* full_path(PathCache* cache, const char* path) {
         dprintf(kLogFiles, "Found hash for %s -> %s\n", path, name);
         return name;
     }
+    errno = 0;
     const OwnedText full(is_pseudo_name(path) ? strdup(path) : absolute_path(path));
     if (!full) {
+        ran_out_of_memory();
         return nullptr;
     }
     dprintf(kLogFiles, "full_path = %s\n", full.get());
     const OwnedText buffer = new_path_buffer();
     if (!buffer) {
+        report_out_of_memory("a file name");
         return nullptr;
     }
     const bool spelled =

@@ -19,8 +19,11 @@ Ref condition_code(BreakpointRecord* record) {
     if (record->cond_code == nullptr) {
         // Compiling allocates, so that a collection may run and change the condition.
         const OwnedText text(strdup(record->cond));
-        const Ref code =
-            Ref::steal(text ? Py_CompileString(text.get(), "<string>", Py_eval_input) : nullptr);
+        if (!text) {
+            out_of_memory();
+            return Ref();
+        }
+        const Ref code = Ref::steal(Py_CompileString(text.get(), "<string>", Py_eval_input));
         if (!code || record->cond == nullptr || strcmp(text.get(), record->cond) != 0) {
             return Ref::share(code.get());
         }
@@ -67,10 +70,15 @@ Condition evaluate_condition(BreakpointRecord* record, const Location& location)
     const Ref result = location.hook == nullptr ? evaluate_in_python(record, location.frame)
                                                 : evaluate_in_sub_language(record, location);
     if (!result || PyErr_Occurred() != nullptr) {
+        if (PyErr_Occurred() == nullptr) {
+            out_of_memory();  // not every part of the compiler says so
+        }
+        drop_error("the value of a condition");
         return Condition::kCannotBeEvaluated;
     }
     const int truth = PyObject_IsTrue(result.get());
     if (truth < 0) {
+        drop_error("the value of a condition");
         return Condition::kCannotBeEvaluated;
     }
     return truth != 0 ? Condition::kHolds : Condition::kFails;
@@ -133,13 +141,20 @@ bool translate(Location* location, int event) {
         Ref::steal(PyObject_CallMethod(location->hook, const_cast<char*>("_StopHere"),
                                        const_cast<char*>("Oii"), frame, event, kStepOver));
     if (!wanted || PyObject_IsTrue(wanted.get()) != 1) {
+        drop_error("a place in a sub-language");
         return false;
     }
     location->translation = Ref::steal(PyObject_CallMethod(
         location->hook, const_cast<char*>("_TranslateFrame"), const_cast<char*>("Oi"), frame, 0));
     // There may be more to it than file and line.
-    const Ref place = Ref::steal(PyTuple_GetSlice(location->translation.get(), 0, 2));
-    return place && PyArg_ParseTuple(place.get(), "si", &location->file, &location->line) != 0;
+    const Ref place = location->translation
+                          ? Ref::steal(PyTuple_GetSlice(location->translation.get(), 0, 2))
+                          : Ref();
+    if (!place || PyArg_ParseTuple(place.get(), "si", &location->file, &location->line) == 0) {
+        drop_error("a place in a sub-language");
+        return false;
+    }
+    return true;
 }
 
 // The file of a frame of plain Python; a module that is seen for the first time resolves its
@@ -151,6 +166,9 @@ void find_code_file(BreakpointTable* table, Location* location) {
         // The next look-up, in a condition say, overwrites it.
         location->copy.reset(strdup(location->file));
         location->file = location->copy.get();
+        if (location->file == nullptr) {
+            report_out_of_memory("the name of a breakpoint's file");
+        }
     }
     dprintf(kLogBreakpoints, "CODE FILE %s\n", text_or_null(location->file));
     __tracer_resolve_bp_filenames(table, location->file);
@@ -183,6 +201,7 @@ int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* f
     }
     dprintf(kLogBreakpoints, "Found bp table entry for lineno %d\n", location.line);
     const BreakpointPin pin(table);
+    const unsigned shortages = out_of_memory_count();
     if (hook == nullptr) {
         find_code_file(table, &location);
     }
@@ -198,7 +217,7 @@ int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* f
             stop = 1;
         }
     }
-    if (!belongs) {
+    if (!belongs && out_of_memory_count() == shortages) {
         note_passed(table, location);
     }
     return stop;

@@ -18,6 +18,9 @@ const char* store_copy(BreakpointTable* owner, const char* key, const char* text
     int is_new = 0;
     OwnedText copy(strdup(text));
     HashEntry* const entry = hash_create(table, key, &is_new);
+    if (entry == nullptr || !copy) {
+        report_out_of_memory("the name of a module's file");
+    }
     if (entry == nullptr) {
         return nullptr;
     }
@@ -45,6 +48,9 @@ void resolve_waiting_breakpoints(BreakpointTable* table) {
             if (module_file != nullptr) {
                 bp_forget_passed(table);
                 record->module_filename = strdup(module_file);
+                if (record->module_filename == nullptr) {
+                    report_out_of_memory("the file of a breakpoint");
+                }
             }
         }
     }
@@ -93,7 +99,14 @@ void __tracer_resolve_bp_filenames(BreakpointTable* table, const char* module_fi
         return;
     }
     ++table->module_count;
+    const unsigned shortages = out_of_memory_count();
     resolve_waiting_breakpoints(table);
+    HashEntry* const entry = hash_find(&table->module_files, table->name_buf);
+    if (out_of_memory_count() != shortages && entry != nullptr) {
+        // Met again, it is new again: some breakpoint may still wait for it.
+        hash_delete_entry_and_value(entry);
+        --table->module_count;
+    }
     dprintf(kLogBreakpoints, "Done resolving\n");
 }
 
@@ -103,8 +116,13 @@ int find_bp_filename_synonyms(BreakpointTable* table, BreakpointRecord* record) 
         dprintf(kLogBreakpoints, "Not adding:  Already added before\n");
         return 1;
     }
+    const unsigned shortages = out_of_memory_count();
     const char* const modfile = find_module_for_file(table, record->user_filename);
     dprintf(kLogBreakpoints, "  modfile = %s\n", text_or_null(modfile));
+    if (modfile == nullptr && out_of_memory_count() != shortages) {
+        out_of_memory();
+        return 0;
+    }
     if (modfile == nullptr) {
         dprintf(kLogBreakpoints,
                 "No loaded module for the bp... exiting find_bp_filename_synonyms\n");
@@ -114,7 +132,7 @@ int find_bp_filename_synonyms(BreakpointTable* table, BreakpointRecord* record) 
     record->module_filename = strdup(modfile);
     dprintf(kLogBreakpoints, "bp->module_filename = %s\n", text_or_null(record->module_filename));
     if (record->module_filename == nullptr) {
-        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+        out_of_memory();
         return 0;
     }
     dprintf(kLogBreakpoints, "^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^^\n");

@@ -85,11 +85,6 @@ BreakpointRecord* first_of_file(BreakpointTable* table, const char* filename, in
     return next_of_file(bp_first_on_line(table, lineno), filename);
 }
 
-PyObject* out_of_memory() {
-    PyErr_SetString(PyExc_MemoryError, "Out of memory");
-    return nullptr;
-}
-
 // A description of a breakpoint under construction. Making the tuple may run Python code; filling
 // it does not, so that it shows the record at one moment.
 class Description {
@@ -353,7 +348,7 @@ PyObject* bp_get_file(BreakpointTable* table, const char* filename) {
 
 PyObject* bp_take_changed(BreakpointTable* table) {
     const Ref removed = Ref::steal(PyList_New(0));
-    const Ref changed = Ref::steal(PyList_New(0));
+    const Ref changed = removed ? Ref::steal(PyList_New(0)) : Ref();
     Ref pair =
         removed && changed ? Ref::steal(PyTuple_Pack(2, removed.get(), changed.get())) : Ref();
     const BreakpointPin pin(table);

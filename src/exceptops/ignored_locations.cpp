@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "dbgcommon.h"
 #include "host/ref.h"
 
 namespace morvik {
@@ -70,9 +71,14 @@ void exception_locs_clear(IgnoredLocations* table) {
 IgnoredLocation* exception_loc_add(IgnoredLocations* table, PathCache* cache, const char* filename,
                                    PyObject* line) {
     const int32_t key = exception_line_key(line);
+    const unsigned shortages = out_of_memory_count();
     IgnoredLocation* const known = find_by_key(table, cache, filename, key);
     if (known != nullptr) {
         return known;
+    }
+    if (out_of_memory_count() != shortages) {
+        out_of_memory();  // it may be there already
+        return nullptr;
     }
     auto* const location = static_cast<IgnoredLocation*>(calloc(1, sizeof(IgnoredLocation)));
     int is_new = 0;
@@ -87,7 +93,7 @@ IgnoredLocation* exception_loc_add(IgnoredLocations* table, PathCache* cache, co
         if (location != nullptr) {
             free_location(location);
         }
-        PyErr_SetString(PyExc_MemoryError, "Out of memory");
+        out_of_memory();
         return nullptr;
     }
     location->next = head_of(entry);
