@@ -323,7 +323,7 @@ int frame_parent_prints_exc(CatchInfoStore* store, PyFrameObject* frame) {
     int prints = 0;
     int parent = 0;
     if (!instance || get_prints_and_parent(store, instance.get(), &prints, &parent) != 0) {
-        PyErr_Clear();
+        drop_error("whether an exception is printed");
         return 0;
     }
     return prints != 0 && parent != 0 ? 1 : 0;

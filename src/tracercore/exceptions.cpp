@@ -60,10 +60,12 @@ HookAnswer ask_hook(PyObject* hook, PyFrameObject* frame) {
                                            const_cast<char*>("Oi"), as_object(frame), 1));
     }
     // There may be more to it than file and line.
-    const Ref place = Ref::steal(PyTuple_GetSlice(answer.translation.get(), 0, 2));
+    const Ref place =
+        answer.translation ? Ref::steal(PyTuple_GetSlice(answer.translation.get(), 0, 2)) : Ref();
     if (place && PyArg_ParseTuple(place.get(), "sO", &answer.file, &answer.line) == 0) {
         answer.file = nullptr;
     }
+    drop_error("an answer of a sub-language hook");
     return answer;
 }
 
@@ -72,7 +74,7 @@ bool is_quiet_location(const char* file, PyObject* line) {
     const bool quiet =
         exception_loc_find(&core.ignored_locations, code_names.path_cache, file, line) != nullptr ||
         is_sre_parse_probe(file, line_key) != 0;
-    PyErr_Clear();
+    drop_error("whether an exception is reported");
     return quiet;
 }
 
@@ -93,7 +95,7 @@ bool is_quiet_place(PyFrameObject* frame) {
     const char* const file = LookupCOPathname(&code_names, frame);
     const Ref line = Ref::steal(PyInt_FromLong(frame->f_lineno));
     if (file == nullptr || !line) {
-        PyErr_Clear();
+        drop_error("whether an exception is reported");
         return false;
     }
     return is_quiet_location(file, line.get());
@@ -229,7 +231,7 @@ HandlerResult exception_leaves_frame(PyFrameObject* frame, PyObject* exception) 
         frame_parent_prints_exc(&core.catch_info, frame) != 0) {
         const Ref reported = exception != nullptr ? Ref::share(exception) : handled_exception();
         if (!reported) {
-            PyErr_Clear();
+            drop_error("the report of an exception");
             return kEndTracing;
         }
         result = stop_at_exception(frame, reported.get());

@@ -34,7 +34,7 @@ Ref find(PyObject* dict, PyObject* key) {
 Ref ask_for_list(PyObject* hook, const char* method) {
     Ref answer = Ref::steal(PyObject_CallMethod(hook, const_cast<char*>(method), nullptr));
     if (!answer || !PyList_Check(answer.get()) || PyList_GET_SIZE(answer.get()) == 0) {
-        PyErr_Clear();
+        drop_error("an answer of a sub-language hook");
         return Ref();
     }
     return answer;
@@ -46,7 +46,7 @@ bool enter_codes(PyObject* dict, PyObject* codes, PyObject* hook) {
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(codes); ++i) {
         const Ref code = Ref::share(PyList_GET_ITEM(codes, i));
         if (PyDict_SetItem(dict, code.get(), hook) != 0) {
-            PyErr_Clear();
+            drop_error("code of a sub-language hook");
             return false;
         }
     }
@@ -62,7 +62,7 @@ bool set_up(PyObject* hook) {
     const Ref paths = ask_for_list(hook, "_GetModulePaths");
     const Ref module_paths = Ref::share(state().module_paths);
     if (!paths || !module_paths || PyDict_SetItem(module_paths.get(), hook, paths.get()) != 0) {
-        PyErr_Clear();
+        drop_error("paths of a sub-language hook");
         return false;
     }
     return refresh_key_frames(hook) != 0;
@@ -71,14 +71,14 @@ bool set_up(PyObject* hook) {
 void set_up_pending() {
     const Ref still_pending = Ref::steal(PyList_New(0));
     if (!still_pending) {
-        PyErr_Clear();
+        drop_error("sub-language hooks wait for the next call");
         return;
     }
     const Ref pending = Ref::share(state().pending);
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(pending.get()); ++i) {
         const Ref hook = Ref::share(PyList_GET_ITEM(pending.get(), i));
         if (!set_up(hook.get()) && PyList_Append(still_pending.get(), hook.get()) != 0) {
-            PyErr_Clear();
+            drop_error("sub-language hooks wait for the next call");
             return;
         }
     }
@@ -205,9 +205,10 @@ int register_sub_language_hook(PyObject* hook) {
         !make_container(&state().marker_codes, PyDict_New) ||
         !make_container(&state().module_paths, PyDict_New) ||
         !make_container(&state().key_codes, PyDict_New)) {
-        const PendingErrorGuard keep_error;
-        release_containers();
-        state().registered = 0;
+        if (state().registered == 0) {
+            const PendingErrorGuard keep_error;
+            release_containers();
+        }
         return -1;
     }
     if (PyList_Append(state().pending, hook) != 0) {
@@ -270,7 +271,7 @@ FrameCategory sub_language_category(const ThreadData* record, PyFrameObject* fra
     }
     const long category = implementation_category(hook.get(), frame);
     if (PyErr_Occurred() != nullptr) {
-        PyErr_Clear();
+        drop_error("the category of a frame");
         return kUnknownFrame;
     }
     return category != 0 ? kHiddenFrame : kUnknownFrame;
@@ -279,7 +280,7 @@ FrameCategory sub_language_category(const ThreadData* record, PyFrameObject* fra
 bool is_implementation_frame(const ThreadData* record, PyFrameObject* frame) {
     const Ref hook = Ref::share(active_hook(record));
     const long category = hook ? implementation_category(hook.get(), frame) : 0;
-    PyErr_Clear();
+    drop_error("the category of a frame");
     return category != 0;
 }
 
@@ -301,7 +302,7 @@ bool sub_language_stop_test(PyFrameObject* frame, int event) {
         Ref::steal(PyObject_CallMethod(hook.get(), const_cast<char*>("_StopHere"),
                                        const_cast<char*>("Oii"), as_object(frame), event, kind));
     const int stop = answer ? PyObject_IsTrue(answer.get()) : -1;
-    PyErr_Clear();
+    drop_error("a stop of a sub-language");
     if (stop < 0) {
         return false;
     }
