@@ -204,6 +204,7 @@ void core_reset() {
     reset_policies();
     clear_exception_policy();
     catch_info_store_clear(&core.catch_info);
+    sub_languages_reset();
 }
 
 void core_destroy() {

@@ -53,6 +53,52 @@ bool enter_codes(PyObject* dict, PyObject* codes, PyObject* hook) {
     return true;
 }
 
+// Whether a hook can still become active, or is.
+bool is_in_use(PyObject* hook) {
+    PyObject* other = nullptr;
+    Py_ssize_t position = 0;
+    while (PyDict_Next(state().marker_codes, &position, nullptr, &other) != 0) {
+        if (other == hook) {
+            return true;
+        }
+    }
+    HashSearch search;
+    for (HashEntry* entry = hash_first(&core.threads.records, &search); entry != nullptr;
+         entry = hash_next(&search)) {
+        if (static_cast<const ThreadData*>(hash_get_value(entry))->sub_lang_hook == hook) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Forgets hooks whose marker code is all another's now: a server that registers its hooks anew for
+// every session would leave each of them behind.
+void forget_superseded() {
+    const Ref module_paths = Ref::share(state().module_paths);
+    const Ref key_codes = Ref::share(state().key_codes);
+    const Ref hooks = module_paths ? Ref::steal(PyDict_Keys(module_paths.get())) : Ref();
+    const Ref codes = hooks && key_codes ? Ref::steal(PyDict_Keys(key_codes.get())) : Ref();
+    for (Py_ssize_t i = 0; codes && i < PyList_GET_SIZE(hooks.get()); ++i) {
+        PyObject* const hook = PyList_GET_ITEM(hooks.get(), i);
+        // What is dropped may run code that calls init().
+        if (state().marker_codes == nullptr || is_in_use(hook)) {
+            continue;
+        }
+        for (Py_ssize_t j = 0; j < PyList_GET_SIZE(codes.get()); ++j) {
+            PyObject* const code = PyList_GET_ITEM(codes.get(), j);
+            if (PyDict_GetItem(key_codes.get(), code) == hook &&
+                PyDict_DelItem(key_codes.get(), code) != 0) {
+                PyErr_Clear();
+            }
+        }
+        if (PyDict_DelItem(module_paths.get(), hook) != 0) {
+            PyErr_Clear();
+        }
+    }
+    drop_error("sub-language hooks that others have replaced are kept");
+}
+
 bool set_up(PyObject* hook) {
     const Ref markers = ask_for_list(hook, "_GetMarkerFrames");
     if (!markers || state().marker_codes == nullptr ||
@@ -81,6 +127,9 @@ void set_up_pending() {
             drop_error("sub-language hooks wait for the next call");
             return;
         }
+    }
+    if (PyList_GET_SIZE(still_pending.get()) < PyList_GET_SIZE(pending.get())) {
+        forget_superseded();
     }
     set_slot(state().pending,
              PyList_GET_SIZE(still_pending.get()) > 0 ? still_pending.get() : nullptr);
@@ -191,6 +240,21 @@ void sub_languages_init() {
     release_containers();
     hash_delete_table(&state().categories);
     hash_init(&state().categories, sizeof(PyCodeObject*));
+}
+
+void sub_languages_reset() {
+    const Ref pending = Ref::share(state().pending);
+    for (Py_ssize_t i = 0; pending && i < PyList_GET_SIZE(pending.get()); ++i) {
+        PyObject* const hook = PyList_GET_ITEM(pending.get(), i);
+        for (Py_ssize_t j = PyList_GET_SIZE(pending.get()) - 1; j > i; --j) {
+            // A reference is left at i: nothing is destroyed.
+            if (PyList_GET_ITEM(pending.get(), j) == hook &&
+                PyList_SetSlice(pending.get(), j, j + 1, nullptr) != 0) {
+                drop_error("sub-language hooks that are registered twice");
+                return;
+            }
+        }
+    }
 }
 
 void forget_category(PyCodeObject* code) {

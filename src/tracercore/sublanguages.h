@@ -31,6 +31,10 @@ enum FrameCategory {
 // Blank state.
 void sub_languages_init();
 
+// Keeps the hooks, those that still wait to be set up once each, however often they were
+// registered.
+void sub_languages_reset();
+
 // Forgets the implementation category of a code object.
 void forget_category(PyCodeObject* code);
 

@@ -100,6 +100,57 @@ class RegistrationTest(SubLanguageTestCase):
         self.assertEqual(len(pending.calls) > before, True)
 
 
+class SessionsTest(SubLanguageTestCase):
+    """A server that registers its hooks again for every session, which ends with reset()."""
+
+    def assert_steady(self, prepare):
+        if not hasattr(sys, "gettotalrefcount"):
+            self.skip("counts of references need a debug build")
+        counts = []
+        for turn in range(60):
+            prepare()
+            self.run_program()
+            core.reset()
+            core.set_autoquit(0)
+            self.server.stream.clear()
+            del self.server.hooks[:]
+            gc.collect()
+            counts.append(sys.gettotalrefcount())
+        grown = counts[-1] - counts[-31] - 30   # the counts themselves
+        if grown >= 30:
+            self.fail("references grow by %d in 30 sessions" % grown)
+
+    def test_new_hooks_take_the_place_of_old_ones(self):
+        self.assert_steady(lambda: self.register())
+
+    def test_the_same_hook(self):
+        hook = self.hook()
+
+        def register():
+            del hook.calls[:]
+            core.register_sub_language_hook(hook)
+        self.assert_steady(register)
+
+    def test_the_same_hook_that_is_never_set_up(self):
+        hook = self.hook(GetMarkerFrames=[])
+
+        def register():
+            del hook.calls[:]
+            core.register_sub_language_hook(hook)
+        self.assert_steady(register)
+
+    def test_hook_that_is_replaced_in_part_stays(self):
+        other = self.hook(GetMarkerFrames=[self.code("run"), self.code("fetch")])
+        core.register_sub_language_hook(other)
+        self.run_program()
+        self.register()
+        self.run_program()
+        reference = weakref.ref(other)
+        del other
+        gc.collect()
+        self.assert_is_not(reference(), None)
+
+
 class PendingTest(SubLanguageTestCase):
     """A hook is retried at every call event until it has said everything."""
 
