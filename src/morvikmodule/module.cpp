@@ -2,6 +2,7 @@
 #include "conames.h"
 #include "dbgcommon.h"
 #include "dprintf.h"
+#include "host/ref.h"
 #include "morvikmodule/entry_points.h"
 #include "tracercore/state.h"
 
@@ -231,7 +232,10 @@ void init_module() {
     module_object =
         Py_InitModule4("tmorvik26_vs2012_x64", methods, nullptr, nullptr, PYTHON_API_VERSION);
     if (module_object == nullptr) {
-        return;  // with the error set, so that the import fails and can be tried again
+        // The import fails, and can be tried again where nothing half made is left behind.
+        const PendingErrorGuard keep_error;
+        PyDict_DelItemString(PyImport_GetModuleDict(), "tmorvik26_vs2012_x64");
+        return;
     }
     thread_ident_init();
     // What there is no memory for now, init() makes.

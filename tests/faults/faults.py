@@ -45,6 +45,7 @@ WAYS = {"allocation": 1, "call": 2, "all": 3}
 # Functions of the interpreter that do not survive it when memory is refused to them, and why.
 INTERPRETERS_OWN = {
     "PyCode_Optimize": "returns no code and sets no error, which a debug build asserts",
+    "_PyObject_DebugReallocApi": "takes a block that is to shrink for one that cannot fail to",
     "do_ignore": "goes on making tuples with an error pending",
 }
 

@@ -334,11 +334,12 @@ void __wrap_PyEval_SetTrace(Py_tracefunc function, PyObject* object) {
 }
 
 PyObject* __wrap_PyObject_Call(PyObject* callable, PyObject* args, PyObject* keywords) {
-    if (morvik::error_is_pending("PyObject_Call") || morvik::call_fails()) {
+    // The interpreter's own import function, whose errors are the program's.
+    const bool is_import = PyCFunction_Check(callable);
+    if (!is_import && (morvik::error_is_pending("PyObject_Call") || morvik::call_fails())) {
         return nullptr;
     }
-    // The interpreter's own import function.
-    const Outside outside(PyCFunction_Check(callable));
+    const Outside outside(is_import);
     return PyObject_Call(callable, args, keywords);
 }
 
