@@ -103,7 +103,7 @@ PyObject* out_of_memory() {
     if (out_of_memory_text != nullptr) {
         PyErr_SetObject(PyExc_MemoryError, out_of_memory_text);
     } else {
-        PyErr_NoMemory();
+        PyErr_SetString(PyExc_MemoryError, "Out of memory");
     }
     return nullptr;
 }
