@@ -60,9 +60,7 @@ void dprintf_write(const char* format, ...) {
     if (!text) {
         return;
     }
-    if (PyFile_WriteObject(text.get(), file.get(), Py_PRINT_RAW) != 0) {
-        PyErr_Clear();  // the flush is not to run with it
-    }
+    PyFile_WriteObject(text.get(), file.get(), Py_PRINT_RAW);
     // A failed write or flush is not the program's business. The former's error is dropped before
     // the code of the latter runs, the latter's with keep_error.
     PyErr_Clear();
