@@ -45,14 +45,6 @@ inline PyFrameObject* as_frame(PyObject* object) {
     return reinterpret_cast<PyFrameObject*>(object);
 }
 
-// To be called before a frame gets its first trace function: the interpreter then takes the line
-// that it is at from the frame, where it was not kept up to date before.
-inline void update_line(PyFrameObject* frame) {
-    if (frame->f_lasti >= 0) {
-        frame->f_lineno = PyCode_Addr2Line(frame->f_code, frame->f_lasti);
-    }
-}
-
 // Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0. errno is kept.
 inline int exception_matches(PyObject* exception, PyObject* kinds) {
     // A class of the ordinary metaclass has no say in what its subclasses are.

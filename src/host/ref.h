@@ -55,6 +55,15 @@ inline void set_slot(PyObject*& slot, PyObject* object) {
     Py_XDECREF(old);
 }
 
+// Gives a frame its trace function. The interpreter takes the line that such a frame is at from the
+// frame, where it was not kept up to date before.
+inline void set_frame_trace(PyFrameObject* frame, PyObject* trace) {
+    if (frame->f_lasti >= 0) {
+        frame->f_lineno = PyCode_Addr2Line(frame->f_code, frame->f_lasti);
+    }
+    set_slot(frame->f_trace, trace);
+}
+
 // Empties an owning slot.
 inline void clear_slot(PyObject*& slot) {
     PyObject* const old = slot;

@@ -90,8 +90,7 @@ Outcome handle_call(PyFrameObject* frame) {
     }
     if (current_thread_state()->c_traceobj == core.trace_dispatch && is_frame(frame) &&
         frame->f_trace == nullptr) {
-        update_line(frame);
-        set_slot(frame->f_trace, core.trace_dispatch);
+        set_frame_trace(frame, core.trace_dispatch);
     }
     return {false, false};
 }

@@ -97,8 +97,7 @@ PyObject* main_function_name(PyFrameObject* frame) {
 
 void insert_into_frame(PyThreadState* thread, PyFrameObject* frame) {
     dprintf(kLogCore, "\tinserting into thread state %p; frame = %p\n", thread, frame);
-    update_line(frame);
-    set_slot(frame->f_trace, core.trace_dispatch);
+    set_frame_trace(frame, core.trace_dispatch);
     ThreadData* record = thread_table_find(&core.threads, thread);
     if (record == nullptr) {
         return;

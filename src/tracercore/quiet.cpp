@@ -111,9 +111,7 @@ void leave_traces(const PyThreadState* thread, PyFrameObject* frame, int event,
     if (event == kEventCall) {
         count_registry_call(&code_names);
         if (thread->c_traceobj == core.trace_dispatch && frame->f_trace == nullptr) {
-            update_line(frame);
-            Py_INCREF(core.trace_dispatch);
-            frame->f_trace = core.trace_dispatch;
+            set_frame_trace(frame, core.trace_dispatch);
         }
     } else if (event == kEventException) {
         const ErrnoGuard keep_errno;
