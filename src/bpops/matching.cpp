@@ -190,7 +190,7 @@ int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* f
         return 0;
     }
     const Ref held_hook = Ref::share(hook);
-    Location location = {frame, hook, Ref(), nullptr, nullptr, frame->f_lineno};
+    Location location = {frame, hook, Ref(), nullptr, nullptr, frame_line(frame)};
     if (hook != nullptr && !translate(&location, event)) {
         return 0;
     }

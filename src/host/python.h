@@ -45,6 +45,13 @@ inline PyFrameObject* as_frame(PyObject* object) {
     return reinterpret_cast<PyFrameObject*>(object);
 }
 
+// The line that a frame is at, as frame.f_lineno tells it. The field is kept up to date only in
+// frames with a trace function.
+inline int frame_line(const PyFrameObject* frame) {
+    return frame->f_trace != nullptr ? frame->f_lineno
+                                     : PyCode_Addr2Line(frame->f_code, frame->f_lasti);
+}
+
 // Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0. errno is kept.
 inline int exception_matches(PyObject* exception, PyObject* kinds) {
     // A class of the ordinary metaclass has no say in what its subclasses are.

@@ -172,7 +172,7 @@ PyObject* entry_step_over_line(PyObject* /*self*/, PyObject* /*args*/) {
     if (record == nullptr) {
         return nullptr;
     }
-    const int line = is_frame(record->curr_frame) ? as_frame(record->curr_frame)->f_lineno : -1;
+    const int line = is_frame(record->curr_frame) ? frame_line(as_frame(record->curr_frame)) : -1;
     return request_step_over(line, line);
 }
 

@@ -93,7 +93,7 @@ bool is_quiet_place(PyFrameObject* frame) {
         }
     }
     const char* const file = LookupCOPathname(&code_names, frame);
-    const Ref line = Ref::steal(PyInt_FromLong(frame->f_lineno));
+    const Ref line = Ref::steal(PyInt_FromLong(frame_line(frame)));
     if (file == nullptr || !line) {
         drop_error("whether an exception is reported");
         return false;

@@ -9,8 +9,11 @@ namespace morvik {
 namespace {
 
 bool in_line_range(const ThreadData* record, const PyFrameObject* frame) {
-    return record->line_first != -1 && record->line_first <= frame->f_lineno &&
-           frame->f_lineno <= record->line_last;
+    if (record->line_first == -1) {
+        return false;
+    }
+    const int line = frame_line(frame);
+    return record->line_first <= line && line <= record->line_last;
 }
 
 // Walking outward from a frame: was the stop frame left, so that the thread's bottom frame comes

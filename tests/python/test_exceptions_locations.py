@@ -301,6 +301,17 @@ class QuietLocationTest(ExceptionTestCase):
         self.assertEqual(self.run_code(compile(CAUGHT, path, "exec"), NEVER), [])
         self.assertEqual(lines[:2], [2, 7])
 
+    def test_line_of_a_frame_that_was_entered_untraced_is_the_one_that_it_is_at(self):
+        program = self.compiled(
+            "def f():\n"
+            "    x = 1\n"
+            "    core.add_to_tstate_tracing(-1) or 1 / 0\n"
+            "core.add_to_tstate_tracing(1); f()\n")
+        self.assertEqual(self.run_code(program, ALWAYS),
+                         ["ZeroDivisionError in f:3", "ZeroDivisionError in <module>:4"])
+        core.ignore_exception_loc(program.co_filename, 3, 1)
+        self.assertEqual(self.run_code(program, ALWAYS), [])
+
     def test_location_may_be_ignored_while_stopped_there(self):
         def ignore(frame):
             core.ignore_exception_loc(core.get_frame_file(frame), frame.f_lineno, 1)

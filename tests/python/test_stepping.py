@@ -29,6 +29,16 @@ def f():
 f()
 """
 
+# The generator is begun while no events come, and stops where it yields the first time.
+ENTERED_UNTRACED = """\
+def values():
+    [(yield core.add_to_tstate_tracing(change)) for change in (-1, 0)]
+    done = 1
+
+generator = values()
+core.add_to_tstate_tracing(1); core.step_into(); list(generator)
+"""
+
 LONG_LINES = """\
 def g(n):
     return n
@@ -206,6 +216,10 @@ class StepOverLinesTest(harness.CoreTestCase):
         requests = ["step_over", "step_into", "step_over", "step_over_line", "step_over_line"]
         self.assertEqual(self.debug(LOOP + "x = 1\n", *requests)[2:], [
             "line f 2", "line f 3", "line f 4", "line <module> 7"])
+
+    def test_line_of_a_frame_that_was_entered_untraced_is_the_one_that_it_is_at(self):
+        stops = self.debug(ENTERED_UNTRACED, "continue_run", "step_over_line", "continue_run")
+        self.assertEqual(stops, ["line <module> 1", "return values 2 -> None", "line values 3"])
 
     def test_step_over_line_range_runs_to_the_first_line_outside(self):
         requests = ["step_over"] * 2 + ["step_into", "step_over", ("step_over_line_range", 6, 8)]
