@@ -57,7 +57,7 @@ EntryPoint entry_PyFrame_LocalsToFast;
 // Trace functions that Python code hands to the interpreter.
 EntryPoint entry_trace_dispatch, entry_bootstrap_new_thread, entry_thread_exiting;
 
-// The module object (borrowed).
+// The module object as it was first imported (borrowed).
 PyObject* this_module();
 
 // Whether init() has run; sets RuntimeError when not.

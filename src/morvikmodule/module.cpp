@@ -220,7 +220,8 @@ PyMethodDef methods[] = {
     {nullptr, nullptr, 0, nullptr},
 };
 
-// Borrowed, as the interpreter returns it: its module dictionary keeps it.
+// Held: the program may take the module out of sys.modules and import another one from the copy
+// that the interpreter keeps of its dictionary.
 PyObject* module_object = nullptr;
 
 }  // namespace
@@ -229,14 +230,15 @@ PyObject* this_module() { return module_object; }
 
 void init_module() {
     dprintf(kLogCore, "Initialize morvik module started\n");
-    module_object =
+    PyObject* const module =
         Py_InitModule4("tmorvik26_vs2012_x64", methods, nullptr, nullptr, PYTHON_API_VERSION);
-    if (module_object == nullptr) {
+    if (module == nullptr) {
         // The import fails, and can be tried again where nothing half made is left behind.
         const PendingErrorGuard keep_error;
         PyDict_DelItemString(PyImport_GetModuleDict(), "tmorvik26_vs2012_x64");
         return;
     }
+    set_slot(module_object, module);
     thread_ident_init();
     // What there is no memory for now, init() makes.
     if (out_of_memory_init() != 0) {

@@ -85,11 +85,9 @@ bool fetch_if_there(PyObject*& slot, PyObject* object, const char* name) {
     return true;
 }
 
-bool fetch_objects(PyObject* module) {
+bool fetch_objects(PyObject* module, PyObject* trace_dispatch) {
     set_slot(core.module, module);
-    if (!fetch_attribute(core.trace_dispatch, module, "trace_dispatch")) {
-        return false;
-    }
+    set_slot(core.trace_dispatch, trace_dispatch);
     const Ref sys_module = Ref::steal(PyImport_ImportModule("sys"));
     if (!sys_module) {
         return false;
@@ -149,6 +147,11 @@ void reset_policies() {
 }  // namespace
 
 int core_init(const CoreSettings& settings) {
+    const Ref trace_dispatch =
+        Ref::steal(PyObject_GetAttrString(settings.module, "trace_dispatch"));
+    if (!trace_dispatch) {
+        return 0;
+    }
     dprintf_set_file(settings.debug_stream);
     dprintf(kLogCore, "INIT CORE\n");
     core.tracing = 0;
@@ -161,7 +164,7 @@ int core_init(const CoreSettings& settings) {
     } else {
         thread_table_init(&core.threads);
     }
-    if (!make_mutex() || !complete_module() || !fetch_objects(settings.module)) {
+    if (!make_mutex() || !complete_module() || !fetch_objects(settings.module, trace_dispatch.get())) {
         return 0;
     }
     reset_policies();

@@ -30,11 +30,44 @@ sys.stderr.write("%d %d\\n" % (before, os.fstat(1).st_size))
 """
 
 
+# A module that is dropped is gone where nothing else holds it.
+IMPORTED_AGAIN = """\
+import gc, sys
+saved = dict(sys.modules)
+import tmorvik26_vs2012_x64
+sys.modules.clear()
+sys.modules.update(saved)
+del tmorvik26_vs2012_x64
+gc.collect()
+others = [type(sys)("takes its place") for number in range(1000)]
+import tmorvik26_vs2012_x64 as core
+def nothing(*arguments):
+    pass
+def line(frame, changed_bps):
+    stops.append((frame.f_code.co_name, frame.f_lineno))
+    core.step_into()
+stops = []
+core.init(0.0, 0, nothing, nothing, line, nothing, nothing, nothing, None, __import__, None, {})
+core.start_trace()
+core.step_into()
+nothing()
+core.stop_trace()
+assert ("nothing", 11) in stops, stops
+"""
+
+
 class Callable(object):
     """A callback whose end can be watched."""
 
     def __call__(self, *arguments):
         return None
+
+
+class ImportedAgainTest(harness.TestCase):
+
+    def test_init_works_through_a_module_that_was_dropped_and_imported_again(self):
+        path = self.script(IMPORTED_AGAIN)
+        self.assertEqual(harness.run_host(path), (0, ""))
 
 
 class InitChecksTest(harness.CoreTestCase):
@@ -89,6 +122,19 @@ class InitChecksTest(harness.CoreTestCase):
                            idle_period="often", idle_cb=1)
         self.assert_raises(TypeError, "an integer is required", self.server.init,
                            exception_mode="never", idle_cb=1)
+
+    def test_module_without_trace_dispatch_is_refused(self):
+        self.server.init()
+        kept = core.trace_dispatch
+        del core.trace_dispatch
+        try:
+            self.assert_raises(AttributeError,
+                               "'module' object has no attribute 'trace_dispatch'",
+                               harness.Server().init)
+        finally:
+            core.trace_dispatch = kept
+        self.server.run(self.script(PROGRAM))
+        self.assertEqual(self.server.stops, ["line <module> 1"])
 
     def test_refused_init_keeps_everything_as_it_was(self):
         self.server.init()
