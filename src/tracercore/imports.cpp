@@ -45,7 +45,7 @@ void count_imported_file(PyObject* module) {
 
 // An error that it leaves is set. False with an error set where it could not be called.
 bool call_import_cb(PyObject* module) {
-    if (core.import_cb_active != 0 || core.callbacks.import_cb == Py_None) {
+    if (core.import_cb_thread != kNoOwner || core.callbacks.import_cb == Py_None) {
         return true;
     }
     const Ref args = Ref::steal(PyTuple_Pack(1, module));
@@ -53,7 +53,7 @@ bool call_import_cb(PyObject* module) {
         return false;
     }
     const Ref callback = Ref::share(core.callbacks.import_cb);
-    core.import_cb_active = 1;
+    core.import_cb_thread = get_thread_ident();
     const Ref result = Ref::steal(PyObject_Call(callback.get(), args.get(), nullptr));
     const ThreadData* const record = thread_table_current(&core.threads);
     if (record != nullptr && record->sub_lang_hook != nullptr) {
@@ -61,7 +61,7 @@ bool call_import_cb(PyObject* module) {
         // What was imported may have brought new key code.
         refresh_key_frames(record->sub_lang_hook);
     }
-    core.import_cb_active = 0;
+    core.import_cb_thread = kNoOwner;
     return true;
 }
 

@@ -76,10 +76,10 @@ int call_idle() {
     if (core.tracing == 0) {
         return -1;
     }
-    if (core.in_idle != 0 || !(core.idle_period > 0.0F)) {
+    if (core.idle_thread != kNoOwner || !(core.idle_period > 0.0F)) {
         return 0;
     }
-    core.in_idle = 1;
+    core.idle_thread = get_thread_ident();
     ++core.idle_event_count;
     if (core.idle_event_count > core.idle_check_interval) {
         core.idle_event_count = 0;
@@ -89,7 +89,7 @@ int call_idle() {
             call_idle_cb();
         }
     }
-    core.in_idle = 0;
+    core.idle_thread = kNoOwner;
     return core.tracing != 0 ? 0 : -1;
 }
 

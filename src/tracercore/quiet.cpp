@@ -34,7 +34,7 @@ Policy known_policy(const PyThreadState* thread) {
 
 // Whether no idle call is due. Counts the event only then.
 bool idle_is_quiet() {
-    if (core.in_idle != 0 || !(core.idle_period > 0.0F)) {
+    if (core.idle_thread != kNoOwner || !(core.idle_period > 0.0F)) {
         return true;
     }
     if (core.idle_event_count < core.idle_check_interval) {
@@ -50,7 +50,7 @@ bool idle_is_quiet() {
 
 bool step_is_quiet(const ThreadData* record, PyFrameObject* frame) {
     return record->sub_lang_hook == nullptr &&
-           (core.import_cb_active != 0 || !is_stop(decide_step(record, frame)));
+           (core.import_cb_thread != kNoOwner || !is_stop(decide_step(record, frame)));
 }
 
 // Whether no breakpoint can stop at the line.

@@ -55,12 +55,19 @@ bool make_mutex() {
     return core.mutex != nullptr;
 }
 
-// A mutex that another thread holds, or is about to hold, would never be given back here, where
-// that thread is not.
-void renew_mutex_in_child() {
-    if (core.mutex_owner != get_thread_ident()) {
+// What another thread holds, or is about to hold, or runs would never be given back or end here,
+// where that thread is not.
+void forget_other_threads_in_child() {
+    const long ident = get_thread_ident();
+    if (core.mutex_owner != ident) {
         core.mutex = dbg_lock_new();
         core.mutex_owner = kNoOwner;
+    }
+    if (core.idle_thread != ident) {
+        core.idle_thread = kNoOwner;
+    }
+    if (core.import_cb_thread != ident) {
+        core.import_cb_thread = kNoOwner;
     }
 }
 
@@ -156,7 +163,7 @@ int core_init(const CoreSettings& settings) {
     dprintf(kLogCore, "INIT CORE\n");
     core.tracing = 0;
     core.idle_period = settings.idle_period;
-    core.in_idle = 0;
+    core.idle_thread = kNoOwner;
     core.exception_mode = settings.exception_mode;
     keep_callbacks(settings.callbacks);
     if (core.initialised) {
@@ -164,7 +171,8 @@ int core_init(const CoreSettings& settings) {
     } else {
         thread_table_init(&core.threads);
     }
-    if (!make_mutex() || !complete_module() || !fetch_objects(settings.module, trace_dispatch.get())) {
+    if (!make_mutex() || !complete_module() ||
+        !fetch_objects(settings.module, trace_dispatch.get())) {
         return 0;
     }
     reset_policies();
@@ -179,7 +187,7 @@ int core_init(const CoreSettings& settings) {
     catch_info_store_clear(&core.catch_info);
     clear_slot(core.catch_info.catch_dict);
     clear_slot(core.new_imports);
-    core.import_cb_active = 0;
+    core.import_cb_thread = kNoOwner;
     core.import_hook_depth = 0;
     hash_delete_table(&core.imported_files);
     hash_init(&core.imported_files, kStringKeys);
@@ -188,7 +196,7 @@ int core_init(const CoreSettings& settings) {
     core.import_hook_calls = 0;
     core.pending_raise_count = 0;
     if (!core.initialised) {
-        call_in_forked_child(renew_mutex_in_child);
+        call_in_forked_child(forget_other_threads_in_child);
     }
     core.initialised = true;
     install_import_hook();

@@ -57,7 +57,7 @@ struct CoreState {
 
     int tracing;        // 1 between start and stop of tracing
     float idle_period;  // seconds; only tested to be above 0
-    int in_idle;        // 1 while idle_cb runs
+    long idle_thread;   // ident of the thread that runs idle_cb, kNoOwner for none
     int exception_mode;
     int autoquit;                // quit_cb is called when a thread's bottom frame returns
     int debug_all_threads;       // 0: while one thread is stopped the others are ignored
@@ -86,7 +86,8 @@ struct CoreState {
 
     PyObject* import_hook;  // the module's own __import__ once it is installed
     PyObject* new_imports;  // paths of modules loaded or reloaded; nullptr for none
-    int import_cb_active;   // 1 while import_cb runs: no step stops then
+    long import_cb_thread;  // ident of the thread that runs import_cb, kNoOwner for none: no step
+                            // stops meanwhile
     int import_hook_depth;
 
     ThreadTable threads;

@@ -43,7 +43,7 @@ StepDecision decide_step_request(const ThreadData* record, PyFrameObject* frame)
 }
 
 bool stop_here(PyFrameObject* frame, StopEvent event) {
-    if (core.import_cb_active != 0) {
+    if (core.import_cb_thread != kNoOwner) {
         dprintf(kLogCore, "Not stopping here because import callback is active\n");
         return false;
     }
