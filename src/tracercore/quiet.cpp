@@ -136,12 +136,13 @@ bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
     if (policy != Policy::kDebug) {
         return policy == Policy::kIgnore;
     }
-    const ThreadData* const record = thread_table_find(&core.threads, thread);
+    ThreadData* const record = thread_table_find(&core.threads, thread);
     if (record == nullptr || record->frames_hooked == 0 || record->trace_installed == 0 ||
         !event_is_quiet(record, frame, event, argument) || !idle_is_quiet()) {
         return false;
     }
     ++core.event_count;
+    record->thread_ident = thread->thread_id;
     leave_traces(thread, frame, event, argument);
     return true;
 }

@@ -92,6 +92,19 @@ TEST_F(DispatchTest, NoneForAThreadPolicyIsRememberedLikeAnAnswer) {
     run("finish()\n");
 }
 
+TEST_F(DispatchTest, QuietEventNotesTheIdentOfAThreadThatWasGivenAnOthersState) {
+    start();
+    run("core.continue_run()\n");
+    PyThreadState* const thread = current_thread_state();
+    const long ident = thread->thread_id;
+    thread->thread_id = 4711;
+    dispatch(kEventLine);
+    thread->thread_id = ident;
+    EXPECT_EQ(thread_table_find(&core.threads, thread)->thread_ident, 4711);
+    EXPECT_EQ(repr("called"), "[]");
+    run("finish()\n");
+}
+
 TEST_F(DispatchTest, LineEventStops) {
     start();
     EXPECT_EQ(dispatch(kEventLine), 0);
