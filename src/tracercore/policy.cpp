@@ -44,22 +44,18 @@ long thread_policy(long ident) {
         dprintf(kLogCore, "failure to cache in debug_thread_map");
         return 1;
     }
-    if (core.debug_thread_cb == Py_None) {
-        // An answer like any other: events of a thread without one go the long way.
-        cache_policy(ident, true);
-        return 1;
-    }
     const ErrnoGuard keep_errno;
+    const PendingErrorGuard keep_error;  // an import callback may have left one
     const Ref callback = Ref::share(core.debug_thread_cb);
     const Ref number = Ref::steal(PyInt_FromLong(ident));
     const Ref answer = number ? Ref::steal(call_with_1(callback.get(), number.get())) : Ref();
-    const long debug = answer ? PyInt_AsLong(answer.get()) : -1;
-    if (PyErr_Occurred() != nullptr) {
+    if (!answer) {
         dprintf(kLogCore, "ignoring failure to call debug_thread_cb");
         cache_policy(ident, true);
-        PyErr_Clear();
         return 1;
     }
+    // What is no number is -1, which debugs the thread.
+    const long debug = PyInt_AsLong(answer.get());
     cache_policy(ident, debug != 0);
     return debug;
 }

@@ -105,6 +105,22 @@ TEST_F(DispatchTest, QuietEventNotesTheIdentOfAThreadThatWasGivenAnOthersState) 
     run("finish()\n");
 }
 
+TEST_F(DispatchTest, ThreadPolicyIsHeardWhereAnErrorIsPending) {
+    start();
+    run("core.set_debug_thread_cb(lambda ident: 0)\n");
+    std::string error;
+    define_native([&] {
+        PyErr_SetString(PyExc_KeyError, "an import callback's");
+        c_dispatch(core.trace_dispatch, PyEval_GetFrame(), kEventLine, Py_None);
+        error = take_error();
+    });
+    run("native()\n");
+    EXPECT_EQ(error, "KeyError: \"an import callback's\"");
+    EXPECT_EQ(repr("called"), "[]");
+    run("core.set_debug_thread_cb(None)\n"
+        "finish()\n");
+}
+
 TEST_F(DispatchTest, LineEventStops) {
     start();
     EXPECT_EQ(dispatch(kEventLine), 0);
