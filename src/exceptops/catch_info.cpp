@@ -1,6 +1,7 @@
 #include "exceptops/catch_info.h"
 
 #include <cstring>
+#include <utility>
 
 #include "conames.h"
 #include "dbgcommon.h"
@@ -12,6 +13,8 @@ namespace {
 
 constexpr int kDeadPerPass = 100;
 constexpr int kLongestTraceback = 1001;
+// Of objects that stand for tracebacks: these may lead back to themselves.
+constexpr int kLongestForeignChain = 1 << 16;
 // One reference is the store's own.
 constexpr Py_ssize_t kAliveReferences = 2;
 
@@ -388,14 +391,26 @@ PyObject* last_traceback_frame(PyObject* traceback) {
     if (traceback == Py_None) {
         return new_none();
     }
-    if (!PyTraceBack_Check(traceback)) {
-        return PyObject_GetAttrString(traceback, "tb_frame");
+    Ref last = Ref::share(traceback);
+    for (int length = 0; !PyTraceBack_Check(last.get()); ++length) {
+        Ref next = Ref::steal(PyObject_GetAttrString(last.get(), "tb_next"));
+        if (!next) {
+            PyErr_Clear();
+        }
+        if (!next || next.get() == Py_None) {
+            return PyObject_GetAttrString(last.get(), "tb_frame");
+        }
+        if (length == kLongestForeignChain) {
+            PyErr_SetString(PyExc_RuntimeError, "a traceback has no end");
+            return nullptr;
+        }
+        last = std::move(next);
     }
-    const PyTracebackObject* last = as_traceback(traceback);
-    while (last->tb_next != nullptr) {
-        last = last->tb_next;
+    const PyTracebackObject* entry = as_traceback(last.get());
+    while (entry->tb_next != nullptr) {
+        entry = entry->tb_next;
     }
-    return Ref::share(as_object(last->tb_frame)).release();
+    return Ref::share(as_object(entry->tb_frame)).release();
 }
 
 }  // namespace morvik

@@ -448,6 +448,29 @@ TEST_F(CatchInfoTest, LastFrameOfNoneIsNone) {
     EXPECT_EQ(last.get(), Py_None);
 }
 
+TEST_F(CatchInfoTest, LastFrameIsFoundThroughTheAttributesOfAnyObject) {
+    run("class Entry(object):\n"
+        "    def __init__(self, **attributes):\n"
+        "        self.__dict__.update(attributes)\n"
+        "last = Entry(tb_frame='frame')\n"
+        "first = Entry(tb_frame='outer', tb_next=Entry(tb_next=last))\n"
+        "ends_in_none = Entry(tb_frame='only', tb_next=None)\n"
+        "kept, exc_info = raised(2)\n"
+        "leads_to_real_ones = Entry(tb_next=exc_info[2])\n"
+        "ring = Entry()\n"
+        "ring.tb_next = ring\n");
+    const auto last_frame = [this](const char* traceback) {
+        return Ref::steal(last_traceback_frame(eval(traceback).get()));
+    };
+    EXPECT_EQ(last_frame("first").get(), eval("last.tb_frame").get());
+    EXPECT_EQ(last_frame("ends_in_none").get(), eval("ends_in_none.tb_frame").get());
+    EXPECT_EQ(last_frame("leads_to_real_ones").get(),
+              eval("exc_info[2].tb_next.tb_next.tb_frame").get());
+    EXPECT_FALSE(last_frame("ring"));
+    EXPECT_EQ(take_error(), "RuntimeError: a traceback has no end");
+    run("del kept, exc_info, leads_to_real_ones, ring.tb_next");
+}
+
 TEST_F(CatchInfoTest, LastFrameOfAnythingElseIsAnError) {
     EXPECT_EQ(last_traceback_frame(eval("7").get()), nullptr);
     EXPECT_EQ(take_error(), "AttributeError: 'int' object has no attribute 'tb_frame'");
