@@ -109,12 +109,12 @@ bool check_hit(BreakpointTable* table, BreakpointRecord* record, const Location&
     }
     if (record->cond != nullptr) {
         const Condition condition = evaluate_condition(record, location);
-        if (record->removed != 0 || condition == Condition::kFails) {
-            return false;
-        }
         if (condition == Condition::kCannotBeEvaluated) {
             // The user is to see it; the hit is not used up.
             return true;
+        }
+        if (record->removed != 0 || condition == Condition::kFails) {
+            return false;
         }
     }
     if (record->ignore_count > 0 && count) {

@@ -56,14 +56,15 @@ class ClearingTest(ConditionTestCase):
         self.assertEqual(self.stops, [])
         self.assertEqual(core.get_changed_bps_lists(), ([], []))
 
-    def test_condition_that_clears_its_breakpoint_and_fails_does_not_stop(self):
+    def test_condition_that_clears_its_breakpoint_and_fails_stops(self):
         def clear_and_fail(x):
             self.clear()
             raise ValueError
         self.set_acting()
         self.run_with(clear_and_fail)
         self.assertEqual(self.calls, [0])
-        self.assertEqual(self.stops, [])
+        self.assertEqual(self.stops, ["program.py:2"])
+        self.assertEqual(core.get_changed_bps_lists(), ([], []))
 
     def test_condition_that_clears_its_temporary_breakpoint_reports_nothing(self):
         self.set_acting(temporary=1)
