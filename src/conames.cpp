@@ -77,8 +77,8 @@ void drop_garbage(CodeNameRegistry* registry, const GarbageBatch& batch) {
         const Ref code = Ref::steal(as_object(batch.codes[i]));
         const Ref registrys_own = Ref::steal(as_object(batch.codes[i]));
         forget_recent(registry, batch.codes[i]);
-        if (registry->forgotten != nullptr) {
-            registry->forgotten(batch.codes[i]);
+        if (registry->let_go != nullptr) {
+            registry->let_go(batch.codes[i]);
         }
         if (PyDict_DelItem(registry->names, key.get()) != 0) {
             dprintf(kLogFiles,
@@ -131,8 +131,8 @@ int store_entry(CodeNameRegistry* registry, PyCodeObject* code, const char* path
     }
     const bool replaced = code_reference.release() == nullptr;
     forget_recent(registry, code);
-    if (replaced && registry->forgotten != nullptr) {
-        registry->forgotten(code);
+    if (replaced && registry->renamed != nullptr) {
+        registry->renamed(code);
     }
     return 0;
 }

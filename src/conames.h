@@ -22,8 +22,10 @@ struct CodeNameRegistry {
     PathCache* path_cache;       // nullptr when it could not be made: then there are no full names
     PyObject* file_key;          // "__file__"
     char rel_buf[kMaxPath + 1];  // the relative name computed last
-    // Told of every code object whose name is dropped or replaced; may be nullptr.
-    void (*forgotten)(PyCodeObject* code);
+    // Told of every code object that is let go of, and of every one whose name was replaced; may be
+    // nullptr.
+    void (*let_go)(PyCodeObject* code);
+    void (*renamed)(PyCodeObject* code);
     // Answers that `names` gave lately, by address: what a call event costs.
     struct {
         const PyCodeObject* code;

@@ -119,14 +119,18 @@ bool complete_module() {
     return registry_complete(&code_names) == 0;
 }
 
-// What was found out about a code object by its file's name.
+// Another code object may get its address.
 void forget_code(PyCodeObject* code) {
     forget_category(code);
     bp_forget_passed(&core.breakpoints);
 }
 
+// A category, once found out, stays the code object's.
+void forget_name(PyCodeObject* /*code*/) { bp_forget_passed(&core.breakpoints); }
+
 bool init_breakpoints() {
-    code_names.forgotten = forget_code;
+    code_names.let_go = forget_code;
+    code_names.renamed = forget_name;
     if (core.initialised) {
         bp_table_reset(&core.breakpoints, &code_names);
     } else {

@@ -99,19 +99,21 @@ void forget_superseded() {
     drop_error("sub-language hooks that others have replaced are kept");
 }
 
+// The dictionaries at hand are those that the hook was registered with: should its methods begin
+// anew with init(), what it says goes into those, and nobody looks there any more.
 bool set_up(PyObject* hook) {
+    const Ref marker_codes = Ref::share(state().marker_codes);
+    const Ref module_paths = Ref::share(state().module_paths);
     const Ref markers = ask_for_list(hook, "_GetMarkerFrames");
-    if (!markers || state().marker_codes == nullptr ||
-        !enter_codes(state().marker_codes, markers.get(), hook)) {
+    if (!markers || !enter_codes(marker_codes.get(), markers.get(), hook)) {
         return false;
     }
     const Ref paths = ask_for_list(hook, "_GetModulePaths");
-    const Ref module_paths = Ref::share(state().module_paths);
-    if (!paths || !module_paths || PyDict_SetItem(module_paths.get(), hook, paths.get()) != 0) {
+    if (!paths || PyDict_SetItem(module_paths.get(), hook, paths.get()) != 0) {
         drop_error("paths of a sub-language hook");
         return false;
     }
-    return refresh_key_frames(hook) != 0;
+    return state().module_paths == module_paths.get() && refresh_key_frames(hook) != 0;
 }
 
 void set_up_pending() {
@@ -123,7 +125,11 @@ void set_up_pending() {
     const Ref pending = Ref::share(state().pending);
     for (Py_ssize_t i = 0; i < PyList_GET_SIZE(pending.get()); ++i) {
         const Ref hook = Ref::share(PyList_GET_ITEM(pending.get(), i));
-        if (!set_up(hook.get()) && PyList_Append(still_pending.get(), hook.get()) != 0) {
+        const bool is_set_up = set_up(hook.get());
+        if (state().pending != pending.get()) {
+            return;  // it began anew with init(), where no hook is registered
+        }
+        if (!is_set_up && PyList_Append(still_pending.get(), hook.get()) != 0) {
             drop_error("sub-language hooks wait for the next call");
             return;
         }
@@ -318,11 +324,9 @@ int refresh_key_frames(PyObject* hook) {
         return 0;
     }
     const Ref held_hook = Ref::share(hook);
+    const Ref key_codes = Ref::share(state().key_codes);
     const Ref codes = ask_for_list(hook, "_GetSubLanguageFrames");
-    return codes && state().key_codes != nullptr &&
-                   enter_codes(state().key_codes, codes.get(), hook)
-               ? 1
-               : 0;
+    return codes && enter_codes(key_codes.get(), codes.get(), hook) ? 1 : 0;
 }
 
 FrameCategory sub_language_category(const ThreadData* record, PyFrameObject* frame) {

@@ -35,7 +35,7 @@ void sub_languages_init();
 // registered.
 void sub_languages_reset();
 
-// Forgets the implementation category of a code object.
+// Forgets the implementation category of a code object that is let go of.
 void forget_category(PyCodeObject* code);
 
 // 0, or -1 with an error set.

@@ -183,6 +183,22 @@ class PendingTest(SubLanguageTestCase):
                 self.assertEqual(self.asked_for(name, answer), 3)
                 self.init()
 
+    def test_hook_that_begins_anew_with_init_is_forgotten_like_any_other(self):
+        for name in SET_UP:
+            def begin_anew(answer=self.hook().answers[name]):
+                self.init()
+                later.append(self.register(GetMarkerFrames=[self.code("page")]))
+                return answer
+            later, seen = [], []
+            first = self.register(**{name[1:]: begin_anew})
+            self.page["fetch"] = lambda value: seen.append(self.active_hook()) or 1
+            self.run_program(CALLS)
+            self.run_program()
+            self.assertEqual(len(first.asked(name)), 1)
+            self.assertEqual([[call[0] for call in hook.calls[:3]] for hook in later], [SET_UP])
+            self.assertEqual(seen, later)
+            self.init()
+
     def test_hook_that_cannot_be_a_key_stays_pending(self):
         class Unhashable(Hook):
             __hash__ = None
@@ -497,6 +513,26 @@ def fetch(value):
         self.hooks[0].answers["_GetModulePaths"][:] = [("nowhere", 1)]
         self.run_program()
         self.assertEqual(self.seen.pop(), [0, 1, 0, -1])
+
+    def test_category_stays_where_the_code_gets_another_name(self):
+        # Compiled in a file that is not there: whose code it is goes by the module.
+        code = compile("def f():\n    look()\n    return 1\n", "/no/such.py", "exec")
+        categories, files = [], []
+
+        def look():
+            categories.append(self.category(sys._getframe(1)))
+            files.append(os.path.relpath(core.get_frame_file(sys._getframe(1)), self.folder))
+        inside = {"look": look, "__file__": os.path.join(self.folder, "impl/made.py")}
+        exec code in inside
+
+        def rename():
+            inside["f"]()
+            exec code in {"__file__": os.path.join(self.folder, "outside.py")}
+            inside["f"]()
+        self.register()
+        self.run_program("run(rename)\n", rename=rename)
+        self.assertEqual(files, ["impl/made.py", "outside.py"])
+        self.assertEqual(categories, [0, 0])
 
     def test_init_forgets_the_categories(self):
         self.assertEqual(self.categories(), [0, 1, 0, -1])
