@@ -401,8 +401,9 @@ const char* get_relative_path(CodeNameRegistry* registry, PyObject* globals,
             : Ref();
     const char* const module_file = exact_string(module_value.get());
     const char* chosen = code_file != nullptr ? code_file : kNoFile;
-    // A name such as "<string>" is its own: the code is not what stands in the module's file.
-    if ((code_file == nullptr || !is_pseudo_name(code_file)) &&
+    // What was compiled under "<string>" is not what stands in the module's file. Any other name
+    // that no file has gives way to it, one in angle brackets, too.
+    if ((code_file == nullptr || strcmp(code_file, kNoFile) != 0) &&
         is_preferable(module_file, code_file)) {
         chosen = module_file;
     }

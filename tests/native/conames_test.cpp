@@ -325,11 +325,12 @@ TEST_F(CodeNamesTest, RelativePathIsTheCodesOwnNameWithoutModuleFile) {
     EXPECT_EQ(relative(empty.get(), name.get()), "some/x.py");
 }
 
-TEST_F(CodeNamesTest, NameInAngleBracketsIsPreferredToTheModulesFile) {
-    for (const char* name : {"<string>", "<stdin>", "<anything>"}) {
-        EXPECT_EQ(relative(module_of("/m.py").get(), text(name).get()), name);
+TEST_F(CodeNamesTest, OnlyThatOfAStringIsPreferredToTheModulesFile) {
+    EXPECT_EQ(relative(module_of("/m.py").get(), text("<string>").get()), "<string>");
+    for (const char* name : {"<stdin>", "<anything>", "<>", "<String>", "<no/such.py"}) {
+        EXPECT_EQ(relative(module_of("/m.py").get(), text(name).get()), "/m.py");
+        EXPECT_EQ(relative(nullptr, text(name).get()), name);
     }
-    EXPECT_EQ(relative(module_of("/m.py").get(), text("<no/such.py").get()), "/m.py");
 }
 
 TEST_F(CodeNamesTest, ModuleFileThatCannotBeCopiedIsNotPreferred) {

@@ -207,9 +207,10 @@ class ModuleFileTest(FrameFileTestCase):
             self.assertEqual(self.file_of(name, __file__=self.module_file + "c"),
                              self.module_file)
 
-    def test_code_under_a_name_in_angle_brackets_keeps_it(self):
-        for name in ("<string>", "<made up>"):
-            self.assertEqual(self.file_of(name, __file__=self.module_file), name)
+    def test_code_under_another_name_in_angle_brackets_is_in_the_module_file(self):
+        for name in ("<stdin>", "<made up>"):
+            self.assertEqual(self.file_of(name, __file__=self.module_file), self.module_file)
+            self.assertEqual(self.file_of(name), name)
 
     def copy_times(self, *paths):
         for path in paths:
