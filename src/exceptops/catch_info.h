@@ -51,8 +51,9 @@ int clear_frame_exc_info(CatchInfoStore* store, PyFrameObject* frame);
 // Releases the exceptions and the attribute names of the first four kinds. The list stays.
 void catch_info_store_clear(CatchInfoStore* store);
 
-// The frame where an exception was raised, from its traceback or whatever has such attributes, which
-// may run Python code: new reference, None for None, nullptr with an error set where there is none.
+// The frame where an exception was raised, from its traceback or whatever has such attributes,
+// which may run Python code: new reference, None for None, nullptr with an error set where there is
+// none.
 PyObject* last_traceback_frame(PyObject* traceback);
 
 }  // namespace morvik

@@ -23,6 +23,7 @@ struct Scan {
     CodeRange range;
     HandlerMatch mode;
     const OpcodeTable& opcodes;
+    ClassTests tests;
     const unsigned char* position;
 };
 
@@ -101,7 +102,9 @@ bool is_exactly(PyObject* exception, PyObject* candidate) {
 
 bool matches(const Scan& scan, PyObject* candidate) {
     if (scan.mode != HandlerMatch::kExact) {
-        return exception_matches(scan.exception, candidate) != 0;
+        return scan.tests == ClassTests::kAll
+                   ? exception_matches(scan.exception, candidate) != 0
+                   : match_without_code(scan.exception, candidate) == Match::kYes;
     }
     if (!PyTuple_Check(candidate)) {
         return is_exactly(scan.exception, candidate);
@@ -202,7 +205,7 @@ bool code_range(const PyFrameObject* frame, CodeRange* range) {
 }
 
 bool frame_handles(PyFrameObject* frame, PyObject* exception, HandlerMatch mode,
-                   const OpcodeTable& opcodes) {
+                   const OpcodeTable& opcodes, ClassTests tests) {
     CodeRange range = {};
     if (!code_range(frame, &range)) {
         return false;
@@ -210,7 +213,7 @@ bool frame_handles(PyFrameObject* frame, PyObject* exception, HandlerMatch mode,
     for (int i = frame->f_iblock - 1; i >= 0; --i) {
         const PyTryBlock& block = frame->f_blockstack[i];
         if (block.b_type == opcodes.setup_except &&
-            handler_catches(frame, block.b_handler, exception, range, mode, opcodes) != 0) {
+            handler_catches(frame, block.b_handler, exception, range, mode, opcodes, tests) != 0) {
             return true;
         }
     }
@@ -220,10 +223,11 @@ bool frame_handles(PyFrameObject* frame, PyObject* exception, HandlerMatch mode,
 }  // namespace
 
 int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exception,
-                         HandlerMatch mode, bool this_frame_only, const OpcodeTable& opcodes) {
+                         HandlerMatch mode, bool this_frame_only, const OpcodeTable& opcodes,
+                         ClassTests tests) {
     for (; is_frame(frame); frame = frame_back(frame)) {
         if (handler_is_ignored(frame, ignored) == 0 &&
-            frame_handles(frame, exception, mode, opcodes)) {
+            frame_handles(frame, exception, mode, opcodes, tests)) {
             return 1;
         }
         if (this_frame_only) {
@@ -244,11 +248,12 @@ int handler_is_ignored(PyFrameObject* frame, PyObject* ignored) {
 }
 
 int handler_catches(PyFrameObject* frame, int handler_offset, PyObject* exception,
-                    const CodeRange& range, HandlerMatch mode, const OpcodeTable& opcodes) {
+                    const CodeRange& range, HandlerMatch mode, const OpcodeTable& opcodes,
+                    ClassTests tests) {
     if (handler_offset < 0 || handler_offset >= range.end - range.start) {
         return 0;
     }
-    Scan scan = {frame, exception, range, mode, opcodes, range.start + handler_offset};
+    Scan scan = {frame, exception, range, mode, opcodes, tests, range.start + handler_offset};
     Instruction instruction = {};
     while (decode(&scan, &instruction)) {
         if (instruction.opcode == opcodes.pop_top) {

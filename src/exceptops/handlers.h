@@ -1,8 +1,9 @@
 // Will an exception be caught? Answered before the interpreter unwinds anything, by reading the
 // frames' block stacks and the bytecode of their except clauses.
 //
-// Runs no Python code of the program's and sets no error: whatever cannot be told that way does
-// not catch. Needs the interpreter lock.
+// Runs no Python code of the program's but that of classes which decide themselves what they
+// match, and sets no error: whatever cannot be told that way does not catch. Needs the interpreter
+// lock.
 #ifndef MORVIK_EXCEPTOPS_HANDLERS_H
 #define MORVIK_EXCEPTOPS_HANDLERS_H
 
@@ -17,12 +18,19 @@ enum class HandlerMatch {
     kExact = 2,  // only a clause that names the very class does
 };
 
+// What is asked whether a clause's class matches.
+enum class ClassTests {
+    kAll,
+    kWithoutCode,  // a class with code of its own to decide it does not match
+};
+
 // 1 if a handler that catches the exception is active in the frame or, unless `this_frame_only`
 // is set, in one of its callers. Frames whose code or self is a key of the `ignored` dictionary
 // (or nullptr) count as having none.
 int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exception,
                          HandlerMatch mode, bool this_frame_only,
-                         const OpcodeTable& opcodes = kHostOpcodes);
+                         const OpcodeTable& opcodes = kHostOpcodes,
+                         ClassTests tests = ClassTests::kAll);
 
 // 1 if `ignored` is a dictionary that has the frame or its code object as a key.
 int handler_is_ignored(PyFrameObject* frame, PyObject* ignored);
@@ -35,7 +43,8 @@ struct CodeRange {
 
 // 1 if one of the clauses at a block's handler offset catches the exception.
 int handler_catches(PyFrameObject* frame, int handler_offset, PyObject* exception,
-                    const CodeRange& range, HandlerMatch mode, const OpcodeTable& opcodes);
+                    const CodeRange& range, HandlerMatch mode, const OpcodeTable& opcodes,
+                    ClassTests tests = ClassTests::kAll);
 
 // 1 if the frame is about to fetch the next item of a loop that this exception ends.
 int loop_ends_on_exception(PyFrameObject* frame, PyObject* exception, const CodeRange& range,

@@ -52,13 +52,40 @@ inline int frame_line(const PyFrameObject* frame) {
                                      : PyCode_Addr2Line(frame->f_code, frame->f_lasti);
 }
 
-// Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0. errno is kept.
-inline int exception_matches(PyObject* exception, PyObject* kinds) {
+enum class Match { kNo, kYes, kCannotTell };
+
+// The same as exception_matches(), as far as it can be told without running Python code.
+inline Match match_without_code(PyObject* exception, PyObject* kinds) {
+    if (!PyType_Check(exception) || !PyExceptionClass_Check(exception)) {
+        return Match::kCannotTell;
+    }
     // A class of the ordinary metaclass has no say in what its subclasses are.
-    if (PyType_CheckExact(kinds) && PyExceptionClass_Check(kinds) && PyType_Check(exception) &&
-        PyExceptionClass_Check(exception)) {
-        return PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(exception),
-                                reinterpret_cast<PyTypeObject*>(kinds));
+    if (PyType_CheckExact(kinds)) {
+        return PyExceptionClass_Check(kinds) &&
+                       PyType_IsSubtype(reinterpret_cast<PyTypeObject*>(exception),
+                                        reinterpret_cast<PyTypeObject*>(kinds)) != 0
+                   ? Match::kYes
+                   : Match::kNo;
+    }
+    if (!PyTuple_Check(kinds)) {
+        return PyType_Check(kinds) || PyClass_Check(kinds) ? Match::kCannotTell : Match::kNo;
+    }
+    Match answer = Match::kNo;
+    for (Py_ssize_t i = 0; answer != Match::kYes && i < PyTuple_GET_SIZE(kinds); ++i) {
+        PyObject* const kind = PyTuple_GET_ITEM(kinds, i);
+        const Match match =
+            PyTuple_Check(kind) ? Match::kCannotTell : match_without_code(exception, kind);
+        answer = match != Match::kNo ? match : answer;
+    }
+    return answer;
+}
+
+// Whether an exception is of a kind, or of one of a tuple of kinds: 1 or 0. Classes whose metaclass
+// says so decide it with their own code. errno is kept.
+inline int exception_matches(PyObject* exception, PyObject* kinds) {
+    const Match match = match_without_code(exception, kinds);
+    if (match != Match::kCannotTell) {
+        return match == Match::kYes ? 1 : 0;
     }
     const int saved_errno = errno;
 #if PY_VERSION_HEX < 0x02070000

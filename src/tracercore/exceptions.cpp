@@ -20,10 +20,12 @@ bool is_kind_of(PyObject* type, PyObject* types) {
     return types != nullptr && exception_matches(type, types) != 0;
 }
 
-bool is_handled(PyFrameObject* frame, PyObject* type, HandlerMatch match, bool this_frame_only) {
+bool is_handled(PyFrameObject* frame, PyObject* type, HandlerMatch match, bool this_frame_only,
+                ClassTests tests = ClassTests::kAll) {
     // The server may name other ignored handlers from code that logging runs.
     const Ref ignored = Ref::share(core.ignored_handlers);
-    return exception_is_handled(frame, ignored.get(), type, match, this_frame_only) != 0;
+    return exception_is_handled(frame, ignored.get(), type, match, this_frame_only, kHostOpcodes,
+                                tests) != 0;
 }
 
 // Whether the exception ends the thread: nothing in its bottom frame can take it any more.
@@ -195,6 +197,28 @@ bool stop_at_exception_no_filters(PyFrameObject* frame, PyObject* type) {
         return true;
     }
     return false;
+}
+
+bool may_stop_at_exception(const ThreadData* record, PyFrameObject* frame, PyObject* type) {
+    constexpr ClassTests kTests = ClassTests::kWithoutCode;
+    const auto match = [type](PyObject* types) {
+        return types != nullptr ? match_without_code(type, types) : Match::kNo;
+    };
+    if (core.exception_mode == kExcAlwaysStop || is_printed_stop(core.exception_mode)) {
+        return true;
+    }
+    if (match(core.never_stop_excepts) == Match::kYes) {
+        return false;
+    }
+    if (record->bot_frame == as_object(frame) && frame->f_iblock == 0) {
+        return true;
+    }
+    if (match(core.always_stop_excepts) != Match::kNo &&
+        !is_handled(frame, type, HandlerMatch::kTyped, true, kTests)) {
+        return true;
+    }
+    return core.exception_mode == kExcUnhandledStop &&
+           !is_handled(frame, type, HandlerMatch::kAny, false, kTests);
 }
 
 HandlerResult dispatch_exception(PyFrameObject* frame, PyObject* exception) {

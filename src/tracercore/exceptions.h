@@ -26,6 +26,10 @@ inline bool is_printed_stop(int mode) {
 // it ends the thread. Sets no error.
 bool stop_at_exception_no_filters(PyFrameObject* frame, PyObject* type);
 
+// Whether it may do so, as far as can be told without running Python code: false only where it
+// surely does not.
+bool may_stop_at_exception(const ThreadData* record, PyFrameObject* frame, PyObject* type);
+
 // An exception event with the interpreter's (type, value, traceback). Leaves no error set.
 HandlerResult dispatch_exception(PyFrameObject* frame, PyObject* exception);
 

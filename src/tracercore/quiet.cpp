@@ -77,12 +77,10 @@ bool return_is_quiet(const ThreadData* record, PyFrameObject* frame, const PyObj
            step_is_quiet(record, frame);
 }
 
-// The policy is asked once more on the long way where it stops.
 bool exception_is_quiet(const ThreadData* record, PyFrameObject* frame, PyObject* exception) {
-    return !is_printed_stop(core.exception_mode) && exception != nullptr &&
-           PyTuple_Check(exception) && PyTuple_GET_SIZE(exception) > 0 &&
+    return exception != nullptr && PyTuple_Check(exception) && PyTuple_GET_SIZE(exception) > 0 &&
            step_is_quiet(record, frame) &&
-           !stop_at_exception_no_filters(frame, PyTuple_GET_ITEM(exception, 0));
+           !may_stop_at_exception(record, frame, PyTuple_GET_ITEM(exception, 0));
 }
 
 bool call_is_quiet(const ThreadData* record, const PyFrameObject* frame) {

@@ -2,7 +2,7 @@
 
 import random
 
-from exception_case import CatchInfo, ExceptionTestCase
+from exception_case import NEVER, UNHANDLED, CatchInfo, ExceptionTestCase
 from harness import core
 
 MODES = (0, 1, 2, 3, 4, 5, -1)
@@ -186,3 +186,66 @@ class SameStopsTest(ExceptionTestCase):
 
     def test_while_stepping_with_stop_types(self):
         self.compare(lambda: core.set_always_stop_excepts((ValueError,)), self.SEEDS, steps=True)
+
+
+class DecidingTypesTest(ExceptionTestCase):
+    """Classes with code of their own to decide what they match are asked once for each event, by
+    the thread that holds the mutex, with the frame of the event at hand."""
+
+    UNCAUGHT = """\
+def f():
+    raise ValueError(1)
+f()
+"""
+
+    CAUGHT = """\
+def f():
+    try:
+        raise ValueError(1)
+    except Kind:
+        pass
+f()
+"""
+
+    def setUp(self):
+        ExceptionTestCase.setUp(self)
+        self.init(debug_stream=None)
+        self.asked = []     # whether the mutex is held, and the frame at hand
+
+    def deciding(self, answer):
+        case = self
+
+        class Deciding(type):
+            def __subclasscheck__(cls, other):
+                is_held = core.acquire_sorrel_mutex() == 0
+                if not is_held:
+                    core.release_sorrel_mutex()
+                frame = core.get_curr_frame(core.get_current_tstate_id())
+                case.asked.append((is_held, frame and frame.f_code.co_name))
+                return answer
+        return Deciding("Kind", (Exception,), {})
+
+    def test_types_never_to_stop_at(self):
+        core.set_never_stop_excepts((self.deciding(True),))
+        self.assertEqual(self.run_program(self.UNCAUGHT, UNHANDLED), [])
+        self.assertEqual(self.asked, [(True, "f"), (True, "<module>")])
+
+    def test_types_always_to_stop_at(self):
+        core.set_always_stop_excepts((KeyError, (self.deciding(True),)))
+        stops = self.run_program("try:\n    1 / 0\nexcept:\n    pass\n", NEVER)
+        self.assertEqual(stops, ["ZeroDivisionError in <module>:2"])
+        self.assertEqual(self.asked, [(True, "<module>")])
+
+    def test_types_of_clauses(self):
+        for answer in (False, True):
+            del self.asked[:]
+            stops = self.run_program(self.CAUGHT, UNHANDLED, Kind=self.deciding(answer))
+            self.assertEqual(bool(stops), not answer)
+            self.assertEqual(self.asked[0], (True, "f"))
+            # Then the interpreter itself asks, which no event is at hand for.
+            self.assertEqual(self.asked[1:], [(False, None)])
+
+    def test_class_that_need_not_be_asked_is_not(self):
+        core.set_never_stop_excepts((self.deciding(True), ValueError))
+        self.assertEqual(self.run_program(self.UNCAUGHT, UNHANDLED), [])
+        self.assertEqual(self.asked, [])
