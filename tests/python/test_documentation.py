@@ -1,0 +1,65 @@
+"""docs/core.md is true to the module."""
+
+import os
+import re
+
+import harness
+from harness import core
+from method_table import FUNCTIONS
+
+REFERENCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../docs/core.md")
+ROW = re.compile(r"^\| `(\w+)\(([^`]*)\)` \| (\*loose\*)?")
+REFUSED = re.compile(r"takes exactly (\d+) argument")
+
+
+class ReferenceTest(harness.CoreTestCase):
+
+    def documented(self):
+        """(name, number of arguments, whether it is said not to look) of each row, in order."""
+        rows = []
+        for line in open(REFERENCE):
+            row = ROW.match(line)
+            if row:
+                names = [name for name in row.group(2).split(", ") if name]
+                rows.append((row.group(1), len(names), row.group(3) is not None))
+        return rows
+
+    def taken(self, name):
+        """How many arguments a function takes, and whether it takes more, too."""
+        function = getattr(core, name)
+        core.stop()     # the calling thread is known
+        own_id = core.get_current_tstate_id()
+        try:
+            function(*[own_id] * 20)
+        except TypeError, error:
+            refused = REFUSED.search(str(error))
+            if refused:
+                return int(refused.group(1)), False
+        for number in range(20):
+            core.stop()
+            try:
+                function(*[own_id] * number)
+            except IndexError:
+                continue
+            except Exception:
+                pass
+            return number, True
+
+    def test_every_function_has_its_row(self):
+        self.assertEqual(sorted([row[0] for row in self.documented()]),
+                         sorted([name for name, doc in FUNCTIONS]))
+
+    def test_arguments_are_as_many_as_the_function_takes(self):
+        self.server.init()
+        wrong = []
+        for name, number, is_loose in self.documented():
+            if name != "__import__" and (number, is_loose) != self.taken(name):
+                wrong.append((name, number, is_loose) + self.taken(name))
+            core.set_import_cb(None)
+        core.stop_trace()
+        self.assertEqual(wrong, [])
+
+    def test_callbacks_of_init_are_described(self):
+        text = open(REFERENCE).read()
+        for name in harness.INIT_ARGUMENTS[2:]:
+            self.assert_in("`%s`" % name, text)
