@@ -14,8 +14,6 @@ namespace morvik {
 
 namespace {
 
-constexpr int32_t kFailureSeconds = 3;
-
 // -1 until it is known.
 int NTOrGreater = -1;
 
@@ -32,13 +30,16 @@ OwnedText new_path_buffer() { return OwnedText(static_cast<char*>(malloc(kMaxPat
 
 int32_t now() { return static_cast<int32_t>(wall_clock_seconds()); }
 
+int32_t failure_time_of(const HashEntry* entry) {
+    return static_cast<int32_t>(reinterpret_cast<intptr_t>(hash_get_value(entry)));
+}
+
 bool failed_lately(PathCache* cache, const char* path) {
     HashEntry* const entry = hash_find(&cache->failed, path);
     if (entry == nullptr) {
         return false;
     }
-    const auto then = static_cast<int32_t>(reinterpret_cast<intptr_t>(hash_get_value(entry)));
-    if (std::abs(now() - then) < kFailureSeconds) {
+    if (is_recent_failure(failure_time_of(entry))) {
         return true;
     }
     hash_delete_entry(entry);
@@ -115,20 +116,23 @@ ShortName* cached_short_name(PathCache* cache, const char* path) {
 
 // Finds out again what the file system knows a file by. A cached identity may be another file's
 // by now: what is left of a file that was replaced is given to the next new one.
-bool refresh_identity(ShortName* name) {
+bool refresh_identity(PathCache* cache, ShortName* name) {
     errno = 0;
     const OwnedText buffer = new_path_buffer();
-    const bool found =
-        buffer && short_path_name(text_of(name), buffer.get(), &name->identity, path_log());
-    if (!found) {
+    const FileIdentity before = name->identity;
+    if (!buffer || !short_path_name(text_of(name), buffer.get(), &name->identity, path_log())) {
         ran_out_of_memory();
+        return false;
     }
-    return found;
+    if (!same_identity(before, name->identity)) {
+        ++cache->identity_changes;
+    }
+    return true;
 }
 
-bool is_one_file(ShortName* a, ShortName* b) {
-    return same_identity(a->identity, b->identity) && refresh_identity(a) && refresh_identity(b) &&
-           same_identity(a->identity, b->identity);
+bool is_one_file(PathCache* cache, ShortName* a, ShortName* b) {
+    return same_identity(a->identity, b->identity) && refresh_identity(cache, a) &&
+           refresh_identity(cache, b) && same_identity(a->identity, b->identity);
 }
 
 // Whether two short names are equal, the last letter of ".pyc" left out. (Names of optimised code
@@ -205,6 +209,21 @@ const char* full_path(PathCache* cache, const char* path) {
         store(&cache->full_names, path, strdup(spelled ? buffer.get() : full.get())));
 }
 
+bool is_recent_failure(int32_t failure_time) {
+    return std::abs(now() - failure_time) < kFailureSeconds;
+}
+
+bool known_file(PathCache* cache, const char* path, KnownFile* file, int32_t* failure_time) {
+    ShortName* const name = cached_short_name(cache, path);
+    if (name != nullptr) {
+        *file = {text_of(name), name->identity};
+        return true;
+    }
+    const HashEntry* const failure = hash_find(&cache->failed, path);
+    *failure_time = failure != nullptr ? failure_time_of(failure) : now();
+    return false;
+}
+
 int same_file(PathCache* cache, const char* a, const char* b) {
     dprintf(kLogFiles, "**** SAMEFILE %s %s\n", a, b);
     if (same_spelling(a, b)) {
@@ -218,7 +237,8 @@ int same_file(PathCache* cache, const char* a, const char* b) {
     }
     dprintf(kLogFiles, "Full names %s %s\n", text_of(first), text_of(second));
     const int same =
-        same_source_name(text_of(first), text_of(second)) || is_one_file(first, second) ? 1 : 0;
+        same_source_name(text_of(first), text_of(second)) || is_one_file(cache, first, second) ? 1
+                                                                                               : 0;
     dprintf(kLogFiles, "  returning %d\n", same);
     return same;
 }

@@ -8,10 +8,14 @@
 
 namespace morvik {
 
+// A name that led to no file is not looked up again for so long.
+constexpr int32_t kFailureSeconds = 3;
+
 struct PathCache {
-    HashTable full_names;   // path as given to its full name (owned text)
-    HashTable failed;       // path to the time, in seconds, at which looking it up failed
-    HashTable short_names;  // path as given to its short name and identity (owned)
+    HashTable full_names;           // path as given to its full name (owned text)
+    HashTable failed;               // path to the time, in seconds, at which looking it up failed
+    HashTable short_names;          // path as given to its short name and identity (owned)
+    uint32_t identity_changes = 0;  // identities that were found to be another file's by now
 };
 
 // nullptr when out of memory.
@@ -21,6 +25,18 @@ void path_cache_free(PathCache* cache);
 // The full name of a file, owned by the cache and valid as long as it; nullptr when there is none.
 // A name in angle brackets is no file's and is its own full name.
 const char* full_path(PathCache* cache, const char* path);
+
+// What same_file() goes by for names that are spelled differently. Owned by the cache.
+struct KnownFile {
+    const char* short_name;
+    FileIdentity identity;
+};
+
+// Whether a name leads to a file. Where not, `failure_time` is when that was found out.
+bool known_file(PathCache* cache, const char* path, KnownFile* file, int32_t* failure_time);
+
+// Whether names that led to no file at that time are not looked up again yet.
+bool is_recent_failure(int32_t failure_time);
 
 // 1 or 0. Compiled and source file of one folder are the same file when both exist.
 int same_file(PathCache* cache, const char* a, const char* b);

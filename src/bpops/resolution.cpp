@@ -28,9 +28,39 @@ const char* store_copy(BreakpointTable* owner, const char* key, const char* text
         hash_delete_entry_and_value(entry);
         return nullptr;
     }
-    free(hash_get_value(entry));
+    const OwnedText old(static_cast<char*>(hash_get_value(entry)));
     hash_set_value(entry, copy.release());
+    if (strcmp(key, text) == 0 && (!old || strcmp(old.get(), text) != 0)) {
+        module_index_add(&owner->module_index, text);
+    }
     return static_cast<const char*>(hash_get_value(entry));
+}
+
+// The module file that a name which is not known yet stands for, by comparing it with each; kept
+// as a synonym.
+const char* compare_with_each(BreakpointTable* table, const char* filename) {
+    HashSearch search;
+    for (HashEntry* entry = hash_first(&table->module_files, &search); entry != nullptr;
+         entry = hash_next(&search)) {
+        const char* const module_file =
+            add_synonym(table, filename, static_cast<const char*>(hash_get_value(entry)));
+        if (module_file != nullptr) {
+            return module_file;
+        }
+    }
+    return nullptr;
+}
+
+// The same by comparing it with few. Each comparison would leave its log lines: the index serves
+// where nobody listens for those, and leaves to the table's order which of several files counts.
+const char* find_synonym(BreakpointTable* table, const char* filename) {
+    PathCache* const cache = table->registry->path_cache;
+    const char* found = nullptr;
+    if (cache == nullptr || dprintf_enabled(kLogFiles) || dprintf_enabled(kLogBreakpoints) ||
+        !module_index_find(&table->module_index, cache, filename, &found)) {
+        return compare_with_each(table, filename);
+    }
+    return found != nullptr ? add_synonym(table, filename, found) : nullptr;
 }
 
 void resolve_waiting_breakpoints(BreakpointTable* table) {
@@ -147,17 +177,11 @@ const char* find_module_for_file(BreakpointTable* table, const char* filename) {
         return static_cast<const char*>(hash_get_value(known));
     }
     dprintf(kLogBreakpoints, "Nothing found... searching for synonyms\n");
-    HashSearch search;
-    for (HashEntry* entry = hash_first(&table->module_files, &search); entry != nullptr;
-         entry = hash_next(&search)) {
-        const char* const module_file =
-            add_synonym(table, filename, static_cast<const char*>(hash_get_value(entry)));
-        if (module_file != nullptr) {
-            return module_file;
-        }
+    const char* const module_file = find_synonym(table, filename);
+    if (module_file == nullptr) {
+        dprintf(kLogBreakpoints, "No synonyms found\n");
     }
-    dprintf(kLogBreakpoints, "No synonyms found\n");
-    return nullptr;
+    return module_file;
 }
 
 const char* add_synonym(BreakpointTable* table, const char* filename, const char* module_file) {

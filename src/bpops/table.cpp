@@ -203,6 +203,7 @@ void bp_table_init(BreakpointTable* table, CodeNameRegistry* registry) {
     table->next_id = 1;
     bp_forget_passed(table);
     hash_init(&table->module_files, kStringKeys);
+    module_index_init(&table->module_index);
     table->registry = registry;
     table->module_count = 0;
     if (table->file_key == nullptr) {
@@ -219,6 +220,7 @@ void bp_table_reset(BreakpointTable* table, CodeNameRegistry* registry) {
         retire_record(table, record);
     }
     hash_delete_table_and_values(&table->module_files);
+    module_index_clear(&table->module_index);
     bp_table_init(table, registry);
 }
 

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 
+#include "bpops/module_index.h"
 #include "conames.h"
 #include "hashtable.h"
 #include "host/python.h"
@@ -51,7 +52,8 @@ struct BreakpointTable {
     HashTable by_line;               // line number to the head of its records, newest first
     BreakpointRecord* changed_head;  // most recently added first
     uint32_t next_id;
-    HashTable module_files;  // known module files and their synonyms to module files (owned text)
+    HashTable module_files;    // known module files and their synonyms to module files (owned text)
+    ModuleIndex module_index;  // the module files among them
     CodeNameRegistry* registry;
     int32_t module_count;  // module files entered in module_files
     char name_buf[kMaxPath + 1];
