@@ -64,8 +64,12 @@ Ref evaluate_in_sub_language(const BreakpointRecord* record, const Location& loc
 Condition evaluate_condition(BreakpointRecord* record, const Location& location) {
     const PendingErrorGuard keep_error;
     PyFrame_FastToLocals(location.frame);
+    // The destructor of an old local may have taken away either.
+    if (record->removed != 0) {
+        return Condition::kFails;
+    }
     if (record->cond == nullptr) {
-        return Condition::kHolds;  // the destructor of an old local took it away
+        return Condition::kHolds;
     }
     const Ref result = location.hook == nullptr ? evaluate_in_python(record, location.frame)
                                                 : evaluate_in_sub_language(record, location);
