@@ -408,7 +408,7 @@ except:
         self.server.requests = ["continue_run"]
 
         def set_types(on):
-            core.set_never_stop_excepts((Asked("Never", (Exception,), {}),))
+            core.set_always_stop_excepts((Asked("Always", (Exception,), {}),))
         self.assertEqual(self.debug_errno(install_thread_hooks_cb=set_types), 77)
         self.assertEqual(set(self.seen), set([errno.ENOENT]))
 

@@ -623,8 +623,7 @@ class EventOfTheServersOwnTest(ExceptionTestCase):
         self.messages(frame, (ValueError, 1, None))
         self.assertEqual(len(self.stops), 1)
         self.assert_is(self.reports[0][0], frame)
-        # No line event came in this frame: it is still where it began.
-        core.ignore_exception_loc(core.get_frame_file(frame), frame.f_code.co_firstlineno, 1)
+        core.ignore_exception_loc(core.get_frame_file(frame), frame.f_lineno + 1, 1)
         self.messages(frame, (ValueError, 1, None))
         self.assertEqual(len(self.stops), 1)
 
