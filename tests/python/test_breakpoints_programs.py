@@ -358,13 +358,13 @@ class ExecutedTest(breakpoint_case.BreakpointTestCase):
         self.run_program(path)
         self.assertEqual(self.stops, ["<string>:2"])
 
-    def test_code_under_a_name_in_angle_brackets_is_no_modules(self):
+    def test_code_under_another_name_in_angle_brackets_is_the_modules(self):
         path = self.write("program.py", "exec compile('a = 1\\nb = 2\\nc = 3\\n', '<made up>',"
                                         " 'exec')\n")
         self.set_break(path, 3)
         self.set_break("<made up>", 2)
         self.run_program(path)
-        self.assertEqual(self.stops, ["<made up>:2"])
+        self.assertEqual(self.stops, ["<made up>:3"])
 
     def test_evaluated_expression_has_a_line(self):
         self.set_break("<string>", 1)
