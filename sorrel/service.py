@@ -26,7 +26,8 @@ import threading
 import _sorrel
 import tmorvik26_vs2012_x64 as core
 
-from sorrel import breakpoints, complaint, exceptions, frames, modules, threadhooks
+from sorrel import (
+    breakpoints, complaint, exceptions, frames, modules, source, sublanguages, threadhooks)
 from sorrel.exceptions import NO_JUDGEMENT
 from sorrel.gate import Gate
 from sorrel.interrupts import Interrupts
@@ -286,6 +287,10 @@ class Service(object):
 
     def _at_line(self, frame, changed_bps):
         thread = core.get_current_tstate_id()
+        if source.is_made_up(frame) and thread not in self._interrupted \
+                and not self._steps.stops_at(thread, frame) \
+                and sublanguages.location(thread, frame) is None:
+            return  # For the core it is code of the module's file, whose lines are not these.
         if self._steps.is_awaited(thread) and self.breakpoints.have_fired(frame, changed_bps):
             self._steps.arrive(thread)
         self._stopped(frame, STEPPED, None)

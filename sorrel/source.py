@@ -14,10 +14,15 @@ _lines = {}
 def file_name(frame):
     """The full name of the frame's file; names such as "<stdin>" stay as they are."""
     name = frame.f_code.co_filename
-    if _is_no_file(name):
+    if is_made_up(frame):
         # The core goes by the module's file here, whose lines are not these.
         return name
     return core.get_frame_file(frame)
+
+
+def is_made_up(frame):
+    """Whether the frame's code was given a name that no file has, such as "<stdin>"."""
+    return _is_no_file(frame.f_code.co_filename)
 
 
 def place(entry):

@@ -66,9 +66,7 @@ Ref uninstall(PyThreadState* thread) {
 void hook_frames(const PyThreadState* thread, PyObject* object) {
     for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
         if (frame->f_trace == nullptr) {
-            update_line(frame);
-            Py_INCREF(object);
-            frame->f_trace = object;
+            set_frame_trace(frame, object);
         }
     }
 }

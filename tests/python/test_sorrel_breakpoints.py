@@ -196,6 +196,25 @@ print b, cl, enable, ignore, catch, modules
     ''')
 
 
+    def test_a_line_of_code_that_the_module_has_made_up_is_not_the_files(self):
+        self.assert_session('''\
+made = compile('a = 1\\nb = 2\\nc = 3\\nd = 4', '<made>', 'exec')
+exec made
+e = 5
+f = 6
+''', '''
+    > prog.py(1)<module>()
+    -> made = compile('a = 1\\nb = 2\\nc = 3\\nd = 4', '<made>', 'exec')
+    (sorrel) break 3
+    Breakpoint 1 at prog.py:3
+    (sorrel) c
+    > prog.py(3)<module>()
+    -> e = 5
+    (sorrel) c
+    The program ended with exit status 0.
+    ''')
+
+
 class Changing(sorrel_session.TestCase):
 
     def test_conditions(self):
