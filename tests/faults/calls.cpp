@@ -19,7 +19,9 @@
 #define POINTER(name) FAILING(__wrap_##name, name, error_is_pending(#name) || call_fails(), 0)
 #define STATUS(name) FAILING(__wrap_##name, name, error_is_pending(#name) || call_fails(), -1)
 
+#ifndef __clang__
 #pragma GCC diagnostic ignored "-Wbuiltin-declaration-mismatch"
+#endif
 
 using morvik::allocation_fails;
 using morvik::call_fails;

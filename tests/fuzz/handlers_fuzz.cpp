@@ -454,9 +454,8 @@ void Round::run() {
     if (times == kTimes) {
         fail("references are left behind");
     }
-    update_line(innermost);
     expect_clean(is_sre_parse_probe(PyString_AS_STRING(innermost->f_code->co_filename),
-                                    innermost->f_lineno));
+                                    frame_line(innermost)));
     while (!frames_.empty()) {
         frames_.pop_back();
     }

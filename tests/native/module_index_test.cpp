@@ -94,8 +94,9 @@ std::vector<std::string> spellings(const Folder& folder, std::mt19937* random) {
     std::vector<std::string> result = {"<string>", "<cell 1>", "<Cell 1>", "", "/"};
     for (const std::string in : {"a", "A", "b", "b/deep", "to_a", "b/../a", "./a", "none"}) {
         for (const std::string& name : names) {
-            result.push_back(folder.path() + "/" + in + "/" + name);
-            result.push_back(in + "/" + name);
+            const std::string inside = std::string(in).append("/").append(name);
+            result.push_back(inside);
+            result.push_back(folder.path() + "/" + inside);
         }
     }
     std::shuffle(result.begin(), result.end(), *random);
