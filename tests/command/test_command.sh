@@ -51,8 +51,8 @@ refused "--python needs an interpreter" bench --python
 refused "--hook needs MODULE:NAME" run --hook
 refused "unknown option: --hook" demo --hook a:b
 refused "--token-file needs a file" run --listen 0 --token-file
-refused "--no-token goes with --listen" run --no-token tests/command/test_command.sh
-refused "--token-file goes with --listen" run --token-file=x tests/command/test_command.sh
+refused "--no-token goes with --listen" run --no-token "$0"
+refused "--token-file goes with --listen" run --token-file=x "$0"
 refused "unknown option: --no-token" dap --no-token
 refused "unknown option: --token-file" dap --token-file x
 refused "unexpected argument: extra" build extra

@@ -159,9 +159,9 @@ class ClientTest(dap_session.TestCase):
             self.leave(client, abruptly)
         self.assert_unharmed()
 
-    def test_a_pause_asked_for_before_attaching_is_not_the_next_clients(self):
+    def test_a_pause_asked_for_before_it_is_debugged_is_not_the_next_clients(self):
         client = self.connect(self.program)
-        client.ask('initialize')
+        client.begin({})
         client.ask('pause', threadId=1)
         client.close()
         self.wait_until_free()
