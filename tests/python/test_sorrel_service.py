@@ -157,7 +157,7 @@ y = 2
                 stop_anywhere(id)
             self.service._steps.stop_anywhere = late
             self.service.pause()
-            self.service._debugs_thread(thread.get_ident())
+            self.service._interrupt_here()
         self.run_program('a = 1\nb = 2\nc = 3\n', leave_amid)
         self.assertEqual([line for _, line in self.front_end.lines], [1])
 

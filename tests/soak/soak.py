@@ -35,6 +35,8 @@ CLIENT_SECONDS = 6.0
 MORE_REFERENCES = 3000
 MORE_KILOBYTES = 30000
 _ROUND = re.compile(r'round (\d+): (\d+) answers, sum (\d+), (\d+) threads left, (\d+) references')
+# How long a step may take.
+_STEP_SECONDS = 3.0
 # How much is shown of what a client was told before it failed.
 _SHOWN = 4000
 # Lines to stop at, by the comments on them.
@@ -193,12 +195,43 @@ class Clients(object):
                 time.sleep(min(0.2, max(0, end - time.time())))
                 client.ask('pause', threadId=client.ask('threads')['threads'][0]['id'])
             client.stopped()
+            is_stopped = True
             for _ in range(random.randrange(4)):
-                random.choice((lambda: client.evaluate('locals()'), lambda: client.scope(),
-                               lambda: client.ask('threads'),
-                               lambda: client.step(random.choice(('next', 'stepIn', 'stepOut')))
-                               ))()
-            client.go()
+                if is_stopped:
+                    is_stopped = random.choice((_evaluate, _look, _ask_for_threads, _step))(
+                        client, random)
+            if is_stopped:
+                client.go()
+
+
+# What a client does with a stopped thread; each returns whether it is stopped again, or still.
+
+def _evaluate(client, random):
+    client.evaluate('locals()')
+    return True
+
+
+def _look(client, random):
+    client.scope()
+    return True
+
+
+def _ask_for_threads(client, random):
+    client.ask('threads')
+    return True
+
+
+def _step(client, random):
+    """The step may lead to the thread's end, and stop nowhere."""
+    client.go(random.choice(('next', 'stepIn', 'stepOut')))
+    end = time.time() + _STEP_SECONDS
+    while not [message for message in client.messages if message.get('event') == 'stopped']:
+        try:
+            client._read(end)
+        except AssertionError:
+            return False
+    client.stopped()
+    return True
 
 
 def _wait(child, seconds):
