@@ -106,7 +106,7 @@ bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event, P
 // What the handler of a quiet event would leave behind, other than one of a line. Apart, so that
 // what it keeps in registers costs a line nothing.
 [[gnu::noinline]] void leave_traces(const PyThreadState* thread, PyFrameObject* frame, int event,
-                  PyObject* argument) {
+                                    PyObject* argument) {
     if (event == kEventCall) {
         count_registry_call(&code_names);
         if (thread->c_traceobj == core.trace_dispatch && frame->f_trace == nullptr) {
@@ -141,7 +141,9 @@ bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
         return false;
     }
     ++core.event_count;
-    record->thread_ident = thread->thread_id;
+    if (record->thread_ident != thread->thread_id) {
+        record->thread_ident = thread->thread_id;
+    }
     if (event != kEventLine) {
         leave_traces(thread, frame, event, argument);
     }
