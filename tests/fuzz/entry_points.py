@@ -380,7 +380,8 @@ class World(object):
         elif choice == 12:
             sys.settrace(self.rng.choice([None, core.trace_dispatch, core.bootstrap_new_thread]))
         elif choice == 13:
-            self.files.mapped.resize(self.rng.choice([16, 64, 8192]))
+            # Within its page: nothing backs what is added to such a map beyond that.
+            self.files.mapped.resize(self.rng.choice([16, 64, 4000]))
         elif choice in (14, 15, 16):
             self.empty_containers()
         elif choice == 17:
