@@ -79,6 +79,12 @@ named_host() {
     echo "$exe"
 }
 
+# first_line TEXT. Not by a pipe that is closed early: whoever started us may ignore the signal for
+# that, and would be told of the error.
+first_line() {
+    echo "${1%%$'\n'*}"
+}
+
 # default_host: the one a command uses when none is named; brings one when there is none.
 default_host() {
     local exe
@@ -86,7 +92,7 @@ default_host() {
         named_host "$MORVIK_PYTHON"
         return
     fi
-    exe=$(all_hosts | head -n 1)
+    exe=$(first_line "$(all_hosts)")
     if [[ -z $exe ]]; then
         bring_hosts
         exe=${deps_hosts[0]}
@@ -114,7 +120,7 @@ debug_and_release_hosts() {
 # release_host: where figures are taken.
 release_host() {
     local exe
-    exe=$(hosts_of release | head -n 1)
+    exe=$(first_line "$(hosts_of release)")
     if [[ -z $exe ]]; then
         bring_hosts
         exe=${deps_hosts[1]}

@@ -81,6 +81,10 @@ check "standard error of the program" "$err" "e"
 run 0 python --python "$host" -- -c 'import tmorvik26_vs2012_x64 as m; print(m.__name__)' x
 check "import of the module" "$out" tmorvik26_vs2012_x64
 
+# As a program that ignores the signal of a closed pipe would call it.
+err=$(trap '' PIPE; "$root/morvik" python -- -c 'pass' 2>&1 >/dev/null)
+check "standard error where SIGPIPE is ignored" "$(sed '/^\[[0-9]* refs\]$/d' <<<"$err")" ""
+
 bills=$root/examples/template_language/bills.py
 run 1 run --python "$host" --hook weft.debugging:Hook "$bills" <<<'break templates/bill.weft:9
 continue'
