@@ -6,7 +6,7 @@ const assert = require('node:assert');
 const fs = require('node:fs');
 const path = require('node:path');
 const { withClient, program, line, scratch } = require('./lib/client');
-const { Listening, until } = require('./lib/listening');
+const { Listening, isThere, until } = require('./lib/listening');
 
 // Runs until the file that is its argument says so, or it is ended.
 const LASTING = program(`
@@ -33,15 +33,6 @@ function note() {
     const read = () => (fs.existsSync(file) ? fs.readFileSync(file, 'utf8') : '');
     return { file, read, says: (text) => until(() => read().includes(text),
         () => `no ${text} in ${read()}`) };
-}
-
-function isThere(pid) {
-    try {
-        process.kill(pid, 0);
-        return true;
-    } catch {
-        return false;
-    }
 }
 
 async function launched(client, args, configure) {

@@ -6,7 +6,7 @@ const assert = require('node:assert');
 const fs = require('node:fs');
 const path = require('node:path');
 const { withClient, program, line, scratch } = require('./lib/client');
-const { connect, frame, until } = require('./lib/listening');
+const { connect, frame, isThere, until } = require('./lib/listening');
 const { SERVICE, withService } = require('./lib/service');
 
 const AT_ONCE = {
@@ -68,6 +68,12 @@ async function meets(port, token, send) {
     await nextClient(port);
 }
 
+// The adapter's client says what is no message.
+async function errs(client) {
+    client._adapterProcess.stdin.write('GET / HTTP/1.0\r\n\r\n');
+    await client.closed;
+}
+
 test('the program is ready for the next client', () =>
     withService(async (service, port, token) => {
         await service.wrote('ready');
@@ -113,17 +119,35 @@ test('who does not know the token learns nothing', () => withService(async (serv
     await nextClient(port);
 }));
 
-test('the adapter lets go of a program if its client errs', () => withClient(async (client) => {
-    const note = path.join(scratch(), 'note');
-    const file = program(`
-import os, sys, time
-while not os.path.exists(sys.argv[1]):
+test('the adapter ends the program that it has launched if its client errs', () =>
+    withClient(async (client) => {
+        const note = path.join(scratch(), 'note');
+        const file = program(`
+import signal, sys, time
+
+def tidy(number, frame):
+    open(sys.argv[1], 'w').write('tidied')
+    sys.exit()
+
+signal.signal(signal.SIGTERM, tidy)
+for _ in range(60000):
     time.sleep(0.001)  # turn
-open(sys.argv[1] + '2', 'w').write('over')
 `);
-    await client.launchTo(file, '# turn', { args: [note] });
-    client._adapterProcess.stdin.write('GET / HTTP/1.0\r\n\r\n');
-    await client.closed;
-    fs.writeFileSync(note, '');
-    await until(() => fs.existsSync(`${note}2`), () => 'it does not run on');
-}));
+        await client.launchTo(file, '# turn', { args: [note] });
+        const { systemProcessId } = await client.next('process');
+        await errs(client);
+        await until(() => !isThere(systemProcessId), () => 'still there');
+        assert.equal(fs.readFileSync(note, 'utf8'), 'tidied');
+    }));
+
+test('the adapter lets go of the program that it is attached to if its client errs', () =>
+    withService(async (service, port) => {
+        await withClient(async (client) => {
+            await client.begin('attach', { port });
+            await client.breakAt(SERVICE, line(SERVICE, '# main'));
+            await client.stop();
+            await errs(client);
+        });
+        await nextClient(port);
+        assert.equal(service.status, undefined);
+    }));

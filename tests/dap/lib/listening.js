@@ -61,6 +61,16 @@ async function until(condition, complaint) {
     }
 }
 
+// Whether there is such a process.
+function isThere(pid) {
+    try {
+        process.kill(pid, 0);
+        return true;
+    } catch {
+        return false;
+    }
+}
+
 // A bare connection. data: everything received; hungUp: resolves when the other side has hung up.
 function connect(port) {
     return new Promise((resolve, reject) => {
@@ -77,4 +87,4 @@ function frame(message) {
     return `Content-Length: ${Buffer.byteLength(json)}\r\n\r\n${json}`;
 }
 
-module.exports = { Listening, connect, frame, until };
+module.exports = { Listening, connect, frame, isThere, until };
