@@ -3,8 +3,9 @@
 usage: ./morvik python -- tests/fuzz/transport.py [--seed N [--last M]] [--verbose]
        ./morvik python -- tests/fuzz/transport.py --record    makes the recordings anew
 
-Every request that can be read gets one answer, unless the connection ends for a reason; the server
-does not complain of itself; the program goes on; and the next client can debug it.
+Every request that can be read gets one answer, unless the connection ends for a reason; who does
+not show the token is shown out, with an answer; the server does not complain of itself; the program
+goes on; and the next client can debug it.
 """
 
 import glob
@@ -23,11 +24,14 @@ import traceback
 import fuzzing
 import dap_session
 
+from sorrel.dap import protocol, shapes
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 PROGRAM = os.path.join(HERE, "debuggee.py")
 CORPUS = os.path.join(HERE, "corpus")
-# Stands in the recordings for the path of the program.
+# Stand in the recordings for the path of the program and for its token.
 PLACEHOLDER = "@program"
+TOKEN_PLACEHOLDER = "@token"
 PATIENCE = 15
 MEGABYTE = 1 << 20
 # How much the program may grow over the rounds of a batch. The sanitizers keep what was freed.
@@ -62,10 +66,11 @@ COMMANDS = ["initialize", "attach", "launch", "configurationDone", "setBreakpoin
 
 class Mutator(object):
 
-    def __init__(self, rng, corpus, listening):
+    def __init__(self, rng, corpus, token):
+        """token: what the program that listens wants to be shown; None for the adapter."""
         self.rng = rng
         self.corpus = corpus
-        self.listening = listening
+        self.token = token
 
     def messages(self):
         """A session, as it was or not."""
@@ -82,7 +87,8 @@ class Mutator(object):
         return [message for message in map(self.harmless, made) if message is not None]
 
     def copy_of(self, session):
-        return json.loads(json.dumps(session).replace(PLACEHOLDER, PROGRAM))
+        text = json.dumps(session).replace(PLACEHOLDER, PROGRAM)
+        return json.loads(text.replace(TOKEN_PLACEHOLDER, self.token or ""))
 
     def change_order(self, messages):
         rng = self.rng
@@ -164,7 +170,7 @@ class Mutator(object):
         if not isinstance(message, dict):
             return message
         command = message.get("command")
-        if self.listening and command in LEFT_OUT:
+        if self.token is not None and command in LEFT_OUT:
             return None
         if command == "launch":
             # Nothing but the program that is there is launched.
@@ -206,8 +212,8 @@ class Mutator(object):
         if self.rng.random() < 0.05:
             header = self.rng.choice([
                 "content-length:%d\r\n" % len(body),
-                "Content-Type: application/json\r\n" + header,
-                "Content-Length : %d \r\nX: y\r\n" % len(body), header + "X:\r\n"])
+                header + "Content-Type: application/json\r\n",
+                "CONTENT-LENGTH:  %d \r\nX: y\r\n" % len(body), header + "X:\r\n"])
         return header + "\r\n" + body
 
     def broken_frame(self, frame):
@@ -220,7 +226,9 @@ class Mutator(object):
             return "Content-Length: %d\r\n\r\n%s" % (length, body)
         if choice == 1:
             return rng.choice(["\r\n\r\n", "", "x" * 5000, "\0", "Content-Length:\r\n\r\n",
-                               "Content-Length: 1_0\r\n\r\n", "GET / HTTP/1.1\r\n\r\n"]) + body
+                               "Content-Length: 1_0\r\n\r\n", "GET / HTTP/1.1\r\n\r\n",
+                               "Content-Type: application/json\r\n%s\r\n\r\n" % header,
+                               header.replace(":", " :") + "\r\n\r\n"]) + body
         if choice == 2:
             return header + "\n\n" + body
         if choice == 3:
@@ -296,10 +304,58 @@ class Answers(object):
                         message["message"], message["command"]))
 
 
-def is_readable(message):
+class Door(object):
+    """Who may debug the program: whoever has introduced itself, and then shows the token."""
+
+    MOST_MESSAGES = 20
+
+    def __init__(self, token):
+        """token: None where whoever comes may."""
+        self._token = token
+        self.is_open = token is None
+        self._is_introduced = False
+        self._messages = 0
+
+    def limits(self):
+        return protocol.FROM_CLIENT if self.is_open else protocol.FROM_STRANGER
+
+    def has_patience(self):
+        """Whether one more message is listened to."""
+        self._messages += 1
+        return self.is_open or self._messages <= self.MOST_MESSAGES
+
+    def lets(self, request):
+        """Whether whoever has made it may go on."""
+        if not self.is_open and request["command"] == "initialize":
+            self._is_introduced = self._is_introduced or has_right_shape(request)
+        elif not self.is_open and request["command"] == "attach" and self._is_introduced:
+            arguments = request.get("arguments")
+            self.is_open = isinstance(arguments, dict) and arguments.get("token") == self._token
+            return self.is_open
+        return True
+
+
+def has_right_shape(request):
+    try:
+        shapes.checked(request)
+    except protocol.Refused:
+        return False
+    return True
+
+
+def is_readable(message, limits):
     return isinstance(message, dict) and isinstance(message.get("type"), basestring) and (
         message["type"] != "request" or type(message.get("seq")) in (int, long)
-        and isinstance(message.get("command"), basestring)) and depth_of(message) <= 100
+        and isinstance(message.get("command"), basestring)) and \
+        depth_of(message) <= 100 and is_within(json.dumps(message), limits)
+
+
+def is_within(text, limits):
+    """Whether the text of a message is not too large, nor made of too many parts."""
+    strings = re.findall(r'"[^"\\]*(?:\\.[^"\\]*)*"', text)
+    marks = len(re.findall("[,:[{]", text)) - len(re.findall("[,:[{]", "".join(strings)))
+    return len(text) <= limits.size and \
+        max(text.count("\\"), len(strings), marks) <= limits.parts
 
 
 def depth_of(value):
@@ -313,45 +369,62 @@ def depth_of(value):
     return depth
 
 
-def expected(messages):
-    """(seq, command) of the requests that can be read, how many of them must be answered, and
-    whether the connection may end."""
-    wanted = []
-    surely = None
-    for message in messages:
-        if not is_readable(message):
-            break
-        if message["type"] == "request":
-            wanted.append((message["seq"], message["command"]))
-            if message["command"] == "disconnect" and surely is None:
-                surely = len(wanted)
-    else:
-        message = None
-    # Who does not introduce himself is shown out.
-    may_end = message is not None or surely is not None or \
-        "initialize" not in [command for _, command in wanted[:1]]
-    return wanted, len(wanted) if surely is None else surely, may_end
+class Expected(object):
+    """What is to come back for these messages.
+
+    wanted: (seq, command) of the requests that can be read. surely: how many of them must be
+    answered. before_end: how many even if the connection ends, and may_end: whether it may.
+    """
+
+    def __init__(self, messages, token):
+        self.wanted = []
+        door = Door(token)
+        surely = None
+        is_broken = is_shown_out = False
+        for message in messages:
+            is_broken = not is_readable(message, door.limits()) or not door.has_patience()
+            if is_broken:
+                break
+            if message["type"] == "request":
+                self.wanted.append((message["seq"], message["command"]))
+                is_shown_out = surely is None and not door.lets(message)
+                if surely is None and (is_shown_out or message["command"] == "disconnect"):
+                    surely = len(self.wanted)
+                if is_shown_out:
+                    break
+        self.surely = len(self.wanted) if surely is None else surely
+        # Whoever is not let in has to go after a while.
+        self.may_end = is_broken or surely is not None or not door.is_open
+        self.before_end = 0 if self.may_end and not is_shown_out else self.surely
+
+    def missing(self, responses, ended):
+        """Those that must be answered and are not. responses: the commands answered, by seq."""
+        left = dict((seq, len(responses[seq])) for seq in responses)
+        missing = []
+        for seq, command in self.wanted[:self.before_end if ended else self.surely]:
+            left[seq] = left.get(seq, 0) - 1
+            if left[seq] < 0:
+                missing.append((seq, command))
+        return missing
 
 
 class Fault(Exception):
     pass
 
 
-def complaint_of(wanted, surely, answers, may_end, ended):
+def complaint_of(expected, answers, ended):
     """What is wrong with the answers, or None."""
     counts = {}
-    for seq, _ in wanted:
+    for seq, _ in expected.wanted:
         counts[seq] = counts.get(seq, 0) + 1
     for seq in answers.responses:
         if len(answers.responses[seq]) > counts.get(seq, 0):
             return "%d answers to %d requests %r" % (
                 len(answers.responses[seq]), counts.get(seq, 0), seq)
-    if ended and may_end:
-        return None
-    missing = [(seq, command) for seq, command in wanted[:surely] if seq not in answers.responses]
+    missing = expected.missing(answers.responses, ended)
     if missing:
         return "no answers to %r%s" % (missing[:5], " before the end" if ended else "")
-    if ended and not answers.is_over:
+    if ended and not expected.may_end and not answers.is_over:
         return "the connection has ended"
     return None
 
@@ -375,21 +448,21 @@ class Session(object):
                 break
             # Who does not read is dropped.
             ended = self.read(receive, 0) or ended
-        wanted, surely, may_end = expected(self.sent)
+        expected = Expected(self.sent, self.mutator.token)
         if self.mutator.rng.random() < 0.15:
             return
         end = time.time() + (PATIENCE if self.is_whole else 0.3)
-        while not ended and time.time() < end and not self.has_all(wanted[:surely]):
+        while not ended and time.time() < end and not self.has_all(expected):
             ended = self.read(receive, 0.2)
         # There may be one too many.
         ended = ended or self.read(receive, 0.02)
         if self.is_whole:
-            wrong = complaint_of(wanted, surely, self.answers, may_end, ended)
+            wrong = complaint_of(expected, self.answers, ended)
             if wrong:
                 raise Fault(wrong)
 
-    def has_all(self, wanted):
-        return self.is_whole and not [seq for seq, _ in wanted if seq not in self.answers.responses]
+    def has_all(self, expected):
+        return self.is_whole and not expected.missing(self.answers.responses, False)
 
     def read(self, receive, seconds):
         """Whether the other side has ended."""
@@ -571,9 +644,10 @@ class Fuzzer(fuzzing.Fuzzer):
         listening = seed % self.adapter_every != 0
         corpus = [self.corpus[name] for name in sorted(self.corpus)
                   if listening != name.startswith("launch")]
-        mutator = Mutator(rng, corpus, listening)
+        token = host.program.token if listening else None
+        mutator = Mutator(rng, corpus, token)
         if verbose:
-            for message in Mutator(fuzzing.dice(seed), corpus, listening).messages():
+            for message in Mutator(fuzzing.dice(seed), corpus, token).messages():
                 print(json.dumps(message)[:200])
         try:
             if listening:
@@ -616,10 +690,13 @@ class Recording(object):
         self.messages.append(message)
         self._send(message)
 
-    def keep(self, name):
+    def keep(self, name, token=None):
+        """token: that of the program."""
         path = os.path.join(CORPUS, name + ".json")
         output = open(path, "w")
         text = json.dumps(self.messages, indent=1, sort_keys=True).replace(PROGRAM, PLACEHOLDER)
+        if token is not None:
+            text = text.replace(token, TOKEN_PLACEHOLDER)
         output.write(re.sub(r" +\n", "\n", text) + "\n")
         output.close()
 
@@ -635,7 +712,7 @@ def record():
             client.begin({"justMyCode": True})
             play(host, client)
             client.ask("disconnect")
-            recording.keep(name)
+            recording.keep(name, host.program.token)
             host.let_go(client)
     finally:
         host.tearDown()
