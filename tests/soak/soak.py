@@ -212,7 +212,9 @@ def _evaluate(client, random):
 
 
 def _look(client, random):
-    client.scope()
+    # A module that is being loaded again has global variables alone.
+    scopes = client.ask('scopes', frameId=client.top()['id'])['scopes']
+    client.variables(scopes[0]['variablesReference'])
     return True
 
 
