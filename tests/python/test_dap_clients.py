@@ -280,8 +280,10 @@ last = 1  # last
         self.assertEqual((logged[0], sorted(logged)), (0, logged))
         self.assertEqual(len(logged) + left_out, 600)
         self.assertTrue(left_out > 0)
-        # All messages would have 120 MB in memory, most of it where they wait.
-        self.assertTrue(int(client.evaluate('peak').strip("'")) < 80000)
+        # All messages would have 120 MB in memory, most of it where they wait. The sanitizers keep
+        # what is given back.
+        if 'libasan' not in open('/proc/self/maps').read():
+            self.assertTrue(int(client.evaluate('peak').strip("'")) < 80000)
 
     def top_of(self, client):
         return client.ask('stackTrace', threadId=1, levels=1)['stackFrames'][0]
