@@ -6,7 +6,7 @@ attach, with the token where one is needed.
 
 import time
 
-from sorrel.dap import capabilities, protocol, shapes
+from sorrel.dap import capabilities, protocol
 from sorrel.dap.connection import Connection, Gone
 from sorrel.dap.job import answer
 from sorrel.dap.protocol import Refused
