@@ -4,7 +4,7 @@ import optparse
 import sys
 
 _USAGE = '''%prog terminal [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
-       %prog serve (--listen PLACE [--wait] [--token-file FILE | --no-token] | --greeting FILE)
+       %prog serve (--listen PLACE [--wait] [--token-file FILE | --no-token] | --handshake FILE)
              [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog dap
        %prog demo (ledger | bills)'''
@@ -44,7 +44,7 @@ def _parse(arguments):
         parser.add_option('--no-token', action='store_true',
                           help='whoever can connect can debug the program')
         parser.add_option('--wait', action='store_true', help='run only when one has')
-        parser.add_option('--greeting', metavar='FILE', help='find the one client in FILE')
+        parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
         parser.add_option('--module', action='store_true', help='PROGRAM is a module by name')
     options, words = parser.parse_args(words[1:])
     if command == 'demo' and words and words[0] not in _DEMOS:
@@ -57,8 +57,8 @@ def _parse(arguments):
         if not all(hook.partition(':')):
             parser.error('not MODULE:NAME: %s' % hook)
     if command == 'serve':
-        if (options.listen is None) == (options.greeting is None):
-            parser.error('needs either --listen or --greeting')
+        if (options.listen is None) == (options.handshake is None):
+            parser.error('needs either --listen or --handshake')
         if options.listen is not None:
             options.listen = _place(options.listen, parser)
         if (options.token_file is not None or options.no_token) and options.listen is None:
@@ -70,7 +70,7 @@ def _parse(arguments):
 
 def _place(text, parser):
     """Where to listen; only programs of this machine may connect where no host is named."""
-    from sorrel.dap.listening import Path, Port
+    from sorrel.server.network.listening import Path, Port
     if text.startswith('unix:') and text != 'unix:':
         return Path(text[len('unix:'):])
     host, colon, port = text.rpartition(':')
@@ -80,8 +80,8 @@ def _place(text, parser):
 
 
 def _debug(options, program, arguments):
-    from sorrel import runner
-    from sorrel.console import Console
+    from sorrel.service import runner
+    from sorrel.terminal.console import Console
     from sorrel.terminal import frontend
     terminal = frontend.over_service(Console())
     try:
@@ -94,11 +94,11 @@ def _debug(options, program, arguments):
 
 
 def _serve(options, program, arguments):
-    from sorrel import runner
-    from sorrel.dap import serve
+    from sorrel.service import runner
+    from sorrel.server import serve
     try:
         return serve.serve(program, arguments, bool(options.module), options.listen,
-                           bool(options.wait), options.greeting, options.hook,
+                           bool(options.wait), options.handshake, options.hook,
                            options.token_file, not options.no_token)
     except (runner.CannotRead, serve.CannotServe) as error:
         sys.stderr.write('sorrel: %s\n' % error)
@@ -108,10 +108,10 @@ def _serve(options, program, arguments):
 def main(arguments):
     command, options, words = _parse(arguments)
     if command == 'demo':
-        from sorrel import demo, recordings
+        from sorrel.terminal import demo, recordings
         return demo.play(recordings.RECORDINGS[words[0]])
     if command == 'dap':
-        from sorrel.dap import adapter
+        from sorrel.adapter import adapter
         return adapter.run()
     if command == 'serve':
         return _serve(options, words[0], words[1:])

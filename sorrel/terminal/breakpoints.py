@@ -2,7 +2,8 @@
 
 import os
 
-from sorrel import breakpoints, evaluate, places
+from sorrel.inspection import evaluation
+from sorrel.service import breakpoints, locations
 
 
 class BreakpointCommands(object):
@@ -98,18 +99,18 @@ class BreakpointCommands(object):
 
     def _find_place(self, place):
         file, _, rest = place.rpartition(':')
-        path = places.find_file(os.path.expanduser(file.strip())) if file else self._entry().path
+        path = locations.find_file(os.path.expanduser(file.strip())) if file else self._entry().path
         rest = rest.strip()
         if rest.isdigit():
             return path, int(rest)
         if not file:
             try:
-                value = evaluate.expression(rest, self._frame())
+                value = evaluation.expression(rest, self._frame())
             except Exception:
                 pass  # Not defined yet, perhaps.
             else:
                 return breakpoints.place_of(value)
-        return places.find_function(rest, path)
+        return locations.find_function(rest, path)
 
     def _clear_place(self, place):
         path, line = self._find_place(place)

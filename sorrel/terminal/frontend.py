@@ -9,19 +9,22 @@ import rlcompleter
 import sys
 from cmd import Cmd
 
-from sorrel import evaluate, exceptions, source, stacks, sublanguages
-from sorrel.console import Closed
-from sorrel.dap.values import Overtime
-from sorrel.records import (
-    CONTINUE, DETACH, INTERRUPTED, QUIT, RAISED, RETURNED, Resume, STEP_INTO, STEP_OUT, STEP_OVER,
-    STEP_OVER_RANGE)
-from sorrel.service import Service
+from sorrel.common import errors
+from sorrel.inspection import evaluation, source, stacks
+from sorrel.inspection.time_limit import Overtime
+from sorrel.languages import sublanguages
+from sorrel.service import exceptions
+from sorrel.service.service import Service
+from sorrel.service.stops import (
+    CONTINUE, DETACH, INTERRUPTED, QUIT, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
+    STEP_OVER, STEP_OVER_RANGE)
+from sorrel.service.thread_numbers import Threads
 from sorrel.terminal import syntax
 from sorrel.terminal.breakpoints import BreakpointCommands
-from sorrel.terminal.catching import CatchCommands
-from sorrel.terminal.patience import Patience
+from sorrel.terminal.console import Closed
+from sorrel.terminal.evaluation import PromptEvaluation
+from sorrel.terminal.exceptions import CatchCommands
 from sorrel.terminal.threads import ThreadCommands
-from sorrel.threadnumbers import Threads
 
 _LINES_SHOWN = 11
 # In place of the thread that stopped last, when that has ended.
@@ -62,7 +65,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     def use(self, service):
         self.service = service
         self._threads = Threads(service)
-        self._patience = Patience(service)
+        self._evaluation = PromptEvaluation(service)
 
     # For the service.
 
@@ -71,7 +74,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         self._look_at(stop.thread, stacks.at_stop(stop))
         self._resume = None
         try:
-            self._patience.call(stop, self._announce)
+            self._evaluation.call(stop, self._announce)
             while self._resume is None:
                 self._one_command()
         except Closed:
@@ -85,13 +88,13 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     def ending(self, stop):
         try:
             self._say('About to end %s: %s' % (
-                self._what_ends(stop), evaluate.error_text(*stop.argument[:2])))
+                self._what_ends(stop), errors.error_text(*stop.argument[:2])))
         except Closed:
             return Resume(DETACH)
         return None
 
     def interrupt(self):
-        return self._patience.interrupt()
+        return self._evaluation.interrupt()
 
     def thread_ended(self, id):
         if id == self._thread:
@@ -124,7 +127,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         elif self._stop.reason == RAISED:
             if self._stop.policy is not None:
                 self._say(_RAISED[self._stop.policy])
-            self._say(evaluate.error_text(*self._stop.argument[:2]))
+            self._say(errors.error_text(*self._stop.argument[:2]))
             if self._stop.is_end:
                 self._say('It is about to end %s.' % self._what_ends(self._stop))
         self._show_frame(self._index)
@@ -139,7 +142,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
             if line is None:
                 self._detach()
             else:
-                self._patience.call(self._stop, self.onecmd, line)
+                self._evaluation.call(self._stop, self.onecmd, line)
         except (KeyboardInterrupt, Overtime):
             self._say('\n--KeyboardInterrupt--')
 
@@ -156,11 +159,11 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     def default(self, line):
         if line.startswith('!'):
             line = line[1:]
-        self._try(evaluate.statement, line, self._frame(), self._show_value)
+        self._try(evaluation.statement, line, self._frame(), self._show_value)
 
     def completedefault(self, text, line, begin, end):
         try:
-            evaluate.check_size(text)
+            evaluation.check_size(text)
         except SyntaxError:
             return []  # What is before its last dot would be evaluated.
         names = dict(self._frame().f_globals)
@@ -287,7 +290,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         in_its_language = sublanguages.evaluator(self._shown_thread, self._frame())
         if in_its_language is not None:
             return in_its_language(expression)
-        return evaluate.expression(expression, self._frame())
+        return evaluation.expression(expression, self._frame())
 
     def _show_value(self, value):
         self._say(repr(value))
@@ -302,7 +305,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         except (Closed, Overtime):
             raise
         except:
-            self._say('*** ' + evaluate.error_text(*sys.exc_info()[:2]))
+            self._say('*** ' + errors.error_text(*sys.exc_info()[:2]))
 
     def _show_frame(self, index):
         entry = self._stack[index]

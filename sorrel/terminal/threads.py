@@ -1,6 +1,6 @@
 """Commands that look at the program's other threads and at its modules."""
 
-from sorrel import source, stacks
+from sorrel.inspection import source, stacks
 
 
 class ThreadCommands(object):

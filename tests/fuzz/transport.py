@@ -24,7 +24,7 @@ import traceback
 import fuzzing
 import dap_session
 
-from sorrel.dap import protocol, shapes
+from sorrel.protocol import messages, schema
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 PROGRAM = os.path.join(HERE, "debuggee.py")
@@ -317,7 +317,7 @@ class Door(object):
         self._messages = 0
 
     def limits(self):
-        return protocol.FROM_CLIENT if self.is_open else protocol.FROM_STRANGER
+        return messages.FROM_CLIENT if self.is_open else messages.FROM_STRANGER
 
     def has_patience(self):
         """Whether one more message is listened to."""
@@ -337,8 +337,8 @@ class Door(object):
 
 def has_right_shape(request):
     try:
-        shapes.checked(request)
-    except protocol.Refused:
+        schema.checked(request)
+    except messages.Refused:
         return False
     return True
 

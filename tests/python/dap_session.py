@@ -11,16 +11,16 @@ import subprocess
 import time
 
 import harness
-from sorrel.dap import capabilities
+from sorrel import main
+from sorrel.protocol import capabilities
+from sorrel.server.network import network_thread
 
 PATIENCE = 60
 
 # Starts the server as the command does, with other patience than it has for real clients.
 _HASTY = '''
 import sys
-from sorrel.dap import server
-server.PATIENCE, server.BEGIN_PATIENCE = %r, %r
-from sorrel import main
+network_thread.PATIENCE, network_thread.BEGIN_PATIENCE = %r, %r
 sys.exit(main.main(sys.argv[1:]))
 '''
 

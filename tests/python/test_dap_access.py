@@ -8,7 +8,8 @@ import time
 
 import dap_session
 import harness
-from sorrel.dap import access, listening
+from sorrel.protocol import tokens
+from sorrel.server.network import listening
 
 PROGRAM = '''
 import os, sys, time
@@ -41,22 +42,22 @@ class TokenTest(harness.TestCase):
         os.environ['XDG_RUNTIME_DIR'] = self.folder
 
     def assert_refused(self, reason, function, *arguments):
-        error = self.assert_raises(access.NoToken, None, function, *arguments)
+        error = self.assert_raises(tokens.NoToken, None, function, *arguments)
         self.assert_in(reason, str(error))
 
     def test_a_new_one_is_for_its_user_alone(self):
-        token = access.new_token(('127.0.0.1', 5679))
+        token = tokens.new_token(('127.0.0.1', 5679))
         self.assertEqual(token.path, os.path.join(self.folder, 'sorrel', '127.0.0.1-5679'))
         self.assertEqual((mode(token.path), mode(os.path.dirname(token.path))), (0600, 0700))
         self.assertEqual(open(token.path).read(), token.word + '\n')
         self.assertEqual(len(token.word), 32)
         int(token.word, 16)
         # What was left by a program that was killed is not used again.
-        self.assertNotEqual(access.new_token(('127.0.0.1', 5679)).word, token.word)
+        self.assertNotEqual(tokens.new_token(('127.0.0.1', 5679)).word, token.word)
 
     def test_it_is_removed_if_it_is_still_the_same(self):
-        first = access.new_token(('127.0.0.1', 5679))
-        second = access.new_token(('127.0.0.1', 5679))
+        first = tokens.new_token(('127.0.0.1', 5679))
+        second = tokens.new_token(('127.0.0.1', 5679))
         first.remove()
         self.assertTrue(os.path.exists(second.path))
         second.remove()
@@ -67,9 +68,9 @@ class TokenTest(harness.TestCase):
         output = open(self.path, 'w')
         output.write('Secret0123456789\n')
         output.close()
-        self.assert_refused('is not a file for this user alone', access.Token, self.path)
+        self.assert_refused('is not a file for this user alone', tokens.Token, self.path)
         os.chmod(self.path, 0600)
-        token = access.Token(self.path)
+        token = tokens.Token(self.path)
         self.assertEqual(token.word, 'Secret0123456789')
         token.remove()
         self.assertTrue(os.path.exists(self.path))
@@ -80,45 +81,45 @@ class TokenTest(harness.TestCase):
             output.write(content)
             output.close()
             os.chmod(self.path, 0600)
-            self.assert_refused('no token in', access.Token, self.path)
+            self.assert_refused('no token in', tokens.Token, self.path)
         for path in self.folder, '/dev/null':
-            self.assert_refused('is not a file for this user alone', access.Token, path)
-        self.assert_refused('cannot keep the token', access.Token, '/nowhere/token')
-        self.assert_refused('no such file', access.read_token, '/nowhere/token')
+            self.assert_refused('is not a file for this user alone', tokens.Token, path)
+        self.assert_refused('cannot keep the token', tokens.Token, '/nowhere/token')
+        self.assert_refused('no such file', tokens.read_token, '/nowhere/token')
         os.symlink(self.path, self.path + '2')
-        self.assert_refused('cannot keep the token', access.Token, self.path + '2')
+        self.assert_refused('cannot keep the token', tokens.Token, self.path + '2')
 
     def test_folders_that_others_have_prepared(self):
         folder = os.path.join(self.folder, 'sorrel')
         other = os.path.join(self.folder, 'other')
         os.mkdir(other, 0700)
         os.symlink(other, folder)
-        self.assert_refused('is not for this user alone', access.new_token, ('127.0.0.1', 1))
+        self.assert_refused('is not for this user alone', tokens.new_token, ('127.0.0.1', 1))
         os.unlink(folder)
         os.mkdir(folder)
         os.chmod(folder, 0770)
-        self.assert_refused('is not for this user alone', access.new_token, ('127.0.0.1', 1))
+        self.assert_refused('is not for this user alone', tokens.new_token, ('127.0.0.1', 1))
         self.assertEqual(os.listdir(folder), [])
         os.chmod(folder, 0700)
         if os.getuid() == 0:
             os.chown(folder, 12345, -1)
-            self.assert_refused('is not for this user alone', access.new_token, ('127.0.0.1', 1))
+            self.assert_refused('is not for this user alone', tokens.new_token, ('127.0.0.1', 1))
             os.chown(folder, 0, -1)
         os.rmdir(folder)
         self.script('', 'sorrel')
-        self.assert_refused('is not for this user alone', access.new_token, ('127.0.0.1', 1))
+        self.assert_refused('is not for this user alone', tokens.new_token, ('127.0.0.1', 1))
 
     def test_a_runtime_folder_that_is_open_to_others_is_not_used(self):
         os.chmod(self.folder, 0755)
-        token = access.new_token(('127.0.0.1', 1))
+        token = tokens.new_token(('127.0.0.1', 1))
         self.assertTrue(not token.path.startswith(self.folder))
         token.remove()
 
     def find(self, *address):
-        return access.find_token(Connected(*address))
+        return tokens.find_token(Connected(*address))
 
     def test_it_is_found_by_where_the_program_listens(self):
-        token = access.new_token(('127.0.0.1', 5679))
+        token = tokens.new_token(('127.0.0.1', 5679))
         self.assertEqual(self.find('127.0.0.1', 5679), token.word)
         for address in (('127.0.0.1', 5678), ('127.0.0.2', 5679), ('::1', 5679),
                         ('10.9.9.9', 5679)):
@@ -130,24 +131,24 @@ class TokenTest(harness.TestCase):
         self.assertEqual(self.find('127.0.0.1', 5679), None)
 
     def test_it_is_not_told_to_another_machine(self):
-        token = access.new_token(('0.0.0.0', 5679))
+        token = tokens.new_token(('0.0.0.0', 5679))
         self.assertEqual(self.find('127.0.0.1', 5679), token.word)
         self.assertEqual(self.find('10.1.2.3', 5679, '10.1.2.3'), token.word)
         self.assertEqual(self.find('10.9.9.9', 5679), None)
         self.assertEqual(self.find('::1', 5679), None)
         token.remove()
-        token = access.new_token(('::', 5679))
+        token = tokens.new_token(('::', 5679))
         self.assertEqual(self.find('127.0.0.1', 5679), token.word)
         self.assertEqual(self.find('::1', 5679), token.word)
 
     def test_the_newest_counts(self):
-        old = access.new_token(('127.0.0.1', 5679))
-        new = access.new_token(('0.0.0.0', 5679))
+        old = tokens.new_token(('127.0.0.1', 5679))
+        new = tokens.new_token(('0.0.0.0', 5679))
         os.utime(old.path, (1, 1))
         self.assertEqual(self.find('127.0.0.1', 5679), new.word)
 
     def test_what_arguments_show_it(self):
-        token = access.Token(self.path)
+        token = tokens.Token(self.path)
         self.assertTrue(token.is_shown_by({'token': unicode(token.word)}))
         for arguments in (None, [], 'x', {}, {'token': None}, {'token': 5}, {'token': [token.word]},
                           {'token': u'\xe9' * 32}, {'token': token.word[:-1] + u'\xe9'}):
@@ -250,7 +251,7 @@ class ServedTest(dap_session.TestCase):
         for options, said in (
                 (['--listen', '0', '--no-token', '--token-file', 'x'],
                  'needs at most one of --token-file and --no-token'),
-                (['--greeting', 'x', '--no-token'],
+                (['--handshake', 'x', '--no-token'],
                  '--token-file and --no-token go with --listen'),
                 (['--listen', 'unix:'], 'not [HOST:]PORT nor unix:PATH: unix:')):
             self.assertEqual(self.refusal(*options), 'sorrel: %s\n' % said)

@@ -10,7 +10,7 @@ import time
 
 import dap_session
 from dap_session import is_alive
-from sorrel.dap import greeting
+from sorrel.protocol import launch_handshake
 
 PROGRAM = '''
 import os, sys, time
@@ -221,7 +221,7 @@ while True:
         adapter.ask('disconnect')
 
     def test_words_are_for_the_user_alone(self):
-        made = greeting.Greeting()
+        made = launch_handshake.Handshake()
         try:
             self.assertEqual(os.stat(os.path.dirname(made.path)).st_mode & 0777, 0700)
             words = open(made.path).read().split()
@@ -232,7 +232,7 @@ while True:
         self.assert_(not os.path.exists(os.path.dirname(made.path)))
 
     def test_wrong_words_are_hung_up_on_alike_and_late(self):
-        made = greeting.Greeting()
+        made = launch_handshake.Handshake()
         port, word, _ = open(made.path).read().split()
         other = word[:-1] + ('0' if word[-1] != '0' else '1')
         callers = []
@@ -253,7 +253,7 @@ while True:
         made.close()
 
     def test_wrong_callers_do_not_keep_the_program_out(self):
-        made = greeting.Greeting()
+        made = launch_handshake.Handshake()
         port = open(made.path).read().split()[0]
         callers, program = [], []
 
@@ -262,7 +262,7 @@ while True:
                 callers.append(socket.create_connection(('127.0.0.1', int(port)),
                                                         dap_session.PATIENCE))
                 callers[-1].sendall('x' * (number % 33))
-            program.append(greeting.connect(made.path))
+            program.append(launch_handshake.connect(made.path))
         thread.start_new_thread(connect, ())
         end = time.time() + dap_session.PATIENCE
         found = None
@@ -280,12 +280,12 @@ while True:
         listener.listen(1)
         path = self.script('%d %s %s' % (listener.getsockname()[1], 'a' * 32, 'b' * 32), 'words')
         process = subprocess.Popen(
-            [dap_session.harness.launcher(), '-m', 'sorrel.main', 'serve', '--greeting', path,
+            [dap_session.harness.launcher(), '-m', 'sorrel.main', 'serve', '--handshake', path,
              '--', self.path], stderr=subprocess.PIPE)
         connection = listener.accept()[0]
         self.assertEqual(connection.recv(100), 'a' * 32)
         connection.sendall('c' * 32)
-        self.assert_in(str(greeting.Impostor('who has started this program does not answer')),
+        self.assert_in('who has started this program does not answer',
                        process.stderr.read())
         self.assertEqual(process.wait(), 2)
 

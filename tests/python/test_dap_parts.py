@@ -10,9 +10,11 @@ import time
 
 import dap_session
 import harness
-from sorrel.dap import (
-    children, hits, lazystack, outbox, protocol, shapes, sources, timelimit, values, waiting,
-    wakeup, words)
+from sorrel.inspection import child_values, stacks, time_limit, values
+from sorrel.protocol import messages, schema, secrets
+from sorrel.server.network import output_queue, polling, wakeup
+from sorrel.server.shared import sources
+from sorrel.server.stopped import hit_conditions
 
 
 class ProtocolTest(harness.TestCase):
@@ -21,46 +23,46 @@ class ProtocolTest(harness.TestCase):
                 {'type': 'request', 'seq': 1, 'command': 'y'}]
 
     def test_messages_cut_anywhere(self):
-        data = ''.join(protocol.encode(message) for message in self.MESSAGES)
+        data = ''.join(messages.encode(message) for message in self.MESSAGES)
         for cut in range(len(data) + 1):
-            decoder = protocol.Decoder()
+            decoder = messages.Decoder()
             self.assertEqual(decoder.feed(data[:cut]) + decoder.feed(data[cut:]), self.MESSAGES)
             self.assert_(not decoder.is_amid_message())
 
     def test_being_amid_a_message(self):
-        decoder = protocol.Decoder()
-        for letter in protocol.encode(self.MESSAGES[0])[:-1]:
+        decoder = messages.Decoder()
+        for letter in messages.encode(self.MESSAGES[0])[:-1]:
             self.assertEqual(decoder.feed(letter), [])
             self.assert_(decoder.is_amid_message())
 
     def test_limits(self):
-        for limits in protocol.FROM_STRANGER, protocol.FROM_CLIENT:
+        for limits in messages.FROM_STRANGER, messages.FROM_CLIENT:
             for data in ('Content-Length: %d\r\n\r\n' % (limits.size + 1),
-                         'Content-Length: ' + '1' * protocol.HEADER_LIMIT,
+                         'Content-Length: ' + '1' * messages.HEADER_LIMIT,
                          'Content-Length: 2\r\n' + 'X: y\r\n' * 8):
-                self.assertRaises(protocol.Broken, protocol.Decoder(limits).feed, data + '\r\n')
+                self.assertRaises(messages.Broken, messages.Decoder(limits).feed, data + '\r\n')
 
     def test_limits_can_be_raised_between_two_messages(self):
-        decoder = protocol.Decoder(protocol.FROM_STRANGER)
-        large = {'type': 'event', 'event': 'x' * protocol.FROM_STRANGER.size}
-        decoder.add(protocol.encode(self.MESSAGES[0]) + protocol.encode(large))
+        decoder = messages.Decoder(messages.FROM_STRANGER)
+        large = {'type': 'event', 'event': 'x' * messages.FROM_STRANGER.size}
+        decoder.add(messages.encode(self.MESSAGES[0]) + messages.encode(large))
         self.assertEqual(decoder.take(), self.MESSAGES[0])
-        decoder.limits = protocol.FROM_CLIENT
+        decoder.limits = messages.FROM_CLIENT
         self.assertEqual(decoder.take(), large)
         self.assertEqual(decoder.take(), None)
 
     def test_the_length_comes_first(self):
         body = json.dumps(self.MESSAGES[1])
         data = 'content-length:%d\r\nContent-Type: x\r\n\r\n%s' % (len(body), body)
-        self.assertEqual(protocol.Decoder().feed(data), [self.MESSAGES[1]])
+        self.assertEqual(messages.Decoder().feed(data), [self.MESSAGES[1]])
         # What begins in another way is known by its first letter.
         for first in 'G', 'P', '\0', '\r', ' ', 'Co ', 'Content-T':
-            self.assertRaises(protocol.Broken, protocol.Decoder().feed, first)
-        decoder = protocol.Decoder()
+            self.assertRaises(messages.Broken, messages.Decoder().feed, first)
+        decoder = messages.Decoder()
         for letter in 'cOnTeNt-LeNgTh:':
             self.assertEqual(decoder.feed(letter), [])
         # Twice is once too often.
-        self.assertRaises(protocol.Broken, protocol.Decoder().feed,
+        self.assertRaises(messages.Broken, messages.Decoder().feed,
                           'Content-Length: 2\r\nContent-Length: 2\r\n\r\n{}')
 
     def test_what_is_passed_on_gets_no_larger(self):
@@ -68,12 +70,12 @@ class ProtocolTest(harness.TestCase):
                         {'type': 'event', 'x': [1, 1.5, None, True, {u'\xe9': ''}, 1 << 99] * 999}):
             body = json.dumps(message, ensure_ascii=False, separators=(',', ':')).encode('utf-8')
             received, = self.feed(body)
-            passed_on = protocol.encode_as_received(received)
+            passed_on = messages.encode_as_received(received)
             self.assertTrue(len(passed_on) <= len(body) + 50)
-            self.assertEqual(protocol.Decoder().feed(passed_on), [message])
+            self.assertEqual(messages.Decoder().feed(passed_on), [message])
 
-    def feed(self, body, limits=protocol.FROM_CLIENT):
-        return protocol.Decoder(limits).feed(
+    def feed(self, body, limits=messages.FROM_CLIENT):
+        return messages.Decoder(limits).feed(
             'Content-Length: %d\r\n\r\n%s' % (len(body), body))
 
     def test_messages_as_large_as_any_client_may_need(self):
@@ -89,14 +91,14 @@ class ProtocolTest(harness.TestCase):
         self.assertEqual(self.feed('{"type": "event", "x": [%s, -1.5e300]}' % ('9' * 100)),
                          [{'type': 'event', 'x': [10 ** 100 - 1, -1.5e300]}])
         for number in '9' * 101, '-' + '9' * 101, '0.' + '9' * 101, '1e' + '0' * 101:
-            self.assertRaises(protocol.Broken, self.feed, '{"type": "event", "x": %s}' % number)
+            self.assertRaises(messages.Broken, self.feed, '{"type": "event", "x": %s}' % number)
 
     def test_what_would_take_long_to_read_is_not_read(self):
-        most = protocol.FROM_CLIENT.size
+        most = messages.FROM_CLIENT.size
         for body in dap_session.hostile_bodies():
             begun = os.times()[:2]
-            self.assertRaises(protocol.Broken, self.feed, body)
-            self.assertRaises(protocol.Broken, self.feed, body[:most])
+            self.assertRaises(messages.Broken, self.feed, body)
+            self.assertRaises(messages.Broken, self.feed, body[:most])
             self.assert_(sum(os.times()[:2]) - sum(begun) < 5, body[:10])
 
     def test_depth(self):
@@ -104,7 +106,7 @@ class ProtocolTest(harness.TestCase):
             return '{"type": "event", "x": %s%s}' % ('[' * depth + ']' * depth, more)
         feed = self.feed
         self.assertEqual(len(feed(message(99))), 1)
-        self.assertRaises(protocol.Broken, feed, message(100))
+        self.assertRaises(messages.Broken, feed, message(100))
         # What is in strings does not count.
         self.assertEqual(len(feed(message(1, r', "y": "%s\"[["' % ('[{' * 500)))), 1)
         self.assertEqual(len(feed(message(1, ', "y": [%s]' % ', '.join(['[]'] * 500)))), 1)
@@ -113,13 +115,13 @@ class ProtocolTest(harness.TestCase):
 class WordsTest(harness.TestCase):
 
     def test_only_the_word_itself_is_the_same(self):
-        word = words.new()
-        self.assertEqual(len(word), words.SIZE)
-        self.assertNotEqual(word, words.new())
-        self.assertTrue(words.is_same(word, word))
+        word = secrets.new()
+        self.assertEqual(len(word), secrets.SIZE)
+        self.assertNotEqual(word, secrets.new())
+        self.assertTrue(secrets.is_same(word, word))
         for said in ('', word[:-1], word + 'x', word + '\0', word[:-1] + ' ', 'x' + word[1:],
                      word.upper() + 'X', ' ' * len(word), '\xff' * 32):
-            self.assertTrue(not words.is_same(said, word), said)
+            self.assertTrue(not secrets.is_same(said, word), said)
 
     def test_a_wrong_word_is_looked_at_to_its_end(self):
         def steps(said):
@@ -130,7 +132,7 @@ class WordsTest(harness.TestCase):
                 return count
             sys.settrace(count)
             try:
-                words.is_same(said, 'a' * 32)
+                secrets.is_same(said, 'a' * 32)
             finally:
                 sys.settrace(None)
             return len(counted)
@@ -147,7 +149,7 @@ class WakeupTest(harness.TestCase):
         self.wakeup = wakeup.Wakeup()
 
     def is_awake(self):
-        return bool(waiting.wait([self.wakeup.descriptor.number], [], 0.05)[0])
+        return bool(polling.wait([self.wakeup.descriptor.number], [], 0.05)[0])
 
     def test_waking_up_as_often_as_needed(self):
         for _ in range(3):
@@ -179,11 +181,11 @@ class WakeupTest(harness.TestCase):
         other.close()
 
 
-class OutboxTest(harness.TestCase):
+class OutputQueueTest(harness.TestCase):
 
     def setUp(self):
         harness.TestCase.setUp(self)
-        self.box = outbox.Outbox()
+        self.box = output_queue.OutputQueue()
         self.box.owner = -1  # No thread of the test.
         self.box.begin('session')
 
@@ -195,14 +197,14 @@ class OutboxTest(harness.TestCase):
         return list(iter(self.box.take, None))
 
     def test_what_is_left_out_is_said_in_its_place(self):
-        size = outbox.LOG_LIMIT // 8
+        size = output_queue.LOG_LIMIT // 8
         for number in range(15):
             self.log(size)
             self.box.put('session', {'number': number})
-        messages = self.taken()
-        self.assertEqual([message['number'] for message in messages if 'number' in message],
+        taken = self.taken()
+        self.assertEqual([message['number'] for message in taken if 'number' in message],
                          range(15))
-        logs = [message['body'] for message in messages if 'body' in message]
+        logs = [message['body'] for message in taken if 'body' in message]
         self.assertEqual([log['category'] for log in logs], ['console'] * 8 + ['important'])
         self.assertEqual(logs[-1]['output'],
                          'sorrel: 7 log messages of %d letters left out here: they are read too '
@@ -211,7 +213,7 @@ class OutboxTest(harness.TestCase):
         self.assertEqual([message['body']['output'] for message in self.taken()], ['x'])
 
     def test_what_is_not_sent_yet_counts(self):
-        self.box.unsent = outbox.LOG_LIMIT
+        self.box.unsent = output_queue.LOG_LIMIT
         self.log(1)
         self.assertEqual(self.taken(), [])
         self.box.unsent = 0
@@ -219,19 +221,19 @@ class OutboxTest(harness.TestCase):
         self.assertTrue(self.box.is_empty())
 
     def test_a_thread_waits_a_moment_at_most(self):
-        self.log(outbox.LOG_LIMIT)
+        self.log(output_queue.LOG_LIMIT)
         begun = time.time()
         self.log(1)
         self.assertTrue(0.005 < time.time() - begun < 1)
         # Not even that when it is the network thread's own.
         self.box.owner = thread.get_ident()
         naps = []
-        outbox._sleep = naps.append
+        output_queue._sleep = naps.append
         self.log(1)
         self.assertEqual(naps, [])
 
     def test_messages_of_other_sessions_are_nobodys(self):
-        self.log(outbox.LOG_LIMIT)
+        self.log(output_queue.LOG_LIMIT)
         self.log(1)
         self.box.mark('session', len)
         self.box.begin('next')
@@ -263,14 +265,14 @@ class OutboxTest(harness.TestCase):
 class ShapesTest(harness.TestCase):
 
     def refusal(self, command, arguments):
-        return str(self.assert_raises(protocol.Refused, None, shapes.checked,
+        return str(self.assert_raises(messages.Refused, None, schema.checked,
                                       {'command': command, 'arguments': arguments}))
 
     def test_what_is_null_is_missing(self):
-        self.assertEqual(shapes.checked({'command': 'evaluate', 'arguments': {
+        self.assertEqual(schema.checked({'command': 'evaluate', 'arguments': {
             'expression': u'x', 'context': None, 'other': None}}), {'expression': u'x'})
-        self.assertEqual(shapes.checked({'command': 'threads', 'arguments': None}), {})
-        self.assertEqual(shapes.checked({'command': 'unheard_of'}), {})
+        self.assertEqual(schema.checked({'command': 'threads', 'arguments': None}), {})
+        self.assertEqual(schema.checked({'command': 'unheard_of'}), {})
 
     def test_refusals_name_the_place(self):
         self.assertEqual(self.refusal('evaluate', []), 'arguments is no object')
@@ -303,7 +305,7 @@ class ValuesTest(harness.TestCase):
 
     def setUp(self):
         harness.TestCase.setUp(self)
-        limit = timelimit.TimeLimit()
+        limit = time_limit.TimeLimit()
         self.calls = []
 
         def call(function, *arguments):
@@ -362,9 +364,10 @@ class ValuesTest(harness.TestCase):
             __slots__ = 'a', 'b'
         slotted = Slotted()
         slotted.a = 1
-        self.assertEqual([(child.name, child.value) for child in children.Object(slotted).named()],
+        named = child_values.Object(slotted).named()
+        self.assertEqual([(child.name, child.value) for child in named],
                          [('a', 1)])
-        rest = children.Object(range(100)).items.rest(40)
+        rest = child_values.Object(range(100)).items.rest(40)
         self.assertEqual((rest.name(), rest.count(), rest.get(0, 1)[0].name),
                          ('[40 to 99]', 60, '[40]'))
 
@@ -373,7 +376,7 @@ class TimeLimitTest(harness.TestCase):
 
     def setUp(self):
         harness.TestCase.setUp(self)
-        self.limit = timelimit.TimeLimit()
+        self.limit = time_limit.TimeLimit()
 
     def expire_soon(self, times=1):
         def expire():
@@ -391,7 +394,7 @@ class TimeLimitTest(harness.TestCase):
             while True:
                 pass
         self.expire_soon()
-        self.assertRaises(values.Overtime, self.limit.call, 0.1, for_ever)
+        self.assertRaises(time_limit.Overtime, self.limit.call, 0.1, for_ever)
 
     def test_what_catches_everything_is_ended_again(self):
         caught = []
@@ -401,12 +404,12 @@ class TimeLimitTest(harness.TestCase):
                 try:
                     while True:
                         pass
-                except values.Overtime:
+                except time_limit.Overtime:
                     if len(caught) == 2:
                         raise
                     caught.append(self.limit.deadline)
         self.expire_soon(3)
-        self.assertRaises(values.Overtime, self.limit.call, 0.1, stubborn)
+        self.assertRaises(time_limit.Overtime, self.limit.call, 0.1, stubborn)
         # There was a time set for the next attempt, each time.
         self.assertEqual([moment > 0 for moment in caught], [True, True])
 
@@ -433,7 +436,7 @@ class SourcesTest(harness.TestCase):
     def test_paths_without_mappings(self):
         self.assert_mapped(u'/a/b.py', '/a/b.py')
         self.assert_mapped(u'/\xe4.py', '/\xc3\xa4.py')
-        self.assertRaises(protocol.Refused, self.sources.to_program, u'/a\0b')
+        self.assertRaises(messages.Refused, self.sources.to_program, u'/a\0b')
 
     def test_mappings(self):
         self.sources.map_paths([{'localRoot': u'/home/me/shop/', 'remoteRoot': u'/srv/app'},
@@ -456,11 +459,11 @@ class SourcesTest(harness.TestCase):
         described = self.sources.describe('<string>')
         self.assertEqual(described, {'name': '<string>', 'sourceReference': 1})
         self.assertEqual(self.sources.describe('<string>'), described)
-        self.assert_raises(protocol.Refused, 'its source is not known',
+        self.assert_raises(messages.Refused, 'its source is not known',
                            self.sources.content, None, 1)
         path = self.script('x = 1\n')
         self.assertEqual(self.sources.content(path.decode('ascii'), 0), 'x = 1\n')
-        self.assert_raises(protocol.Refused, 'its source is not known',
+        self.assert_raises(messages.Refused, 'its source is not known',
                            self.sources.content, None, 7)
 
 
@@ -470,13 +473,13 @@ class HitsTest(harness.TestCase):
         for condition, due in (('3', [3, 4, 5, 6]), ('>= 3', [3, 4, 5, 6]), ('>3', [4, 5, 6]),
                                ('== 3', [3]), ('= 3', [3]), ('<3', [1, 2]), ('<= 3', [1, 2, 3]),
                                ('%3', [3, 6]), ('% 0', [])):
-            self.assert_(hits.is_condition(condition))
+            self.assert_(hit_conditions.is_condition(condition))
             self.assertEqual([number for number in range(1, 7)
-                              if hits.is_due(condition, number)], due)
+                              if hit_conditions.is_due(condition, number)], due)
 
     def test_what_is_no_condition(self):
         for text in ('', 'x', '3 4', '!3', '-1', '3.5', '>'):
-            self.assert_(not hits.is_condition(text), text)
+            self.assert_(not hit_conditions.is_condition(text), text)
 
 
 class LazyStackTest(harness.TestCase):
@@ -488,7 +491,7 @@ class LazyStackTest(harness.TestCase):
             for number in range(10):
                 made.append(number)
                 yield number
-        stack = lazystack.LazyStack(entries(), 12)
+        stack = stacks.LazyStack(entries(), 12)
         self.assertEqual((stack.page(2, 3), len(made), stack.most()), ([2, 3, 4], 5, 12))
         self.assertEqual((stack.page(0, 2), len(made)), ([0, 1], 5))
         self.assertEqual((stack.page(8, 0), stack.most()), ([8, 9], 10))

@@ -1,4 +1,4 @@
-"""docs/core.md is true to the module."""
+"""docs/core.md is true to the module, docs/architecture.md to the imports of the server."""
 
 import os
 import re
@@ -7,8 +7,10 @@ import harness
 from harness import core
 from method_table import FUNCTIONS
 
-REFERENCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../docs/core.md")
+TOP = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
+REFERENCE = os.path.join(TOP, "docs/core.md")
 ROW = re.compile(r"^\| `(\w+)\(([^`]*)\)` \| (\*loose\*)?")
+IMPORT = re.compile(r"^\s*from (sorrel[\w.]*) import", re.MULTILINE)
 REFUSED = re.compile(r"takes exactly (\d+) argument")
 
 
@@ -63,3 +65,44 @@ class ReferenceTest(harness.CoreTestCase):
         text = open(REFERENCE).read()
         for name in harness.INIT_ARGUMENTS[2:]:
             self.assert_in("`%s`" % name, text)
+
+
+class RoomsTest(harness.TestCase):
+
+    def documented(self):
+        """The rooms that each room may import, by its name."""
+        rooms = {}
+        lines = open(os.path.join(TOP, "docs/architecture.md")).read().splitlines()
+        for line in lines[lines.index("| room | runs in | what it holds | imports |") + 2:]:
+            if not line.startswith("|"):
+                return rooms
+            cells = line.split("|")
+            rooms[cells[1].strip(" `")] = re.findall(r"`([\w.]+)`", cells[4])
+
+    def imported(self):
+        """The same as the files have it."""
+        rooms = {}
+        server = os.path.join(TOP, "sorrel")
+        for folder, _, names in os.walk(server):
+            room = os.path.relpath(folder, server).replace(os.sep, ".").strip(".") or "sorrel"
+            files = [name for name in names if name.endswith(".py")]
+            for name in files:
+                for module in IMPORT.findall(open(os.path.join(folder, name)).read()):
+                    path = os.path.join(server, *module.split(".")[1:])
+                    found = module if os.path.isdir(path) else module.rpartition(".")[0]
+                    rooms.setdefault(room, set()).add(found.replace("sorrel.", "", 1))
+            if files:
+                rooms.setdefault(room, set()).discard(room)
+        return rooms
+
+    def test_rooms_import_what_the_table_says(self):
+        self.assertEqual(dict((room, sorted(names)) for room, names in self.imported().items()),
+                         dict((room, sorted(names)) for room, names in self.documented().items()))
+
+    def test_no_arrow_comes_back(self):
+        left = self.documented()
+        while left:
+            ends = [room for room, names in left.items() if not set(names) & set(left)]
+            self.assert_(ends, "in a circle: %s" % ", ".join(sorted(left)))
+            for room in ends:
+                del left[room]

@@ -6,7 +6,7 @@ import sorrel_session
 
 ALTERED = '''
 import sys
-from sorrel import demo, recordings
+from sorrel.terminal import demo, recordings
 recording = recordings.RECORDINGS['ledger']
 %s
 sys.exit(demo.play(recording))

@@ -7,7 +7,8 @@ import time
 import dap_session
 import harness
 import sorrel_session
-from sorrel import codelines, complaint, nesting, source, textfiles
+from sorrel.common import errors, file_lines, text_files
+from sorrel.inspection import code_lines, nesting
 
 # Runs lines of files that are none, in a function each.
 PROGRAM = '''import sys
@@ -51,18 +52,18 @@ class Odd(object):
 class Reading(harness.TestCase):
 
     def refusal(self, path):
-        return str(self.assert_raises(textfiles.Unreadable, None, textfiles.text, path))
+        return str(self.assert_raises(text_files.Unreadable, None, text_files.text, path))
 
     def test_reasons(self):
         for path, reason in Odd(self.folder).reasons + [
                 ('a\0b', 'no file can have this name'), ('', 'No such file or directory'),
                 ('/proc/self/mem', 'Input/output error')]:
             self.assertEqual((path, self.refusal(path)), (path, reason))
-            self.assertEqual(source.of_file(path, 1), '')
-        self.assert_(not textfiles.is_file('a\0b'))
+            self.assertEqual(file_lines.line(path, 1), '')
+        self.assert_(not text_files.is_file('a\0b'))
 
     def test_lines_of_every_system(self):
-        self.assertEqual(textfiles.text(self.script('a\r\nb\rc\n\xff')), 'a\nb\nc\n\xff')
+        self.assertEqual(text_files.text(self.script('a\r\nb\rc\n\xff')), 'a\nb\nc\n\xff')
 
     def test_nothing_may_be_read(self):
         path = self.script('x = 1\n')
@@ -77,13 +78,13 @@ class Reading(harness.TestCase):
             os.seteuid(user)
 
     def test_files_that_tell_of_no_size(self):
-        self.assert_in('Name:', textfiles.text('/proc/self/status'))
-        textfiles.LIMIT = 100
+        self.assert_in('Name:', text_files.text('/proc/self/status'))
+        text_files.LIMIT = 100
         self.assertEqual(self.refusal('/proc/self/status'), 'larger than 10 MB')
 
     def test_a_file_that_grows_while_it_is_read(self):
         path = self.script('x' * 50)
-        textfiles.LIMIT = 100
+        text_files.LIMIT = 100
         read = os.read
 
         def growing(file, size):
@@ -99,14 +100,14 @@ class Reading(harness.TestCase):
 
     def test_lines_are_read_again_when_the_file_has_changed(self):
         path = self.script('one\n')
-        self.assertEqual(source.of_file(path, 1), 'one\n')
+        self.assertEqual(file_lines.line(path, 1), 'one\n')
         self.script('other\n')
-        self.assertEqual(source.of_file(path, 1), 'other\n')
+        self.assertEqual(file_lines.line(path, 1), 'other\n')
         os.remove(path)
-        self.assertEqual(source.of_file(path, 1), '')
+        self.assertEqual(file_lines.line(path, 1), '')
 
     def test_a_long_line_is_cut(self):
-        self.assertEqual(len(source.of_file(self.script('x' * 5000), 1)), 1004)
+        self.assertEqual(len(file_lines.line(self.script('x' * 5000), 1)), 1004)
 
     def test_a_traceback_of_code_that_names_no_file(self):
         odd = Odd(self.folder)
@@ -117,16 +118,16 @@ class Reading(harness.TestCase):
                 namespace['f']()
             except KeyError:
                 self.assert_in('  File "%s", line 2, in f\nKeyError: 1\n' % path,
-                               complaint.formatted(*sys.exc_info()))
+                               errors.formatted(*sys.exc_info()))
 
     def test_encodings(self):
         # Nothing but the lines counts.
         for name in 'utf-8', 'koi8-r', 'no_such_encoding':
-            self.assertEqual(codelines.of_text(
+            self.assertEqual(code_lines.of_text(
                 '# coding: %s\nx = u"\xff"\n\ny = 2\n' % name, 'x.py'), [2, 4])
-        self.assertRaises(nesting.TooMuch, codelines.of_text, '# coding: big5\nx = "\xa5\\"\n', '')
+        self.assertRaises(nesting.TooMuch, code_lines.of_text, '# coding: big5\nx = "\xa5\\"\n', '')
         try:
-            codelines.of_text('# coding: koi8-r\nx = = 2\n', 'x.py')
+            code_lines.of_text('# coding: koi8-r\nx = = 2\n', 'x.py')
         except SyntaxError, error:
             self.assert_is(type(error), SyntaxError)
 

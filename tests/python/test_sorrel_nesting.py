@@ -9,7 +9,7 @@ import time
 import dap_session
 import harness
 import sorrel_session
-from sorrel import evaluate, nesting
+from sorrel.inspection import evaluation, nesting
 
 # What begins and ends a level, around "x".
 LEVELS = [
@@ -122,14 +122,14 @@ class Evaluating(ErrorsCase):
             for text in texts:
                 begun = time.time()
                 try:
-                    evaluate.compiled(text, '<stdin>', mode)
+                    evaluation.compiled(text, '<stdin>', mode)
                 except (SyntaxError, TypeError):
                     pass
                 self.assert_(time.time() - begun < 10, text[:40])
                 self.assertEqual(self.errors(), '', text[:40])
 
     def test_an_expression_that_is_checked_is_not_computed(self):
-        evaluate.check_expression('9 ** 9 ** 9 ** 9')
+        evaluation.check_expression('9 ** 9 ** 9 ** 9')
 
     def test_reasons(self):
         for text, reason in (
@@ -137,7 +137,7 @@ class Evaluating(ErrorsCase):
                  'expression'), ('x' * 70000, 'longer than 64 kB'),
                 ('a < b < c,' * 5000, 'too many branches')):
             try:
-                evaluate.compiled(text, '', 'eval')
+                evaluation.compiled(text, '', 'eval')
                 self.fail(reason)
             except SyntaxError, error:
                 self.assertEqual(str(error), reason)

@@ -6,8 +6,9 @@ import thread
 
 import harness
 import tmorvik26_vs2012_x64 as core
-from sorrel import frames, records, runner, service
-from sorrel.records import Resume
+from sorrel.inspection import frames
+from sorrel.service import runner, service, stops
+from sorrel.service.stops import Resume
 
 
 class FrontEnd(object):
@@ -22,14 +23,14 @@ class FrontEnd(object):
     def stopped(self, stop):
         self.stops.append(stop)
         self.lines.append((stop.reason, stop.frame.f_lineno))
-        answer = self.answers.pop(0) if self.answers else Resume(records.CONTINUE)
+        answer = self.answers.pop(0) if self.answers else Resume(stops.CONTINUE)
         return answer(stop) if callable(answer) else answer
 
     def ended(self, outcome):
         self.outcomes.append(outcome)
 
 
-INTO, OVER, OUT = (Resume(records.STEP_INTO), Resume(records.STEP_OVER), Resume(records.STEP_OUT))
+INTO, OVER, OUT = (Resume(stops.STEP_INTO), Resume(stops.STEP_OVER), Resume(stops.STEP_OUT))
 
 
 class Services(harness.TestCase):
@@ -73,18 +74,18 @@ y = 2
         self.run_program('''\
 for i in range(3): x = i
 y = 2
-''', Resume(records.STEP_OVER_LINE))
+''', Resume(stops.STEP_OVER_LINE))
         self.assertEqual(self.front_end.lines, [('step', 1), ('step', 2)])
 
     def test_a_range_of_lines_is_stepped_over(self):
         self.run_program('a = 1\nb = 2\nc = 3\nd = 4\n',
-                         Resume(records.STEP_OVER_RANGE, None, 1, 3))
+                         Resume(stops.STEP_OVER_RANGE, None, 1, 3))
         self.assertEqual(self.front_end.lines, [('step', 1), ('step', 4)])
 
     def test_a_stop_knows_the_threads(self):
         def look(stop):
             self.seen.append(self.service.threads())
-            return Resume(records.CONTINUE)
+            return Resume(stops.CONTINUE)
         self.run_program('x = 1\n', look)
         (only,), = self.seen
         self.assertEqual((only.id, only.ident, only.name, only.stop),
@@ -140,10 +141,10 @@ y = 2
 
     def test_detaching_ends_the_stops(self):
         status = self.run_program('a = 1\nb = 2\nimport sys\nsys.exit = None\n', OVER,
-                                  Resume(records.DETACH), OVER)
+                                  Resume(stops.DETACH), OVER)
         self.assertEqual((status, self.front_end.lines), (0, [('step', 1), ('step', 2)]))
         self.assertEqual(self.service.attached, False)
-        self.service.ended(records.Outcome(0, None))
+        self.service.ended(stops.Outcome(0, None))
         self.assertEqual(self.front_end.outcomes, [])
 
     def test_a_pause_stops_nobody_when_who_asked_for_it_has_just_left(self):
@@ -165,8 +166,8 @@ y = 2
         self.front_end = FrontEnd()
         self.service = service.Service(self.front_end)
         runner.run(runner.find_script(self.script('x = 1\n')), self.service)
-        self.service.ended(records.Outcome(0, None))
-        self.assertEqual(self.front_end.outcomes, [records.Outcome(0, None)])
+        self.service.ended(stops.Outcome(0, None))
+        self.assertEqual(self.front_end.outcomes, [stops.Outcome(0, None)])
         self.assertEqual(self.service.attached, False)
 
     def test_a_front_end_that_fails_is_detached_and_the_error_shown(self):

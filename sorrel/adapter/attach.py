@@ -1,0 +1,73 @@
+"""What a client's request to attach means for the adapter: where the program is, and its token."""
+
+import os
+import socket
+
+from sorrel.protocol import schema, tokens
+from sorrel.protocol.messages import Refused
+
+_CONNECT_PATIENCE = 10.0
+# What the program wants to know: not what is for the adapter alone, or for the editor.
+_PASSED_ON = frozenset(name.rstrip('?') for name in schema.ATTACH).difference(
+    ('connect', 'host', 'port', 'socket', 'tokenFile'))
+
+
+def connect(arguments):
+    """A socket that is connected to the program. Raises Refused."""
+    place = arguments.get('connect', arguments)
+    if ('port' in place) == ('socket' in arguments):
+        raise Refused('attach needs either a port or a socket')
+    if 'socket' in arguments:
+        name = _path(arguments['socket'])
+        make = lambda: _connected_to_path(name)
+    else:
+        address = place.get('host', u'127.0.0.1').encode('utf-8'), place['port']
+        name = '%s:%s' % address
+        make = lambda: socket.create_connection(address, _CONNECT_PATIENCE)
+    try:
+        connection = make()
+    except (EnvironmentError, OverflowError, TypeError) as error:  # TypeError: a NUL in a path.
+        raise Refused('cannot connect to %s: %s' % (name, error))
+    if connection.family != getattr(socket, 'AF_UNIX', None):
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+    return connection
+
+
+def request_with_token(request, arguments, connection):
+    """The client's request as the program is to have it. Raises Refused."""
+    passed = dict((name, value) for name, value in arguments.items()
+                  if name in _PASSED_ON)
+    token = _token(arguments, connection)
+    if token is not None:
+        passed['token'] = token
+    return dict(request, arguments=passed)
+
+
+def _token(arguments, connection):
+    if 'token' in arguments:
+        return arguments['token']
+    try:
+        if 'tokenFile' in arguments:
+            return tokens.read_token(_path(arguments['tokenFile']))
+        if connection.family == getattr(socket, 'AF_UNIX', None):
+            return None
+        return tokens.find_token(connection)
+    except (EnvironmentError, tokens.NoToken) as error:
+        raise Refused(str(error))
+
+
+def _connected_to_path(path):
+    if not hasattr(socket, 'AF_UNIX'):
+        raise Refused('there are no such sockets on this platform')
+    connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    try:
+        connection.settimeout(_CONNECT_PATIENCE)
+        connection.connect(path)
+    except BaseException:
+        connection.close()
+        raise
+    return connection
+
+
+def _path(named):
+    return os.path.expanduser(named.encode('utf-8'))

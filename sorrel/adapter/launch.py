@@ -1,0 +1,98 @@
+"""Starting a program for a client, in a process of its own or in a terminal of the client's."""
+
+import os
+import subprocess
+import sys
+
+from sorrel.processes import guard, own_folders
+from sorrel.protocol.launch_handshake import Handshake
+
+_FOLDER = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+_MORVIK = os.path.join(_FOLDER, 'morvik')
+_TERMINALS = {'integratedTerminal': 'integrated', 'externalTerminal': 'external'}
+
+
+class CannotLaunch(Exception):
+    """The text says why."""
+
+
+class Launch(object):
+    """A program on its way: its process is there, but not yet the connection to it."""
+
+    def __init__(self, arguments):
+        """arguments: those of the client's launch request. Raises CannotLaunch."""
+        self._arguments = arguments
+        self._handshake = None
+        self._command = self._make_command()
+
+    def sockets(self):
+        """Those that look() is to be called for."""
+        return self._handshake.sockets()
+
+    def terminal(self):
+        """The kind of terminal that the client wants; None for none."""
+        return _TERMINALS.get(self._arguments.get('console'))
+
+    def start(self):
+        """Returns the process, as a subprocess.Popen. Raises CannotLaunch."""
+        self._greet()
+        try:
+            return subprocess.Popen(
+                self._full_command(), cwd=_encoded(self._arguments.get('cwd')),
+                env=self._environment(), stdin=open(os.devnull), stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE, close_fds=True, preexec_fn=guard.OWN_SESSION)
+        except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
+            self.close()
+            raise CannotLaunch('cannot start it: %s' % error)
+
+    def terminal_request(self):
+        """The arguments of the request that has the client start the program."""
+        self._greet()
+        return {'kind': self.terminal(), 'title': 'Morvik',
+                'cwd': self._arguments.get('cwd') or os.getcwd(), 'args': self._full_command(),
+                'env': dict(self._arguments.get('env') or {})}
+
+    def look(self, readable):
+        """The connection to the program when it is there, else None."""
+        connection = self._handshake.look(readable)
+        if connection is not None:
+            self.close()
+        return connection
+
+    def close(self):
+        if self._handshake is not None:
+            self._handshake.close()
+            self._handshake = None
+
+    def _greet(self):
+        self._handshake = Handshake()
+
+    def _make_command(self):
+        program, module = self._arguments.get('program'), self._arguments.get('module')
+        if bool(program) == bool(module):
+            raise CannotLaunch('name either a program or a module')
+        command = ['--module'] if module else []
+        for hook in self._arguments.get('hooks', ()):
+            command += ['--hook', hook]
+        command += ['--', program or module] + self._arguments.get('args', [])
+        return [word.encode('utf-8') for word in command]
+
+    def _full_command(self):
+        python = _encoded(self._arguments.get('python')) or sys.executable
+        return [_MORVIK, 'python', '--python', python, '--', '-u',
+                '-m', 'sorrel.main', 'serve', '--handshake', self._handshake.path] + self._command
+
+    def _environment(self):
+        environment = dict(os.environ)
+        own_folders.hide(environment)
+        for name, value in (self._arguments.get('env') or {}).items():
+            if value is None:
+                environment.pop(name.encode('utf-8'), None)
+            else:
+                environment[name.encode('utf-8')] = value.encode('utf-8')
+        return environment
+
+
+def _encoded(word):
+    """For the operating system; None for none."""
+    return word.encode('utf-8') if word else None

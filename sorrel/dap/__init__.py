@@ -1,1 +1,0 @@
-"""The front end for editors: the service spoken to in the Debug Adapter Protocol."""

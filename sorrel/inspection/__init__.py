@@ -1,0 +1,1 @@
+"""Looking at the program where it has stopped: frames, stacks, values, sources, evaluation."""

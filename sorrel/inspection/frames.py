@@ -1,0 +1,96 @@
+"""Which frames are the program's, and which are the server's own or the interpreter's."""
+
+import os
+import sys
+import threading
+
+_THREAD_START = ('__bootstrap', '__bootstrap_inner')
+_own_globals = set()
+_outside = []
+
+
+def set_entry(frame):
+    """The program is run by this frame: it and its callers are none of the program's."""
+    _outside[:] = callers(frame)
+
+
+def is_entry(frame):
+    return bool(_outside) and frame is _outside[0]
+
+
+def learn_own_modules():
+    """Called when all modules of the server are loaded."""
+    for name, module in sys.modules.items():
+        if module is not None and name.split('.')[0] == __name__.split('.')[0]:
+            _own_globals.add(id(module.__dict__))
+
+
+def own_files():
+    """The server's source files, as the keys of a dict."""
+    top = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+    return dict((os.path.join(folder, name), True)
+                for folder, _, names in os.walk(top) for name in names if name.endswith('.py'))
+
+
+def is_own_namespace(variables):
+    """Whether these are the variables of a module of the server's."""
+    return id(variables) in _own_globals
+
+
+def is_own(frame):
+    # By identity: file names in compiled modules can be stale.
+    return is_own_namespace(frame.f_globals)
+
+
+def is_program(frame):
+    if is_own(frame) or frame in _outside:
+        return False
+    return not (frame.f_code.co_name in _THREAD_START
+                and frame.f_globals is threading.__dict__)
+
+
+def callers(frame):
+    """The frame and those that it was called from, innermost first."""
+    while frame is not None:
+        yield frame
+        frame = frame.f_back
+
+
+def without_own_calls(frame):
+    """The frame of the program that this one was called from, where it is the server's own.
+
+    Where a thread waits for another one that is stopped, its innermost frames are.
+    """
+    for caller in callers(frame):
+        if is_program(caller):
+            return caller
+    return frame
+
+
+def outward(frame):
+    """The program's frames from this one to its outermost."""
+    for caller in callers(frame):
+        if not is_program(caller):
+            break
+        yield caller
+
+
+def without_own(traceback):
+    """The part of a traceback that begins in the program."""
+    while traceback is not None and is_own(traceback.tb_frame):
+        traceback = traceback.tb_next
+    return traceback
+
+
+def of_program(traceback):
+    """The part of a traceback that begins in the program; None when there is none."""
+    while traceback is not None and not is_program(traceback.tb_frame):
+        traceback = traceback.tb_next
+    return traceback
+
+
+def innermost(traceback):
+    """The last part of a traceback: where the exception was raised."""
+    while traceback.tb_next is not None:
+        traceback = traceback.tb_next
+    return traceback

@@ -1,0 +1,54 @@
+"""File names and source lines of frames and of entries of stacks."""
+
+import tmorvik26_vs2012_x64 as core
+
+from sorrel.common import file_lines, text_files
+
+def file_name(frame):
+    """The full name of the frame's file; names such as "<stdin>" stay as they are."""
+    name = frame.f_code.co_filename
+    if is_made_up(frame):
+        # The core goes by the module's file here, whose lines are not these.
+        return name
+    return core.get_frame_file(frame)
+
+
+def is_made_up(frame):
+    """Whether the frame's code was given a name that no file has, such as "<stdin>"."""
+    return _is_no_file(frame.f_code.co_filename)
+
+
+def place(entry):
+    """Where an entry is, such as "/home/me/program.py(12)main()"."""
+    return '%s(%d)%s()' % (entry.path, entry.line, entry.frame.f_code.co_name)
+
+
+def line(entry, number):
+    """A line of the entry's file with its line end, '' where there is none.
+
+    For a thread of the program: the loader of the module may be asked.
+    """
+    return file_lines.line(entry.path, number) or file_lines.pick(
+        of_loader(entry.path, entry.frame.f_globals).splitlines(True), number)
+
+
+def of_loader(path, globals):
+    """What the loader of a module knows of a file that only it can read; '' for nothing.
+
+    globals: the module's. The loader may be the program's, and is only to be asked in its threads.
+    """
+    if _is_no_file(path) or text_files.is_file(path):
+        return ''
+    try:
+        text = globals['__loader__'].get_source(globals['__name__'])
+    except Exception:
+        return ''  # There is none, or it has an error.
+    if isinstance(text, unicode):
+        text = text.encode('utf-8')
+    if not isinstance(text, str) or len(text) > text_files.LIMIT:
+        return ''
+    return text
+
+
+def _is_no_file(name):
+    return name.startswith('<') and name.endswith('>')

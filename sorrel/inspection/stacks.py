@@ -1,0 +1,79 @@
+"""Stacks as a person is shown them: the program's frames, where they are in the program's files."""
+
+from collections import namedtuple
+
+from sorrel.inspection import frames, source
+from sorrel.languages import sublanguages
+
+# One frame: where it is, or was when an exception left it.
+Entry = namedtuple('Entry', 'frame path line')
+
+
+def at_stop(stop):
+    """The stack of a stopped thread down to its Stop's frame, outermost first."""
+    return _outermost_first(outward_from_stop(stop))
+
+
+def of_thread(thread):
+    """The stack of a Thread, outermost first."""
+    return _outermost_first(outward(thread.id, thread.frame))
+
+
+def outward_from_stop(stop):
+    """The same as at_stop, innermost first, one by one."""
+    frame = stop.frame
+    if stop.policy is not None:
+        # Some of the frames may have been left by now, and lead nowhere.
+        traceback = frames.of_program(stop.argument[2])
+        frame = traceback.tb_frame.f_back
+        left = []
+        while traceback is not None:
+            left += _shown(stop.thread, traceback.tb_frame, traceback.tb_lineno)
+            traceback = traceback.tb_next
+        for entry in reversed(left):
+            yield entry
+    for entry in outward(stop.thread, frame):
+        yield entry
+
+
+def outward(thread, frame):
+    """The entries of a thread (the core's id) from this frame on, innermost first, one by one."""
+    for caller in frames.outward(frame):
+        for entry in _shown(thread, caller, caller.f_lineno):
+            yield entry
+
+
+def _outermost_first(entries):
+    found = list(entries)
+    found.reverse()
+    return found
+
+
+def _shown(thread, frame, line):
+    if sublanguages.is_hidden(thread, frame):
+        return []
+    location = sublanguages.location(thread, frame)
+    return [Entry(frame, *(location or (source.file_name(frame), line)))]
+
+
+class LazyStack(object):
+    """A stack of which no more is made than is looked at."""
+
+    def __init__(self, entries, most):
+        """entries: an iterator over them. most: how many there can be."""
+        self._entries = entries
+        self._most = most
+        self._made = []
+
+    def page(self, start, count):
+        """Some of the entries; count: 0 for all from start on."""
+        while self._most is not None and not (count and len(self._made) >= start + count):
+            try:
+                self._made.append(next(self._entries))
+            except StopIteration:
+                self._most = None
+        return self._made[start:start + count] if count else self._made[start:]
+
+    def most(self):
+        """How many there are, or can be as far as is known."""
+        return len(self._made) if self._most is None else self._most

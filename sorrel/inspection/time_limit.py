@@ -1,0 +1,73 @@
+"""Ending what a thread evaluates when it takes too long, or is no longer wanted.
+
+An exception is raised in the thread by the interpreter, which it does between two instructions of
+Python code. Code in C that waits or computes for long is therefore never ended.
+"""
+
+import thread
+import time
+
+import _sorrel
+
+_INSIST_AFTER = 0.1
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _sleep, _get_ident = time.time, time.sleep, thread.get_ident
+_raise_in = _sorrel.raise_in_thread
+
+
+class Overtime(Exception):
+    """Code of the program was ended because it took too long."""
+
+
+class TimeLimit(object):
+
+    def __init__(self):
+        self._ident = None
+        self._running = False
+        self._expiring = False
+        # When to call `expire()`; None for never.
+        self.deadline = None
+        # Since when what is being called is to end; None while it may go on.
+        self.overdue_since = None
+
+    def call(self, seconds, function, *arguments):
+        """Calls the function. seconds: None for no limit. Raises Overtime besides its own."""
+        if self._running:
+            return function(*arguments)  # A limit within a limit: the outer one holds.
+        try:
+            try:
+                self._begin(seconds)
+                return function(*arguments)
+            finally:
+                self._end()
+        finally:
+            # The first time may have been ended by what it is to prevent.
+            self._end()
+
+    def is_due(self, now):
+        return self.deadline is not None and now >= self.deadline
+
+    def expire(self):
+        """Ends what is being called, if it still is; for another thread."""
+        # The other thread goes on only when this is done.
+        self._expiring = True
+        if self._running:
+            _raise_in(self._ident, Overtime)
+            now = _now()
+            self.overdue_since = self.overdue_since or now
+            # Once more, should it be caught.
+            self.deadline = now + _INSIST_AFTER
+        self._expiring = False
+
+    def _begin(self, seconds):
+        self._ident = _get_ident()
+        self._running = True
+        if seconds is not None:
+            self.deadline = _now() + seconds
+
+    def _end(self):
+        self._running = False
+        while self._expiring:
+            _sleep(0.001)
+        self.deadline = self.overdue_since = None
+        _raise_in(self._ident, None)

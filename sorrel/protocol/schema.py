@@ -1,0 +1,122 @@
+"""What the arguments of requests have to look like.
+
+A shape is a type, a set of words, a list of one shape for an array of any length, a Mapping, or a
+dict for an object: the shapes of its attributes by their names. A "?" after a name says that the
+attribute may be missing or null; attributes without a shape are nobody's business.
+"""
+
+from sorrel.common.decoding import text
+from sorrel.protocol.messages import Refused
+
+_MOST = (1 << 31) - 1
+
+
+class Mapping(object):
+    """An object with attributes of any name, all of them strings or null."""
+
+
+_SOURCE = {'path?': unicode, 'sourceReference?': int}
+_BREAKPOINT = {'condition?': unicode, 'hitCondition?': unicode}
+_ON_THREAD = {'threadId': int}
+
+# What every way to begin knows.
+_DEBUGGING = {
+    'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool,
+    'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
+_PLACE = {'host?': unicode, 'port': int}
+LAUNCH = dict(_DEBUGGING, **{
+    'program?': unicode, 'module?': unicode, 'args?': [unicode], 'cwd?': unicode, 'env?': Mapping(),
+    'python?': unicode, 'hooks?': [unicode], 'noDebug?': bool,
+    'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
+ATTACH = dict(_DEBUGGING, **{
+    'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
+    'tokenFile?': unicode})
+
+_SHAPES = {
+    'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
+                   'supportsRunInTerminalRequest?': bool},
+    'launch': LAUNCH,
+    'attach': ATTACH,
+    'disconnect': {'terminateDebuggee?': bool},
+    'setBreakpoints': {
+        'source': _SOURCE,
+        'breakpoints?': [dict(_BREAKPOINT, **{'line': int, 'logMessage?': unicode})]},
+    'setFunctionBreakpoints': {'breakpoints': [dict(_BREAKPOINT, name=unicode)]},
+    'setExceptionBreakpoints': {
+        'filters?': [unicode],
+        'filterOptions?': [{'filterId': unicode, 'condition?': unicode}],
+        'exceptionOptions?': [{
+            'breakMode': frozenset(('never', 'always', 'unhandled', 'userUnhandled')),
+            'path?': [{'names': [unicode]}]}]},
+    'exceptionInfo': _ON_THREAD,
+    'continue': _ON_THREAD,
+    'next': _ON_THREAD,
+    'stepIn': _ON_THREAD,
+    'stepOut': _ON_THREAD,
+    'pause': _ON_THREAD,
+    'goto': dict(_ON_THREAD, targetId=int),
+    'gotoTargets': {'source': _SOURCE, 'line': int},
+    'stackTrace': dict(_ON_THREAD, **{'startFrame?': int, 'levels?': int}),
+    'scopes': {'frameId': int},
+    'variables': {'variablesReference': int, 'filter?': frozenset(('indexed', 'named')),
+                  'start?': int, 'count?': int},
+    'setVariable': {'variablesReference': int, 'name': unicode, 'value': unicode},
+    'setExpression': {'expression': unicode, 'value': unicode, 'frameId?': int},
+    'evaluate': {'expression': unicode, 'frameId?': int, 'context?': unicode},
+    'completions': {'text': unicode, 'column': int, 'line?': int, 'frameId?': int},
+    'modules': {'startModule?': int, 'moduleCount?': int},
+    'source': {'source?': _SOURCE, 'sourceReference': int},
+    'cancel': {'requestId?': int}}
+
+
+def checked(request):
+    """The arguments of a request, without what is null. Raises Refused."""
+    arguments = request.get('arguments')
+    return _checked(_SHAPES.get(request['command'], {}),
+                    {} if arguments is None else arguments, u'arguments')
+
+
+def _checked(shape, value, name):
+    if isinstance(shape, dict):
+        return _checked_object(shape, value, name)
+    if isinstance(shape, list):
+        _require(isinstance(value, list), name, u'is no array')
+        return [_checked(shape[0], item, u'%s[%d]' % (name, number))
+                for number, item in enumerate(value)]
+    if isinstance(shape, Mapping):
+        _require(isinstance(value, dict), name, u'is no object')
+        for key, item in value.items():
+            _require(item is None or isinstance(item, unicode), name + u'.' + key,
+                     u'is no string')
+    elif isinstance(shape, frozenset):
+        _require(isinstance(value, unicode) and value in shape, name,
+                 u'is none of ' + u', '.join(text(word) for word in sorted(shape)))
+    elif shape is int:
+        _require(type(value) in (int, long) and 0 <= value <= _MOST, name,
+                 u'is no whole number from 0 on')
+    elif shape is float:
+        _require(type(value) in (int, long, float) and 0 <= value <= _MOST, name,
+                 u'is no number from 0 on')
+    elif shape is bool:
+        _require(isinstance(value, bool), name, u'is neither true nor false')
+    else:
+        _require(isinstance(value, unicode), name, u'is no string')
+    return value
+
+
+def _checked_object(shape, value, name):
+    _require(isinstance(value, dict), name, u'is no object')
+    found = dict((key, item) for key, item in value.items() if item is not None)
+    prefix = u'' if name == u'arguments' else name + u'.'
+    for key in sorted(shape):
+        plain = key.rstrip('?')
+        if plain in found:
+            found[plain] = _checked(shape[key], found[plain], prefix + plain)
+        else:
+            _require(plain != key, prefix + plain, u'is missing')
+    return found
+
+
+def _require(holds, name, what):
+    if not holds:
+        raise Refused(u'%s %s' % (name, what))

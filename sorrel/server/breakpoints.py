@@ -1,0 +1,208 @@
+"""The client's breakpoints: where they are in the program, and which of them are due at a stop."""
+
+from sorrel.common import text_files
+from sorrel.common.decoding import text
+from sorrel.inspection import evaluation, source
+from sorrel.languages import sublanguages
+from sorrel.protocol.messages import Refused
+from sorrel.server.stopped import hit_conditions
+from sorrel.service import breakpoints, locations
+from sorrel.service.stops import INTERRUPTED, STEPPED
+
+_WAITING = 'Waits for its module to be loaded.'
+_PYTHON = ('.py', '.pyw')
+
+
+class Breakpoint(object):
+
+    def __init__(self, id, asked):
+        """asked: what the client has said of it, for its file or its kind."""
+        self.id = id
+        self.asked = asked
+        place, condition, hit_condition, self.log_message = asked
+        self.function = place if isinstance(place, unicode) else None
+        self.condition = (condition or '').encode('utf-8') or None
+        self.hit_condition = hit_condition or None
+        self.hits = 0
+        # Where it is; of a function, not before that is found.
+        self.path = self.line = None
+        # The service's, once it is set.
+        self.held = None
+        self.is_verified = self.is_waiting = False
+        self.message = None
+
+    def set_verified(self, is_verified):
+        self.is_verified = is_verified
+        self.is_waiting = not is_verified
+        self.message = None if is_verified else _WAITING
+
+
+class Breakpoints(object):
+
+    def __init__(self, session, service):
+        self._session = session
+        self._service = service
+        self._last_id = 0
+        self._in_sources = {}
+        self._functions = []
+
+    # For the session.
+
+    def set_in_source(self, arguments):
+        if 'path' not in arguments['source']:
+            raise Refused('breakpoints can only be set in files')
+        path = self._session.sources.to_program(arguments['source']['path'])
+        wanted = [(one, self._session.to_program_line(one['line']))
+                  for one in arguments.get('breakpoints', ())]
+        new = self._replace(self._in_sources.get(path, ()), wanted)
+        self._in_sources[path] = new
+        for breakpoint in new:
+            if breakpoint.held is None:
+                breakpoint.path, breakpoint.line = path, breakpoint.asked[0]
+                self._set(breakpoint)
+        return {'breakpoints': [self._describe(breakpoint) for breakpoint in new]}
+
+    def set_functions(self, arguments):
+        # A NUL is part of no name, nor of a file's.
+        wanted = [(one, one['name'].replace('\0', '')) for one in arguments['breakpoints']]
+        self._functions = self._replace(self._functions, wanted)
+        for breakpoint in self._functions:
+            if breakpoint.held is None:
+                self._set(breakpoint)
+        return {'breakpoints': [self._describe(breakpoint) for breakpoint in self._functions]}
+
+    def clear(self):
+        """Removes what is there before the program is debugged; afterwards it forgets by itself."""
+        for breakpoint in self._all():
+            if breakpoint.held is not None:
+                self._service.breakpoints.remove(breakpoint.held)
+
+    def are_waiting(self):
+        return any(breakpoint.is_waiting for breakpoint in self._all())
+
+    def modules_loaded(self):
+        """Those that have waited for a module are looked at again."""
+        for breakpoint in self._all():
+            if breakpoint.is_waiting:
+                self._tell_if_changed(breakpoint, self._set_or_verify)
+
+    def hits(self, stop, may_be_step):
+        """Those that the thread is to stop for, as (id, whether it is of a function).
+
+        may_be_step: whether it may have stopped for another reason.
+        """
+        if stop.reason not in (STEPPED, INTERRUPTED):
+            return []
+        # Of a frame of a sub-language, its own place.
+        place = sublanguages.location(stop.thread, stop.frame) \
+            or (source.file_name(stop.frame), stop.frame.f_lineno)
+        held = self._service.breakpoints.at(*place)
+        there = [breakpoint for breakpoint in self._all() if breakpoint.held in held]
+        for breakpoint in there:
+            if not breakpoint.is_verified:
+                # Code may be loaded in other ways than as a module.
+                self._tell_if_changed(breakpoint, lambda reached: reached.set_verified(True))
+        # The core has tried the conditions, but tells only that one of them held.
+        is_sure = len(there) == 1 and not may_be_step
+        return [(breakpoint.id, breakpoint.function is not None) for breakpoint in there
+                if (is_sure or _condition_holds(breakpoint, stop))
+                and self._is_due(breakpoint, stop.frame)]
+
+    # Setting them.
+
+    def _replace(self, old, wanted):
+        """Keeps of the old ones those that are still wanted, makes the others, in their order."""
+        left = dict((breakpoint.asked, breakpoint) for breakpoint in old)
+        new = []
+        for one, place in wanted:
+            asked = place, one.get('condition'), one.get('hitCondition'), one.get('logMessage')
+            breakpoint = left.pop(asked, None)
+            if breakpoint is None:
+                self._last_id += 1
+                breakpoint = Breakpoint(self._last_id, asked)
+            new.append(breakpoint)
+        for breakpoint in old:
+            if breakpoint not in new and breakpoint.held is not None:
+                self._service.breakpoints.remove(breakpoint.held)
+        return new
+
+    def _set(self, breakpoint):
+        breakpoint.message = None
+        breakpoint.is_waiting = False
+        if breakpoint.hit_condition and not hit_conditions.is_condition(breakpoint.hit_condition):
+            breakpoint.message = ('Not a hit condition: use a number, '
+                                  'or one after ==, >=, >, <=, < or %.')
+            return
+        try:
+            if breakpoint.function is not None:
+                breakpoint.path, breakpoint.line = locations.find_function(
+                    breakpoint.function.encode('utf-8'), self._session.program_path)
+            # First: a thread may be there at once.
+            self._verify(breakpoint)
+            breakpoint.held = self._service.breakpoints.add(
+                breakpoint.path, breakpoint.line, breakpoint.condition)
+        except breakpoints.Refused as refusal:
+            breakpoint.is_verified = False
+            breakpoint.message = refusal.args[0]
+            breakpoint.is_waiting = breakpoint.path is None or \
+                not text_files.is_file(breakpoint.path)
+            return
+        breakpoint.line = breakpoint.held.line
+
+    def _verify(self, breakpoint):
+        # Of other files nobody tells when they are loaded.
+        breakpoint.set_verified(not breakpoint.path.endswith(_PYTHON)
+                                or self._session.loaded_sources.is_loaded(breakpoint.path))
+
+    def _set_or_verify(self, breakpoint):
+        if breakpoint.held is None:
+            self._set(breakpoint)
+        else:
+            self._verify(breakpoint)
+
+    def _tell_if_changed(self, breakpoint, change):
+        before = self._describe(breakpoint)
+        change(breakpoint)
+        if self._describe(breakpoint) != before:
+            self._session.event('breakpoint', {
+                'reason': 'changed', 'breakpoint': self._describe(breakpoint)})
+
+    def _all(self):
+        found = list(self._functions)
+        for in_source in self._in_sources.values():
+            found += in_source
+        return found
+
+    def _describe(self, breakpoint):
+        shown = {'id': breakpoint.id, 'verified': breakpoint.is_verified}
+        if breakpoint.message is not None:
+            shown['message'] = text(breakpoint.message)
+        if breakpoint.path is not None:
+            shown['source'] = self._session.sources.file(breakpoint.path)
+            shown['line'] = self._session.to_client_line(breakpoint.line)
+        return shown
+
+    # At a stop.
+
+    def _is_due(self, breakpoint, frame):
+        breakpoint.hits += 1
+        condition = breakpoint.hit_condition
+        if condition and not hit_conditions.is_due(condition, breakpoint.hits):
+            return False
+        if not breakpoint.log_message:
+            return True
+        self._session.output('console', hit_conditions.logged(breakpoint.log_message, frame) + '\n',
+                             (breakpoint.path, breakpoint.line))
+        return False
+
+
+def _condition_holds(breakpoint, stop):
+    if breakpoint.condition is None:
+        return True
+    in_its_language = sublanguages.evaluator(stop.thread, stop.frame)
+    try:
+        if in_its_language is not None:
+            return bool(in_its_language(breakpoint.condition))
+        return bool(evaluation.expression(breakpoint.condition, stop.frame))
+    except:
+        return True  # As in the core: whoever wrote it is to see that.

@@ -1,0 +1,142 @@
+"""At which exceptions the client wants the program to stop."""
+
+import __builtin__
+import sys
+import traceback
+
+from sorrel.common.decoding import text
+from sorrel.inspection import modules, source, stacks, values
+from sorrel.protocol import capabilities
+from sorrel.service import exceptions
+
+# A client may choose several: the first of these counts.
+_MODES = ((capabilities.RAISED, exceptions.ALWAYS), (capabilities.PRINTED, exceptions.PRINTED),
+          (capabilities.UNCAUGHT, exceptions.UNHANDLED))
+_BREAK_MODES = {exceptions.ALWAYS: 'always', exceptions.UNHANDLED: 'unhandled',
+                exceptions.PRINTED: 'userUnhandled'}
+_MODES_BY_BREAK_MODE = {'never': exceptions.NEVER, 'always': exceptions.ALWAYS,
+                        'unhandled': exceptions.UNHANDLED, 'userUnhandled': exceptions.PRINTED}
+
+
+class Exceptions(object):
+
+    def __init__(self, service):
+        self._service = service
+        # At these the program never stops unless it is said so.
+        self._quiet = service.exceptions.never
+        self._arguments = {}
+        self._unknown = []
+
+    # For the session.
+
+    def set(self, arguments):
+        self._arguments = arguments
+        return {'breakpoints': self.apply()}
+
+    def lack_types(self):
+        """Whether the client has named types that there are not; there may be later."""
+        return bool(self._unknown)
+
+    def apply(self):
+        """Gives the service the client's wishes, as far as the types are known."""
+        self._unknown = []
+        answers = []
+        modes = set()
+        always, never = [], []
+        for wanted in self._arguments.get('filters', ()):
+            answers.append(self._apply_filter({'filterId': wanted}, modes, always, never))
+        for option in self._arguments.get('filterOptions', ()):
+            answers.append(self._apply_filter(option, modes, always, never))
+        mode = exceptions.NEVER
+        for word, candidate in reversed(_MODES):
+            if word in modes:
+                mode = candidate
+        for option in self._arguments.get('exceptionOptions', ()):
+            if option.get('path'):
+                answers.append(self._apply_option(option, always, never))
+            else:
+                mode = _MODES_BY_BREAK_MODE[option['breakMode']]
+                answers.append({'verified': True})
+        never += [type for type in self._quiet if type not in always]
+        only = ()
+        if always and mode == exceptions.NEVER:
+            # So that handlers which name them make no difference.
+            mode, only, always = exceptions.ALWAYS, always, ()
+        self._service.exceptions.set_types(always, never)
+        self._service.exceptions.set_mode(mode, only)
+        return answers
+
+    def details(self, stop):
+        """What the event says of a stop at an exception."""
+        return {'description': 'Paused on exception', 'text': values.class_name(stop.argument[0])}
+
+    def describe(self, stop, description):
+        type = stop.argument[0]
+        return {
+            'exceptionId': values.class_name(type), 'description': text(description),
+            'breakMode': _BREAK_MODES[stop.policy],
+            'details': {
+                'message': text(description), 'typeName': values.class_name(type),
+                'fullTypeName': _full_name(type),
+                'stackTrace': text(''.join(traceback.format_list([
+                    (entry.path, entry.line, entry.frame.f_code.co_name,
+                     source.line(entry, entry.line).strip())
+                    for entry in stacks.at_stop(stop)])))}}
+
+    def _apply_filter(self, option, modes, always, never):
+        """A filter with a condition: names of types, those not to stop at after a minus."""
+        if option['filterId'] not in [word for word, _ in _MODES]:
+            return {'verified': False, 'message': 'There is no such filter.'}
+        words = option.get('condition', u'').replace(',', ' ').split()
+        plain = [word for word in words if word[0] != '-']
+        if plain and option['filterId'] != capabilities.RAISED:
+            return {'verified': False, 'message': 'Only types not to stop at can be named here.'}
+        answer = self._add(always, plain)
+        answer_not = self._add(never, [word[1:] for word in words if word[0] == '-'])
+        if not plain:
+            modes.add(option['filterId'])
+        return answer if not answer['verified'] else answer_not
+
+    def _apply_option(self, option, always, never):
+        """Types by names, for which alone the mode holds."""
+        names = option['path'][-1]['names']
+        if option['breakMode'] == 'always':
+            return self._add(always, names)
+        if option['breakMode'] == 'never':
+            return self._add(never, names)
+        return {'verified': False, 'message': 'Single types can be stopped at always or never.'}
+
+    def _add(self, types, names):
+        unknown = []
+        for name in names:
+            type = _find_type(name.encode('utf-8'))
+            if type is None:
+                unknown.append(name)
+            else:
+                types.append(type)
+        if unknown:
+            self._unknown += unknown
+            return {'verified': False, 'message': u'Not a known exception: ' + u', '.join(unknown)}
+        return {'verified': True}
+
+
+def _find_type(name):
+    """A class by its name, with that of its module before it if it is not everywhere."""
+    module, _, name = name.rpartition('.')
+    places = [sys.modules.get(module)] if module else [__builtin__, sys.modules['__main__']]
+    for place in places:
+        found = modules.namespace(place).get(name)
+        if isinstance(found, type) and issubclass(found, BaseException) \
+                or type(found) is type(_OldStyle):
+            return found
+    return None
+
+
+class _OldStyle:
+    """Exceptions of the program may be such classes, too."""
+
+
+def _full_name(kind):
+    name = values.class_name(kind)
+    module = getattr(kind, '__module__', None)
+    return u'%s.%s' % (text(module), name) if isinstance(module, str) else name

@@ -1,0 +1,159 @@
+"""The front end of the service for one process, whichever clients come and go."""
+
+import os
+import signal
+import stat
+import sys
+import time
+
+from sorrel.inspection import frames
+from sorrel.server.network.polling import wait
+from sorrel.server.network.wakeup import Wakeup
+from sorrel.server.session import Session
+from sorrel.service.stops import DETACH, Resume
+
+# How long the main thread may take to go on with the program, in seconds.
+_TERMINATE_PATIENCE = 1.0
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _sleep = time.time, time.sleep
+
+
+class Program(object):
+    """What a client debugs. `service` is set by who makes it.
+
+    at_end: functions to call when the process ends without its exit functions.
+    is_waiting: whether it has not begun to run, since a client is to say how. is_debugged: whether
+    it is to be debugged from its first line on.
+    """
+
+    def __init__(self, path, start_method, waits):
+        """start_method: 'launch' for a client's own program, else 'attach'.
+
+        waits: whether the program waits for a client before it runs.
+        """
+        self.path = path
+        self.start_method = start_method
+        self.service = None
+        self.at_end = []
+        self.is_waiting = self.is_debugged = waits
+        self._session = None
+        self._start = Wakeup()
+        self._is_given_up = False
+        self._is_at_its_end = False
+
+    def new_session(self, server):
+        self._session = Session(server, self)
+        return self._session
+
+    # For the main thread.
+
+    def wait_for_client(self):
+        """Waits until a client has said all that it wants before the start.
+
+        False when the one client there could be has left instead.
+        """
+        while self.is_waiting:
+            wait([self._start.descriptor.number], [], None)
+            self._start.clear()
+        return not self._is_given_up
+
+    # For the session.
+
+    def debug(self, stops_all):
+        """The client has said what it wants before the program runs, or runs on."""
+        self.service.set_all_stop(stops_all)
+        if self.is_waiting:
+            self._go_on()
+        else:
+            self.service.attach()
+
+    def run_undebugged(self):
+        """The client only wants to see what the program writes."""
+        self.is_debugged = False
+        self._go_on()
+
+    def end_at_once(self):
+        for function in self.at_end:
+            function()
+        os._exit(0)
+
+    def terminate(self):
+        """As kill(1) does it, so that the program can still clear up."""
+        if not hasattr(os, 'kill'):
+            os._exit(1)
+        # Its handler would be called, and could raise an exception, in whatever the main thread is
+        # just doing: that has to be the program's.
+        end = _now() + _TERMINATE_PATIENCE
+        while not self.is_waiting and self._is_in_server() and _now() < end:
+            _sleep(0.001)
+        os.kill(os.getpid(), signal.SIGTERM)
+
+    def _is_in_server(self):
+        """Whether the main thread is."""
+        for thread in self.service.threads():
+            if thread.id == self.service.main_thread and thread.frame is not None:
+                return not frames.is_program(sys._current_frames().get(thread.ident, thread.frame))
+        return False
+
+    def is_being_left(self):
+        """To be called before the program goes on without its client."""
+        if self.start_method == 'launch':
+            _write_to_nobody()
+
+    def lose_client(self):
+        """A client that is gone ends what it has launched, unless that is ending by itself."""
+        if self.start_method == 'launch' and not self._is_at_its_end:
+            self.terminate()
+
+    def end(self):
+        """The program has ended, and its exit functions have run."""
+        self._is_at_its_end = True
+
+    def left(self, session):
+        if self._session is session:
+            self._session = None
+        if self.start_method == 'launch' and self.is_waiting:
+            self._is_given_up = True
+            self._go_on()
+
+    def _go_on(self):
+        self.is_waiting = False
+        self._start.wake()
+
+    # For the service.
+
+    def stopped(self, stop):
+        session = self._session
+        return session.stopped(stop) if session is not None else Resume(DETACH)
+
+    def idle(self):
+        session = self._session
+        if session is not None:
+            session.look_around()
+
+    def ended(self, outcome):
+        session = self._session
+        if session is not None:
+            session.ended(outcome)
+
+    def thread_ended(self, id):
+        session = self._session
+        if session is not None:
+            session.thread_ended(id)
+
+    def imported(self):
+        session = self._session
+        if session is not None:
+            session.imported()
+
+
+def _write_to_nobody():
+    """Whoever has read what the program writes has left: writing is not to fail."""
+    for stream in (1, 2):
+        try:
+            if stat.S_ISFIFO(os.fstat(stream).st_mode):
+                nothing = os.open(os.devnull, os.O_WRONLY)
+                os.dup2(nothing, stream)
+                os.close(nothing)
+        except OSError:
+            pass  # The program has closed it.

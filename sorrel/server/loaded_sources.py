@@ -1,0 +1,75 @@
+"""What the program has loaded: modules and source files."""
+
+import os
+import sys
+
+from sorrel.common.decoding import text
+from sorrel.server.shared import sources
+
+
+class LoadedSources(object):
+
+    def __init__(self, session, program_path):
+        self._session = session
+        self._program_path = program_path
+        self._real_paths = {}
+        # How many modules there were when has_grown() was last asked, and when is_loaded() last
+        # looked at their files.
+        self._count = self._looked_at = 0
+        self._loaded = frozenset()
+        self.answers = {'modules': self._list_modules, 'loadedSources': self._list_sources,
+                        'source': self._source}
+
+    def has_grown(self):
+        """Whether there are more modules than when this was asked before."""
+        before, self._count = self._count, len(sys.modules)
+        return self._count > before
+
+    def is_loaded(self, path):
+        count = len(sys.modules)
+        if self._looked_at != count:
+            self._loaded = frozenset(self._real(known) for _, known in self._modules())
+            self._looked_at = count
+        return self._real(path) in self._loaded
+
+    def tell_loaded(self, loaded):
+        """loaded: pairs of a path and whether it was loaded before."""
+        names = dict((self._real(path), name) for name, path in self._modules())
+        for path, was_known in loaded:
+            path = sources.of_code(path)
+            name = names.get(self._real(path), os.path.basename(path))
+            self._session.event('module', {'reason': 'changed' if was_known else 'new',
+                                           'module': self._describe(name, path)})
+
+    def _modules(self):
+        """(name, path) of the modules that are loaded from files; the program's comes first."""
+        return [('__main__', self._program_path)] + [
+            found for found in sources.loaded_modules() if found[0] != '__main__']
+
+    def _real(self, path):
+        if path not in self._real_paths:
+            self._real_paths[path] = os.path.realpath(path)
+        return self._real_paths[path]
+
+    def _describe(self, name, path):
+        return {'id': text(name), 'name': text(name),
+                'path': self._session.sources.to_client(path),
+                'isUserCode': not sources.is_library(path)}
+
+    # Requests.
+
+    def _list_modules(self, arguments):
+        loaded = self._modules()
+        start = arguments.get('startModule', 0)
+        count = arguments.get('moduleCount') or len(loaded)
+        return {'totalModules': len(loaded), 'modules': [
+            self._describe(*found) for found in loaded[start:start + count]]}
+
+    def _list_sources(self, arguments):
+        paths = sorted(set(path for _, path in self._modules()))
+        return {'sources': [self._session.sources.describe(path) for path in paths]}
+
+    def _source(self, arguments):
+        content = self._session.sources.content(
+            arguments.get('source', {}).get('path'), arguments['sourceReference'])
+        return {'content': content, 'mimeType': 'text/x-python'}

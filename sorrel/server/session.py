@@ -1,0 +1,344 @@
+"""One client: what it asks for, answered in the network thread or in the thread that is stopped."""
+
+import itertools
+import os
+import thread
+import time
+
+from sorrel.common.decoding import text
+from sorrel.protocol import capabilities
+from sorrel.protocol.messages import Refused
+from sorrel.server.breakpoints import Breakpoints
+from sorrel.server.exception_filters import Exceptions
+from sorrel.server.loaded_sources import LoadedSources
+from sorrel.server.network.supervisor import Supervisor
+from sorrel.server.shared import sources
+from sorrel.server.shared.requests import answer, Then
+from sorrel.server.stopped.request_handlers import COMMANDS, StoppedThread
+from sorrel.server.stopped.stop_events import Stops, Told
+from sorrel.service.stops import CONTINUE, DETACH, Resume
+from sorrel.service.thread_numbers import Threads
+
+_DEFAULT_PATIENCE = 5.0
+# What follows the name of a thread that does not come back from what it evaluates.
+_BUSY = ' (busy)'
+# How long the thread that is stopped may take to detach the program, in seconds.
+_DETACH_PATIENCE = 1.0
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _sleep, _new_lock = time.time, time.sleep, thread.allocate_lock
+
+
+class Session(object):
+
+    def __init__(self, server, program):
+        """program: the Program that this client came to debug."""
+        self.is_known = False
+        self.sources = sources.Sources()
+        # For whatever the client gets a number of.
+        self.numbers = itertools.count(1)
+        # How long code of the program may run for an answer, in seconds; None for ever.
+        self.patience = _DEFAULT_PATIENCE
+        self.stops_all = True
+        self.first_line = self.first_column = 1
+        self.program_path = program.path
+        self.threads = Threads(program.service)
+        self.breakpoints = Breakpoints(self, program.service)
+        self.exceptions = Exceptions(program.service)
+        self.loaded_sources = LoadedSources(self, program.path)
+        self.stops = Stops(self.breakpoints, self.exceptions)
+        self._server = server
+        self._program = program
+        self._service = program.service
+        self._is_closed = self._has_begun = self._is_configured = False
+        self._stops_on_entry = self._is_undebugged = self._is_terminating = False
+        # Whether the program may go on without the client, for what either has done.
+        self._may_run_on = False
+        self._supervisor = Supervisor(self, program.service)
+        # Of the thread that tells of what is new. Others do not wait for it.
+        self._looking = _new_lock()
+        self._answers = dict(self.loaded_sources.answers, **{
+            'initialize': self.introduce, program.start_method: self._begin,
+            'configurationDone': self._configuration_done, 'disconnect': self._disconnect,
+            'terminate': self._terminate, 'pause': self._pause, 'threads': self._list_threads,
+            'setBreakpoints': self.breakpoints.set_in_source,
+            'setFunctionBreakpoints': self.breakpoints.set_functions,
+            'setExceptionBreakpoints': self.exceptions.set, 'cancel': self._cancel})
+
+    # For the server.
+
+    def handle(self, message):
+        if message['type'] != 'request':
+            return  # Nothing is ever asked of a client.
+        command = message['command']
+        if not self.is_known and command != 'initialize':
+            answer(self, message, _refuse_stranger)
+        elif command in self._answers:
+            answer(self, message, self._answers[command])
+        elif command in COMMANDS:
+            self._supervisor.ask(message)
+        else:
+            answer(self, message, _refuse_unknown)
+
+    def cut_off(self):
+        """It was the program that has closed the connection: it means to go on."""
+        self._may_run_on = True
+
+    @property
+    def has_begun(self):
+        return self._has_begun
+
+    @property
+    def is_configured(self):
+        return self._is_configured
+
+    def deadline(self):
+        return self._supervisor.deadline() if self._is_configured else None
+
+    def deadline_passed(self):
+        self._supervisor.look()
+
+    def closed(self):
+        """The client has left: the program runs on as if it had never been there.
+
+        One that it has launched ends, unless it has said otherwise.
+        """
+        self._is_closed = True
+        self._program.is_being_left()
+        # What the last client has left behind is not this one's to end.
+        if self._is_configured:
+            self._detach()
+        if not self._service.attached:
+            self.breakpoints.clear()
+            self._service.exceptions.forget()
+            self._service.detach()
+        self._program.left(self)
+        if self._is_configured and not self._may_run_on and not self._server.is_lost:
+            self._program.lose_client()
+
+    # For the program.
+
+    def stopped(self, stop):
+        """Called in the thread that has stopped; returns how it goes on."""
+        if self._is_closed:
+            return Resume(DETACH)
+        if self._is_terminating:
+            return Resume(CONTINUE)
+        told = self._supervisor.consider(self._service.hold(stop), self._consider, stop)
+        if not isinstance(told, Told):
+            return told
+
+        def tell():
+            self.tell_stop(told, stop.thread)
+            # Asked last: nobody would wake the thread.
+            return not self._is_closed and not self._server.is_lost
+        resume = self._supervisor.serve(
+            StoppedThread(self, self._service, stop, told.frame), tell)
+        if resume is None:
+            return Resume(DETACH)
+        self.stops.gone(stop, told, resume)
+        return resume
+
+    def _consider(self, stop):
+        self.look_around()
+        return self.stops.consider(stop)
+
+    def ended(self, outcome):
+        self.event('exited', {'exitCode': outcome.status})
+        self.event('terminated')
+
+    def tell_stop(self, told, thread):
+        """thread: the core's id."""
+        body = {'reason': told.reason, 'threadId': self.threads.number(thread),
+                'allThreadsStopped': self.stops_all}
+        body.update(told.details)
+        self.event('stopped', body)
+
+    def tell_others_run(self, thread):
+        """What this thread evaluates may wait for the others, which run until it has ended."""
+        for number in self._others(thread):
+            self.event('continued', {'threadId': number, 'allThreadsContinued': False})
+
+    def tell_others_wait(self, thread):
+        self.look_around()
+        for number in self._others(thread):
+            self.event('stopped', {'reason': 'pause', 'threadId': number,
+                                   'allThreadsStopped': False, 'preserveFocusHint': True})
+
+    def _others(self, thread):
+        return [number for number, other in self.threads.all()
+                if other.id != thread and not self._service.is_left_behind(other.id)]
+
+    def _detach(self):
+        end = _now() + _DETACH_PATIENCE
+        if self._supervisor.free(Resume(DETACH), _DETACH_PATIENCE):
+            while self._service.attached and _now() < end:
+                _sleep(0.001)
+        # It is not there, or does not come back from what it evaluates.
+        self._service.detach()
+
+    # What the program does meanwhile.
+
+    def look_around(self):
+        """Tells of new threads and modules; called in threads of the program."""
+        if self._looking.acquire(False):
+            try:
+                self._tell_changes()
+            finally:
+                self._looking.release()
+
+    def _tell_changes(self):
+        for number, is_new in self.threads.take_changes():
+            self.event('thread', {'reason': 'started' if is_new else 'exited',
+                                  'threadId': number})
+        loaded = self._service.modules.take_new()
+        if loaded:
+            self.loaded_sources.tell_loaded(loaded)
+        if loaded or self.exceptions.lack_types():
+            self._look_for_known()
+
+    def thread_ended(self, id):
+        """Called in the thread as it ends: another one may be given its id."""
+        self.threads.forget(id)
+        self.stops.forget(id)
+
+    def imported(self):
+        """An import statement has been carried out, in the calling thread."""
+        if self.loaded_sources.has_grown() and (
+                self.breakpoints.are_waiting() or self.exceptions.lack_types()):
+            self._look_for_known()
+
+    def _look_for_known(self):
+        """What the client has named may be there by now."""
+        self.breakpoints.modules_loaded()
+        self.exceptions.apply()
+
+    # Requests and answers.
+
+    def event(self, name, body=None):
+        message = {'type': 'event', 'event': name}
+        if body is not None:
+            message['body'] = body
+        self.send(message)
+
+    def output(self, category, written, place=None):
+        """place: the file and line that it is about."""
+        body = {'category': category, 'output': text(written)}
+        if place is not None:
+            body['source'] = self.sources.describe(place[0])
+            body['line'] = self.to_client_line(place[1])
+        self.event('output', body)
+
+    def send(self, message):
+        self._server.send(self, message)
+
+    def to_client_line(self, line):
+        return line - 1 + self.first_line
+
+    def to_program_line(self, line):
+        return line + 1 - self.first_line
+
+    # Beginning and end.
+
+    def introduce(self, arguments):
+        """The answer to an initialize request."""
+        if self.is_known:
+            raise Refused('initialize comes once')
+        self.is_known = True
+        self.first_line = 1 if arguments.get('linesStartAt1', True) else 0
+        self.first_column = 1 if arguments.get('columnsStartAt1', True) else 0
+        if arguments.get('pathFormat') == 'uri':
+            self.sources.use_uris()
+        return capabilities.announced()
+
+    def _begin(self, arguments):
+        if self._has_begun:
+            raise Refused('%s comes once' % self._program.start_method)
+        if self._service.attached:
+            raise Refused('the program is still busy with what the last client has asked for')
+        self._has_begun = True
+        self.stops.just_my_code = arguments.get('justMyCode', True)
+        self.stops_all = arguments.get('stopAllThreads', True)
+        self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
+        self.sources.map_paths(arguments.get('pathMappings', ()))
+        self._is_undebugged = arguments.get('noDebug', False)
+        self._stops_on_entry = arguments.get('stopOnEntry', False) and not self._is_undebugged
+        return Then(None, self._tell_begin)
+
+    def _tell_begin(self):
+        self.event('process', {
+            'name': text(self._program.path), 'systemProcessId': os.getpid(),
+            'isLocalProcess': True, 'startMethod': self._program.start_method})
+        self.event('initialized')
+
+    def _configuration_done(self, arguments):
+        if not self._has_begun:
+            raise Refused('%s comes first' % self._program.start_method)
+        if self._is_configured:
+            raise Refused('configurationDone comes once')
+        self._is_configured = True
+        return Then(None, self._start)
+
+    def _start(self):
+        if self._is_undebugged:
+            self._program.run_undebugged()
+        elif self._program.is_waiting:
+            self.stops.expect_entry(self._stops_on_entry)
+            self._program.debug(self.stops_all)
+        else:
+            self._program.debug(self.stops_all)
+            if self._stops_on_entry:
+                self._service.pause()
+
+    def _disconnect(self, arguments):
+        ends = arguments.get('terminateDebuggee')
+        if ends is None:
+            ends = self._program.start_method == 'launch'
+        self._may_run_on = not ends
+        self._server.when_sent(self._program.end_at_once if ends else self._server.drop_client)
+
+    def _terminate(self, arguments):
+        self._server.when_sent(self._end_program)
+
+    def _end_program(self):
+        stopped = self._supervisor.current()
+        # A stop before the signal is there would only hold it up.
+        self._is_terminating = True
+        if self._supervisor.free(Resume(CONTINUE)):
+            self.event('continued', {'threadId': self.threads.number(stopped.thread_id),
+                                     'allThreadsContinued': self.stops_all})
+        self._program.terminate()
+        self._is_terminating = False
+
+    def _pause(self, arguments):
+        stopped = self._supervisor.current()
+        if not self.stops_all:
+            self._service.pause(self.find_thread(arguments['threadId']).id)
+        elif stopped is None or stopped.is_leaving():
+            # Any thread will do: the others wait as soon as they have an event.
+            self._service.pause()
+
+    # Threads.
+
+    def find_thread(self, number):
+        thread = self.threads.find(number)
+        if thread is None:
+            raise Refused('there is no thread %s' % number)
+        return thread
+
+    def _list_threads(self, arguments):
+        # The core knows of none before the program runs.
+        known = [(number, thread.name + _BUSY * self._supervisor.is_busy(thread.id))
+                 for number, thread in self.threads.all()]
+        return {'threads': [{'id': number, 'name': text(name)}
+                            for number, name in known or [(1, 'MainThread')]]}
+
+    def _cancel(self, arguments):
+        self._supervisor.cancel(arguments.get('requestId'))
+
+
+def _refuse_stranger(arguments):
+    raise Refused('initialize comes first')
+
+
+def _refuse_unknown(arguments):
+    raise Refused('there is no such request')

@@ -1,0 +1,1 @@
+"""What the network thread and a stopped thread both use."""

@@ -1,0 +1,1 @@
+"""What a client asks of a thread that has stopped, answered in that thread."""

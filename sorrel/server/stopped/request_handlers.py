@@ -1,0 +1,390 @@
+"""One thread at a stop: what the client asks about it is answered there, in that thread.
+
+Only there is the program's code to be run, and only until the thread goes on.
+"""
+
+import collections
+import sys
+import time
+
+from sorrel.common import errors
+from sorrel.common.decoding import text
+from sorrel.inspection import child_values, code_lines, evaluation, frames, source, stacks, values
+from sorrel.inspection.time_limit import TimeLimit
+from sorrel.languages import sublanguages
+from sorrel.protocol.messages import Refused
+from sorrel.server.shared import sources
+from sorrel.server.shared.requests import RUNNING, Then
+from sorrel.server.shared.work_queue import WorkQueue
+from sorrel.server.stopped import completion
+from sorrel.server.stopped.stop_events import Told
+from sorrel.server.stopped.variables import Presenter, References
+from sorrel.service.stops import (
+    CONTINUE, INTERRUPTED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER, STEPPED)
+
+
+TOO_LONG = 'ended, since it took too long'
+# The requests that are answered only here.
+COMMANDS = frozenset((
+    'stackTrace', 'scopes', 'variables', 'setVariable', 'setExpression', 'evaluate', 'completions',
+    'exceptionInfo', 'gotoTargets', 'goto', 'continue', 'next', 'stepIn', 'stepOut'))
+# Those of them that let the thread go.
+GOING_ON = frozenset(('continue', 'next', 'stepIn', 'stepOut'))
+# Taken now: a program may replace what the interpreter's modules offer.
+_now = time.time
+
+# What the thread is at: a Job, and since when.
+_Turn = collections.namedtuple('_Turn', 'job since')
+
+
+class StoppedThread(object):
+    """limit: the TimeLimit of what is evaluated here. turn: the job that is being done; None for
+    none. hold: the service's, what makes the other threads wait.
+    """
+
+    def __init__(self, session, service, stop, frame):
+        """frame: the innermost one that the client is shown."""
+        self.stop = stop
+        self.thread_id = stop.thread
+        self.hold = service.hold(stop)
+        self.limit = TimeLimit()
+        self.turn = None
+        self._why_ended = TOO_LONG
+        # The turns in which the others were let run, and which nobody waits for any more.
+        self._let_run_in = self._given_up = None
+        self._has_gone = False
+        self._service = service
+        self._session = session
+        self._frame = frame
+        self._work_queue = WorkQueue()
+        self._frames = References(session.numbers)
+        # Those of other threads, until these are let run.
+        self._frames_of_others = References(session.numbers)
+        # This thread's, once it has been looked at.
+        self._own_stack = None
+        self._presenter = Presenter(values.Shower(self._limited), session.numbers)
+        self._jumps = References(session.numbers)
+        self._resume = self._told_to_go = None
+        self.answers = {
+            'stackTrace': self._stack_trace, 'scopes': self._scopes,
+            'variables': self._variables, 'setVariable': self._set_variable,
+            'setExpression': self._set_expression, 'evaluate': self._evaluate,
+            'completions': self._completions, 'exceptionInfo': self._exception_info,
+            'gotoTargets': self._goto_targets, 'goto': self._goto,
+            'continue': self._continue, 'next': self._next, 'stepIn': self._step_in,
+            'stepOut': self._step_out}
+
+    def put(self, job):
+        """Has a job done in this thread. Whether it will be."""
+        return self._work_queue.put(job)
+
+    def resume(self, resume):
+        """Lets the thread go on when its current job is done; from any thread. Whether it will."""
+        self._told_to_go = resume
+        return self._work_queue.put(None)
+
+    def is_leaving(self):
+        """Whether the thread has been told to go on."""
+        return self._resume is not None or self._told_to_go is not None
+
+    def serve(self):
+        """Does jobs until one lets the thread go on, or resume() does: how, is returned."""
+        while not self.is_leaving():
+            try:
+                job = self._work_queue.take()
+                if job is not None:
+                    self._do(job)
+            except KeyboardInterrupt:
+                pass  # The program's, at a moment when it does not run.
+        return self._told_to_go or self._resume
+
+    def _do(self, job):
+        self.turn = _Turn(job, _now())
+        try:
+            # What the client is told of the other threads is told before the answer.
+            job.do(self.settle)
+        finally:
+            self.turn = None
+            self._why_ended = TOO_LONG
+            self.settle()
+
+    def close(self):
+        """Nothing of the program is kept alive while it runs. Returns the jobs not done."""
+        left = self._work_queue.close()
+        self._has_gone = True
+        for references in (self._frames, self._frames_of_others, self._presenter.references,
+                           self._jumps):
+            references.clear()
+        self._frame = self.stop = self._own_stack = None
+        return [job for job in left if job is not None]
+
+    # What takes long, seen from any thread.
+
+    def is_at(self, job):
+        turn = self.turn
+        return turn is not None and turn.job is job
+
+    def is_stuck(self):
+        """Whether nobody waits for what it is at."""
+        turn = self.turn
+        return turn is not None and self._given_up is turn
+
+    def give_up(self, turn):
+        self._given_up = turn
+
+    def end(self, why):
+        """Ends what it evaluates, if it does and that can be ended."""
+        self._why_ended = why
+        self.limit.expire()
+
+    def has_gone(self):
+        return self._has_gone
+
+    def let_others_run(self, turn):
+        """The other threads run as long as this one is at its job: that may wait for them."""
+        if self._let_run_in is not turn:
+            self._let_run_in = turn
+            self._service.let_others_run(self.hold, self._tell_running)
+            if self.turn is not turn:
+                self.settle()
+
+    def settle(self):
+        """The others wait again, if they were let run."""
+        if self._service.make_others_wait(self.hold):
+            self._frames_of_others.clear()
+            self._session.tell_others_wait(self.thread_id)
+
+    def _tell_running(self):
+        self._session.tell_others_run(self.thread_id)
+
+    # The stack.
+
+    def _stack_trace(self, arguments):
+        number = arguments['threadId']
+        stack = self._stack(number)
+        known = self._frames if self._is_this(number) else self._frames_of_others
+        shown = stack.page(arguments.get('startFrame', 0), arguments.get('levels', 0))
+        return {'stackFrames': [self._describe(entry, known) for entry in shown],
+                'totalFrames': stack.most()}
+
+    def _stack(self, number):
+        if not self._is_this(number):
+            thread = self._session.find_thread(number)
+            if not self._session.stops_all:
+                raise Refused('the thread is running')
+            # It may still move before it waits.
+            return _lazy_stack(thread.id, thread.frame)
+        if self._own_stack is None:
+            if self.stop.policy is None:
+                self._own_stack = _lazy_stack(self.stop.thread, self._frame)
+            else:
+                entries = list(stacks.outward_from_stop(self.stop))
+                self._own_stack = stacks.LazyStack(iter(entries), len(entries))
+        return self._own_stack
+
+    def _describe(self, entry, references):
+        frame = entry.frame
+        shown = {'id': references.add(entry), 'name': text(frame.f_code.co_name),
+                 'source': self._session.sources.describe(entry.path, frame.f_globals),
+                 'line': self._session.to_client_line(entry.line),
+                 'column': self._session.first_column}
+        module = frame.f_globals.get('__name__')
+        if isinstance(module, str):
+            shown['moduleId'] = text(module)
+        if self._session.stops.just_my_code and sources.is_library(entry.path):
+            shown['presentationHint'] = 'subtle'
+            shown['source']['presentationHint'] = 'deemphasize'
+        return shown
+
+    def _find_frame(self, arguments):
+        if not arguments.get('frameId'):
+            # Outermost: where everything global is to be seen.
+            return stacks.at_stop(self.stop)[0].frame
+        return self._known(self._frames.find(arguments['frameId']) or
+                           self._frames_of_others.find(arguments['frameId'])).frame
+
+    def _known(self, found):
+        if found is None:
+            raise Refused('the program has gone on since then')
+        return found
+
+    # Values.
+
+    def _limited(self, function, *arguments):
+        return self.limit.call(self._session.patience, function, *arguments)
+
+    def _of_program(self, function, *arguments):
+        """Calls what may run code of the program."""
+        return self._within(self._session.patience, function, *arguments)
+
+    def _within(self, seconds, function, *arguments):
+        try:
+            return self.limit.call(seconds, function, *arguments)
+        except values.Overtime:
+            raise Refused(self._why_ended)
+        except Refused:
+            raise
+        except:
+            raise Refused(text(errors.error_text(*sys.exc_info()[:2])))
+
+    def _scopes(self, arguments):
+        frame = self._find_frame(arguments)
+        variables = child_values.Variables(frame.f_globals, (), frame.f_globals.__setitem__)
+        scopes = [{'name': 'Globals', 'expensive': True, 'presentationHint': 'globals',
+                   'variablesReference': self._presenter.whole(variables, frame)}]
+        extra = []
+        if self.stop.reason == RETURNED and frame is self._frame \
+                and self.stop.argument is not None:
+            extra.append(('(return) ' + self.stop.frame.f_code.co_name, self.stop.argument))
+        if extra or frame.f_locals is not frame.f_globals:
+            held = frame.f_locals if frame.f_locals is not frame.f_globals else {}
+            variables = child_values.Variables(
+                held, frame.f_code.co_varnames, evaluation.assigner(frame), extra)
+            scopes.insert(0, {
+                'name': 'Locals', 'expensive': False, 'presentationHint': 'locals',
+                'variablesReference': self._presenter.whole(variables, frame)})
+        return {'scopes': scopes}
+
+    def _variables(self, arguments):
+        return {'variables': self._presenter.parts(
+            arguments['variablesReference'], arguments.get('filter'),
+            arguments.get('start', 0), arguments.get('count', 0))}
+
+    def _set_variable(self, arguments):
+        child, frame, expression = self._presenter.find(
+            arguments['variablesReference'], arguments['name'])
+        if child.assign is None:
+            raise Refused('%s cannot be changed' % arguments['name'])
+        value = self._of_program(evaluation.expression, arguments['value'], frame)
+        self._of_program(child.assign, value)
+        return self._presenter.value(value, frame, expression)
+
+    def _set_expression(self, arguments):
+        frame = self._find_frame(arguments)
+        expression = arguments['expression']
+        statement = '%s = (%s)' % (expression, arguments['value'])
+        self._of_program(evaluation.statement, statement, frame, None)
+        value = self._of_program(evaluation.expression, expression, frame)
+        return self._presenter.value(value, frame, expression)
+
+    def _evaluate(self, arguments):
+        frame = self._find_frame(arguments)
+        expression = arguments['expression']
+        if arguments.get('context') in (None, 'repl'):
+            return self._execute(expression, frame)
+        value = self._value(expression, frame)
+        shown = self._presenter.value(value, frame, expression)
+        if arguments['context'] == 'clipboard':
+            shown['value'] = self._presenter.shower.show_all(value)
+        return _result(shown)
+
+    def _value(self, expression, frame):
+        in_its_language = sublanguages.evaluator(self.thread_id, frame)
+        if in_its_language is not None:
+            return self._of_program(in_its_language, expression)
+        return self._of_program(evaluation.expression, expression, frame)
+
+    def _execute(self, typed, frame):
+        """What is typed in the console: it may be statements, and take as long as it likes."""
+        in_its_language = sublanguages.evaluator(self.thread_id, frame)
+        if in_its_language is not None:
+            return _result(self._presenter.value(
+                self._within(None, in_its_language, typed), frame))
+        shown = []
+        self._within(None, evaluation.statement, typed, frame, shown.append)
+        if not shown:
+            return {'result': '', 'variablesReference': 0}
+        return _result(self._presenter.value(shown[-1], frame))
+
+    def _completions(self, arguments):
+        frame = self._find_frame(arguments)
+        first_column = self._session.first_column
+        lines = arguments['text'].split('\n')
+        line = arguments.get('line', self._session.first_line) - self._session.first_line
+        typed = lines[line] if 0 <= line < len(lines) else u''
+        start, end, names = self._of_program(
+            completion.complete, typed, arguments['column'] - first_column, frame)
+        return {'targets': [{'label': name, 'start': start + first_column, 'length': end - start}
+                            for name in names]}
+
+    def _exception_info(self, arguments):
+        self._check_thread(arguments)
+        if self.stop.policy is None:
+            raise Refused('the thread has not stopped at an exception')
+        description = self._of_program(errors.error_text, *self.stop.argument[:2])
+        return self._session.exceptions.describe(self.stop, description)
+
+    # Jumping.
+
+    def _goto_targets(self, arguments):
+        line = self._session.to_program_line(arguments['line'])
+        path = self._session.sources.to_program(arguments['source'].get('path', u''))
+        if not self._can_jump() or path != source.file_name(self._frame):
+            return {'targets': []}
+        return {'targets': [
+            {'id': self._jumps.add(target), 'label': 'line %d' % target,
+             'line': self._session.to_client_line(target)}
+            for target in _jump_targets(self._frame, line)]}
+
+    def _can_jump(self):
+        """Elsewhere than between two lines the interpreter would be led astray."""
+        return self.stop.reason in (STEPPED, INTERRUPTED) and not sublanguages.location(
+            self.thread_id, self._frame)
+
+    def _goto(self, arguments):
+        self._check_thread(arguments)
+        line = self._known(self._jumps.find(arguments['targetId']))
+        try:
+            self._frame.f_lineno = line
+        except ValueError as error:
+            raise Refused(str(error))
+        self._own_stack = None
+        return Then(None, lambda: self._session.tell_stop(
+            Told('goto', self._frame, {}), self.thread_id))
+
+    # Going on.
+
+    def _is_this(self, number):
+        return number == self._session.threads.number(self.thread_id)
+
+    def _check_thread(self, arguments):
+        if not self._is_this(arguments['threadId']):
+            self._session.find_thread(arguments['threadId'])
+            raise Refused('the thread has not stopped by itself')
+
+    def _continue(self, arguments):
+        if not self._session.stops_all:
+            self._check_thread(arguments)
+        self._resume = Resume(CONTINUE)
+        return {'allThreadsContinued': self._session.stops_all}
+
+    def _step(self, arguments, action, frame=None):
+        self._check_thread(arguments)
+        stop = self.stop
+        if stop is None:
+            raise Refused(RUNNING)  # It has come back this moment, and does this itself.
+        self._resume = Resume(action, None if frame is stop.frame else frame)
+
+    def _next(self, arguments):
+        return self._step(arguments, STEP_OVER, self._frame)
+
+    def _step_in(self, arguments):
+        return self._step(arguments, STEP_INTO)
+
+    def _step_out(self, arguments):
+        return self._step(arguments, STEP_OUT, self._frame)
+
+
+def _lazy_stack(thread, frame):
+    return stacks.LazyStack(stacks.outward(thread, frame), sum(1 for _ in frames.outward(frame)))
+
+
+def _result(shown):
+    shown['result'] = shown.pop('value')
+    return shown
+
+
+def _jump_targets(frame, line):
+    """The first line of the frame's function, from this one on, that has code: a list of it."""
+    return [candidate for candidate in sorted(code_lines.of_code(frame.f_code))
+            if candidate >= line][:1]

@@ -1,0 +1,110 @@
+"""Which stops of the program the client is told of, and as what."""
+
+import collections
+
+import tmorvik26_vs2012_x64 as core
+
+from sorrel.inspection import frames, source
+from sorrel.server.shared import sources
+from sorrel.service.stops import (
+    CONTINUE, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEPPED)
+
+# What a client is told of a stop. reason: a word of the protocol's. frame: the innermost that the
+# client is shown. details: what else is in the body of the event.
+Told = collections.namedtuple('Told', 'reason frame details')
+
+# How a thread was last let go; the frame in which a step ends that does not lead into calls, or
+# one that it was called from; and whether it was in the program's own code.
+_Going = collections.namedtuple('_Going', 'action frame from_own_code')
+
+
+class Stops(object):
+    """just_my_code: whether steps pass over what belongs to libraries."""
+
+    def __init__(self, breakpoints, exceptions):
+        """The client's Breakpoints and Exceptions."""
+        self.just_my_code = True
+        self._breakpoints = breakpoints
+        self._exceptions = exceptions
+        self._is_at_entry = self._stops_on_entry = False
+        # By the core's ids of the threads.
+        self._goings = {}
+
+    def expect_entry(self, stops):
+        """The program is about to stop where it begins. stops: whether the client wants that."""
+        self._is_at_entry = True
+        self._stops_on_entry = stops
+
+    def consider(self, stop):
+        """What to tell of a Stop: a Told; or a Resume or None when the client is told nothing."""
+        if stop.policy is not None:
+            return Told('exception', stop.frame, self._exceptions.details(stop))
+        at_entry, self._is_at_entry = self._is_at_entry, False
+        going = self._goings.get(stop.thread)
+        may_be_step = stop.reason == INTERRUPTED or at_entry or (
+            going is not None and _has_arrived(going, stop.frame))
+        hits = self._breakpoints.hits(stop, may_be_step)
+        if hits:
+            return _told_hits(hits, stop.frame)
+        if stop.reason == INTERRUPTED:
+            return Told('pause', stop.frame, {})
+        if at_entry:
+            return Told('entry', stop.frame, {}) if self._stops_on_entry else Resume(CONTINUE)
+        if may_be_step:
+            return self._consider_step(stop, going)
+        if stop.reason == STEPPED:
+            return None  # At breakpoints that are not due.
+        # Where no step ends, only a pause stops a thread as it returns or raises.
+        return Told('pause', _caller(stop) or stop.frame, {})
+
+    def forget(self, thread):
+        """The thread has ended."""
+        self._goings.pop(thread, None)
+
+    def gone(self, stop, told, resume):
+        """The thread goes on from a stop that the client was told of."""
+        # Looked at first: a thread that begins meanwhile is not among them.
+        for thread in set(self._goings).difference(core.get_threads()):
+            self.forget(thread)
+        # No frame is kept alive for longer than needed.
+        frame = None if resume.action in (CONTINUE, STEP_INTO) else resume.frame or stop.frame
+        self._goings[stop.thread] = _Going(resume.action, frame, self._is_own_code(told.frame))
+
+    def _consider_step(self, stop, going):
+        if stop.reason == RAISED:
+            return None  # What follows, in a handler or in a caller, is told.
+        if going.action == STEP_INTO and going.from_own_code \
+                and not self._is_own_code(stop.frame):
+            # On to the next line of who has called this.
+            return Resume(STEP_OUT) if stop.reason != RETURNED else None
+        frame = _caller(stop)
+        return Told('step', frame, {}) if frame is not None else None
+
+    def _is_own_code(self, frame):
+        return not self.just_my_code or not sources.is_library(source.file_name(frame))
+
+
+def _told_hits(hits, frame):
+    all_of_functions = all(is_function for _, is_function in hits)
+    return Told('function breakpoint' if all_of_functions else 'breakpoint', frame,
+                {'hitBreakpointIds': [id for id, _ in hits]})
+
+
+def _caller(stop):
+    """The frame of a stop; where that returns, its caller's, whose line is still to be finished.
+
+    None when the thread's first frame returns.
+    """
+    if stop.reason != RETURNED:
+        return stop.frame
+    frame = stop.frame.f_back
+    return frame if frame is not None and frames.is_program(frame) else None
+
+
+def _has_arrived(going, frame):
+    """Whether a step ends here; other stops may come before that."""
+    if going.action == STEP_INTO:
+        return True
+    if going.action == CONTINUE:
+        return False
+    return frame is going.frame or going.frame not in list(frames.callers(frame))

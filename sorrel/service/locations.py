@@ -1,0 +1,87 @@
+"""Files and functions of the program as a person names them."""
+
+import os
+import sys
+
+from sorrel.common import text_files
+from sorrel.inspection import code_lines, modules
+from sorrel.service.breakpoints import Refused
+
+# Each word of a name may be the last of a module's.
+_NAME_LIMIT = 1000
+
+
+def find_file(name):
+    """The path of a file: as it is named, in the module search path, or of a loaded module.
+
+    The suffix ".py" may be left out. Raises Refused.
+    """
+    for wanted in (name, name + '.py'):
+        for folder in [''] + [folder for folder in sys.path if isinstance(folder, str)]:
+            path = os.path.join(folder, wanted)
+            if text_files.is_file(path):
+                return os.path.abspath(path)
+    for module in sys.modules.values():
+        path = modules.namespace(module).get('__file__')
+        if isinstance(path, str):
+            path = os.path.splitext(path)[0] + '.py'
+            if path.endswith((os.sep + name, os.sep + name + '.py')) \
+                    and text_files.is_file(path):
+                return os.path.abspath(path)
+    try:
+        text_files.version(name)
+    except text_files.Unreadable as error:
+        if not error.is_missing:
+            raise Refused('cannot read %s: %s' % (name, error))
+    raise Refused('no file %s' % name)
+
+
+def find_function(name, path):
+    """Path and first line of a function by its name in a file, such as "Class.method".
+
+    Where the file has none, the first words of the name may be a module's. Raises Refused.
+    """
+    if len(name) > _NAME_LIMIT:
+        raise Refused('no function has so long a name')
+    line = _line_in(path, name)
+    if line is not None:
+        return path, line
+    words = name.split('.')
+    for count in range(len(words) - 1, 0, -1):
+        try:
+            module = find_file(os.path.join(*words[:count]))
+        except Refused:
+            continue
+        line = _line_in(module, '.'.join(words[count:]))
+        if line is not None:
+            return module, line
+    raise Refused('no function %s in %s' % (name, path))
+
+
+def _line_in(path, name):
+    return _lines_of_functions(path).get(name)
+
+
+def _lines_of_functions(path):
+    """The first lines of a file's functions, by their names."""
+    try:
+        version = text_files.version(path)
+        if _functions.get(path, (None,))[0] != version:
+            _functions[path] = version, _read_functions(path)
+        return _functions[path][1]
+    except text_files.Unreadable:
+        return {}
+
+
+def _read_functions(path):
+    text = text_files.text(path)
+    try:
+        code = code_lines.compiled(text, path)
+    except (SyntaxError, TypeError):
+        return {}
+    return dict((found, code_lines.of_code(inner)[0])
+                for found, inner in reversed(list(code_lines.functions(code))))
+
+
+# What has been read of files, with what tells whether they have changed.
+_functions = {}

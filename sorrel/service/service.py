@@ -1,0 +1,468 @@
+"""The service between the native core and the front ends.
+
+It owns the core's callbacks and knows which threads are stopped. A front end has one method,
+`stopped(stop)`, called in the thread that stopped; the Resume that it returns is carried out in
+that thread, and None lets it go on as before the stop. While it runs, nothing that the thread does
+is traced. The program's other threads wait meanwhile, see `gate`, unless set_all_stop() has said
+otherwise. A front end that runs code of the program for long lets them run with let_others_run(),
+so that this may wait for one of them; a thread that does not come back from there it leaves behind.
+A second method, `ended(outcome)`, is called at the very end of a program that is still debugged.
+A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
+that the front end has been told of, or is not to be, is about to end its thread.
+So may be `idle()`, called about once a second while the program runs, in one of its threads, and
+`thread_ended(id)`, called in a thread that has run its last: the core's id may come again.
+And a fifth, `imported()`: a module has been imported, in the calling thread. And `interrupt()`,
+called at Ctrl-C while threads are stopped: whether that was for what one of them evaluates.
+
+`breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
+what the program has loaded.
+"""
+
+import __builtin__
+import os
+import sys
+import threading
+
+import _sorrel
+import tmorvik26_vs2012_x64 as core
+
+from sorrel.common import errors
+from sorrel.inspection import frames, modules, source
+from sorrel.languages import sublanguages
+from sorrel.service import breakpoints, exceptions, thread_hooks
+from sorrel.service.exceptions import NO_JUDGEMENT
+from sorrel.service.gate import Gate
+from sorrel.service.interrupts import Interrupts
+from sorrel.service.steps import Steps
+from sorrel.service.stops import (
+    DETACH, INTERRUPTED, QUIT, RAISED, Resume, RETURNED, STEPPED, Stop, Thread)
+
+_IDLE_PERIOD = 1.0
+_ANY_THREAD = object()
+# What a front end may need where the program has used up its own.
+_STACK_ROOM = 100
+
+
+class Service(object):
+    """One for the life of a process, made in its main thread."""
+
+    def __init__(self, front_end, catch_ctrl_c=True):
+        self._front_end = front_end
+        self._process = os.getpid()
+        self._ignored = set()
+        # By the threads that are stopped. What each makes the others wait for, if it does.
+        self._stops = {}
+        self._holds = {}
+        self._gate = Gate(self._debugs_thread, self._raise_later)
+        self._stops_all = True
+        # How many threads need more of the stack just now, and how much there is without that.
+        self._in_need = 0
+        self._stack_limit = None
+        # Changes whenever what was stopped before has become nobody's business.
+        self._era = 0
+        self._steps = Steps()
+        # The program's namespace until its code has begun to run.
+        self._entering = None
+        self._interrupts = Interrupts(self._interrupt) if catch_ctrl_c else None
+        # Threads that were told to stop wherever they are, and the one that is still to be told.
+        self._interrupted = set()
+        self._to_interrupt = None
+        self.attached = False
+        # Has an item from when it is attached until a thread takes that to detach.
+        self._attachment = []
+        frames.learn_own_modules()
+        core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
+                  self._on_return, self._on_exception, self._on_quit, self._on_import,
+                  __builtin__.__import__, None, frames.own_files())
+        self.main_thread = core.get_current_tstate_id()
+        self.breakpoints = breakpoints.Breakpoints()
+        self.exceptions = exceptions.Exceptions()
+        self.modules = modules.Modules()
+
+    # For whoever runs the program.
+
+    def run(self, path, namespace, code=None, attached=True):
+        """Executes the code, or else the file at `path`, in the namespace.
+
+        If attached, it stops at its first line.
+        """
+        frames.set_entry(sys._getframe())
+        self.exceptions.set_own_frames(frames.callers(sys._getframe()))
+        if attached:
+            self._entering = namespace
+            if self._interrupts is not None:
+                self._interrupts.install()
+            self._be_attached()
+            core.start_trace()
+            self._steps.expect_stop(self.main_thread)
+            _leave_bottom_frame()
+            core.step_into()
+        try:
+            if code is not None:
+                exec code in namespace
+            else:
+                # Reads the file as the interpreter reads a script, errors included.
+                execfile(path, namespace)
+        finally:
+            if self.attached:
+                # What is left on this thread is not the program's.
+                self._steps.give_up(self.main_thread)
+
+    def ended(self, outcome):
+        """Nothing of the program will run any more."""
+        if self.attached:
+            self.detach()
+            self._front_end.ended(outcome)
+
+    # For front ends.
+
+    def ignore_thread(self, ident):
+        """Never debug this thread (an interpreter's thread ident): it is a front end's own."""
+        self._ignored.add(ident)
+        core.set_debug_thread_cb(self._debugs_thread)
+
+    def threads(self):
+        """A Thread for each one that the core knows, by id."""
+        running = sys._current_frames()
+        known = [self._thread(id, running) for id in sorted(core.get_threads())]
+        return [thread for thread in known if thread.ident not in self._ignored]
+
+    def attach(self):
+        """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
+        self._be_attached()
+        core.set_debug_thread_cb(self._debugs_thread)
+        core.start_trace()
+        _sorrel.trace_all_threads(thread_hooks.ThreadEnd(self._on_thread_end))
+        # What was given to all others is not for this one.
+        sys.settrace(None)
+
+    def _be_attached(self):
+        self.attached = True
+        self._era += 1
+        self._attachment.append(None)
+        self.modules.begin()
+
+    def detach(self):
+        """The program runs on at full speed, and the core forgets what it was told."""
+        # A pause can be asked for before there is anything to stop.
+        self._to_interrupt = None
+        try:
+            self._attachment.pop()
+        except IndexError:
+            return  # It is not attached, or another thread is at it.
+        self._era += 1
+        core.reset()
+        _sorrel.untrace_all_threads(core.trace_dispatch)
+        self._stops_all = True
+        self._gate.open()
+        self.breakpoints.forget()
+        self.exceptions.forget()
+        self._steps.forget_all()
+        self._interrupted.clear()
+        if self._interrupts is not None:
+            self._interrupts.remove()
+        self.attached = False
+
+    def set_all_stop(self, on):
+        """Whether all threads wait while one is stopped, or only that one does."""
+        self._stops_all = bool(on)
+        core.set_debug_all_threads(int(on))
+
+    def has_other_threads(self):
+        """Whether any could be made to wait by one that is stopped."""
+        return len(core.get_threads()) > 1
+
+    def hold(self, stop):
+        """For a thread at its Stop: what makes the others wait, to be named in what follows."""
+        return self._holds[stop.thread]
+
+    def let_others_run(self, hold, tell):
+        """The others go on, each up to a stop of its own, while the stopped thread evaluates.
+
+        tell: called before they can be made to wait again, and if they had to wait at all. This
+        and the following may be called in any thread.
+        """
+        self._gate.let_pass(hold, tell)
+
+    def make_others_wait(self, hold):
+        """As before. Whether they had been let run."""
+        return self._gate.shut(hold)
+
+    def leave_behind(self, hold):
+        """The others go on as if the stopped thread had, which does so when it comes back."""
+        self._gate.leave(hold)
+
+    def is_left_behind(self, id):
+        hold = self._holds.get(id)
+        return hold is not None and self._gate.is_left(hold)
+
+    def pause(self, id=_ANY_THREAD):
+        """Stops this thread, by default the next one that runs Python code: within a second."""
+        self._to_interrupt = id
+
+    def raise_here(self, exception):
+        """The calling thread, which is stopped, raises it at its next event; None for none."""
+        core.raise_exception(core.get_current_tstate_id(), exception)
+
+    def _raise_later(self, error):
+        """What a handler of the program's has raised in the server, its thread raises outside."""
+        if self.attached:
+            self.raise_here(error)
+
+    def quit(self):
+        """Ends the process at once, whatever the program's threads are doing."""
+        for stream in (sys.stdout, sys.stderr, sys.__stdout__):
+            try:
+                stream.flush()
+            except Exception:
+                pass  # The program's own object, or closed: nothing more to save.
+        os._exit(0)
+
+    # The core's callbacks. An error in one would end the tracing of its thread.
+
+    def _on_line(self, frame, changed_bps):
+        self._in_turn(self._at_line, frame, changed_bps)
+
+    def _on_return(self, frame, value, changed_bps):
+        self._in_turn(self._stopped, frame, RETURNED, value)
+
+    def _on_exception(self, frame, error, changed_bps):
+        self._in_turn(self._raised, frame, error)
+
+    def _on_idle(self):
+        if self._to_interrupt is not None and not self._interrupt_here():
+            # Each thread is asked for at its next event.
+            core.set_debug_thread_cb(self._debugs_thread)
+        self._call_if_there('idle')
+
+    def _on_quit(self):
+        """The runner sees the end of the program by itself."""
+
+    def _on_import(self, module):
+        """Only where it has told of an import does the core ask an active hook for new code."""
+        self._call_if_there('imported')
+
+    def _hook_threads(self, on):
+        if on:
+            thread_hooks.install(self._on_thread_end)
+        else:
+            thread_hooks.remove()
+
+    def _on_thread_end(self):
+        """The next thread may get the same id."""
+        if core is None:
+            return  # The interpreter is ending, and has emptied the modules.
+        id = core.get_current_tstate_id()
+        self._steps.forget(id)
+        self.exceptions.forget_thread(id)
+        self._interrupted.discard(id)
+        thread_ended = getattr(self._front_end, 'thread_ended', None)
+        if thread_ended is not None:
+            thread_ended(id)
+
+    def _debugs_thread(self, ident):
+        if ident in self._ignored:
+            return 0
+        if not self._is_forked():
+            if not self._gate.wait():
+                return 0
+            self._interrupt_here()
+        return 1
+
+    def _interrupt_here(self):
+        """Whether it is the calling thread that was to be stopped."""
+        era = self._era
+        id = core.get_current_tstate_id()
+        asked = self._to_interrupt
+        if asked is None or asked not in (_ANY_THREAD, id):
+            return False
+        self._to_interrupt = None
+        self._interrupted.add(id)
+        self._steps.stop_anywhere(id)
+        if self._era != era:
+            # Who asked has left meanwhile; the next one has not asked.
+            self._interrupted.discard(id)
+            self._steps.give_up(id)
+        return True
+
+    # Stops.
+
+    def _at_line(self, frame, changed_bps):
+        thread = core.get_current_tstate_id()
+        if source.is_made_up(frame) and thread not in self._interrupted \
+                and not self._steps.stops_at(thread, frame) \
+                and sublanguages.location(thread, frame) is None:
+            return  # For the core it is code of the module's file, whose lines are not these.
+        if self._steps.is_awaited(thread) and self.breakpoints.have_fired(frame, changed_bps):
+            self._steps.arrive(thread)
+        self._stopped(frame, STEPPED, None)
+
+    def _raised(self, frame, error):
+        thread = core.get_current_tstate_id()
+        is_step = self._steps.stops_at(thread, frame)
+        judgement = self.exceptions.judge(thread, frame, error, is_step)
+        if is_step or judgement.policy is not None:
+            self._stopped(frame, RAISED, error, judgement)
+        elif judgement.is_end:
+            self._resume(thread, frame, self._tell_end(
+                Stop(thread, frame, RAISED, error, None, True)))
+
+    def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT):
+        if self._is_forked():
+            return
+        if judgement.policy is None and not frames.is_program(frame):
+            self._pass_over(frame)
+            return
+        if self._entering is not None:
+            if self._entering is not frame.f_globals:
+                return
+            self._entering = None
+        thread = core.get_current_tstate_id()
+        if thread in self._interrupted:
+            self._interrupted.discard(thread)
+            if reason == STEPPED:
+                reason = INTERRUPTED
+        if judgement.policy is not None:
+            self._steps.arrive(thread)
+        elif self._steps.is_on_its_way(thread, frame, reason):
+            return
+        if reason == RAISED:
+            self.exceptions.told(thread)
+        stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
+                    judgement.is_end)
+        self._resume(thread, frame, self._ask(stop))
+
+    def _call_if_there(self, name):
+        method = getattr(self._front_end, name, None)
+        if method is not None and not self._is_forked():
+            try:
+                method()
+            except Exception:
+                # The core would let the program have the error of an import.
+                errors.print_error()
+
+    def _is_forked(self):
+        """Two processes cannot share one front end: the child process is let go."""
+        if os.getpid() == self._process:
+            return False
+        self.detach()
+        return True
+
+    def _tell_end(self, stop):
+        ending = getattr(self._front_end, 'ending', None)
+        if ending is not None and not self._is_forked():
+            return self._guarded(ending, stop)
+
+    def _pass_over(self, frame):
+        """A step request has met code that is not the program's."""
+        if self._entering is not None or frames.is_entry(frame):
+            return  # On its way into the program or out of it.
+        thread = core.get_current_tstate_id()
+        if thread in self._interrupted:
+            return  # It is to stop in the program.
+        for caller in frames.callers(frame):
+            if frames.is_program(caller):
+                return  # The program is being interrupted, and goes on to its own next line.
+        self._steps.give_up(thread)
+
+    def _ask(self, stop):
+        thread, era = stop.thread, self._era
+        self._steps.keep_living()
+        self.exceptions.keep_living()
+        self._stops[thread] = stop
+        try:
+            resume = self._guarded(self._front_end.stopped, stop)
+        finally:
+            self._stops.pop(thread, None)
+        # Detached meanwhile, it is not to detach whoever came next.
+        return resume if era == self._era else None
+
+    def _guarded(self, function, stop):
+        """Asks the front end; whatever goes wrong there, the program goes on."""
+        while True:
+            try:
+                return function(stop)
+            except KeyboardInterrupt:
+                pass  # Ctrl-C at a moment when the front end was not ready for it.
+            except Exception:
+                errors.print_error()
+                return Resume(DETACH)
+
+    def _in_turn(self, function, *arguments):
+        """Calls it when no other thread is stopped, unless the program is let go meanwhile."""
+        if self._is_forked():
+            return
+        era = self._era
+        self._gate.take_turn()
+        if era == self._era:
+            self._with_room(self._with_hold, function, *arguments)
+
+    def _with_hold(self, function, *arguments):
+        # At once: who comes to an event from now on waits there, and not for the core's mutex.
+        thread = core.get_current_tstate_id()
+        hold = self._holds[thread] = self._gate.close(self._stops_all)
+        try:
+            function(*arguments)
+        finally:
+            self._holds.pop(thread, None)
+            self._gate.end(hold)
+
+    def _with_room(self, function, *arguments):
+        """Calls what may need more of the stack than the program has left."""
+        # A thread comes and goes here with the core's mutex, but others may be here meanwhile.
+        if not self._in_need:
+            self._stack_limit = sys.getrecursionlimit()
+            sys.setrecursionlimit(self._stack_limit + _STACK_ROOM)
+        self._in_need += 1
+        try:
+            function(*arguments)
+        finally:
+            self._in_need -= 1
+            if not self._in_need and sys.getrecursionlimit() == self._stack_limit + _STACK_ROOM:
+                sys.setrecursionlimit(self._stack_limit)
+
+    def _resume(self, thread, frame, resume):
+        if resume is None:
+            return
+        if resume.action == DETACH:
+            self.detach()
+        elif resume.action == QUIT:
+            self.quit()
+        else:
+            self._steps.request(thread, frame, resume)
+
+    def _interrupt(self):
+        """Ctrl-C, in the main thread."""
+        interrupt = getattr(self._front_end, 'interrupt', None)
+        if self._stops and interrupt is not None and interrupt():
+            return  # What another thread evaluates ends.
+        if self.main_thread in self._stops or self.main_thread in self._interrupted:
+            # It is for the front end, or the program has not got to a line since the last one.
+            raise KeyboardInterrupt
+        self._interrupted.add(self.main_thread)
+        self._steps.stop_anywhere(self.main_thread)
+
+    # Threads.
+
+    def _thread(self, id, running):
+        ident = core.get_thread_ident_for_tstate_id(id)
+        stop = self._stops.get(id)
+        frame = stop.frame if stop is not None else frames.without_own_calls(running.get(ident))
+        return Thread(id, ident, self._thread_name(id, ident), frame, stop)
+
+    def _thread_name(self, id, ident):
+        known = threading._active.get(ident)
+        if known is not None:
+            # Not asked: a class of the program may answer in its own way.
+            return known.__dict__.get('_Thread__name') or 'Thread'
+        return core.get_thread_name(id) or 'thread %s' % ident
+
+
+def _leave_bottom_frame():
+    """For the core, the frames below the program are left: its first one will be the bottom.
+
+    Tracing begins in frames of the server, and the bottom frame tells what ends the program.
+    """
+    for bottom in frames.callers(sys._getframe()):
+        pass
+    core.trace_dispatch(bottom, 'return', None)

@@ -1,0 +1,116 @@
+"""The step that each thread is on.
+
+The core counts a step in the innermost frame of a thread. One that is to count in a frame further
+out begins when the frames inside it have been left, one by one.
+"""
+
+import tmorvik26_vs2012_x64 as core
+
+from sorrel.inspection import frames
+from sorrel.service.stops import (
+    CONTINUE, INTERRUPTED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER_RANGE, STEPPED)
+
+_NO_TARGET = object()
+
+
+class Steps(object):
+    """Each thread has its own, which it may lose at any moment: another one may detach."""
+
+    def __init__(self):
+        # For threads on their way to an outer frame, what was asked for there.
+        self._awaited = {}
+        # For threads that the core is to stop, the id() of the frame in which, or None for any.
+        # The core keeps that frame alive.
+        self._targets = {}
+
+    def request(self, thread, frame, resume):
+        """The calling thread, whose id this is, goes on from an event in this frame."""
+        if resume.frame is not frame and resume.frame in list(frames.callers(frame)):
+            self._awaited[thread] = resume
+            resume = Resume(STEP_OUT)
+        self._begin(thread, frame, resume)
+
+    def expect_stop(self, thread):
+        """The core is asked by the caller to stop this thread as soon as it can."""
+        self._targets[thread] = None
+
+    def stop_anywhere(self, thread):
+        """The calling thread, whose id this is, stops as soon as it can."""
+        self.expect_stop(thread)
+        core.stop()
+
+    def give_up(self, thread):
+        """The calling thread, whose id this is, runs on."""
+        self.forget(thread)
+        core.continue_run()
+
+    def stops_at(self, thread, frame):
+        """Whether the thread stops at any event in this frame, for the sake of its step."""
+        target = self._targets.get(thread, _NO_TARGET)
+        if target is _NO_TARGET:
+            return False
+        for caller in frames.callers(frame):
+            if id(caller) == target:
+                return caller is frame
+        return True  # The target is any frame, or has been left.
+
+    def is_awaited(self, thread):
+        """Whether the thread's step counts further out than it has got."""
+        return thread in self._awaited
+
+    def is_on_its_way(self, thread, frame, reason):
+        """Whether the thread has an event in this frame only because its step counts further out.
+
+        It has been sent on then.
+        """
+        resume = self._awaited.get(thread)
+        if resume is None:
+            return False
+        if frame is not resume.frame and reason != INTERRUPTED \
+                and resume.frame in list(frames.callers(frame)):
+            if reason != RETURNED:
+                self._begin(thread, frame, Resume(STEP_OUT))
+            return True
+        self._awaited.pop(thread, None)
+        if frame is resume.frame and reason == STEPPED:
+            if resume.action == STEP_OUT or (
+                    resume.action == STEP_OVER_RANGE
+                    and resume.first <= frame.f_lineno <= resume.last):
+                self._begin(thread, frame, resume)
+                return True
+        return False
+
+    def arrive(self, thread):
+        """The thread has stopped for another reason than its step."""
+        self._awaited.pop(thread, None)
+
+    def forget(self, thread):
+        """The thread has ended."""
+        self._awaited.pop(thread, None)
+        self._targets.pop(thread, None)
+
+    def keep_living(self):
+        """Forgets threads that have ended without a word."""
+        # Looked at first: a thread that begins meanwhile is not among them.
+        known = set(self._awaited).union(self._targets)
+        for thread in known.difference(core.get_threads()):
+            self.forget(thread)
+
+    def forget_all(self):
+        self._awaited.clear()
+        self._targets.clear()
+
+    def _begin(self, thread, frame, resume):
+        if resume.action == CONTINUE:
+            self._targets.pop(thread, None)
+        elif resume.action == STEP_INTO:
+            self._targets[thread] = None
+        elif resume.action == STEP_OUT:
+            self._targets[thread] = frame.f_back and id(frame.f_back)
+        else:
+            self._targets[thread] = id(frame)
+        if resume.action == STEP_OVER_RANGE:
+            core.step_over_line_range(resume.first, resume.last)
+        else:
+            # The words are the names of the core's functions.
+            getattr(core, resume.action)()

@@ -1,0 +1,85 @@
+"""Tracing begins in every thread that the program starts, and is cleared up when it ends."""
+
+import sys
+import thread
+import threading
+
+import tmorvik26_vs2012_x64 as core
+
+from sorrel.inspection import frames
+
+
+class ThreadEnd(object):
+    """To be called by a thread as the last of what it runs."""
+
+    # Kept here: when a thread ends last, the interpreter has emptied the modules.
+    _settrace = sys.settrace
+    _thread_exiting = core.thread_exiting
+
+    def __init__(self, on_end):
+        self._on_end = on_end
+
+    def __call__(self):
+        # In this order: one more event would give the thread a new record.
+        self._settrace(None)
+        self._on_end()
+        self._thread_exiting()
+
+
+class ThreadMain(object):
+    """Stands in place of a thread's function and calls it."""
+
+    _settrace = sys.settrace
+
+    def __init__(self, function, trace, on_end):
+        self._function = function
+        self._trace = trace
+        self._on_end = ThreadEnd(on_end)
+
+    def __repr__(self):
+        return repr(self._function)
+
+    def __call__(self, *args, **kwargs):
+        try:
+            if self._trace is not None:
+                self._settrace(self._trace)
+            self._function(*args, **kwargs)
+        except SystemExit:
+            raise
+        except:
+            if sys is None:
+                raise  # For the interpreter, which is ending.
+            self._report(*sys.exc_info())
+        finally:
+            self._on_end()
+
+    def _report(self, type, value, traceback):
+        # As the interpreter does it, but without this frame.
+        sys.stderr.write('Unhandled exception in thread started by %r\n' % (self,))
+        sys.excepthook(type, value, frames.without_own(traceback))
+
+
+def _starter(start, trace, on_end):
+    def start_new_thread(function, args, *kwargs):
+        if callable(function):
+            function = ThreadMain(function, trace, on_end)
+        return start(function, args, *kwargs)
+    return start_new_thread
+
+
+_start = thread.start_new_thread
+
+
+def install(on_end):
+    """on_end: called in every thread that ends, as the last of what it runs."""
+    bare = _starter(_start, core.bootstrap_new_thread, on_end)
+    thread.start_new_thread = thread.start_new = bare
+    # A Thread is traced from its run method on: until then, other threads may be waiting for it.
+    threading._start_new_thread = _starter(_start, None, on_end)
+    threading.settrace(core.bootstrap_new_thread)
+
+
+def remove():
+    thread.start_new_thread = thread.start_new = _start
+    threading._start_new_thread = _start
+    threading.settrace(None)

@@ -1,0 +1,71 @@
+"""What is evaluated at the prompt does not wait for ever for threads that wait for the prompt."""
+
+import thread
+import time
+
+from sorrel.inspection.time_limit import TimeLimit
+
+# How long the other threads wait for it, in seconds.
+_MOMENT = 0.3
+_LOOK = 0.01
+# Taken now: the program's threads are started by another function, which has them debugged.
+_start_thread, _new_lock = thread.start_new_thread, thread.allocate_lock
+
+
+class PromptEvaluation(object):
+
+    def __init__(self, service):
+        self._service = service
+        # The TimeLimit of what is evaluated in another thread than the main one.
+        self._limit = None
+
+    def call(self, stop, function, *arguments):
+        """Calls it in the stopped thread. When it takes long, the others run until it is done.
+
+        Raises Overtime when it has been interrupted.
+        """
+        if stop.thread != self._service.main_thread:
+            function, arguments = self._interruptible, (function,) + arguments
+        if not self._service.has_other_threads():
+            return function(*arguments)
+        hold = self._service.hold(stop)
+        is_done, has_seen = _new_lock(), _new_lock()
+        is_done.acquire()
+        has_seen.acquire()
+        _start_thread(self._watch, (hold, is_done, has_seen))
+        try:
+            return function(*arguments)
+        finally:
+            try:
+                is_done.release()
+                has_seen.acquire()
+            finally:
+                self._service.make_others_wait(hold)
+
+    def interrupt(self):
+        """Ctrl-C in the main thread. Whether another one has been evaluating, and ends that."""
+        limit = self._limit
+        if limit is None:
+            return False
+        limit.expire()
+        return True
+
+    def _interruptible(self, function, *arguments):
+        self._limit = limit = TimeLimit()
+        try:
+            return limit.call(None, function, *arguments)
+        finally:
+            self._limit = None
+
+    def _watch(self, hold, is_done, has_seen):
+        end = time.time() + _MOMENT
+        while not is_done.acquire(False):
+            if time.time() > end:
+                self._service.let_others_run(hold, _nothing)
+                break
+            time.sleep(_LOOK)
+        has_seen.release()
+
+
+def _nothing():
+    pass
