@@ -126,8 +126,7 @@ class AllThreadsTest(harness.TestCase):
             runner = Runner()
             self.trace_all(fail)
             runner.end()
-            self.wait_for(lambda: sys.stderr.messages)
-            time.sleep(0.05)
+            self.wait_for(lambda: 'of the listener' in ''.join(sys.stderr.messages))
             self.assert_in('of the listener', ''.join(sys.stderr.messages))
         finally:
             sys.stderr = standard_error
@@ -172,7 +171,8 @@ class AllThreadsTest(harness.TestCase):
             for runner in runners[5:]:
                 runner.end()
             del runners, runner, trace, self.lines[:], self.ended[:]
-            time.sleep(0.05)
+            # A thread that has been joined has not yet let go of all that it held.
+            self.wait_for(lambda: len(sys._current_frames()) == 1)
             counts.append(sys.gettotalrefcount())
         self.assertTrue(min(counts[4:]) - max(counts[2:4]) < 10, counts)
 
