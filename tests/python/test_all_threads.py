@@ -30,8 +30,8 @@ class Runner(threading.Thread):
         self.line = 'outer'
 
     def inner(self):
-        self.is_at_work.set()
-        self.may_go.wait()
+        # One line: whoever waits for it to be at work may find it on its way to the wait.
+        self.is_at_work.set() or self.may_go.wait()
         self.line = 'inner'
 
     def end(self):
