@@ -46,9 +46,9 @@ test('there is one debugger, for Python', () => {
 test('its attributes are those that the server knows', () => {
     const known = JSON.parse(execFileSync(MORVIK, ['python', '--', '-c', `
 import json
-from sorrel.dap import shapes
+from sorrel.protocol import schema
 print json.dumps([sorted(name.rstrip('?') for name in shape)
-                  for shape in (shapes.LAUNCH, shapes.ATTACH)])
+                  for shape in (schema.LAUNCH, schema.ATTACH)])
 `], { stdio: ['ignore', 'pipe', 'ignore'] }));
     const described = ['launch', 'attach'].map((request) => Object.keys(
         sorrel.configurationAttributes[request].properties).sort());

@@ -11,15 +11,15 @@ import subprocess
 import time
 
 import harness
-from sorrel import main
 from sorrel.protocol import capabilities
-from sorrel.server.network import network_thread
 
 PATIENCE = 60
 
 # Starts the server as the command does, with other patience than it has for real clients.
 _HASTY = '''
 import sys
+from sorrel import main
+from sorrel.server.network import network_thread
 network_thread.PATIENCE, network_thread.BEGIN_PATIENCE = %r, %r
 sys.exit(main.main(sys.argv[1:]))
 '''
