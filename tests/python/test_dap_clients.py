@@ -254,7 +254,7 @@ for number in range(600):
 peak = [line.split()[1] for line in open('/proc/self/status') if line.startswith('VmHWM')][0]
 print 'over'
 last = 1  # last
-''')
+''', patience=dap_session.PATIENCE)  # The program logs for as long as it takes.
         client = self.attach(program)
         client.ask('setBreakpoints', source={'path': program.path}, breakpoints=[
             {'line': program.line('# turn'), 'logMessage': '{number} ' + 'x' * 50000},
