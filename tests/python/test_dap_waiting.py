@@ -181,8 +181,9 @@ class HeldTest(dap_session.TestCase):
                          'breakpoint turner:%d' % self.program.line('# turn'))
         self.assert_in('waiter (busy)', self.names(client))
         came_back = client.evaluate('came_back')
-        client.evaluate('give_back.set()', 'repl')
+        # First: where the others do not wait, it comes back at once.
         self.break_at(client, self.program, '# wait')
+        client.evaluate('give_back.set()', 'repl')
         client.go()
         self.assertEqual(soon(client, client.stopped),
                          'breakpoint waiter:%d' % self.program.line('# wait'))
