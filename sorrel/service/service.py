@@ -64,8 +64,9 @@ class Service(object):
         # The program's namespace until its code has begun to run.
         self._entering = None
         self._interrupts = Interrupts(self._interrupt) if catch_ctrl_c else None
-        # Threads that were told to stop wherever they are, and the one that is still to be told.
-        self._interrupted = set()
+        # Threads that were told to stop wherever they are, each with who was asked for, and who is
+        # still to be told.
+        self._interrupted = {}
         self._to_interrupt = None
         self.attached = False
         # Has an item from when it is attached until a thread takes that to detach.
@@ -255,7 +256,9 @@ class Service(object):
         id = core.get_current_tstate_id()
         self._steps.forget(id)
         self.exceptions.forget_thread(id)
-        self._interrupted.discard(id)
+        if self._interrupted.pop(id, None) is _ANY_THREAD:
+            # It has had no line since it was told: another one is to stop.
+            self._to_interrupt = _ANY_THREAD
         thread_ended = getattr(self._front_end, 'thread_ended', None)
         if thread_ended is not None:
             thread_ended(id)
@@ -277,11 +280,11 @@ class Service(object):
         if asked is None or asked not in (_ANY_THREAD, id):
             return False
         self._to_interrupt = None
-        self._interrupted.add(id)
+        self._interrupted[id] = asked
         self._steps.stop_anywhere(id)
         if self._era != era:
             # Who asked has left meanwhile; the next one has not asked.
-            self._interrupted.discard(id)
+            self._interrupted.pop(id, None)
             self._steps.give_up(id)
         return True
 
@@ -299,7 +302,7 @@ class Service(object):
 
     def _raised(self, frame, error):
         thread = core.get_current_tstate_id()
-        is_step = self._steps.stops_at(thread, frame)
+        is_step = thread not in self._interrupted and self._steps.stops_at(thread, frame)
         judgement = self.exceptions.judge(thread, frame, error, is_step)
         if is_step or judgement.policy is not None:
             self._stopped(frame, RAISED, error, judgement)
@@ -319,7 +322,9 @@ class Service(object):
             self._entering = None
         thread = core.get_current_tstate_id()
         if thread in self._interrupted:
-            self._interrupted.discard(thread)
+            if reason != STEPPED and judgement.policy is None:
+                return  # It is to stop at its next line.
+            self._interrupted.pop(thread, None)
             if reason == STEPPED:
                 reason = INTERRUPTED
         if judgement.policy is not None:
@@ -439,7 +444,7 @@ class Service(object):
         if self.main_thread in self._stops or self.main_thread in self._interrupted:
             # It is for the front end, or the program has not got to a line since the last one.
             raise KeyboardInterrupt
-        self._interrupted.add(self.main_thread)
+        self._interrupted[self.main_thread] = self.main_thread
         self._steps.stop_anywhere(self.main_thread)
 
     # Threads.

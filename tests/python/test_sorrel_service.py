@@ -162,6 +162,41 @@ y = 2
         self.run_program('a = 1\nb = 2\nc = 3\n', leave_amid)
         self.assertEqual([line for _, line in self.front_end.lines], [1])
 
+    def test_a_pause_that_met_a_thread_at_its_end_stops_another_one(self):
+        def ask_as_a_thread_ends(stop):
+            # All that the thread runs is the server's own.
+            thread.start_new_thread(
+                map, (apply, [self.service.pause, self.service._interrupt_here]))
+            return Resume(stops.CONTINUE)
+
+        def let_end(stop):
+            self.seen.append((stop.reason, stop.frame.f_code.co_name))
+            stop.frame.f_globals['end'] = 0
+            return Resume(stops.CONTINUE)
+        self.run_program('''\
+import time
+end = time.time() + 15
+while time.time() < end:
+    pass
+''', ask_as_a_thread_ends, let_end)
+        self.assertEqual(self.seen, [('interrupt', '<module>')])
+
+    def test_a_pause_waits_for_the_next_line(self):
+        def ask_at_a_return(stop):
+            self.service.pause()
+            self.service._interrupt_here()
+            # What counts in a frame further out has no event here, either.
+            return Resume(stops.STEP_OUT, stop.frame.f_back)
+        self.run_program('''\
+def f():
+    def g():
+        return 1
+    return g()
+f()
+x = 1
+''', INTO, INTO, INTO, INTO, INTO, ask_at_a_return)
+        self.assertEqual(self.front_end.lines[-2:], [('return', 3), ('interrupt', 6)])
+
     def test_the_end_is_told_to_a_front_end_that_is_attached(self):
         self.front_end = FrontEnd()
         self.service = service.Service(self.front_end)
