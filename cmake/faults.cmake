@@ -31,5 +31,5 @@ target_link_libraries(faults PRIVATE morvik_flags morvik_host_embedded ${CMAKE_D
 target_link_options(faults PRIVATE ${wrapped_everywhere})
 target_compile_definitions(faults PRIVATE
     MORVIK_HOST_EXECUTABLE="${MORVIK_HOST_executable}")
-add_graded_test(faults TIMEOUT 300 LONG_TIMEOUT 3600
+add_graded_test(faults TIMEOUT 300 LONG_TIMEOUT 7200
     COMMAND faults tests/faults/faults.py)
