@@ -68,7 +68,10 @@ class Exceptions(object):
 
     def details(self, stop):
         """What the event says of a stop at an exception."""
-        return {'description': 'Paused on exception', 'text': values.class_name(stop.argument[0])}
+        description = 'Paused on exception'
+        if stop.called_by_c:
+            description += ' (no handler in Python code; called by C code)'
+        return {'description': description, 'text': values.class_name(stop.argument[0])}
 
     def describe(self, stop, description):
         type = stop.argument[0]

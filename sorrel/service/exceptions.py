@@ -1,13 +1,12 @@
 """Exceptions: at which of them the program stops, and which it has been stopped for already."""
 
-import opcode
 import threading
 from collections import namedtuple
 
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import frames
-from sorrel.service import library_handlers, thread_hooks
+from sorrel.service import library_handlers, swallowing, thread_hooks
 
 # The modes: stop at none, at every one, where nothing will catch it, where the program prints it
 # or nothing will catch it.
@@ -19,16 +18,12 @@ _PART_OF_NORMAL_WORK = (GeneratorExit, StopIteration, SystemExit)
 
 
 # policy: the mode for whose sake the thread is to stop, or None. frame: where the exception was
-# raised, if there is a policy. is_end: whether the exception is about to end the thread.
-Judgement = namedtuple('Judgement', 'policy frame is_end')
-NO_JUDGEMENT = Judgement(None, None, False)
+# raised, if there is a policy. is_end: whether the exception is about to end the thread. called_by_c:
+# whether C code, which may swallow it, has called one of the frames that it will leave.
+Judgement = namedtuple('Judgement', 'policy frame is_end called_by_c')
+NO_JUDGEMENT = Judgement(None, None, False, False)
 
 _NOTHING = None, False
-
-# Methods that the interpreter calls for somebody else, and how they say no.
-_PROBES = {'__getattr__': AttributeError, '__getattribute__': AttributeError,
-           '__getitem__': IndexError}
-_CALLS = [opcode.opmap[name] for name in opcode.opmap if name.startswith('CALL_FUNCTION')]
 
 
 class Exceptions(object):
@@ -104,11 +99,17 @@ class Exceptions(object):
         raising = frames.innermost(traceback).tb_frame
         if not frames.is_program(raising):
             return NO_JUDGEMENT
-        policy = None
-        if not is_told and not _may_be_probe(frame, type):
-            policy = self._policy(error, is_step)
+        policy = None if is_told else self._policy(error, is_step)
+        is_end = not is_step and self._may_be_end(frame, type)
+        fate = None
+        if policy == UNHANDLED or is_end or policy == PRINTED and _may_be_printed(frame):
+            fate = swallowing.fate(frame, type)
+        if policy == UNHANDLED and fate in swallowing.SWALLOWED or \
+                policy == PRINTED and _may_be_printed(frame) and fate != swallowing.PRINTED:
+            policy = None
         return Judgement(policy, raising if policy else None,
-                         not is_step and self._is_end(frame, type))
+                         is_end and fate == swallowing.LEAVES,
+                         policy == UNHANDLED and fate == swallowing.LEAVES_BY_C)
 
     def told(self, thread):
         """The front end is told of the exception that has had the thread's last event."""
@@ -139,7 +140,8 @@ class Exceptions(object):
             return None
         return UNHANDLED if core.exiting_on_exception() else self.mode
 
-    def _is_end(self, frame, type):
+    def _may_be_end(self, frame, type):
+        """Whether it is for the core. What that does not see may still swallow it."""
         if not frames.is_program(frame) or \
                 frame.f_back is not None and frames.is_program(frame.f_back):
             return False
@@ -153,18 +155,9 @@ def raised_at(error):
     return core.get_frame_file(traceback.tb_frame), traceback.tb_lineno
 
 
-def _may_be_probe(frame, type):
-    """Whether C code may only have tried something out, and will drop the exception.
-
-    hasattr() does so, and list() with objects that can be indexed. Where it does not, the
-    exception has an event in the frame from which that was called.
-    """
-    for inner in frames.callers(frame):
-        outer = inner.f_back
-        if _is_kind_of(type, _PROBES.get(inner.f_code.co_name, ())) and outer is not None \
-                and ord(outer.f_code.co_code[outer.f_lasti]) in _CALLS:
-            return True
-    return False
+def _may_be_printed(frame):
+    """Whether it is for the core only by the name of the function."""
+    return frame.f_code.co_name == library_handlers.DESTRUCTOR
 
 
 def _key(traceback):

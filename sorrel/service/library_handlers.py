@@ -1,4 +1,4 @@
-"""Where the standard library catches what the program does not, and prints it."""
+"""Where the standard library or the interpreter catches what the program does not, and prints it."""
 
 
 class _Place(object):
@@ -12,6 +12,9 @@ class _Place(object):
         self.containing_class = containing_class
         self.co_name = co_name
 
+
+# The interpreter prints what one of these does not catch, but not where the program has called it.
+DESTRUCTOR = '__del__'
 
 PLACES = [_Place(*names) for names in (
     ('sorrel.service.runner', '*', 'run'),
@@ -30,4 +33,5 @@ PLACES = [_Place(*names) for names in (
     ('unittest', 'TestCase', 'run'),
     ('unittest.case', 'TestCase', 'run'),
     ('code', 'InteractiveInterpreter', 'runcode'),
-    ('Tkinter', 'CallWrapper', '__call__'))]
+    ('Tkinter', 'CallWrapper', '__call__'),
+    ('*', '*', DESTRUCTOR))]

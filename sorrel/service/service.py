@@ -308,7 +308,7 @@ class Service(object):
             self._stopped(frame, RAISED, error, judgement)
         elif judgement.is_end:
             self._resume(thread, frame, self._tell_end(
-                Stop(thread, frame, RAISED, error, None, True)))
+                Stop(thread, frame, RAISED, error, None, True, False)))
 
     def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT):
         if self._is_forked():
@@ -334,7 +334,7 @@ class Service(object):
         if reason == RAISED:
             self.exceptions.told(thread)
         stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
-                    judgement.is_end)
+                    judgement.is_end, judgement.called_by_c)
         self._resume(thread, frame, self._ask(stop))
 
     def _call_if_there(self, name):

@@ -7,8 +7,9 @@ from collections import namedtuple
 # frame: the frame; for RAISED with a policy it is the one where the exception was raised, which
 # may have been left already. policy: for RAISED, the mode of sorrel.exceptions for whose sake it
 # has stopped, None when its step has met the exception. is_end: whether the exception is about to
-# end the thread, and with the main thread the program.
-Stop = namedtuple('Stop', 'thread frame reason argument policy is_end')
+# end the thread, and with the main thread the program. called_by_c: whether it will come to C code
+# that may swallow it or not.
+Stop = namedtuple('Stop', 'thread frame reason argument policy is_end called_by_c')
 
 STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
 

@@ -130,6 +130,8 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
             self._say(errors.error_text(*self._stop.argument[:2]))
             if self._stop.is_end:
                 self._say('It is about to end %s.' % self._what_ends(self._stop))
+            elif self._stop.called_by_c:
+                self._say('No handler in Python code; called by C code.')
         self._show_frame(self._index)
 
     def _agreed(self, question):

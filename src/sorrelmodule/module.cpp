@@ -1,7 +1,9 @@
 // _sorrel: what the debug server needs of the interpreter beyond the core's functions. Private to
 // the server in sorrel/; other debug servers have no use for it.
+#include "exceptops/static_lookup.h"
 #include "host/python.h"
 #include "sorrelmodule/all_threads.h"
+#include "sorrelmodule/frame_state.h"
 
 namespace morvik {
 
@@ -42,6 +44,40 @@ PyObject* entry_raise_in_thread(PyObject* /*self*/, PyObject* args) {
         PyThreadState_SetAsyncExc(ident, exception != Py_None ? exception : nullptr));
 }
 
+PyObject* entry_active_blocks(PyObject* /*self*/, PyObject* args) {
+    PyObject* frame = nullptr;
+    if (PyArg_ParseTuple(args, "O!:active_blocks", &PyFrame_Type, &frame) == 0) {
+        return nullptr;
+    }
+    return active_blocks(as_frame(frame)).release();
+}
+
+PyObject* entry_variable(PyObject* /*self*/, PyObject* args) {
+    PyObject* frame = nullptr;
+    Py_ssize_t index = 0;
+    if (PyArg_ParseTuple(args, "O!n:variable", &PyFrame_Type, &frame, &index) == 0) {
+        return nullptr;
+    }
+    Ref held = variable(as_frame(frame), index);
+    if (!held) {
+        PyErr_SetString(PyExc_LookupError, "the variable holds nothing");
+    }
+    return held.release();
+}
+
+PyObject* entry_static_attribute(PyObject* /*self*/, PyObject* args) {
+    PyObject* object = nullptr;
+    PyObject* name = nullptr;
+    if (PyArg_ParseTuple(args, "OS:static_attribute", &object, &name) == 0) {
+        return nullptr;
+    }
+    Ref found = static_attribute(object, name);
+    if (!found) {
+        PyErr_SetString(PyExc_LookupError, "it can only be computed, or is not there");
+    }
+    return found.release();
+}
+
 PyMethodDef methods[] = {
     {"trace_all_threads", entry_trace_all_threads, METH_VARARGS,
      "trace_all_threads(on_end)\n\n"
@@ -58,6 +94,19 @@ PyMethodDef methods[] = {
      "Has the interpreter raise the exception class between two instructions of Python code in "
      "the thread with this ident; None takes one back that was not raised yet.  Returns the "
      "number of threads found: 0 or 1."},
+    {"active_blocks", entry_active_blocks, METH_VARARGS,
+     "active_blocks(frame)\n\n"
+     "The active blocks of the frame, the innermost first, as a list of (opcode, handler, object): "
+     "what has set up the block, where its handler begins, and what lies right below the block on "
+     "the value stack, which for that of a with statement is the bound __exit__."},
+    {"variable", entry_variable, METH_VARARGS,
+     "variable(frame, index)\n\n"
+     "What a fast local variable holds; cells follow the variables.  Raises LookupError for one "
+     "that holds nothing."},
+    {"static_attribute", entry_static_attribute, METH_VARARGS,
+     "static_attribute(object, name)\n\n"
+     "An attribute as it is stored in the object or its class, without running any Python code.  "
+     "Raises LookupError where only that could tell."},
     {nullptr, nullptr, 0, nullptr},
 };
 
