@@ -131,12 +131,12 @@ def goes_on(instruction):
 
 def what_is_called(code, call):
     """The instruction that has loaded what a call in the Code calls; None if it is not plain."""
-    return _loaded(code, code.places[call.offset], arguments_on_stack(call))
+    return operand(code, call, arguments_on_stack(call))
 
 
-def loaded_from(code, attribute):
-    """The instruction that has loaded what a LOAD_ATTR looks into; None if it is not plain."""
-    return _loaded(code, code.places[attribute.offset], 0)
+def operand(code, instruction, depth=0):
+    """The instruction that has loaded what lies so deep in the stack; None if it is not plain."""
+    return _loaded(code, code.places[instruction.offset], depth)
 
 
 def _loaded(code, place, depth):

@@ -140,8 +140,8 @@ ROWS = tuple([Row(*row) for row in (
     ('a name of other namespaces', ('LOAD_NAME',), ('__getitem__', '__missing__'), ANY,
      (KeyError,), DROPPED, ''),
     # dictobject.c PyDict_GetItem, of dict_equal and dict_compare
-    ('keys of dictionaries that are compared', ('COMPARE_OP', 'cmp'),
-     ('__eq__', '__cmp__', '__hash__'), ANY, ALL, PERHAPS, 'may_be_key'),
+    ('keys of dictionaries that are compared', ('COMPARE_OP',),
+     ('__eq__', '__cmp__', '__hash__'), ANY, ALL, PERHAPS, 'compares_dictionaries'),
     # setobject.c set_contains, set_remove, set_discard
     ('a set in a set', ('COMPARE_OP', 'set.remove', 'set.discard'), ('__hash__',), ANY,
      (TypeError,), DROPPED, 'is_set'),

@@ -15,7 +15,7 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import bytecode
 from sorrel.service import c_callers, code_paths, with_blocks
-from sorrel.service.c_callers import ALL, DROPPED, PERHAPS
+from sorrel.service.c_callers import ALL
 
 # Besides the fates of `c_callers`: C code of which nothing is known; a call of something that
 # could not be read from the bytecode.
@@ -35,15 +35,23 @@ def fate(frame, caller, kind):
     call = _Call(frame, caller)
     if call.is_direct():
         return None
+    row = row_of(call, kind)
+    if row is not None:
+        return row.fate
+    if not call.is_call or call.c_name in c_callers.PASSING:
+        return None
+    return UNKNOWN_C if call.is_call_of_c() else UNREAD
+
+
+def row_of(call, kind):
+    """The row of the table that holds for an exception of this class; None for none."""
     for row in _rows_for(call):
         if (not row.called or call.name in row.called) \
                 and (not row.attributes or call.attribute() in row.attributes) \
                 and (row.raised is ALL or _is_kind_of(kind, row.raised)) \
                 and (not row.when or getattr(call, row.when)()):
-            return row.fate
-    if not call.is_call or call.c_name in c_callers.PASSING:
-        return None
-    return UNKNOWN_C if call.is_call_of_c() else UNREAD
+            return row
+    return None
 
 
 class _Call(object):
@@ -68,7 +76,7 @@ class _Call(object):
             return code_paths.UNKNOWN
         if instruction.name == 'LOAD_ATTR':
             return code_paths.attribute(
-                self._value(bytecode.loaded_from(self._code, instruction)),
+                self._value(bytecode.operand(self._code, instruction)),
                 self._caller.f_code.co_names[instruction.argument])
         return code_paths.known_value(
             self._caller.f_code, instruction, with_blocks.variables_of(self._caller),
@@ -200,9 +208,10 @@ class _Call(object):
     def is_set(self):
         return issubclass(type(self._argument(0)), set)
 
-    def may_be_key(self):
-        return opcode.cmp_op[self.instruction.argument] in ('==', '!=', '<', '<=', '>', '>=') \
-            if not self.is_call else True
+    def compares_dictionaries(self):
+        operands = [self._value(bytecode.operand(self._code, self.instruction, depth))
+                    for depth in (0, 1)]
+        return True in [issubclass(type(value), dict) for value in operands]
 
 
 def c_name(value):
