@@ -107,6 +107,8 @@ class Exceptions(object):
         if policy == UNHANDLED and fate in swallowing.SWALLOWED or \
                 policy == PRINTED and _may_be_printed(frame) and fate != swallowing.PRINTED:
             policy = None
+        # Whoever might have swallowed it has not, once it has come to who runs the program.
+        is_end = is_end or policy == UNHANDLED and not frames.is_program(frame)
         return Judgement(policy, raising if policy else None,
                          is_end and fate == swallowing.LEAVES,
                          policy == UNHANDLED and fate == swallowing.LEAVES_BY_C)
