@@ -221,6 +221,24 @@ except ValueError:  # handler
     assert.equal(await client.step('next'), `step <module>:${line(file, '# handler')}`);
 }));
 
+test('a stop says where C code may still swallow the exception', () =>
+    withClient(async (client) => {
+        const file = program(`
+import re
+def replace(match):
+    return 1 / 0
+substitute = re.compile('t').sub
+def work(call):
+    call(replace, 'text')
+work(substitute)
+`);
+        await client.launch({ program: file },
+            () => client.send('setExceptionBreakpoints', { filters: ['uncaught'] }));
+        const { description } = await client.next('stopped');
+        assert.equal(description,
+            'Paused on exception (no handler in Python code; called by C code)');
+    }));
+
 test('an exception ends a thread', () => withClient(async (client) => {
     const file = program(`
 import threading

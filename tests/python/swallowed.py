@@ -75,7 +75,7 @@ class Empty(object):
         raise IndexError(index)
 
 
-class Counter(object):
+class Ascending(object):
     def __init__(self):
         self.n = 0
 
@@ -154,10 +154,10 @@ def a_reference_dies():
     """a weak reference's callback"""
     def tell(reference):
         raise ValueError('dead')
-    x = Counter()
+    x = Ascending()
     y = weakref.ref(x, tell)
     del x
-    x = Counter()
+    x = Ascending()
     y = weakref.ref(x, tell)
     x = None
 
@@ -167,7 +167,7 @@ def a_reference_dies_in_c():
     """a weak reference's callback, or a call"""
     def tell(reference):
         raise ValueError('dead')
-    x = {1: Counter()}
+    x = {1: Ascending()}
     y = weakref.ref(x[1], tell)
     x.clear()
 
@@ -176,7 +176,7 @@ def a_reference_dies_in_c():
 def a_callback_that_is_called():
     def tell(reference):
         raise ValueError('dead')
-    tell(weakref.ref(Counter()))
+    tell(weakref.ref(Ascending()))
 
 
 @is_swallowed
@@ -631,17 +631,17 @@ def an_item_in_no_loop():
 @is_swallowed
 def an_iterator_ends():
     """the end of an iterator"""
-    list(Counter()), 5 in Counter(), sum(Counter())
-    a, b = Counter()
-    next(iter(Counter()), None)
-    x = Counter()
+    list(Ascending()), 5 in Ascending(), sum(Ascending())
+    a, b = Ascending()
+    next(iter(Ascending()), None)
+    x = Ascending()
     next(x, None), next(x, None), next(x, None)
 
 
 @is_swallowed
 def an_iterator_ends_at_once():
     """the end of an iterator at once"""
-    class Nothing(Counter):
+    class Nothing(Ascending):
         def next(self):
             raise StopIteration
     for x in Nothing():
@@ -650,7 +650,7 @@ def an_iterator_ends_at_once():
 
 @ends_its_thread
 def an_iterator_at_its_end():
-    x = Counter()
+    x = Ascending()
     x.n = 5
     next(x)
 
@@ -675,8 +675,8 @@ def a_generator_ends_at_once():
 @is_swallowed
 def next_with_a_default():
     """next with a default"""
-    next(Counter(), None)
-    x = Counter()
+    next(Ascending(), None)
+    x = Ascending()
     x.n = 3
     next(x, None)
 
@@ -777,7 +777,7 @@ def somebody_asks_for_a_length():
 @is_swallowed
 def somebody_iterates():
     """an end, somewhere"""
-    unread[0](Counter())
+    unread[0](Ascending())
 
 
 @is_swallowed

@@ -246,6 +246,67 @@ ask()
 -> raise AttributeError(name)
 ''')
 
+    def test_c_code_that_may_swallow_it_is_told_of(self):
+        answers, _, _ = self.ends('''\
+import re
+def replace(match):
+    return 1 / 0
+def work():
+    substitute('text')
+substitute = re.compile('t').sub
+substitute = lambda text, call=substitute: call(replace, text)
+work()
+''', ['c', 'c'])
+        self.assertEqual(answers, ['''\
+--Unhandled exception--
+ZeroDivisionError: integer division or modulo by zero
+No handler in Python code; called by C code.
+> prog.py(3)replace()
+-> return 1 / 0
+''', '''\
+About to end the program: ZeroDivisionError: integer division or modulo by zero
+The program ended with an uncaught ZeroDivisionError.
+'''])
+
+    def test_one_that_might_have_been_swallowed_stops_when_it_was_not(self):
+        text = '''\
+from __future__ import with_statement
+class Maybe(object):
+    def __enter__(self):
+        pass
+    def __exit__(self, *error):
+        return self.swallows()
+    def swallows(self):
+        return %s
+def f(n):
+    with Maybe():
+        1 / n
+%s
+'''
+        answers, _, _ = self.ends(text % (0, 'f(0)'), ['c', 'where', 'p n', 'c'])
+        self.assertEqual(answers, ['''\
+--Unhandled exception--
+ZeroDivisionError: integer division or modulo by zero
+It is about to end the program.
+> prog.py(11)f()
+-> 1 / n
+''', '''\
+  prog.py(12)<module>()
+-> f(0)
+> prog.py(11)f()
+-> 1 / n
+''', '0\n', 'The program ended with an uncaught ZeroDivisionError.\n'])
+        answers, _, _ = self.ends(text % (0, 'with Maybe():\n    1 / 0'), ['c', 'c'])
+        self.assertEqual(answers, ['''\
+--Unhandled exception--
+ZeroDivisionError: integer division or modulo by zero
+It is about to end the program.
+> prog.py(13)<module>()
+-> 1 / 0
+''', 'The program ended with an uncaught ZeroDivisionError.\n'])
+        answers, _, _ = self.ends(text % (1, 'f(0)'), ['c'])
+        self.assertEqual(answers, ['The program ended with exit status 0.\n'])
+
     def test_the_recursion_limit(self):
         answers, error, _ = self.ends(
             'def f(n):\n    f(n + 1)\nf(0)\n', ['c', 'p n > 900, type(n)', 'up', 'q'])
@@ -373,6 +434,29 @@ It is about to end the program.
 > prog.py(5)work()
 -> return 1 / n
 ''', 'The program ended with an uncaught ZeroDivisionError.\n'])
+
+    def test_what_a_destructor_raises_is_printed_unless_the_program_calls_it(self):
+        self.assertEqual(self.answers('''\
+class Fails(object):
+    def __del__(self):
+        self.fail()
+    def fail(self):
+        raise ValueError('gone')
+class Derived(Fails):
+    def __del__(self):
+        try:
+            Fails.__del__(self)
+        except ValueError:
+            pass
+one = Derived()
+one = Fails()
+one = None
+''', ['catch printed', 'c', 'c'])[1:], ['''\
+--Exception that is printed--
+ValueError: gone
+> prog.py(5)fail()
+-> raise ValueError('gone')
+''', 'The program ended with exit status 0.\n'])
 
     def test_a_failing_unit_test_is_printed(self):
         self.assertEqual(self.answers('''\
