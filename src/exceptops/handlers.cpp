@@ -204,20 +204,52 @@ bool code_range(const PyFrameObject* frame, CodeRange* range) {
     return true;
 }
 
-bool frame_handles(PyFrameObject* frame, PyObject* exception, HandlerMatch mode,
-                   const OpcodeTable& opcodes, ClassTests tests) {
+constexpr Py_ssize_t kNoClause = -2;
+
+// The offset of the clause at a block's handler offset that catches the exception, or kNoClause.
+Py_ssize_t find_clause(PyFrameObject* frame, int handler_offset, PyObject* exception,
+                       const CodeRange& range, HandlerMatch mode, const OpcodeTable& opcodes,
+                       ClassTests tests) {
+    if (handler_offset < 0 || handler_offset >= range.end - range.start) {
+        return kNoClause;
+    }
+    Scan scan = {frame, exception, range, mode, opcodes, tests, range.start + handler_offset};
+    Instruction instruction = {};
+    const unsigned char* clause = scan.position;
+    while (decode(&scan, &instruction)) {
+        if (instruction.opcode == opcodes.pop_top) {
+            return mode == HandlerMatch::kAny ? clause - range.start : kNoClause;
+        }
+        if (instruction.opcode != opcodes.dup_top) {
+            return kNoClause;
+        }
+        if (clause_matches(&scan)) {
+            return clause - range.start;
+        }
+        clause = scan.position;
+    }
+    return kNoClause;
+}
+
+// Where in the frame the exception goes on: a clause, kLoopEnd or kNoClause.
+Py_ssize_t find_in_frame(PyFrameObject* frame, PyObject* exception, HandlerMatch mode,
+                         const OpcodeTable& opcodes, ClassTests tests) {
     CodeRange range = {};
     if (!code_range(frame, &range)) {
-        return false;
+        return kNoClause;
     }
     for (int i = frame->f_iblock - 1; i >= 0; --i) {
         const PyTryBlock& block = frame->f_blockstack[i];
-        if (block.b_type == opcodes.setup_except &&
-            handler_catches(frame, block.b_handler, exception, range, mode, opcodes, tests) != 0) {
-            return true;
+        if (block.b_type != opcodes.setup_except) {
+            continue;
+        }
+        const Py_ssize_t clause =
+            find_clause(frame, block.b_handler, exception, range, mode, opcodes, tests);
+        if (clause != kNoClause) {
+            return clause;
         }
     }
-    return loop_ends_on_exception(frame, exception, range, opcodes) != 0;
+    return loop_ends_on_exception(frame, exception, range, opcodes) != 0 ? kLoopEnd : kNoClause;
 }
 
 }  // namespace
@@ -227,7 +259,7 @@ int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exce
                          ClassTests tests) {
     for (; is_frame(frame); frame = frame_back(frame)) {
         if (handler_is_ignored(frame, ignored) == 0 &&
-            frame_handles(frame, exception, mode, opcodes, tests)) {
+            find_in_frame(frame, exception, mode, opcodes, tests) != kNoClause) {
             return 1;
         }
         if (this_frame_only) {
@@ -235,6 +267,19 @@ int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exce
         }
     }
     return 0;
+}
+
+FoundHandler find_handler(PyFrameObject* frame, PyObject* ignored, PyObject* exception) {
+    for (; is_frame(frame); frame = frame_back(frame)) {
+        const Py_ssize_t clause = handler_is_ignored(frame, ignored) == 0
+                                      ? find_in_frame(frame, exception, HandlerMatch::kAny,
+                                                      kHostOpcodes, ClassTests::kAll)
+                                      : kNoClause;
+        if (clause != kNoClause) {
+            return {frame, clause};
+        }
+    }
+    return {nullptr, kNoClause};
 }
 
 int handler_is_ignored(PyFrameObject* frame, PyObject* ignored) {
@@ -250,23 +295,9 @@ int handler_is_ignored(PyFrameObject* frame, PyObject* ignored) {
 int handler_catches(PyFrameObject* frame, int handler_offset, PyObject* exception,
                     const CodeRange& range, HandlerMatch mode, const OpcodeTable& opcodes,
                     ClassTests tests) {
-    if (handler_offset < 0 || handler_offset >= range.end - range.start) {
-        return 0;
-    }
-    Scan scan = {frame, exception, range, mode, opcodes, tests, range.start + handler_offset};
-    Instruction instruction = {};
-    while (decode(&scan, &instruction)) {
-        if (instruction.opcode == opcodes.pop_top) {
-            return mode == HandlerMatch::kAny ? 1 : 0;
-        }
-        if (instruction.opcode != opcodes.dup_top) {
-            return 0;
-        }
-        if (clause_matches(&scan)) {
-            return 1;
-        }
-    }
-    return 0;
+    return find_clause(frame, handler_offset, exception, range, mode, opcodes, tests) != kNoClause
+               ? 1
+               : 0;
 }
 
 int loop_ends_on_exception(PyFrameObject* frame, PyObject* exception, const CodeRange& range,

@@ -32,6 +32,18 @@ int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exce
                          const OpcodeTable& opcodes = kHostOpcodes,
                          ClassTests tests = ClassTests::kAll);
 
+// Where an exception goes on.
+struct FoundHandler {
+    PyFrameObject* frame;  // borrowed; nullptr: nowhere
+    Py_ssize_t
+        clause;  // the offset of the except clause in its code; kLoopEnd where it ends a loop
+};
+
+inline constexpr Py_ssize_t kLoopEnd = -1;
+
+// The handler that exception_is_handled() would find, with a bare "except:" as good as any.
+FoundHandler find_handler(PyFrameObject* frame, PyObject* ignored, PyObject* exception);
+
 // 1 if `ignored` is a dictionary that has the frame or its code object as a key.
 int handler_is_ignored(PyFrameObject* frame, PyObject* ignored);
 

@@ -1,7 +1,9 @@
 // _sorrel: what the debug server needs of the interpreter beyond the core's functions. Private to
 // the server in sorrel/; other debug servers have no use for it.
+#include "exceptops/handlers.h"
 #include "exceptops/static_lookup.h"
 #include "host/python.h"
+#include "host/ref.h"
 #include "sorrelmodule/all_threads.h"
 #include "sorrelmodule/frame_state.h"
 
@@ -78,6 +80,18 @@ PyObject* entry_static_attribute(PyObject* /*self*/, PyObject* args) {
     return found.release();
 }
 
+PyObject* entry_find_handler(PyObject* /*self*/, PyObject* args) {
+    PyFrameObject* frame = nullptr;
+    PyObject* type = nullptr;
+    PyObject* ignored = nullptr;
+    if (PyArg_ParseTuple(args, "O!OO!:find_handler", &PyFrame_Type, &frame, &type, &PyDict_Type,
+                         &ignored) == 0) {
+        return nullptr;
+    }
+    const FoundHandler found = find_handler(frame, ignored, type);
+    return found.frame != nullptr ? Py_BuildValue("(On)", found.frame, found.clause) : new_none();
+}
+
 PyMethodDef methods[] = {
     {"trace_all_threads", entry_trace_all_threads, METH_VARARGS,
      "trace_all_threads(on_end)\n\n"
@@ -107,6 +121,12 @@ PyMethodDef methods[] = {
      "static_attribute(object, name)\n\n"
      "An attribute as it is stored in the object or its class, without running any Python code.  "
      "Raises LookupError where only that could tell."},
+    {"find_handler", entry_find_handler, METH_VARARGS,
+     "find_handler(frame, type, ignored)\n\n"
+     "Where an exception of this type that the frame has now goes on: None for nowhere, or a tuple "
+     "of the frame or caller whose handler takes it and the offset of the except clause in that "
+     "one's code, -1 where it ends a loop.  Frames or code objects that are keys of the "
+     "dictionary count as having no handler."},
     {nullptr, nullptr, 0, nullptr},
 };
 
