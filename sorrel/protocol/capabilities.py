@@ -1,7 +1,7 @@
 """What a client may expect of this server."""
 
 # The ways of stopping at exceptions.
-RAISED, UNCAUGHT, PRINTED = 'raised', 'uncaught', 'printed'
+RAISED, UNCAUGHT, USER_UNHANDLED, PRINTED = 'raised', 'uncaught', 'userUnhandled', 'printed'
 
 
 def announced():
@@ -30,12 +30,19 @@ def announced():
         'exceptionBreakpointFilters': [
             {'filter': RAISED, 'label': 'Raised Exceptions', 'default': False,
              'description': 'Stop where an exception is raised, even if it is handled.',
-             'supportsCondition': True, 'conditionDescription': _CONDITION},
+             'supportsCondition': True, 'conditionDescription': _TYPES},
             {'filter': UNCAUGHT, 'label': 'Uncaught Exceptions', 'default': True,
              'description': 'Stop where an exception is raised that nothing will handle.',
-             'supportsCondition': True, 'conditionDescription': _CONDITION},
+             'supportsCondition': True, 'conditionDescription': _TYPES_NOT},
+            {'filter': USER_UNHANDLED, 'label': 'User Uncaught Exceptions', 'default': False,
+             'description': 'Stop where an exception is raised that will leave your own code '
+                            'for that of a library.',
+             'supportsCondition': True, 'conditionDescription': _TYPES_NOT},
             {'filter': PRINTED, 'label': 'Exceptions the Program Prints', 'default': False,
-             'description': 'Stop where an exception is raised that the program will print.'}]}
+             'description': 'Stop where an exception is raised that the program will print, or '
+                            'else where it does.',
+             'supportsCondition': True, 'conditionDescription': _TYPES_NOT}]}
 
 
-_CONDITION = 'Types to stop at, or with a - before each not to stop at: ValueError, -KeyError'
+_TYPES = 'Types to stop at, or with a - before each not to stop at: ValueError, -KeyError'
+_TYPES_NOT = 'Types not to stop at, with a - before each: -ValueError, -KeyError'

@@ -22,6 +22,7 @@ _ON_THREAD = {'threadId': int}
 # What every way to begin knows.
 _DEBUGGING = {
     'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool,
+    'learnExceptions?': bool,
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(_DEBUGGING, **{

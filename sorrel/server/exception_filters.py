@@ -1,21 +1,22 @@
 """At which exceptions the client wants the program to stop."""
 
-import __builtin__
-import sys
 import traceback
 
 from sorrel.common.decoding import text
-from sorrel.inspection import modules, source, stacks, values
+from sorrel.inspection import exception_types, source, stacks, values
 from sorrel.protocol import capabilities
 from sorrel.service import exceptions
 
-# A client may choose several: the first of these counts.
-_MODES = ((capabilities.RAISED, exceptions.ALWAYS), (capabilities.PRINTED, exceptions.PRINTED),
-          (capabilities.UNCAUGHT, exceptions.UNHANDLED))
+# A client may choose several.
+_MODES = {capabilities.RAISED: (exceptions.ALWAYS,),
+          capabilities.UNCAUGHT: (exceptions.UNHANDLED,),
+          capabilities.USER_UNHANDLED: (exceptions.USER_UNHANDLED,),
+          capabilities.PRINTED: (exceptions.PRINTED, exceptions.UNHANDLED)}
 _BREAK_MODES = {exceptions.ALWAYS: 'always', exceptions.UNHANDLED: 'unhandled',
-                exceptions.PRINTED: 'userUnhandled'}
-_MODES_BY_BREAK_MODE = {'never': exceptions.NEVER, 'always': exceptions.ALWAYS,
-                        'unhandled': exceptions.UNHANDLED, 'userUnhandled': exceptions.PRINTED}
+                exceptions.USER_UNHANDLED: 'userUnhandled', exceptions.PRINTED: 'userUnhandled'}
+_MODES_BY_BREAK_MODE = {'never': (), 'always': (exceptions.ALWAYS,),
+                        'unhandled': (exceptions.UNHANDLED,),
+                        'userUnhandled': (exceptions.USER_UNHANDLED,)}
 
 
 class Exceptions(object):
@@ -47,23 +48,15 @@ class Exceptions(object):
             answers.append(self._apply_filter({'filterId': wanted}, modes, always, never))
         for option in self._arguments.get('filterOptions', ()):
             answers.append(self._apply_filter(option, modes, always, never))
-        mode = exceptions.NEVER
-        for word, candidate in reversed(_MODES):
-            if word in modes:
-                mode = candidate
         for option in self._arguments.get('exceptionOptions', ()):
             if option.get('path'):
                 answers.append(self._apply_option(option, always, never))
             else:
-                mode = _MODES_BY_BREAK_MODE[option['breakMode']]
+                modes.update(_MODES_BY_BREAK_MODE[option['breakMode']])
                 answers.append({'verified': True})
         never += [type for type in self._quiet if type not in always]
-        only = ()
-        if always and mode == exceptions.NEVER:
-            # So that handlers which name them make no difference.
-            mode, only, always = exceptions.ALWAYS, always, ()
         self._service.exceptions.set_types(always, never)
-        self._service.exceptions.set_mode(mode, only)
+        self._service.exceptions.set_mode(*modes)
         return answers
 
     def details(self, stop):
@@ -88,7 +81,7 @@ class Exceptions(object):
 
     def _apply_filter(self, option, modes, always, never):
         """A filter with a condition: names of types, those not to stop at after a minus."""
-        if option['filterId'] not in [word for word, _ in _MODES]:
+        if option['filterId'] not in _MODES:
             return {'verified': False, 'message': 'There is no such filter.'}
         words = option.get('condition', u'').replace(',', ' ').split()
         plain = [word for word in words if word[0] != '-']
@@ -97,7 +90,7 @@ class Exceptions(object):
         answer = self._add(always, plain)
         answer_not = self._add(never, [word[1:] for word in words if word[0] == '-'])
         if not plain:
-            modes.add(option['filterId'])
+            modes.update(_MODES[option['filterId']])
         return answer if not answer['verified'] else answer_not
 
     def _apply_option(self, option, always, never):
@@ -112,7 +105,7 @@ class Exceptions(object):
     def _add(self, types, names):
         unknown = []
         for name in names:
-            type = _find_type(name.encode('utf-8'))
+            type = exception_types.find(name.encode('utf-8'))
             if type is None:
                 unknown.append(name)
             else:
@@ -121,22 +114,6 @@ class Exceptions(object):
             self._unknown += unknown
             return {'verified': False, 'message': u'Not a known exception: ' + u', '.join(unknown)}
         return {'verified': True}
-
-
-def _find_type(name):
-    """A class by its name, with that of its module before it if it is not everywhere."""
-    module, _, name = name.rpartition('.')
-    places = [sys.modules.get(module)] if module else [__builtin__, sys.modules['__main__']]
-    for place in places:
-        found = modules.namespace(place).get(name)
-        if isinstance(found, type) and issubclass(found, BaseException) \
-                or type(found) is type(_OldStyle):
-            return found
-    return None
-
-
-class _OldStyle:
-    """Exceptions of the program may be such classes, too."""
 
 
 def _full_name(kind):

@@ -4,6 +4,7 @@ import os
 import sys
 
 from sorrel.common.decoding import text
+from sorrel.inspection import libraries
 from sorrel.server.shared import sources
 
 
@@ -54,7 +55,7 @@ class LoadedSources(object):
     def _describe(self, name, path):
         return {'id': text(name), 'name': text(name),
                 'path': self._session.sources.to_client(path),
-                'isUserCode': not sources.is_library(path)}
+                'isUserCode': not libraries.is_library(path)}
 
     # Requests.
 

@@ -257,6 +257,8 @@ class Session(object):
             raise Refused('the program is still busy with what the last client has asked for')
         self._has_begun = True
         self.stops.just_my_code = arguments.get('justMyCode', True)
+        self._service.exceptions.set_just_my_code(self.stops.just_my_code)
+        self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
         self.stops_all = arguments.get('stopAllThreads', True)
         self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
         self.sources.map_paths(arguments.get('pathMappings', ()))

@@ -22,6 +22,7 @@ class Refused(Exception):
 class Breakpoint(object):
     """One breakpoint, as it was when the service was last asked. Changed by Breakpoints alone.
 
+    number: None of a hidden one.
     hits: how often its line was reached while it was enabled, whatever its condition said.
     ignore_count: how often it will still be passed by where it would have stopped.
     """
@@ -71,6 +72,14 @@ class Breakpoints(object):
             self._set(breakpoint)
         return breakpoint
 
+    def add_hidden(self, path, line, condition=None):
+        """One of the service's own, of which nobody is told. As `add`, on a line with code."""
+        with self._lock:
+            breakpoint = Breakpoint(None, path, line, condition, False, 0)
+            self._known.append(breakpoint)
+            self._set(breakpoint)
+        return breakpoint
+
     def remove(self, breakpoint):
         """Does nothing for one that is no longer there."""
         with self._lock:
@@ -93,7 +102,7 @@ class Breakpoints(object):
         """The Breakpoints that there are now, by number."""
         with self._lock:
             self._refresh()
-            return list(self._known)
+            return [breakpoint for breakpoint in self._known if breakpoint.number is not None]
 
     def at(self, path, line):
         """Those on a line of a file."""
@@ -117,8 +126,9 @@ class Breakpoints(object):
         fired, hit = changed_bps
         if fired:
             return True
-        for path, line, _, _, _, condition, ignore_count, _ in hit:
-            if line == frame.f_lineno and not ignore_count \
+        hidden = [breakpoint.id for breakpoint in self._known if breakpoint.number is None]
+        for path, line, id, _, _, condition, ignore_count, _ in hit:
+            if line == frame.f_lineno and not ignore_count and id not in hidden \
                     and os.path.realpath(path) == os.path.realpath(source.file_name(frame)) \
                     and (condition is None or _holds(condition, frame)):
                 return True
@@ -195,7 +205,8 @@ class Breakpoints(object):
                 breakpoint.hits = breakpoint.earlier_hits + hits
             else:
                 self._known.remove(breakpoint)
-                self._fired.append(breakpoint)
+                if breakpoint.number is not None:
+                    self._fired.append(breakpoint)
 
 
 def _holds(condition, frame):

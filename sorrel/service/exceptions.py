@@ -1,17 +1,24 @@
 """Exceptions: at which of them the program stops, and which it has been stopped for already."""
 
+import inspect
 import threading
 from collections import namedtuple
 
+import _sorrel
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import frames
-from sorrel.service import library_handlers, swallowing, thread_hooks
+from sorrel.inspection import frames, libraries, try_statements
+from sorrel.service import printing, swallowing, thread_hooks
+from sorrel.service.learning import Learning
+from sorrel.service.print_calls import PrintCalls
 
-# The modes: stop at none, at every one, where nothing will catch it, where the program prints it
-# or nothing will catch it.
-NEVER, ALWAYS, UNHANDLED, PRINTED = 'never', 'always', 'unhandled', 'printed'
-_CORE_MODES = {NEVER: 0, ALWAYS: 1, UNHANDLED: 2, PRINTED: 4}
+# The modes: stop at none, at every one, where nothing will catch it, where nothing in the user's
+# own code will, where the program prints it.
+NEVER, ALWAYS, UNHANDLED, USER_UNHANDLED, PRINTED = (
+    'never', 'always', 'unhandled', 'user-unhandled', 'printed')
+# The core's own: which exceptions it asks about. It looks for handlers itself, but passes over a
+# type to stop at always where the same frame names it.
+_ASKS_AT_NONE, _ASKS_AT_ALL, _ASKS_AT_UNHANDLED = 0, 1, 2
 
 # How generators, iterators and programs end. The interpreter takes them where no handler shows.
 _PART_OF_NORMAL_WORK = (GeneratorExit, StopIteration, SystemExit)
@@ -24,42 +31,65 @@ Judgement = namedtuple('Judgement', 'policy frame is_end called_by_c')
 NO_JUDGEMENT = Judgement(None, None, False, False)
 
 _NOTHING = None, False
+# In place of a clause's offset.
+_LOOP_END = -1
 
 
 class Exceptions(object):
-    """mode: one of the words above. only: in the mode ALWAYS, a tuple of the types that this goes
-    for; () for all. always, never: tuples of the types at which the program stops in every mode,
-    unless a handler names them, and in none. ignored: (path, line) of the places whose exceptions
-    don't stop it. All are changed by the methods alone.
+    """modes: a set of the words above, for whose sakes the program stops. always, never: tuples
+    of the types at which it stops in any case, and in none. just_my_code: whether those to stop at
+    always are of no concern before they come to the user's own code. ignored: (path, line) of the
+    places whose exceptions don't stop it. All are changed by the methods alone. learning: what is
+    known of exceptions that were swallowed. print_calls: those that PRINTED is interested in.
     """
 
-    def __init__(self):
+    def __init__(self, all_breakpoints):
+        """all_breakpoints: the service's Breakpoints."""
         # For each thread, what tells the traceback of its last exception event from others, and
         # whether the front end knows of that exception.
         self._last = {}
+        # For each thread, what tells the traceback of the exception where it was raised that the
+        # front end was last told of.
+        self._told = {}
         self._own_handlers = {}
+        self._core_mode = _ASKS_AT_NONE
+        self.learning = Learning()
+        self.print_calls = PrintCalls(all_breakpoints)
         self.forget()
 
     def forget(self):
         """The core has been reset: as at the beginning, the program stops at no exception."""
         self._last.clear()
+        self._told.clear()
+        self.learning.forget()
+        self.just_my_code = False
+        self.modes = frozenset()
         self.ignored = []
-        self.set_mode(NEVER)
         self.set_types((), _PART_OF_NORMAL_WORK)
         core.set_ignored_exception_handlers(self._own_handlers)
-        core.set_exc_catch_info_list(library_handlers.PLACES)
         core.clear_exception_ignores()
 
-    def set_mode(self, mode, only=()):
-        self.mode = mode
-        self.only = tuple(only)
-        core.set_exception_mode(_CORE_MODES[mode])
+    def set_mode(self, *modes):
+        """In the order of importance, NEVER for none."""
+        self.modes = frozenset(modes).difference([NEVER])
+        self._tell_core()
 
     def set_types(self, always, never):
-        """Tuples of exception types; a subclass counts as its base. What is in both is never."""
+        """Tuples of exception types; a subclass counts as its nearest base. In both is in never."""
         self.always, self.never = tuple(always), tuple(never)
-        core.set_always_stop_excepts(self.always)
+        self._tell_core()
+
+    def set_just_my_code(self, on):
+        self.just_my_code = on
+
+    def _tell_core(self):
+        if self.always or self.modes.difference([UNHANDLED]):
+            self._core_mode = _ASKS_AT_ALL
+        else:
+            self._core_mode = _ASKS_AT_UNHANDLED if self.modes else _ASKS_AT_NONE
+        self.print_calls.see(PRINTED in self.modes)
         core.set_never_stop_excepts(self.never)
+        core.set_exception_mode(self._core_mode)
 
     def ignore(self, place):
         """Exceptions raised at this (path, line) don't stop the program any more."""
@@ -83,45 +113,80 @@ class Exceptions(object):
         self._own_handlers = dict.fromkeys(codes)
         core.set_ignored_exception_handlers(self._own_handlers)
 
+    def is_of_concern(self, thread, frame, error):
+        """Whether an event of an exception is worth to be judged: nearly none is, and this is quick.
+
+        To be called once for each event, in the calling thread, whose id this is. Each frame that
+        an exception passes through has one: the program is to stop at the first of them alone.
+        """
+        type, _, traceback = error
+        if traceback is None:
+            return False
+        known, is_told = self._last.get(thread, _NOTHING)
+        is_told = is_told and _leads_to(traceback.tb_next, known)
+        key = _key(traceback)
+        self._last[thread] = key, is_told
+        if is_told:
+            self.learning.goes_on(thread, traceback)
+        elif self._told.get(thread) == key:
+            self._told.pop(thread, None)  # Another one, at the same place in memory.
+        if self._core_mode != _ASKS_AT_ALL:
+            return True
+        listed = self._listed(type)
+        if listed == NEVER:
+            return False
+        if USER_UNHANDLED in self.modes or PRINTED in self.modes:
+            return True
+        return self._stops_always(listed, frame) or self._handler(frame, type) is None
+
     def judge(self, thread, frame, error, is_step):
         """What an event of an exception means for the calling thread, whose id this is.
 
         error: (type, value, traceback). is_step: whether its step stops the thread in any case.
-        Each frame that an exception passes through has an event for it: the program is to stop
-        at the first of them alone.
         """
         type, _, traceback = error
         if traceback is None:
             return NO_JUDGEMENT
-        known, is_told = self._last.get(thread, _NOTHING)
-        is_told = is_told and _leads_to(traceback.tb_next, known)
-        self._last[thread] = _key(traceback), is_told
+        is_told = self._last.get(thread, _NOTHING)[1]
         raising = frames.innermost(traceback).tb_frame
         if not frames.is_program(raising):
             return NO_JUDGEMENT
-        policy = None if is_told else self._policy(error, is_step)
-        is_end = not is_step and self._may_be_end(frame, type)
-        fate = None
-        if policy == UNHANDLED or is_end or policy == PRINTED and _may_be_printed(frame):
-            fate = swallowing.fate(frame, type)
-        if policy == UNHANDLED and fate in swallowing.SWALLOWED or \
-                policy == PRINTED and _may_be_printed(frame) and fate != swallowing.PRINTED:
-            policy = None
-        # Whoever might have swallowed it has not, once it has come to who runs the program.
-        is_end = is_end or policy == UNHANDLED and not frames.is_program(frame)
-        return Judgement(policy, raising if policy else None,
-                         is_end and fate == swallowing.LEAVES,
+        policy = fate = None
+        if not is_told:
+            policy, fate = self._policy(thread, frame, error, is_step)
+        is_end = not is_step and _is_outermost(frame) and self._listed(type) != NEVER \
+            and self._handler(frame, type) is None
+        if is_end:
+            is_end = (fate or swallowing.fate(frame, type)) == swallowing.LEAVES
+        if policy == UNHANDLED:
+            self.learning.watch(thread, raised_at(error), traceback)
+            # Whoever might have swallowed it has not, once it has come to who runs the program.
+            is_end = is_end or not frames.is_program(frame)
+        return Judgement(policy, raising if policy else None, is_end,
                          policy == UNHANDLED and fate == swallowing.LEAVES_BY_C)
 
-    def told(self, thread):
-        """The front end is told of the exception that has had the thread's last event."""
+    def judge_print(self, thread, error):
+        """The same of the calling thread's printing an exception that was raised earlier."""
+        raised = frames.innermost(error[2])
+        if PRINTED not in self.modes or not frames.is_program(raised.tb_frame) \
+                or self._told.get(thread) == _key(raised) \
+                or self._listed(error[0]) == NEVER or raised_at(error) in self.ignored:
+            return NO_JUDGEMENT
+        return Judgement(PRINTED, raised.tb_frame, False, False)
+
+    def told(self, thread, error):
+        """The front end is told of an exception of the thread's."""
         known = self._last.get(thread)
-        if known is not None:
+        if known is not None and _leads_to(error[2], known[0]):
             self._last[thread] = known[0], True
+        if error[2] is not None:
+            self._told[thread] = _key(frames.innermost(error[2]))
 
     def forget_thread(self, thread):
         """The thread has ended."""
         self._last.pop(thread, None)
+        self._told.pop(thread, None)
+        self.learning.thread_ended(thread)
 
     def keep_living(self):
         """Forgets threads that have ended without a word."""
@@ -129,37 +194,85 @@ class Exceptions(object):
         for thread in set(self._last).difference(core.get_threads()):
             self.forget_thread(thread)
 
-    def _policy(self, error, is_step):
-        type = error[0]
-        if _is_kind_of(type, self.never) or raised_at(error) in self.ignored:
-            return None
-        if _is_kind_of(type, self.always):
-            return ALWAYS
-        if self.mode == ALWAYS:
-            return ALWAYS if not self.only or _is_kind_of(type, self.only) else None
-        # The core has not looked for handlers where the step stops the thread.
-        if self.mode == NEVER or is_step:
-            return None
-        return UNHANDLED if core.exiting_on_exception() else self.mode
+    def _policy(self, thread, frame, error, is_step):
+        """The mode for whose sake the thread is to stop; and the fate of the exception, if asked."""
+        type, _, traceback = error
+        listed = self._listed(type)
+        place = raised_at(error)
+        if listed == NEVER or place in self.ignored:
+            return None, None
+        if self._stops_always(listed, frame):
+            return ALWAYS, None
+        # A step shows what it comes upon without a verdict.
+        if is_step or not self.modes:
+            return None, None
+        handler, clause = self._handler(frame, type) or (None, None)
+        fate = swallowing.fate(frame, type, handler)
+        if handler is None and UNHANDLED in self.modes and fate not in swallowing.SWALLOWED and (
+                not self.learning.is_swallowed(thread, place, frame) or _is_left_for_good(frame)):
+            return UNHANDLED, fate
+        if USER_UNHANDLED in self.modes and _leaves_own_code(traceback, type, handler):
+            return USER_UNHANDLED, None
+        if PRINTED in self.modes and (
+                fate == swallowing.PRINTED or clause is not None and clause != _LOOP_END
+                and fate not in swallowing.SWALLOWED
+                and printing.clause_prints(handler, clause, type)):
+            return PRINTED, None
+        return None, None
 
-    def _may_be_end(self, frame, type):
-        """Whether it is for the core. What that does not see may still swallow it."""
-        if not frames.is_program(frame) or \
-                frame.f_back is not None and frames.is_program(frame.f_back):
+    def _listed(self, type):
+        """ALWAYS or NEVER, whichever is said of the type or its nearest base; or None."""
+        is_always, is_never = _is_kind_of(type, self.always), _is_kind_of(type, self.never)
+        if is_always and is_never:
+            for base in inspect.getmro(type):
+                if base in self.never:
+                    return NEVER
+                if base in self.always:
+                    return ALWAYS
+        return NEVER if is_never else ALWAYS if is_always else None
+
+    def _stops_always(self, listed, frame):
+        return (listed == ALWAYS or ALWAYS in self.modes) and (
+            not self.just_my_code or libraries.is_own_code(frame))
+
+    def _handler(self, frame, type):
+        """The frame and the clause of what will catch it, or None."""
+        return _sorrel.find_handler(frame, type, self._own_handlers)
+
+
+def _is_outermost(frame):
+    return frames.is_program(frame) and (
+        frame.f_back is None or not frames.is_program(frame.f_back))
+
+
+def _is_left_for_good(frame):
+    """Whether an exception that has come to this frame can but end its thread."""
+    return not frames.is_program(frame) or _is_outermost(frame) and \
+        not try_statements.has_try_around(frame.f_code, frame.f_lasti)
+
+
+def _leaves_own_code(traceback, type, handler):
+    """Whether an exception goes, or has just gone, from the user's own code to other code.
+
+    handler: the frame that will catch it first, None for none.
+    """
+    frame = traceback.tb_frame
+    if not libraries.is_own_code(frame):
+        # Raised again by a handler, for which there was no event.
+        inner = traceback.tb_next
+        return inner is not None and libraries.is_own_code(inner.tb_frame)
+    for caller in frames.callers(frame):
+        if caller is handler:
             return False
-        return core.exiting_on_exception() == 1 or (
-            self.mode == UNHANDLED and not _is_kind_of(type, self.always))
+        if not libraries.is_own_code(caller):
+            return swallowing.fate(frame, type, caller) not in swallowing.SWALLOWED
+    return True
 
 
 def raised_at(error):
     """The (path, line) at which an exception, as (type, value, traceback), was raised."""
     traceback = frames.innermost(error[2])
     return core.get_frame_file(traceback.tb_frame), traceback.tb_lineno
-
-
-def _may_be_printed(frame):
-    """Whether it is for the core only by the name of the function."""
-    return frame.f_code.co_name == library_handlers.DESTRUCTOR
 
 
 def _key(traceback):

@@ -77,7 +77,7 @@ class Service(object):
                   __builtin__.__import__, None, frames.own_files())
         self.main_thread = core.get_current_tstate_id()
         self.breakpoints = breakpoints.Breakpoints()
-        self.exceptions = exceptions.Exceptions()
+        self.exceptions = exceptions.Exceptions(self.breakpoints)
         self.modules = modules.Modules()
 
     # For whoever runs the program.
@@ -228,7 +228,8 @@ class Service(object):
         self._in_turn(self._stopped, frame, RETURNED, value)
 
     def _on_exception(self, frame, error, changed_bps):
-        self._in_turn(self._raised, frame, error)
+        if self._with_room(self._is_of_concern, frame, error):
+            self._in_turn(self._raised, frame, error)
 
     def _on_idle(self):
         if self._to_interrupt is not None and not self._interrupt_here():
@@ -241,6 +242,7 @@ class Service(object):
 
     def _on_import(self, module):
         """Only where it has told of an import does the core ask an active hook for new code."""
+        self.exceptions.print_calls.look_for_modules()
         self._call_if_there('imported')
 
     def _hook_threads(self, on):
@@ -296,9 +298,28 @@ class Service(object):
                 and not self._steps.stops_at(thread, frame) \
                 and sublanguages.location(thread, frame) is None:
             return  # For the core it is code of the module's file, whose lines are not these.
+        if self.exceptions.print_calls.is_at(frame) and self._is_print(thread, frame):
+            return
         if self._steps.is_awaited(thread) and self.breakpoints.have_fired(frame, changed_bps):
             self._steps.arrive(thread)
         self._stopped(frame, STEPPED, None)
+
+    def _is_print(self, thread, frame):
+        """Whether a line event is there only for an exception that is printed, and done with."""
+        error = self.exceptions.print_calls.printed(frame)
+        judgement = self.exceptions.judge_print(thread, error) if error else NO_JUDGEMENT
+        if judgement.policy is not None:
+            self._stopped(frame, RAISED, error, judgement)
+            return True
+        return thread not in self._interrupted and not self._steps.stops_at(thread, frame) \
+            and not self.breakpoints.at(source.file_name(frame), frame.f_lineno)
+
+    def _is_of_concern(self, frame, error):
+        """Asked before the thread waits for its turn: most exceptions are none of anybody's."""
+        thread = core.get_current_tstate_id()
+        # In any case: it learns of the event.
+        is_of_concern = self.exceptions.is_of_concern(thread, frame, error)
+        return is_of_concern or self._steps.stops_at(thread, frame)
 
     def _raised(self, frame, error):
         thread = core.get_current_tstate_id()
@@ -332,7 +353,7 @@ class Service(object):
         elif self._steps.is_on_its_way(thread, frame, reason):
             return
         if reason == RAISED:
-            self.exceptions.told(thread)
+            self.exceptions.told(thread, argument)
         stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
                     judgement.is_end, judgement.called_by_c)
         self._resume(thread, frame, self._ask(stop))
@@ -413,14 +434,14 @@ class Service(object):
             self._gate.end(hold)
 
     def _with_room(self, function, *arguments):
-        """Calls what may need more of the stack than the program has left."""
+        """Calls what may need more of the stack than the program has left; what that returns."""
         # A thread comes and goes here with the core's mutex, but others may be here meanwhile.
         if not self._in_need:
             self._stack_limit = sys.getrecursionlimit()
             sys.setrecursionlimit(self._stack_limit + _STACK_ROOM)
         self._in_need += 1
         try:
-            function(*arguments)
+            return function(*arguments)
         finally:
             self._in_need -= 1
             if not self._in_need and sys.getrecursionlimit() == self._stack_limit + _STACK_ROOM:

@@ -17,10 +17,15 @@ LEAVES, LEAVES_BY_C, LEAVES_SOMEHOW = 'leaves', 'leaves by C', 'leaves somehow'
 SWALLOWED = (DROPPED, PRINTED, PERHAPS)
 
 
-def fate(frame, kind):
-    """What becomes of an exception of this class that has come up in a frame of the program."""
+def fate(frame, kind, end=None):
+    """What becomes of an exception of this class that has come up in a frame of the program.
+
+    end: the frame that is not looked at any more, with those that it was called from.
+    """
     answer = LEAVES
     for inner in frames.outward(frame):
+        if inner is end:
+            break
         one = _inside(inner, kind)
         outer = inner.f_back
         if one is None and outer is not None and frames.is_program(outer):

@@ -32,6 +32,7 @@ _ENDED = object()
 
 _RAISED = {
     exceptions.UNHANDLED: '--Unhandled exception--',
+    exceptions.USER_UNHANDLED: '--Exception that leaves your own code--',
     exceptions.PRINTED: '--Exception that is printed--',
     exceptions.ALWAYS: '--Exception--'}
 
@@ -61,6 +62,8 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         self._index = 0
         self._next_listed = None
         self._resume = None
+        # Of modules that are not loaded yet: "always" or "never" by their names.
+        self._awaited_types = {}
 
     def use(self, service):
         self.service = service

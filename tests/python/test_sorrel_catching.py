@@ -378,6 +378,7 @@ ValueError: bad 3
 '''
         self.assertEqual(self.answers(DEEP, ['catch always', 'c', 'c', 'c', 'c'])[1:], [
             stop, '-1\n' + stop, 'ValueError: bad 3\n' + stop,
+            'About to end the program: ValueError: bad 3\n'
             'The program ended with an uncaught ValueError.\n'])
 
     def test_never_only_says_what_ends_the_program(self):
@@ -422,18 +423,21 @@ ZeroDivisionError: integer division or modulo by zero
 -> return 1 / n
 ''', '''\
 [worker]
---Exception that is printed--
+--Unhandled exception--
 ZeroDivisionError: integer division or modulo by zero
 > prog.py(5)work()
 -> return 1 / n
 ''', '''\
+About to end thread worker: ZeroDivisionError: integer division or modulo by zero
 [MainThread]
 --Unhandled exception--
 ZeroDivisionError: integer division or modulo by zero
-It is about to end the program.
 > prog.py(5)work()
 -> return 1 / n
-''', 'The program ended with an uncaught ZeroDivisionError.\n'])
+''', '''\
+About to end the program: ZeroDivisionError: integer division or modulo by zero
+The program ended with an uncaught ZeroDivisionError.
+'''])
 
     def test_what_a_destructor_raises_is_printed_unless_the_program_calls_it(self):
         self.assertEqual(self.answers('''\

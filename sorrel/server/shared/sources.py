@@ -141,10 +141,4 @@ def loaded_modules():
     return found
 
 
-def is_library(path):
-    """Whether a file belongs to the interpreter or was installed for it."""
-    return path.startswith(_LIBRARY) or '/site-packages/' in path or '/dist-packages/' in path
-
-
 _START_FOLDER = os.getcwd()
-_LIBRARY = os.path.dirname(os.path.abspath(os.__file__)) + os.sep

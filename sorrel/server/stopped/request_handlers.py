@@ -9,11 +9,11 @@ import time
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
-from sorrel.inspection import child_values, code_lines, evaluation, frames, source, stacks, values
+from sorrel.inspection import (
+    child_values, code_lines, evaluation, frames, libraries, source, stacks, values)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
-from sorrel.server.shared import sources
 from sorrel.server.shared.requests import RUNNING, Then
 from sorrel.server.shared.work_queue import WorkQueue
 from sorrel.server.stopped import completion
@@ -191,7 +191,7 @@ class StoppedThread(object):
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
             shown['moduleId'] = text(module)
-        if self._session.stops.just_my_code and sources.is_library(entry.path):
+        if self._session.stops.just_my_code and libraries.is_library(entry.path):
             shown['presentationHint'] = 'subtle'
             shown['source']['presentationHint'] = 'deemphasize'
         return shown

@@ -4,8 +4,7 @@ import collections
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import frames, source
-from sorrel.server.shared import sources
+from sorrel.inspection import frames, libraries
 from sorrel.service.stops import (
     CONTINUE, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEPPED)
 
@@ -81,7 +80,7 @@ class Stops(object):
         return Told('step', frame, {}) if frame is not None else None
 
     def _is_own_code(self, frame):
-        return not self.just_my_code or not sources.is_library(source.file_name(frame))
+        return not self.just_my_code or libraries.is_own_code(frame)
 
 
 def _told_hits(hits, frame):
