@@ -114,7 +114,7 @@ class Exceptions(object):
         core.set_ignored_exception_handlers(self._own_handlers)
 
     def is_of_concern(self, thread, frame, error):
-        """Whether an event of an exception is worth to be judged: nearly none is, and this is quick.
+        """Whether an event of an exception is worth judging. Nearly none is, which is found quickly.
 
         To be called once for each event, in the calling thread, whose id this is. Each frame that
         an exception passes through has one: the program is to stop at the first of them alone.

@@ -35,7 +35,8 @@ def clause_prints(frame, offset, type):
     if library_handlers.prints(frame, type, try_statements.is_bare_clause(frame.f_code, offset)):
         return True
     scopes = frame.f_locals, frame.f_globals, frame.f_builtins
-    return _calls_printer(frame.f_code, try_statements.clause_body(frame.f_code, offset), scopes, True)
+    body = try_statements.clause_body(frame.f_code, offset)
+    return _calls_printer(frame.f_code, body, scopes, True)
 
 
 def _calls_printer(code, instructions, scopes, goes_deeper):

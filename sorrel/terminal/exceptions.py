@@ -23,7 +23,7 @@ _MODES = {
 class CatchCommands(object):
 
     def do_catch(self, argument):
-        """catch [unhandled | user-unhandled | printed | always | never]: at which exceptions to stop.
+        """catch [unhandled | user-unhandled | printed | always | never]: where exceptions stop it.
 
         unhandled       where nothing in the program will catch them
         user-unhandled  also where they will leave your own code for that of a library

@@ -59,7 +59,8 @@ async function stops(client) {
 test('the filters are announced', () => withClient(async (client) => {
     const announced = await client.initialize();
     assert.deepEqual(announced.exceptionBreakpointFilters.map((one) => [one.filter, one.default]),
-        [['raised', false], ['uncaught', true], ['printed', false]]);
+        [['raised', false], ['uncaught', true], ['userUnhandled', false], ['printed', false]]);
+    assert.equal(announced.exceptionBreakpointFilters[2].label, 'User Uncaught Exceptions');
 }));
 
 for (const [filters, expected] of [
@@ -68,6 +69,9 @@ for (const [filters, expected] of [
     [['uncaught'], ['IndexError']],
     [['printed'], ['TypeError', 'IndexError']],
     [['printed', 'uncaught'], ['TypeError', 'IndexError']],
+    // The interpreter's console, which is a library, takes the first.
+    [['userUnhandled'], ['TypeError', 'IndexError']],
+    [['userUnhandled', 'uncaught'], ['TypeError', 'IndexError']],
 ]) {
     test(`${filters.join(' and ') || 'no'} exceptions stop the program`, () =>
         withClient(async (client) => {
@@ -258,4 +262,171 @@ print 'over'
     assert.match(description, /of a thread/);
     await client.go(threadId);
     assert.equal(await client.outputs(), 'over\n');
+}));
+
+// The places of the stops for these filters until the program ends, and the types.
+async function places(text, settings, configuration = {}) {
+    const found = [];
+    await withClient(async (client) => {
+        const file = program(text);
+        await client.launch({ program: file, ...configuration },
+            () => client.send('setExceptionBreakpoints', settings));
+        while (await client.nextStop()) {
+            const { stackFrames } = (await client.send('stackTrace', { threadId: 1 })).body;
+            const own = stackFrames.find((frame) => frame.source.path === file);
+            found.push(`${(await info(client)).exceptionId} ${own.name}:${own.line}`);
+            await client.go();
+        }
+    });
+    return found;
+}
+
+const LIBRARIES = `
+import re, sched, string, time
+
+def raises(kind):
+    raise kind('x')
+
+def by_library(action, *arguments):
+    scheduler = sched.scheduler(time.time, time.sleep)
+    scheduler.enter(0, 1, action, arguments)
+    scheduler.run()
+
+def attempt(function, *arguments):
+    try:
+        function(*arguments)
+    except Exception:
+        pass
+
+re.compile('(a|b)*[c-d]{1,2}(?P<name>x)?')
+attempt(re.compile, '(')
+string.Template('$x').safe_substitute()
+attempt(string.Template('$x').substitute)
+attempt(by_library, raises, ValueError)
+attempt(raises, LookupError)
+`;
+
+test('with justMyCode, exceptions of libraries stop where they come to the own code', async () => {
+    const own = ['error attempt:13', 'KeyError attempt:13', 'ValueError raises:4',
+        'LookupError raises:4'];
+    assert.deepEqual(await places(LIBRARIES, { filters: ['raised'] }), own);
+    const all = await places(LIBRARIES, { filters: ['raised'] }, { justMyCode: false });
+    assert.ok(all.length > own.length);
+    for (const [condition, expected] of [
+        ['KeyError', [own[1]]], ['re.error', [own[0]]], ['sre_constants.error', [own[0]]],
+        ['LookupError', [own[1], own[3]]]]) {
+        assert.deepEqual(await places(LIBRARIES, { filters: [],
+            filterOptions: [{ filterId: 'raised', condition }] }), expected);
+    }
+});
+
+test('what leaves the own code for a library stops', async () => {
+    assert.deepEqual(await places(LIBRARIES, { filters: ['userUnhandled'] }),
+        ['ValueError raises:4']);
+    assert.deepEqual(await places(LIBRARIES, { filters: [],
+        filterOptions: [{ filterId: 'userUnhandled', condition: '-ValueError' }] }), []);
+    assert.deepEqual(await places(LIBRARIES,
+        { filters: [], exceptionOptions: [{ breakMode: 'userUnhandled' }] }),
+    ['ValueError raises:4']);
+});
+
+test('named types stop in any case', async () => {
+    const text = `
+class Missing(KeyError):
+    pass
+try:
+    raise Missing('x')
+except Missing:
+    pass
+class Probe(object):
+    def __getattr__(self, name):
+        raise AttributeError(name)
+hasattr(Probe(), 'x')
+raise SystemExit(0)
+`;
+    const expected = ['Missing <module>:4', 'AttributeError __getattr__:9',
+        'SystemExit <module>:11'];
+    const condition = 'KeyError, AttributeError, SystemExit';
+    for (const filters of [[], ['uncaught'], ['printed', 'userUnhandled']]) {
+        assert.deepEqual(await places(text, { filters,
+            filterOptions: [{ filterId: 'raised', condition }] }), expected);
+    }
+    assert.deepEqual(await places(text, { filters: ['raised', 'uncaught'] }),
+        expected.slice(0, 2));
+});
+
+test('what the program prints stops where it is raised, or else where it is printed', async () => {
+    const text = `
+import logging
+def fail():
+    raise ValueError('x')
+def later():
+    report()
+def report():
+    logging.exception('seen')
+def attempt(then):
+    try:
+        fail()
+    except ValueError:
+        then()
+attempt(report)
+attempt(later)
+attempt(str)
+try:
+    fail()
+except:
+    logging.exception('seen')
+`;
+    assert.deepEqual(await places(text, { filters: ['printed'] }),
+        ['ValueError fail:3', 'ValueError fail:3', 'ValueError fail:3']);
+});
+
+const SWALLOWED = `
+import cProfile
+def timer():
+    raise ValueError('swallowed')
+for n in range(3):
+    profiler = cProfile.Profile(timer)
+    profiler.enable()
+    n = 0
+    profiler.disable()
+`;
+
+test('where exceptions turn out to be swallowed, no more stop when that is asked for', async () => {
+    const filters = ['uncaught'];
+    assert.deepEqual(await places(SWALLOWED, { filters }, { learnExceptions: true }),
+        ['ValueError timer:3']);
+    assert.ok((await places(SWALLOWED, { filters })).length > 2);
+});
+
+test('the console ignores the place of an exception', () => withClient(async (client) => {
+    const file = program(`
+def attempt():
+    try:
+        raise ValueError  # raise
+    except ValueError:
+        pass
+attempt()
+attempt()
+print 'here'  # here
+attempt()
+`);
+    await client.launch({ program: file }, async () => {
+        await client.breakAt(file, line(file, '# here'));
+        await client.send('setExceptionBreakpoints', { filters: ['raised'] });
+    });
+    await client.next('stopped');
+    const { stackFrames } = (await client.send('stackTrace', { threadId: 1 })).body;
+    const type = async (expression) => (await client.send('evaluate',
+        { expression, frameId: stackFrames[0].id, context: 'repl' })).body.result;
+    assert.equal(await type(' catch  ignore'),
+        `Will not stop at exceptions raised at ${file}:${line(file, '# raise')}.`);
+    await client.go();
+    assert.equal((await client.next('stopped')).reason, 'breakpoint');
+    await assert.rejects(client.send('evaluate',
+        { expression: 'catch ignore', context: 'repl' }), /not stopped at an exception/);
+    const clear = await client.send('evaluate', { expression: 'ignore clear', context: 'repl' });
+    assert.match(clear.body.result, /anywhere/);
+    await client.go();
+    assert.equal((await client.next('stopped')).reason, 'exception');
 }));

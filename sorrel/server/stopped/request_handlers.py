@@ -16,7 +16,7 @@ from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.requests import RUNNING, Then
 from sorrel.server.shared.work_queue import WorkQueue
-from sorrel.server.stopped import completion
+from sorrel.server.stopped import completion, console_commands
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References
 from sorrel.service.stops import (
@@ -286,6 +286,9 @@ class StoppedThread(object):
 
     def _execute(self, typed, frame):
         """What is typed in the console: it may be statements, and take as long as it likes."""
+        said = console_commands.execute(typed, self.stop, self._service.exceptions)
+        if said is not None:
+            return {'result': text(said), 'variablesReference': 0}
         in_its_language = sublanguages.evaluator(self.thread_id, frame)
         if in_its_language is not None:
             return _result(self._presenter.value(
