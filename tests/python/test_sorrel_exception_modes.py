@@ -27,7 +27,7 @@ class TestCase(sorrel_session.TestCase):
         answers = out.split(sorrel_session.PROMPT)[1 + len(commands):]
         return [''.join([line for line in answer.splitlines(True)
                          if not line.startswith(('-> ', 'The program ended', 'It is about',
-                                                 'About to end'))])
+                                                 'About to end', 'No handler in'))])
                 for answer in answers if '\n> ' in answer]
 
 
