@@ -2,30 +2,10 @@
 
 import opcode
 
-from collections import namedtuple
-
-# One instruction. offset: where it begins; end: where the next one does. argument: None for those
-# that have none.
-Instruction = namedtuple('Instruction', 'offset end name argument')
+from sorrel.inspection import bytecode
 
 _SET_UP = ('SETUP_EXCEPT', 'SETUP_FINALLY', 'SETUP_WITH')
 _EXCEPTION_MATCH = opcode.cmp_op.index('exception match')
-
-
-def instructions(code, offset=0):
-    """Those of a code object from this offset on."""
-    text = code.co_code
-    high = 0
-    while offset < len(text):
-        number = ord(text[offset])
-        end, argument = offset + 1, None
-        if number >= opcode.HAVE_ARGUMENT:
-            end = offset + 3
-            argument = ord(text[offset + 1]) + (ord(text[offset + 2]) << 8) + high
-        high = argument << 16 if number == opcode.EXTENDED_ARG else 0
-        if not high:
-            yield Instruction(offset, end, opcode.opname[number], argument)
-        offset = end
 
 
 def is_bare_clause(code, offset):
@@ -35,21 +15,13 @@ def is_bare_clause(code, offset):
 
 def clause_body(code, offset):
     """The instructions of an except clause that begins at this offset, after its test."""
+    found = _from(code, offset)
     end = len(code.co_code)
-    depth = 0
-    is_test = not is_bare_clause(code, offset)
-    previous = None
-    for instruction in instructions(code, offset):
-        if is_test:
-            if previous is not None and previous[2:] == ('COMPARE_OP', _EXCEPTION_MATCH):
-                is_test = False
-                end = _jump_target(instruction)
-            previous = instruction
-            continue
-        if instruction.offset >= end or instruction.name == 'END_FINALLY' and not depth:
-            break
-        depth += (instruction.name in _SET_UP) - (instruction.name == 'END_FINALLY')
-        yield instruction
+    if not is_bare_clause(code, offset):
+        test = [one[1:3] for one in found].index(('COMPARE_OP', _EXCEPTION_MATCH))
+        end = found[test + 1].target
+        found = found[test + 2:]
+    return [one for one in found if one.offset < min(end, _end_of_handler(code, found[0].offset))]
 
 
 def is_being_left(code, left, now):
@@ -58,34 +30,31 @@ def is_being_left(code, left, now):
 
     If not it has gone on, whatever became of the exception.
     """
-    for instruction in instructions(code):
-        if instruction.name in _SET_UP and instruction.offset < left:
-            handler = instruction.end + instruction.argument
-            if left < handler <= now <= _end_of_handler(code, handler):
-                return True
+    for one in _from(code, 0):
+        if one.name in _SET_UP and one.offset < left < one.target <= now \
+                and now <= _end_of_handler(code, one.target):
+            return True
     return False
 
 
 def has_try_around(code, offset):
     """Whether what is at an offset is inside of a try or with statement."""
-    return any(instruction.name in _SET_UP
-               and instruction.offset < offset < instruction.end + instruction.argument
-               for instruction in instructions(code))
+    return any(one.name in _SET_UP and one.offset < offset < one.target
+               for one in _from(code, 0))
 
 
 def _end_of_handler(code, offset):
     depth = 0
-    for instruction in instructions(code, offset):
-        if instruction.name == 'END_FINALLY':
+    for one in _from(code, offset):
+        if one.name == 'END_FINALLY':
             if not depth:
-                return instruction.offset
+                return one.offset
             depth -= 1
-        elif instruction.name in _SET_UP:
+        elif one.name in _SET_UP:
             depth += 1
     return len(code.co_code)
 
 
-def _jump_target(instruction):
-    if opcode.opmap.get(instruction.name) in opcode.hasjrel:
-        return instruction.end + instruction.argument
-    return instruction.argument
+def _from(code, offset):
+    known = bytecode.of_code(code)
+    return known.instructions[known.places[offset]:]

@@ -135,9 +135,14 @@ class Exceptions(object):
         listed = self._listed(type)
         if listed == NEVER:
             return False
-        if USER_UNHANDLED in self.modes or PRINTED in self.modes:
+        if self._stops_always(listed, frame):
             return True
-        return self._stops_always(listed, frame) or self._handler(frame, type) is None
+        handler, clause = self._handler(frame, type) or (None, None)
+        if handler is not frame:
+            # C code may be between the two, or code of a library.
+            return handler is None or USER_UNHANDLED in self.modes or PRINTED in self.modes
+        return USER_UNHANDLED in self.modes and _has_left_own_code(traceback) or \
+            PRINTED in self.modes and _prints(handler, clause, type)
 
     def judge(self, thread, frame, error, is_step):
         """What an event of an exception means for the calling thread, whose id this is.
@@ -214,9 +219,8 @@ class Exceptions(object):
         if USER_UNHANDLED in self.modes and _leaves_own_code(traceback, type, handler):
             return USER_UNHANDLED, None
         if PRINTED in self.modes and (
-                fate == swallowing.PRINTED or clause is not None and clause != _LOOP_END
-                and fate not in swallowing.SWALLOWED
-                and printing.clause_prints(handler, clause, type)):
+                fate == swallowing.PRINTED or handler is not None
+                and fate not in swallowing.SWALLOWED and _prints(handler, clause, type)):
             return PRINTED, None
         return None, None
 
@@ -258,15 +262,24 @@ def _leaves_own_code(traceback, type, handler):
     """
     frame = traceback.tb_frame
     if not libraries.is_own_code(frame):
-        # Raised again by a handler, for which there was no event.
-        inner = traceback.tb_next
-        return inner is not None and libraries.is_own_code(inner.tb_frame)
+        return _has_left_own_code(traceback)
     for caller in frames.callers(frame):
         if caller is handler:
             return False
         if not libraries.is_own_code(caller):
             return swallowing.fate(frame, type, caller) not in swallowing.SWALLOWED
     return True
+
+
+def _has_left_own_code(traceback):
+    """Whether a handler there has raised it again, for which there was no event."""
+    inner = traceback.tb_next
+    return inner is not None and libraries.is_own_code(inner.tb_frame) \
+        and not libraries.is_own_code(traceback.tb_frame)
+
+
+def _prints(handler, clause, type):
+    return clause != _LOOP_END and printing.clause_prints(handler, clause, type)
 
 
 def raised_at(error):

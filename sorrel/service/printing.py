@@ -8,9 +8,11 @@ or make texts of them. Nothing of the program's is run to find out.
 import __builtin__
 import types
 
+from collections import namedtuple
+
 import _sorrel
 
-from sorrel.inspection import try_statements
+from sorrel.inspection import bytecode, try_statements
 from sorrel.service import library_handlers
 
 # By the modules that have them. They are known by their names alone where it cannot be told whose
@@ -24,51 +26,44 @@ _PRINTERS = {
     'code': ('showtraceback',),
 }
 _NAMES = frozenset(_PRINTERS['traceback'] + _PRINTERS['logging'] + ('excepthook', 'showtraceback'))
-_LOADS_NAME = ('LOAD_NAME', 'LOAD_GLOBAL')
 # What follows the name of a function that is not called there.
 _NO_CALL = ('STORE_', 'POP_TOP', 'COMPARE_OP', 'RAISE_', 'RETURN_', 'JUMP_', 'POP_JUMP_', 'BINARY_')
 _UNKNOWN = object()
 
+# What may be called. scopes: in which of them the name is looked up; None where there is none, but
+# the value of an expression. attributes: the names that follow it.
+_Chain = namedtuple('_Chain', 'scopes name attributes')
+_LOCAL, _ANY, _GLOBAL = (0, 1), (0, 3), (1, 3)
+# Stands among the chains for a call with "exc_info".
+_SAYS_EXC_INFO = _Chain(None, 'exc_info', ())
+
+# What was read from clauses and functions: by the ids of their code, which is kept.
+_known = {}
+_KNOWN_LIMIT = 500
+
 
 def clause_prints(frame, offset, type):
     """Whether the except clause at this offset in the frame's code does, which takes this type."""
-    if library_handlers.prints(frame, type, try_statements.is_bare_clause(frame.f_code, offset)):
+    code = frame.f_code
+    if library_handlers.prints(frame, type, try_statements.is_bare_clause(code, offset)):
         return True
-    scopes = frame.f_locals, frame.f_globals, frame.f_builtins
-    body = try_statements.clause_body(frame.f_code, offset)
-    return _calls_printer(frame.f_code, body, scopes, True)
+    chains = _chains(code, offset)
+    return bool(chains) and _any_prints(
+        chains, (frame.f_locals, frame.f_globals, frame.f_builtins), True)
 
 
-def _calls_printer(code, instructions, scopes, goes_deeper):
+def _any_prints(chains, scopes, goes_deeper):
     """scopes: where local variables, global and built-in ones are looked up."""
-    found, name = _UNKNOWN, None
-    is_chain = False
-    says_exc_info = False
-    for instruction in instructions:
-        kind = instruction.name
-        if kind == 'LOAD_ATTR' and is_chain:
-            name = code.co_names[instruction.argument]
+    for chain in chains:
+        if chain is _SAYS_EXC_INFO:
+            return True
+        found = _UNKNOWN
+        if chain.scopes is not None:
+            found = _variable(chain.name, scopes[slice(*chain.scopes)])
+        for name in chain.attributes:
             found = _attribute(found, name)
-            continue
-        if is_chain and not kind.startswith(_NO_CALL) and _prints(found, name, goes_deeper):
+        if _prints(found, (chain.attributes or (None,))[-1], goes_deeper):
             return True
-        if says_exc_info and not _is_false(code, instruction):
-            return True
-        says_exc_info = kind == 'LOAD_CONST' and code.co_consts[instruction.argument] == 'exc_info'
-        is_chain = True
-        if kind in _LOADS_NAME:
-            found = _variable(code.co_names[instruction.argument],
-                              scopes if kind == 'LOAD_NAME' else scopes[1:])
-            name = None
-        elif kind == 'LOAD_FAST':
-            found, name = _variable(code.co_varnames[instruction.argument], scopes[:1]), None
-        elif kind == 'LOAD_DEREF':
-            cells = code.co_cellvars + code.co_freevars
-            found, name = _variable(cells[instruction.argument], scopes[:1]), None
-        else:
-            # The value of a call, say, whose attribute may be called next.
-            is_chain = kind in ('CALL_FUNCTION', 'BINARY_SUBSCR')
-            found = name = _UNKNOWN
     return False
 
 
@@ -84,9 +79,50 @@ def _prints(found, name, goes_deeper):
     variables = found.func_globals
     if found.func_name in _PRINTERS.get(variables.get('__name__'), ()):
         return True
-    code = found.func_code
-    return goes_deeper and _calls_printer(
-        code, try_statements.instructions(code), ({}, variables, __builtin__.__dict__), False)
+    return goes_deeper and _any_prints(
+        _chains(found.func_code), ({}, variables, __builtin__.__dict__), False)
+
+
+def _chains(code, clause=None):
+    """What the except clause at this offset, or else the whole function, may call."""
+    key = id(code), clause
+    known = _known.get(key)
+    if known is None:
+        if len(_known) >= _KNOWN_LIMIT:
+            _known.clear()
+        read = bytecode.of_code(code).instructions if clause is None else \
+            try_statements.clause_body(code, clause)
+        known = _known[key] = list(_read(code, read)), code
+    return known[0]
+
+
+def _read(code, instructions):
+    chain = None
+    says_exc_info = False
+    for one in instructions:
+        if one.name == 'LOAD_ATTR' and chain is not None:
+            name = code.co_names[one.argument]
+            chain = chain._replace(attributes=chain.attributes + (name,))
+            continue
+        if chain is not None and not one.name.startswith(_NO_CALL):
+            yield chain
+        if says_exc_info and not _is_false(code, one):
+            yield _SAYS_EXC_INFO
+        says_exc_info = one.name == 'LOAD_CONST' and code.co_consts[one.argument] == 'exc_info'
+        chain = _begun(code, one)
+
+
+def _begun(code, one):
+    if one.name == 'LOAD_NAME':
+        return _Chain(_ANY, code.co_names[one.argument], ())
+    if one.name == 'LOAD_GLOBAL':
+        return _Chain(_GLOBAL, code.co_names[one.argument], ())
+    if one.name == 'LOAD_FAST':
+        return _Chain(_LOCAL, code.co_varnames[one.argument], ())
+    if one.name == 'LOAD_DEREF':
+        return _Chain(_LOCAL, (code.co_cellvars + code.co_freevars)[one.argument], ())
+    # The value of a call, say, of which a method may be called next.
+    return _Chain(None, None, ()) if one.name in ('CALL_FUNCTION', 'BINARY_SUBSCR') else None
 
 
 def _variable(name, scopes):
@@ -119,8 +155,8 @@ def _function_in(found):
     return found.im_func if type(found) is types.MethodType else found
 
 
-def _is_false(code, instruction):
+def _is_false(code, one):
     """Whether this loads a value that is known to be false."""
-    if instruction.name == 'LOAD_CONST':
-        return not code.co_consts[instruction.argument]
-    return instruction.name in _LOADS_NAME and code.co_names[instruction.argument] == 'False'
+    if one.name == 'LOAD_CONST':
+        return not code.co_consts[one.argument]
+    return one.name in ('LOAD_NAME', 'LOAD_GLOBAL') and code.co_names[one.argument] == 'False'
