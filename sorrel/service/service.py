@@ -242,7 +242,10 @@ class Service(object):
 
     def _on_import(self, module):
         """Only where it has told of an import does the core ask an active hook for new code."""
-        self.exceptions.print_calls.look_for_modules()
+        try:
+            self.exceptions.print_calls.look_for_modules()
+        except Exception:
+            errors.print_error()
         self._call_if_there('imported')
 
     def _hook_threads(self, on):
