@@ -33,3 +33,8 @@ def formatted(type, value, tb):
 def error_text(type, value):
     """An exception in one line, such as "NameError: name 'x' is not defined"."""
     return traceback.format_exception_only(type, value)[-1].strip()
+
+
+def whole_text(type, value):
+    """The same as the interpreter prints it: a SyntaxError with its line and a caret."""
+    return ''.join(traceback.format_exception_only(type, value)).rstrip()

@@ -40,14 +40,18 @@ class Variables(object):
     items = None
 
     def __init__(self, variables, first_names, assign, extra=()):
-        """first_names: those that come first, in their order. extra: (name, value) pairs."""
+        """first_names: those that come first, in their order.
+
+        extra: (name, value) pairs that cannot be changed, to stand before all.
+        """
         self._variables = variables
         self._first_names = first_names
         self._assign = assign
         self._extra = extra
 
     def named(self):
-        found = [_named(name, value) for name, value in self._extra]
+        found = [_named(name, value, name if _is_name(name) else None)
+                 for name, value in self._extra]
         known = set(self._first_names)
         names = list(self._first_names) + sorted(
             name for name in self._variables.keys() if type(name) is str and name not in known)

@@ -3,10 +3,11 @@
 import __future__
 import _ast
 import sys
+import UserDict
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import nesting
+from sorrel.inspection import nesting, raised
 
 # Of a text that is evaluated, in characters.
 _TEXT_LIMIT = 64 * 1024
@@ -43,12 +44,16 @@ def _compile(source, mode, frame):
     return compiled(source, '<stdin>', mode, frame.f_code.co_flags & _FUTURE_FLAGS)
 
 
-def expression(source, frame):
-    """The value of an expression. Raises whatever evaluating it raises."""
-    return eval(_compile(source.strip(), 'eval', frame), frame.f_globals, frame.f_locals)
+def expression(source, frame, lent={}):
+    """The value of an expression. Raises whatever evaluating it raises.
+
+    lent: values for names that are not the program's.
+    """
+    code = _compile(source.strip(), 'eval', frame)
+    return eval(code, frame.f_globals, _variables(code, frame, lent))
 
 
-def statement(source, frame, display):
+def statement(source, frame, display, lent={}):
     """Executes a statement, then gives the frame the values that its variables have now.
 
     The value of a statement that is an expression is given to `display`, if both aren't None.
@@ -57,7 +62,7 @@ def statement(source, frame, display):
     code = _compile(source.strip() + '\n', 'single', frame)
     displayhook = sys.displayhook
     # Once: asking for f_locals again would bring back the old values.
-    variables = frame.f_locals
+    variables = _variables(code, frame, lent)
     sys.displayhook = lambda value: display and value is not None and display(value)
     try:
         exec code in frame.f_globals, variables
@@ -73,3 +78,69 @@ def assigner(frame):
         variables[name] = value
         core.locals_to_fast(frame)
     return assign
+
+
+class Evaluator(object):
+    """Evaluates what is typed at one stop.
+
+    names: what is lent for that, by names such as "__exception__"; the program's own come first.
+    """
+
+    def __init__(self, error=None, names=()):
+        """error: what is sys.exc_info() for what is evaluated; None for what it is anyway."""
+        self._error = error
+        self.names = dict(names)
+
+    def call(self, function, *arguments):
+        return raised.during(self._error, function, *arguments)
+
+    def expression(self, source, frame):
+        return self.call(expression, source, frame, self.names)
+
+    def statement(self, source, frame, display):
+        self.call(statement, source, frame, display, self.names)
+
+    def remember(self, value):
+        """The value of what was typed last has a name, too."""
+        if value is not None:
+            self.names['_'] = value
+
+    def forget(self):
+        """Nothing of the program is kept alive while it runs."""
+        self._error = None
+        self.names.clear()
+
+
+def is_of_program(name, frame):
+    """Whether the program has something of this name, as the frame sees it."""
+    return name in frame.f_locals or name in frame.f_globals or name in frame.f_builtins
+
+
+def _variables(code, frame, lent):
+    """The frame's own dictionary, unless the code makes use of a name that is only lent."""
+    used = [name for name in code.co_names if name in lent and not is_of_program(name, frame)]
+    variables = frame.f_locals
+    return _Lending(variables, dict((name, lent[name]) for name in used)) if used else variables
+
+
+class _Lending(UserDict.DictMixin):
+    """The variables of a frame, and what is lent to the code that uses them."""
+
+    def __init__(self, variables, lent):
+        self._variables = variables
+        self._lent = lent
+
+    def __getitem__(self, name):
+        try:
+            return self._variables[name]
+        except KeyError:
+            return self._lent[name]
+
+    def __setitem__(self, name, value):
+        self._variables[name] = value
+
+    def __delitem__(self, name):
+        del self._variables[name]
+
+    def keys(self):
+        return self._variables.keys()

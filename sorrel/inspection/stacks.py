@@ -19,6 +19,15 @@ def of_thread(thread):
     return _outermost_first(outward(thread.id, thread.frame))
 
 
+def of_traceback(thread, traceback):
+    """The entries that an exception has left in a thread, outermost first."""
+    found = []
+    while traceback is not None:
+        found += _shown(thread, traceback.tb_frame, traceback.tb_lineno)
+        traceback = traceback.tb_next
+    return found
+
+
 def outward_from_stop(stop):
     """The same as at_stop, innermost first, one by one."""
     frame = stop.frame
@@ -26,11 +35,7 @@ def outward_from_stop(stop):
         # Some of the frames may have been left by now, and lead nowhere.
         traceback = frames.of_program(stop.argument[2])
         frame = traceback.tb_frame.f_back
-        left = []
-        while traceback is not None:
-            left += _shown(stop.thread, traceback.tb_frame, traceback.tb_lineno)
-            traceback = traceback.tb_next
-        for entry in reversed(left):
+        for entry in reversed(of_traceback(stop.thread, traceback)):
             yield entry
     for entry in outward(stop.thread, frame):
         yield entry

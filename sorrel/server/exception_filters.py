@@ -59,25 +59,21 @@ class Exceptions(object):
         self._service.exceptions.set_mode(*modes)
         return answers
 
-    def details(self, stop):
-        """What the event says of a stop at an exception."""
-        description = 'Paused on exception'
-        if stop.called_by_c:
-            description += ' (no handler in Python code; called by C code)'
-        return {'description': description, 'text': values.class_name(stop.argument[0])}
+    def describe(self, stop, error_text, causes):
+        """What exceptionInfo says of a stop.
 
-    def describe(self, stop, description):
-        type = stop.argument[0]
-        return {
-            'exceptionId': values.class_name(type), 'description': text(description),
-            'breakMode': _BREAK_MODES[stop.policy],
-            'details': {
-                'message': text(description), 'typeName': values.class_name(type),
-                'fullTypeName': _full_name(type),
-                'stackTrace': text(''.join(traceback.format_list([
-                    (entry.path, entry.line, entry.frame.f_code.co_name,
-                     source.line(entry, entry.line).strip())
-                    for entry in stacks.at_stop(stop)])))}}
+        error_text: makes the text of a (type, value, traceback). causes: more of these, which were
+        being handled when the exception was raised, the last one first.
+        """
+        details = _details(stop.argument, error_text, stacks.at_stop(stop))
+        details['evaluateName'] = '__exception__[1]'
+        inner = details
+        for cause in causes:
+            inner['innerException'] = [
+                _details(cause, error_text, stacks.of_traceback(stop.thread, cause[2]))]
+            inner, = inner['innerException']
+        return {'exceptionId': details['typeName'], 'description': details['message'],
+                'breakMode': _BREAK_MODES[stop.policy], 'details': details}
 
     def _apply_filter(self, option, modes, always, never):
         """A filter with a condition: names of types, those not to stop at after a minus."""
@@ -114,6 +110,15 @@ class Exceptions(object):
             self._unknown += unknown
             return {'verified': False, 'message': u'Not a known exception: ' + u', '.join(unknown)}
         return {'verified': True}
+
+
+def _details(error, error_text, stack):
+    kind = error[0]
+    return {'message': text(error_text(error)), 'typeName': values.class_name(kind),
+            'fullTypeName': _full_name(kind),
+            'stackTrace': text(''.join(traceback.format_list([
+                (entry.path, entry.line, entry.frame.f_code.co_name,
+                 source.line(entry, entry.line).strip()) for entry in stack])))}
 
 
 def _full_name(kind):

@@ -5,7 +5,10 @@ import os
 import thread
 import time
 
+from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.inspection import values
+from sorrel.inspection.time_limit import TimeLimit
 from sorrel.protocol import capabilities
 from sorrel.protocol.messages import Refused
 from sorrel.server.breakpoints import Breakpoints
@@ -45,7 +48,7 @@ class Session(object):
         self.breakpoints = Breakpoints(self, program.service)
         self.exceptions = Exceptions(program.service)
         self.loaded_sources = LoadedSources(self, program.path)
-        self.stops = Stops(self.breakpoints, self.exceptions)
+        self.stops = Stops(self.breakpoints, self._error_text)
         self._server = server
         self._program = program
         self._service = program.service
@@ -53,7 +56,9 @@ class Session(object):
         self._stops_on_entry = self._is_undebugged = self._is_terminating = False
         # Whether the program may go on without the client, for what either has done.
         self._may_run_on = False
-        self._supervisor = Supervisor(self, program.service)
+        # Of what is found out about a stop that the client is not told of yet.
+        self._limit = TimeLimit()
+        self._supervisor = Supervisor(self, program.service, self._limit)
         # Of the thread that tells of what is new. Others do not wait for it.
         self._looking = _new_lock()
         self._answers = dict(self.loaded_sources.answers, **{
@@ -141,6 +146,14 @@ class Session(object):
     def _consider(self, stop):
         self.look_around()
         return self.stops.consider(stop)
+
+    def _error_text(self, error):
+        """Of what the thread that has just stopped was stopped by; may run code of the program."""
+        try:
+            return text(self._limit.call(
+                self.patience or _DEFAULT_PATIENCE, errors.whole_text, *error[:2]))
+        except:
+            return values.class_name(error[0])
 
     def ended(self, outcome):
         self.event('exited', {'exitCode': outcome.status})

@@ -27,7 +27,7 @@ import _sorrel
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import errors
-from sorrel.inspection import frames, modules, source
+from sorrel.inspection import frames, modules, raised, source
 from sorrel.languages import sublanguages
 from sorrel.service import breakpoints, exceptions, thread_hooks
 from sorrel.service.exceptions import NO_JUDGEMENT
@@ -332,7 +332,7 @@ class Service(object):
             self._stopped(frame, RAISED, error, judgement)
         elif judgement.is_end:
             self._resume(thread, frame, self._tell_end(
-                Stop(thread, frame, RAISED, error, None, True, False)))
+                Stop(thread, frame, RAISED, raised.normalised(error), None, True, False)))
 
     def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT):
         if self._is_forked():
@@ -357,6 +357,7 @@ class Service(object):
             return
         if reason == RAISED:
             self.exceptions.told(thread, argument)
+            argument = raised.normalised(argument)
         stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
                     judgement.is_end, judgement.called_by_c)
         self._resume(thread, frame, self._ask(stop))

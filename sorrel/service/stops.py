@@ -2,6 +2,8 @@
 
 from collections import namedtuple
 
+from sorrel.inspection.evaluation import Evaluator
+
 # A thread has stopped. thread: the core's id of it. reason: one of the words below. argument:
 # the value on its way out (RETURNED) or (type, value, traceback) (RAISED), else None.
 # frame: the frame; for RAISED with a policy it is the one where the exception was raised, which
@@ -12,6 +14,14 @@ from collections import namedtuple
 Stop = namedtuple('Stop', 'thread frame reason argument policy is_end called_by_c')
 
 STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
+
+
+def evaluator(stop):
+    """For what is typed at a Stop: what goes on there has names, and is sys.exc_info()."""
+    if stop.reason == RAISED:
+        return Evaluator(stop.argument, {'__exception__': stop.argument})
+    return Evaluator(None, {'__return__': stop.argument} if stop.reason == RETURNED else {})
+
 
 # How a stopped thread goes on: one of the words below. frame: in which frame of its stack a step
 # is counted; None for the innermost. first, last: the lines that STEP_OVER_RANGE passes over.

@@ -10,14 +10,14 @@ import sys
 from cmd import Cmd
 
 from sorrel.common import errors
-from sorrel.inspection import evaluation, source, stacks
+from sorrel.inspection import causes, evaluation, source, stacks
 from sorrel.inspection.time_limit import Overtime
 from sorrel.languages import sublanguages
 from sorrel.service import exceptions
 from sorrel.service.service import Service
 from sorrel.service.stops import (
     CONTINUE, DETACH, INTERRUPTED, QUIT, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
-    STEP_OVER, STEP_OVER_RANGE)
+    STEP_OVER, STEP_OVER_RANGE, evaluator)
 from sorrel.service.thread_numbers import Threads
 from sorrel.terminal import syntax
 from sorrel.terminal.breakpoints import BreakpointCommands
@@ -46,8 +46,9 @@ def over_service(console):
 
 
 class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
-    """Commands find here: `_stop`, where the program has stopped; `_stack`, the entries of the
-    stack that is looked at, and `_index`, which of them; `_shown_thread`, whose stack that is.
+    """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
+    there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
+    `_shown_thread`, whose stack that is.
     """
 
     prompt = '(sorrel) '
@@ -58,6 +59,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         self._thread = None
         self._shown_thread = None
         self._stop = None
+        self._evaluator = None
         self._stack = []
         self._index = 0
         self._next_listed = None
@@ -74,6 +76,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
 
     def stopped(self, stop):
         self._stop = stop
+        self._evaluator = evaluator(stop)
         self._look_at(stop.thread, stacks.at_stop(stop))
         self._resume = None
         try:
@@ -84,7 +87,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
             self._resume = Resume(DETACH)
         finally:
             # Nothing of the program is kept alive while it runs.
-            self._stop = None
+            self._stop = self._evaluator = None
             self._stack = []
         return self._resume
 
@@ -130,7 +133,9 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         elif self._stop.reason == RAISED:
             if self._stop.policy is not None:
                 self._say(_RAISED[self._stop.policy])
-            self._say(errors.error_text(*self._stop.argument[:2]))
+            self._say(errors.whole_text(*self._stop.argument[:2]))
+            for cause in causes.of(self._stop.argument):
+                self._say('Raised while handling ' + errors.error_text(*cause[:2]))
             if self._stop.is_end:
                 self._say('It is about to end %s.' % self._what_ends(self._stop))
             elif self._stop.called_by_c:
@@ -164,7 +169,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     def default(self, line):
         if line.startswith('!'):
             line = line[1:]
-        self._try(evaluation.statement, line, self._frame(), self._show_value)
+        self._try(self._evaluator.statement, line, self._frame(), self._show_value)
 
     def completedefault(self, text, line, begin, end):
         try:
@@ -173,6 +178,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
             return []  # What is before its last dot would be evaluated.
         names = dict(self._frame().f_globals)
         names.update(self._frame().f_locals)
+        names = dict(self._evaluator.names, **names)
         completer = rlcompleter.Completer(names)
         return completer.attr_matches(text) if '.' in text else completer.global_matches(text)
 
@@ -294,10 +300,14 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     def _value(self, expression):
         in_its_language = sublanguages.evaluator(self._shown_thread, self._frame())
         if in_its_language is not None:
-            return in_its_language(expression)
-        return evaluation.expression(expression, self._frame())
+            value = self._evaluator.call(in_its_language, expression)
+        else:
+            value = self._evaluator.expression(expression, self._frame())
+        self._evaluator.remember(value)
+        return value
 
     def _show_value(self, value):
+        self._evaluator.remember(value)
         self._say(repr(value))
 
     def _show_argument(self, name, value):

@@ -159,7 +159,7 @@ test('an exception is described', () => withClient(async (client) => {
     await launch(client, { filters: ['uncaught'] });
     const stopped = await client.next('stopped');
     assert.equal(stopped.reason, 'exception');
-    assert.equal(stopped.text, 'IndexError');
+    assert.match(stopped.text, /^IndexError: /);
     const described = await info(client);
     assert.equal(described.exceptionId, 'IndexError');
     assert.match(described.description, /index/);

@@ -23,7 +23,8 @@ _now, _sleep = time.time, time.sleep
 
 class Supervisor(object):
 
-    def __init__(self, session, service):
+    def __init__(self, session, service, limit):
+        """limit: the TimeLimit of what is called by consider()."""
         self._session = session
         self._service = service
         # The StoppedThread that the client has been told of, if there is one. Whoever removes it
@@ -36,6 +37,7 @@ class Supervisor(object):
         # Of a stop that the client may not be told of: since when that is found out, and what the
         # thread makes the others wait for.
         self._considered = None
+        self._considered_limit = limit
         self._look_at = 0
 
     def current(self):
@@ -137,6 +139,8 @@ class Supervisor(object):
         self._look_at = min(self._look_at, _now() + _LOOK)
 
     def _see_to_considered(self, now):
+        if self._considered_limit.is_due(now):
+            self._considered_limit.expire()
         considered = self._considered
         if considered is not None and now > considered[0] + _MOMENT:
             self._service.let_others_run(considered[1], _nothing)

@@ -5,24 +5,23 @@ import string
 import __builtin__
 
 from sorrel.common.decoding import text
-from sorrel.inspection import evaluation
 
 _IN_NAMES = string.ascii_letters + string.digits + '_.'
 
 
-def complete(typed, column, frame):
+def complete(typed, column, frame, evaluator):
     """The first and last position of what is to be replaced, and the names that could stand there.
 
-    column: how much of the text is before the cursor.
+    column: how much of the text is before the cursor. evaluator: for what is typed there.
     """
     before = typed[:max(0, column)]
     name = before[len(before.rstrip(_IN_NAMES)):].lstrip(string.digits + '.')
     path, dot, begun = name.rpartition('.')
     if dot:
-        names = dir(evaluation.expression(path, frame))
+        names = dir(evaluator.expression(path, frame))
     else:
         names = set(keyword.kwlist)
-        for variables in (__builtin__.__dict__, frame.f_globals, frame.f_locals):
+        for variables in (__builtin__.__dict__, evaluator.names, frame.f_globals, frame.f_locals):
             names.update(variables)
     matching = sorted(text(name) for name in names
                       if isinstance(name, str) and name.startswith(begun.encode('utf-8'))

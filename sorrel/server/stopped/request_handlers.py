@@ -10,7 +10,7 @@ import time
 from sorrel.common import errors
 from sorrel.common.decoding import text
 from sorrel.inspection import (
-    child_values, code_lines, evaluation, frames, libraries, source, stacks, values)
+    causes, child_values, code_lines, evaluation, frames, libraries, source, stacks, values)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
@@ -20,7 +20,8 @@ from sorrel.server.stopped import completion, console_commands
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References
 from sorrel.service.stops import (
-    CONTINUE, INTERRUPTED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER, STEPPED)
+    CONTINUE, evaluator, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER,
+    STEPPED)
 
 
 TOO_LONG = 'ended, since it took too long'
@@ -56,6 +57,9 @@ class StoppedThread(object):
         self._service = service
         self._session = session
         self._frame = frame
+        self._evaluator = evaluator(stop)
+        # Of an exception: asked for now, before anything is handled here.
+        self._causes = causes.of(stop.argument) if stop.reason == RAISED else []
         self._work_queue = WorkQueue()
         self._frames = References(session.numbers)
         # Those of other threads, until these are let run.
@@ -90,13 +94,17 @@ class StoppedThread(object):
     def serve(self):
         """Does jobs until one lets the thread go on, or resume() does: how, is returned."""
         while not self.is_leaving():
-            try:
-                job = self._work_queue.take()
-                if job is not None:
-                    self._do(job)
-            except KeyboardInterrupt:
-                pass  # The program's, at a moment when it does not run.
+            self._serve_one()
         return self._told_to_go or self._resume
+
+    def _serve_one(self):
+        # Apart: what is handled here is not to be seen by what is evaluated later.
+        try:
+            job = self._work_queue.take()
+            if job is not None:
+                self._do(job)
+        except KeyboardInterrupt:
+            pass  # The program's, at a moment when it does not run.
 
     def _do(self, job):
         self.turn = _Turn(job, _now())
@@ -116,6 +124,8 @@ class StoppedThread(object):
                            self._jumps):
             references.clear()
         self._frame = self.stop = self._own_stack = None
+        self._evaluator.forget()
+        self._causes = []
         return [job for job in left if job is not None]
 
     # What takes long, seen from any thread.
@@ -232,10 +242,7 @@ class StoppedThread(object):
         variables = child_values.Variables(frame.f_globals, (), frame.f_globals.__setitem__)
         scopes = [{'name': 'Globals', 'expensive': True, 'presentationHint': 'globals',
                    'variablesReference': self._presenter.whole(variables, frame)}]
-        extra = []
-        if self.stop.reason == RETURNED and frame is self._frame \
-                and self.stop.argument is not None:
-            extra.append(('(return) ' + self.stop.frame.f_code.co_name, self.stop.argument))
+        extra = self._lent_to(frame)
         if extra or frame.f_locals is not frame.f_globals:
             held = frame.f_locals if frame.f_locals is not frame.f_globals else {}
             variables = child_values.Variables(
@@ -244,6 +251,17 @@ class StoppedThread(object):
                 'name': 'Locals', 'expensive': False, 'presentationHint': 'locals',
                 'variablesReference': self._presenter.whole(variables, frame)})
         return {'scopes': scopes}
+
+    def _lent_to(self, frame):
+        """(name, value) of what stands among the variables of the frame that has stopped."""
+        if frame is not self._frame:
+            return []
+        found = [(name, value) for name, value in sorted(self._evaluator.names.items())
+                 if name != '_' and value is not None
+                 and not evaluation.is_of_program(name, frame)]
+        if self.stop.reason == RETURNED and self.stop.argument is not None:
+            found.append(('(return) ' + self.stop.frame.f_code.co_name, self.stop.argument))
+        return found
 
     def _variables(self, arguments):
         return {'variables': self._presenter.parts(
@@ -255,7 +273,7 @@ class StoppedThread(object):
             arguments['variablesReference'], arguments['name'])
         if child.assign is None:
             raise Refused('%s cannot be changed' % arguments['name'])
-        value = self._of_program(evaluation.expression, arguments['value'], frame)
+        value = self._of_program(self._evaluator.expression, arguments['value'], frame)
         self._of_program(child.assign, value)
         return self._presenter.value(value, frame, expression)
 
@@ -263,8 +281,8 @@ class StoppedThread(object):
         frame = self._find_frame(arguments)
         expression = arguments['expression']
         statement = '%s = (%s)' % (expression, arguments['value'])
-        self._of_program(evaluation.statement, statement, frame, None)
-        value = self._of_program(evaluation.expression, expression, frame)
+        self._of_program(self._evaluator.statement, statement, frame, None)
+        value = self._of_program(self._evaluator.expression, expression, frame)
         return self._presenter.value(value, frame, expression)
 
     def _evaluate(self, arguments):
@@ -281,8 +299,8 @@ class StoppedThread(object):
     def _value(self, expression, frame):
         in_its_language = sublanguages.evaluator(self.thread_id, frame)
         if in_its_language is not None:
-            return self._of_program(in_its_language, expression)
-        return self._of_program(evaluation.expression, expression, frame)
+            return self._of_program(self._evaluator.call, in_its_language, expression)
+        return self._of_program(self._evaluator.expression, expression, frame)
 
     def _execute(self, typed, frame):
         """What is typed in the console: it may be statements, and take as long as it likes."""
@@ -291,12 +309,14 @@ class StoppedThread(object):
             return {'result': text(said), 'variablesReference': 0}
         in_its_language = sublanguages.evaluator(self.thread_id, frame)
         if in_its_language is not None:
-            return _result(self._presenter.value(
-                self._within(None, in_its_language, typed), frame))
+            value = self._within(None, self._evaluator.call, in_its_language, typed)
+            self._evaluator.remember(value)
+            return _result(self._presenter.value(value, frame))
         shown = []
-        self._within(None, evaluation.statement, typed, frame, shown.append)
+        self._within(None, self._evaluator.statement, typed, frame, shown.append)
         if not shown:
             return {'result': '', 'variablesReference': 0}
+        self._evaluator.remember(shown[-1])
         return _result(self._presenter.value(shown[-1], frame))
 
     def _completions(self, arguments):
@@ -306,7 +326,8 @@ class StoppedThread(object):
         line = arguments.get('line', self._session.first_line) - self._session.first_line
         typed = lines[line] if 0 <= line < len(lines) else u''
         start, end, names = self._of_program(
-            completion.complete, typed, arguments['column'] - first_column, frame)
+            completion.complete, typed, arguments['column'] - first_column, frame,
+            self._evaluator)
         return {'targets': [{'label': name, 'start': start + first_column, 'length': end - start}
                             for name in names]}
 
@@ -314,8 +335,10 @@ class StoppedThread(object):
         self._check_thread(arguments)
         if self.stop.policy is None:
             raise Refused('the thread has not stopped at an exception')
-        description = self._of_program(errors.error_text, *self.stop.argument[:2])
-        return self._session.exceptions.describe(self.stop, description)
+
+        def error_text(error):
+            return self._of_program(errors.whole_text, *error[:2])
+        return self._session.exceptions.describe(self.stop, error_text, self._causes)
 
     # Jumping.
 

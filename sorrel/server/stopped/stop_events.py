@@ -12,6 +12,9 @@ from sorrel.service.stops import (
 # client is shown. details: what else is in the body of the event.
 Told = collections.namedtuple('Told', 'reason frame details')
 
+_PAUSED = 'Paused on exception'
+_CALLED_BY_C = ' (no handler in Python code; called by C code)'
+
 # How a thread was last let go; the frame in which a step ends that does not lead into calls, or
 # one that it was called from; and whether it was in the program's own code.
 _Going = collections.namedtuple('_Going', 'action frame from_own_code')
@@ -20,11 +23,11 @@ _Going = collections.namedtuple('_Going', 'action frame from_own_code')
 class Stops(object):
     """just_my_code: whether steps pass over what belongs to libraries."""
 
-    def __init__(self, breakpoints, exceptions):
-        """The client's Breakpoints and Exceptions."""
+    def __init__(self, breakpoints, error_text):
+        """breakpoints: the client's. error_text: makes the text of a (type, value, traceback)."""
         self.just_my_code = True
         self._breakpoints = breakpoints
-        self._exceptions = exceptions
+        self._error_text = error_text
         self._is_at_entry = self._stops_on_entry = False
         # By the core's ids of the threads.
         self._goings = {}
@@ -37,7 +40,9 @@ class Stops(object):
     def consider(self, stop):
         """What to tell of a Stop: a Told; or a Resume or None when the client is told nothing."""
         if stop.policy is not None:
-            return Told('exception', stop.frame, self._exceptions.details(stop))
+            return Told('exception', stop.frame, {
+                'description': _PAUSED + _CALLED_BY_C * stop.called_by_c,
+                'text': self._error_text(stop.argument)})
         at_entry, self._is_at_entry = self._is_at_entry, False
         going = self._goings.get(stop.thread)
         may_be_step = stop.reason == INTERRUPTED or at_entry or (
