@@ -3,9 +3,9 @@
 import optparse
 import sys
 
-_USAGE = '''%prog terminal [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
-       %prog serve (--listen PLACE [--wait] [--token-file FILE | --no-token] | --handshake FILE)
-             [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+_USAGE = '''%prog terminal [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+       %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
+             | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog dap
        %prog demo (ledger | bills)'''
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
@@ -36,6 +36,8 @@ def _parse(arguments):
     if command in ('terminal', 'serve'):
         parser.add_option('--hook', action='append', default=[], metavar='MODULE:NAME',
                           help='call NAME for a hook that shows a sub-language')
+        parser.add_option('--post-mortem', action='store_true',
+                          help='stop once more when an exception has ended the program')
     if command == 'serve':
         parser.add_option('--listen', metavar='PLACE',
                           help='let clients connect to [HOST:]PORT, or to unix:PATH')
@@ -83,7 +85,7 @@ def _debug(options, program, arguments):
     from sorrel.service import runner
     from sorrel.terminal.console import Console
     from sorrel.terminal import frontend
-    terminal = frontend.over_service(Console())
+    terminal = frontend.over_service(Console(), bool(options.post_mortem))
     try:
         script = runner.find_script(program)
         runner.prepare(script, arguments, options.hook)
@@ -99,7 +101,7 @@ def _serve(options, program, arguments):
     try:
         return serve.serve(program, arguments, bool(options.module), options.listen,
                            bool(options.wait), options.handshake, options.hook,
-                           options.token_file, not options.no_token)
+                           options.token_file, not options.no_token, bool(options.post_mortem))
     except (runner.CannotRead, serve.CannotServe) as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 2

@@ -9,8 +9,10 @@ usage: ./morvik COMMAND [OPTIONS]
   python [--python EXE] [--asan] -- ARGS  run the host with the module importable
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
+  run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
+      --post-mortem                       wait for one when an exception has ended it
       --token-file FILE | --no-token      what they have to show instead of a new token
   dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
   demo [--python EXE]                     watch two short recorded sessions
@@ -25,10 +27,10 @@ EOF
 }
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
-# leaves hosts, asan, long, listen, wait, hooks, token, and the others in rest.
+# leaves hosts, asan, long, listen, wait, post_mortem, hooks, token, and the others in rest.
 read_options() {
-    local allowed=' '
-    hosts=() asan='' long='' listen='' wait='' hooks=() token=() rest=()
+    local allowed=' ' name
+    hosts=() asan='' long='' listen='' wait='' post_mortem='' hooks=() token=() rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -45,9 +47,10 @@ read_options() {
                     shift
                 fi
                 ;;
-            --asan | --wait | --long)
+            --asan | --wait | --long | --post-mortem)
                 [[ $allowed == *" $1 "* ]] || usage_error "unknown option: $1"
-                declare -g "${1#--}=1"
+                name=${1#--}
+                declare -g "${name//-/_}=1"
                 ;;
             --listen | --listen=*)
                 [[ $allowed == *' --listen '* ]] || usage_error "unknown option: $1"
@@ -153,13 +156,14 @@ command_python() {
 
 command_run() {
     local exe front_end=(terminal)
-    read_options --listen --wait --hook --token-file --no-token -- "$@"
+    read_options --listen --wait --post-mortem --hook --token-file --no-token -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ -f ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
     ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
     [[ -z $listen ]] || front_end=(serve --listen "$listen" ${wait:+--wait} "${token[@]}")
     exe=$(one_host) || exit
+    [[ -z $post_mortem ]] || front_end+=(--post-mortem)
     in_host "$exe" '' -m sorrel.main "${front_end[@]}" "${hooks[@]}" -- "${rest[@]}"
 }
 

@@ -21,7 +21,7 @@ _ON_THREAD = {'threadId': int}
 
 # What every way to begin knows.
 _DEBUGGING = {
-    'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool,
+    'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool, 'postMortem?': bool,
     'learnExceptions?': bool,
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}

@@ -6,6 +6,7 @@ from sorrel.common.decoding import text
 from sorrel.inspection import exception_types, source, stacks, values
 from sorrel.protocol import capabilities
 from sorrel.service import exceptions
+from sorrel.service.stops import POST_MORTEM
 
 # A client may choose several.
 _MODES = {capabilities.RAISED: (exceptions.ALWAYS,),
@@ -13,7 +14,8 @@ _MODES = {capabilities.RAISED: (exceptions.ALWAYS,),
           capabilities.USER_UNHANDLED: (exceptions.USER_UNHANDLED,),
           capabilities.PRINTED: (exceptions.PRINTED, exceptions.UNHANDLED)}
 _BREAK_MODES = {exceptions.ALWAYS: 'always', exceptions.UNHANDLED: 'unhandled',
-                exceptions.USER_UNHANDLED: 'userUnhandled', exceptions.PRINTED: 'userUnhandled'}
+                exceptions.USER_UNHANDLED: 'userUnhandled', exceptions.PRINTED: 'userUnhandled',
+                POST_MORTEM: 'unhandled'}
 _MODES_BY_BREAK_MODE = {'never': (), 'always': (exceptions.ALWAYS,),
                         'unhandled': (exceptions.UNHANDLED,),
                         'userUnhandled': (exceptions.USER_UNHANDLED,)}

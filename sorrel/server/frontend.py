@@ -14,6 +14,8 @@ from sorrel.service.stops import DETACH, Resume
 
 # How long the main thread may take to go on with the program, in seconds.
 _TERMINATE_PATIENCE = 1.0
+# How often is looked whether a client has come.
+_LOOK = 0.05
 # Taken now: a program may replace what the interpreter's modules offer.
 _now, _sleep = time.time, time.sleep
 
@@ -22,19 +24,23 @@ class Program(object):
     """What a client debugs. `service` is set by who makes it.
 
     at_end: functions to call when the process ends without its exit functions.
-    is_waiting: whether it has not begun to run, since a client is to say how. is_debugged: whether
-    it is to be debugged from its first line on.
+    is_waiting: whether it has not begun to run, since a client is to say how, or has ended and
+    waits for one. is_debugged: whether it is to be debugged from its first line on.
+    can_be_reached: a function, whether clients can still come.
     """
 
-    def __init__(self, path, start_method, waits):
+    def __init__(self, path, start_method, waits, post_mortem=False):
         """start_method: 'launch' for a client's own program, else 'attach'.
 
-        waits: whether the program waits for a client before it runs.
+        waits: whether the program waits for a client before it runs. post_mortem: whether it does
+        when it has ended by an exception, to be looked at.
         """
         self.path = path
         self.start_method = start_method
         self.service = None
         self.at_end = []
+        self.can_be_reached = None
+        self._post_mortem = post_mortem
         self.is_waiting = self.is_debugged = waits
         self._session = None
         self._start = Wakeup()
@@ -56,6 +62,22 @@ class Program(object):
             wait([self._start.descriptor.number], [], None)
             self._start.clear()
         return not self._is_given_up
+
+    def _wait_at_end(self):
+        """Whether a client is there, which is waited for."""
+        self.is_waiting = True
+        try:
+            tell('the program has ended by an exception; waiting for a client that looks at it')
+            # By the clock alone: the program may have closed any descriptor.
+            while self.is_waiting and not self.service.attached:
+                if not self.can_be_reached():
+                    return False
+                _sleep(_LOOK)
+            return True
+        except KeyboardInterrupt:
+            return False
+        finally:
+            self.is_waiting = False
 
     # For the session.
 
@@ -136,6 +158,12 @@ class Program(object):
         if session is not None:
             session.ended(outcome)
 
+    def wants_post_mortem(self):
+        session = self._session
+        if self.service.attached and session is not None:
+            return self._post_mortem or session.post_mortem
+        return self._post_mortem and self._wait_at_end()
+
     def thread_ended(self, id):
         session = self._session
         if session is not None:
@@ -145,6 +173,14 @@ class Program(object):
         session = self._session
         if session is not None:
             session.imported()
+
+
+def tell(line):
+    """Says something to whoever reads the program's standard error."""
+    try:
+        sys.stderr.write('sorrel: %s\n' % line)
+    except (EnvironmentError, ValueError):
+        pass  # A full device, or none: the program can be found all the same.
 
 
 def _write_to_nobody():

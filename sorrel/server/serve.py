@@ -1,12 +1,11 @@
 """Runs a program that clients of the protocol can debug."""
 
 import atexit
-import sys
 import threading
 
 from sorrel.processes import guard
 from sorrel.protocol import launch_handshake, tokens
-from sorrel.server.frontend import Program
+from sorrel.server.frontend import Program, tell
 from sorrel.server.network.listening import InUse, Listening
 from sorrel.server.network.network_thread import Server
 from sorrel.server.shared import sources
@@ -19,17 +18,18 @@ class CannotServe(Exception):
 
 
 def serve(name, args, is_module, place=None, wait=False, handshake_file=None, hooks=(),
-          token_file=None, has_token=True):
+          token_file=None, has_token=True, post_mortem=False):
     """Runs the program; returns its exit status. Raises CannotServe or runner.CannotRead.
 
     place: where to listen, a Port or a Path; or handshake_file: where to find the one client there
     is, which has started this process. hooks: as for runner.prepare. token_file, has_token: what
-    clients who come have to show.
+    clients who come have to show. post_mortem: whether the process waits for a client where the
+    program has ended by an exception that none has seen.
     """
     script = runner.find_module(name) if is_module else runner.find_script(name)
     path = sources.full_name(script.path)
     waits = bool(wait or handshake_file)
-    program = Program(path, 'launch' if handshake_file else 'attach', waits)
+    program = Program(path, 'launch' if handshake_file else 'attach', waits, post_mortem)
     program.service = Service(program, catch_ctrl_c=False)
     runner.prepare(script, args, hooks)
     try:
@@ -40,6 +40,7 @@ def serve(name, args, is_module, place=None, wait=False, handshake_file=None, ho
             server = _listening_server(program, place, token_file, has_token)
     except (EnvironmentError, launch_handshake.Impostor, InUse, tokens.NoToken) as error:
         raise CannotServe(str(error))
+    program.can_be_reached = server.can_be_reached
     program.service.ignore_thread(server.start())
     # Runs after the program's own exit functions.
     atexit.register(server.stop)
@@ -58,13 +59,13 @@ def _listening_server(program, place, token_file, has_token):
         token = tokens.Token(token_file) if token_file is not None \
             else tokens.new_token(listening.address)
         _at_end(program, token.remove)
-    _tell('listening on ' + listening.name)
+    tell('listening on ' + listening.name)
     if token is None:
         if not listening.is_for_own_user():
-            _tell('whoever can connect can debug: there is no token')
+            tell('whoever can connect can debug: there is no token')
         return Server(program.new_session, listening.socket)
     # Who keeps what the program writes may let others read it.
-    _tell('token %s, also in %s' % (token.word, token.path) if token_file is None
+    tell('token %s, also in %s' % (token.word, token.path) if token_file is None
           else 'token in ' + token.path)
     return Server(program.new_session, listening.socket, is_token_shown=token.is_shown_by)
 
@@ -72,13 +73,6 @@ def _listening_server(program, place, token_file, has_token):
 def _at_end(program, function):
     atexit.register(function)
     program.at_end.append(function)
-
-
-def _tell(line):
-    try:
-        sys.stderr.write('sorrel: %s\n' % line)
-    except (EnvironmentError, ValueError):
-        pass  # A full device, or none: the program runs, and can be found all the same.
 
 
 def _call_in_children(function):

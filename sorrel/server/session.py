@@ -42,6 +42,8 @@ class Session(object):
         # How long code of the program may run for an answer, in seconds; None for ever.
         self.patience = _DEFAULT_PATIENCE
         self.stops_all = True
+        # Whether the client wants to see what has ended the program.
+        self.post_mortem = False
         self.first_line = self.first_column = 1
         self.program_path = program.path
         self.threads = Threads(program.service)
@@ -273,6 +275,7 @@ class Session(object):
         self._service.exceptions.set_just_my_code(self.stops.just_my_code)
         self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
         self.stops_all = arguments.get('stopAllThreads', True)
+        self.post_mortem = arguments.get('postMortem', False)
         self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
         self.sources.map_paths(arguments.get('pathMappings', ()))
         self._is_undebugged = arguments.get('noDebug', False)

@@ -1,5 +1,6 @@
 """Exceptions: at which of them the program stops, and which it has been stopped for already."""
 
+import atexit
 import inspect
 import threading
 from collections import namedtuple
@@ -33,6 +34,7 @@ NO_JUDGEMENT = Judgement(None, None, False, False)
 _NOTHING = None, False
 # In place of a clause's offset.
 _LOOP_END = -1
+_RUN_EXIT_FUNCTIONS = atexit._run_exitfuncs.func_code
 
 
 class Exceptions(object):
@@ -105,11 +107,15 @@ class Exceptions(object):
     # For the service.
 
     def set_own_frames(self, callers):
-        """What these frames catch, which run the program, the program has not caught."""
+        """What these frames catch, which run the program, the program has not caught.
+
+        Nor has it what ends its threads and its exit functions.
+        """
         codes = [frame.f_code for frame in callers]
         codes.append(thread_hooks.ThreadMain.__call__.im_func.func_code)
         for name in '_Thread__bootstrap', '_Thread__bootstrap_inner':
             codes.append(getattr(threading.Thread, name).im_func.func_code)
+        codes.append(_RUN_EXIT_FUNCTIONS)
         self._own_handlers = dict.fromkeys(codes)
         core.set_ignored_exception_handlers(self._own_handlers)
 
@@ -159,8 +165,9 @@ class Exceptions(object):
         policy = fate = None
         if not is_told:
             policy, fate = self._policy(thread, frame, error, is_step)
+        # After an exit function the next one follows.
         is_end = not is_step and _is_outermost(frame) and self._listed(type) != NEVER \
-            and self._handler(frame, type) is None
+            and frame.f_code is not _RUN_EXIT_FUNCTIONS and self._handler(frame, type) is None
         if is_end:
             is_end = (fate or swallowing.fate(frame, type)) == swallowing.LEAVES
         if policy == UNHANDLED:
@@ -187,6 +194,10 @@ class Exceptions(object):
         if error[2] is not None:
             self._told[thread] = _key(frames.innermost(error[2]))
 
+    def has_told(self, thread, traceback):
+        """Whether the front end knows of the exception that has left this traceback there."""
+        return self._told.get(thread) == _key(frames.innermost(traceback))
+
     def forget_thread(self, thread):
         """The thread has ended."""
         self._last.pop(thread, None)
@@ -212,7 +223,7 @@ class Exceptions(object):
         if is_step or not self.modes:
             return None, None
         handler, clause = self._handler(frame, type) or (None, None)
-        fate = swallowing.fate(frame, type, handler)
+        fate = swallowing.fate(frame, type, handler or _runner_of_exit_functions(frame))
         if handler is None and UNHANDLED in self.modes and fate not in swallowing.SWALLOWED and (
                 not self.learning.is_swallowed(thread, place, frame) or _is_left_for_good(frame)):
             return UNHANDLED, fate
@@ -242,6 +253,14 @@ class Exceptions(object):
     def _handler(self, frame, type):
         """The frame and the clause of what will catch it, or None."""
         return _sorrel.find_handler(frame, type, self._own_handlers)
+
+
+def _runner_of_exit_functions(frame):
+    """The frame that calls exit functions, where the program has come to its end; else None."""
+    for caller in frames.outward(frame):
+        if caller.f_code is _RUN_EXIT_FUNCTIONS:
+            return caller
+    return None
 
 
 def _is_outermost(frame):

@@ -57,6 +57,7 @@ def run(script, service, attached=True):
     except:
         outcome.append(Outcome(1, sys.exc_info()[0]))
         _report(*sys.exc_info())
+        service.post_mortem(sys.exc_info(), 1)
         return 1
     outcome.append(Outcome(0, None))
     return 0

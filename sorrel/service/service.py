@@ -12,7 +12,9 @@ that the front end has been told of, or is not to be, is about to end its thread
 So may be `idle()`, called about once a second while the program runs, in one of its threads, and
 `thread_ended(id)`, called in a thread that has run its last: the core's id may come again.
 And a fifth, `imported()`: a module has been imported, in the calling thread. And `interrupt()`,
-called at Ctrl-C while threads are stopped: whether that was for what one of them evaluates.
+called at Ctrl-C while threads are stopped: whether that was for what one of them evaluates. And
+`wants_post_mortem()`: the program has ended by an exception that the front end does not know of;
+whether that is to be a stop, though all that can follow is the end.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -35,7 +37,7 @@ from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
 from sorrel.service.steps import Steps
 from sorrel.service.stops import (
-    DETACH, INTERRUPTED, QUIT, RAISED, Resume, RETURNED, STEPPED, Stop, Thread)
+    DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEPPED, Stop, Thread)
 
 _IDLE_PERIOD = 1.0
 _ANY_THREAD = object()
@@ -109,6 +111,40 @@ class Service(object):
                 # What is left on this thread is not the program's.
                 self._steps.give_up(self.main_thread)
 
+    def post_mortem(self, error, status):
+        """The main thread has ended by this exception, (type, value, traceback): a stop, if wanted.
+
+        status: what the exit status will be.
+        """
+        wants = getattr(self._front_end, 'wants_post_mortem', None)
+        if wants is None or self._is_forked() or frames.of_program(error[2]) is None \
+                or self.exceptions.has_told(self.main_thread, error[2]) or not wants():
+            return
+        # What follows is as in a callback of the core's.
+        core.add_to_tstate_tracing(1)
+        try:
+            if not self.attached:
+                self._trace_all()
+            # The core comes to know the thread by an event.
+            core.trace_dispatch(sys._getframe(), 'line', None)
+            core.acquire_sorrel_mutex()
+            self._in_turn(self._at_end, error, status)
+        finally:
+            core.release_sorrel_mutex()
+            core.add_to_tstate_tracing(-1)
+
+    def _at_end(self, error, status):
+        thread = self.main_thread
+        self._interrupted.discard(thread)
+        frame = frames.innermost(error[2]).tb_frame
+        resume = self._ask(Stop(
+            thread, frame, RAISED, error, POST_MORTEM, False, False))
+        self._steps.give_up(thread)
+        if resume is not None and resume.action == DETACH:
+            self.detach()
+        elif resume is not None and resume.action == QUIT:
+            self.quit(status)
+
     def ended(self, outcome):
         """Nothing of the program will run any more."""
         if self.attached:
@@ -130,12 +166,15 @@ class Service(object):
 
     def attach(self):
         """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
+        self._trace_all()
+        # What was given to all others is not for this one.
+        sys.settrace(None)
+
+    def _trace_all(self):
         self._be_attached()
         core.set_debug_thread_cb(self._debugs_thread)
         core.start_trace()
         _sorrel.trace_all_threads(thread_hooks.ThreadEnd(self._on_thread_end))
-        # What was given to all others is not for this one.
-        sys.settrace(None)
 
     def _be_attached(self):
         self.attached = True
@@ -210,14 +249,14 @@ class Service(object):
         if self.attached:
             self.raise_here(error)
 
-    def quit(self):
+    def quit(self, status=0):
         """Ends the process at once, whatever the program's threads are doing."""
         for stream in (sys.stdout, sys.stderr, sys.__stdout__):
             try:
                 stream.flush()
             except Exception:
                 pass  # The program's own object, or closed: nothing more to save.
-        os._exit(0)
+        os._exit(status)
 
     # The core's callbacks. An error in one would end the tracing of its thread.
 
@@ -356,11 +395,13 @@ class Service(object):
         elif self._steps.is_on_its_way(thread, frame, reason):
             return
         if reason == RAISED:
-            self.exceptions.told(thread, argument)
             argument = raised.normalised(argument)
         stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
                     judgement.is_end, judgement.called_by_c)
-        self._resume(thread, frame, self._ask(stop))
+        resume = self._ask(stop)
+        self._resume(thread, frame, resume)
+        if judgement.policy is not None or reason == RAISED and resume is not None:
+            self.exceptions.told(thread, argument)
 
     def _call_if_there(self, name):
         method = getattr(self._front_end, name, None)

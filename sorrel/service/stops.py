@@ -8,12 +8,14 @@ from sorrel.inspection.evaluation import Evaluator
 # the value on its way out (RETURNED) or (type, value, traceback) (RAISED), else None.
 # frame: the frame; for RAISED with a policy it is the one where the exception was raised, which
 # may have been left already. policy: for RAISED, the mode of sorrel.exceptions for whose sake it
-# has stopped, None when its step has met the exception. is_end: whether the exception is about to
-# end the thread, and with the main thread the program. called_by_c: whether it will come to C code
-# that may swallow it or not.
+# has stopped, None when its step has met the exception; or POST_MORTEM. is_end: whether the
+# exception is about to end the thread, and with the main thread the program. called_by_c: whether
+# it will come to C code that may swallow it or not.
 Stop = namedtuple('Stop', 'thread frame reason argument policy is_end called_by_c')
 
 STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
+# The exception has ended the program, of which nothing more will run than what follows its end.
+POST_MORTEM = 'post-mortem'
 
 
 def evaluator(stop):

@@ -56,7 +56,10 @@ class CatchCommands(object):
 
         A function that the line calls raises it at once.
         """
-        self._try(self._raise, argument)
+        if self._has_ended():
+            self._say('*** The program has ended')
+        else:
+            self._try(self._raise, argument)
 
     def _raise(self, argument):
         value = self._value(argument)

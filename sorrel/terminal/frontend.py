@@ -16,7 +16,7 @@ from sorrel.languages import sublanguages
 from sorrel.service import exceptions
 from sorrel.service.service import Service
 from sorrel.service.stops import (
-    CONTINUE, DETACH, INTERRUPTED, QUIT, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
+    CONTINUE, DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
     STEP_OVER, STEP_OVER_RANGE, evaluator)
 from sorrel.service.thread_numbers import Threads
 from sorrel.terminal import syntax
@@ -34,12 +34,16 @@ _RAISED = {
     exceptions.UNHANDLED: '--Unhandled exception--',
     exceptions.USER_UNHANDLED: '--Exception that leaves your own code--',
     exceptions.PRINTED: '--Exception that is printed--',
-    exceptions.ALWAYS: '--Exception--'}
+    exceptions.ALWAYS: '--Exception--',
+    POST_MORTEM: '--Post-mortem: the program has ended--'}
 
 
-def over_service(console):
-    """A Terminal with a Service of its own, that stops at what the program does not catch."""
-    terminal = Terminal(console)
+def over_service(console, post_mortem=False):
+    """A Terminal with a Service of its own, that stops at what the program does not catch.
+
+    post_mortem: whether it stops at what has ended the program, if it has not stopped before.
+    """
+    terminal = Terminal(console, post_mortem)
     terminal.use(Service(terminal))
     terminal.service.exceptions.set_mode(exceptions.UNHANDLED)
     return terminal
@@ -53,9 +57,10 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
 
     prompt = '(sorrel) '
 
-    def __init__(self, console):
+    def __init__(self, console, post_mortem):
         Cmd.__init__(self, stdout=console)
         self._console = console
+        self._post_mortem = post_mortem
         self._thread = None
         self._shown_thread = None
         self._stop = None
@@ -101,6 +106,9 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
 
     def interrupt(self):
         return self._evaluation.interrupt()
+
+    def wants_post_mortem(self):
+        return self._post_mortem
 
     def thread_ended(self, id):
         if id == self._thread:
@@ -210,7 +218,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         self._resume = Resume(QUIT)
 
     def _detach(self):
-        self._say('\nDetached: the program runs on.')
+        self._say('' if self._has_ended() else '\nDetached: the program runs on.')
         self._resume = Resume(DETACH)
 
     # Commands that show.
@@ -361,6 +369,10 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
             mark = '->' if number == self._entry().line else '  '
             self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
             self._next_listed = number + 1
+
+    def _has_ended(self):
+        """Whether the stop is one at the end of the program."""
+        return self._stop.policy == POST_MORTEM
 
     def _thread_of(self, id):
         return [thread for thread in self.service.threads() if thread.id == id][0]

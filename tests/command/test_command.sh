@@ -53,6 +53,7 @@ refused "unknown option: --hook" demo --hook a:b
 refused "--token-file needs a file" run --listen 0 --token-file
 refused "--no-token goes with --listen" run --no-token "$0"
 refused "--token-file goes with --listen" run --token-file=x "$0"
+refused "unknown option: --post-mortem" demo --post-mortem
 refused "unknown option: --no-token" dap --no-token
 refused "unknown option: --token-file" dap --token-file x
 refused "unexpected argument: extra" build extra
@@ -91,6 +92,12 @@ continue'
 check "the stop in a template" "$(grep -A 1 '> .*bill.weft(9)' <<<"$out")" \
     "(sorrel) > $root/examples/template_language/templates/bill.weft(9)render()
 -> {% include item %}"
+printf '{}["x"]\n' >"$scratch/dying.py"
+run 1 run --python "$host" --post-mortem "$scratch/dying.py" <<<$'catch never\ncontinue\nquit'
+check "the stop at the end" "$(sed -n '/^--Post/,/^>/p' <<<"$out")" \
+    "--Post-mortem: the program has ended--
+KeyError: 'x'
+> $scratch/dying.py(1)<module>()"
 run 2 run --python "$host" --listen 0 --hook=weft.debugging:Hoop "$bills"
 missing="AttributeError: 'module' object has no attribute 'Hoop'"
 check "standard error" "${err#*$'\n'}" "sorrel: can't load hook 'weft.debugging:Hoop': $missing"

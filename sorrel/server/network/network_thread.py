@@ -86,6 +86,12 @@ class Server(object):
             self.is_lost = True
         self._output_queue.give_way(session)
 
+    def can_be_reached(self):
+        """Whether clients can still come, as far as is known; for any thread."""
+        if not self._wakeup.wake():
+            self.is_lost = True
+        return not self.is_lost
+
     def when_sent(self, function):
         """Calls the function, in the network thread, when the answer to this request has been sent.
 

@@ -6,7 +6,7 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import frames, libraries
 from sorrel.service.stops import (
-    CONTINUE, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEPPED)
+    CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEPPED)
 
 # What a client is told of a stop. reason: a word of the protocol's. frame: the innermost that the
 # client is shown. details: what else is in the body of the event.
@@ -14,6 +14,7 @@ Told = collections.namedtuple('Told', 'reason frame details')
 
 _PAUSED = 'Paused on exception'
 _CALLED_BY_C = ' (no handler in Python code; called by C code)'
+_ENDED = 'Post-mortem: the program has ended by an exception'
 
 # How a thread was last let go; the frame in which a step ends that does not lead into calls, or
 # one that it was called from; and whether it was in the program's own code.
@@ -41,7 +42,8 @@ class Stops(object):
         """What to tell of a Stop: a Told; or a Resume or None when the client is told nothing."""
         if stop.policy is not None:
             return Told('exception', stop.frame, {
-                'description': _PAUSED + _CALLED_BY_C * stop.called_by_c,
+                'description': _ENDED if stop.policy == POST_MORTEM
+                else _PAUSED + _CALLED_BY_C * stop.called_by_c,
                 'text': self._error_text(stop.argument)})
         at_entry, self._is_at_entry = self._is_at_entry, False
         going = self._goings.get(stop.thread)
