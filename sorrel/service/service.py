@@ -368,12 +368,17 @@ class Service(object):
         is_step = thread not in self._interrupted and self._steps.stops_at(thread, frame)
         judgement = self.exceptions.judge(thread, frame, error, is_step)
         if is_step or judgement.policy is not None:
-            self._stopped(frame, RAISED, error, judgement)
+            if not self._stopped(frame, RAISED, error, judgement) and judgement.policy is None:
+                # For the front end its step has not met it: it may be a stop all the same.
+                judgement = self.exceptions.judge(thread, frame, error, False)
+                if judgement.policy is not None:
+                    self._stopped(frame, RAISED, error, judgement)
         elif judgement.is_end:
             self._resume(thread, frame, self._tell_end(
                 Stop(thread, frame, RAISED, raised.normalised(error), None, True, False)))
 
     def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT):
+        """Whether the front end knows now of the exception that it may be."""
         if self._is_forked():
             return
         if judgement.policy is None and not frames.is_program(frame):
@@ -400,8 +405,10 @@ class Service(object):
                     judgement.is_end, judgement.called_by_c)
         resume = self._ask(stop)
         self._resume(thread, frame, resume)
-        if judgement.policy is not None or reason == RAISED and resume is not None:
+        is_told = judgement.policy is not None or reason == RAISED and resume is not None
+        if is_told:
             self.exceptions.told(thread, argument)
+        return is_told
 
     def _call_if_there(self, name):
         method = getattr(self._front_end, name, None)

@@ -67,6 +67,34 @@ raise Bad('x')
     }
 });
 
+for (const mark of ['# raise', '# call', '# last']) {
+    test(`a step from ${mark} stops at what nothing catches`, () => withClient(async (client) => {
+        const file = program(`
+import sys
+def fail():
+    {}['x']  # raise
+if sys.argv[1:]:
+    fail()  # call
+{}['x']  # last
+`);
+        await client.launch({ program: file, args: mark === '# last' ? [] : ['fail'] },
+            async () => {
+                await client.breakAt(file, line(file, mark));
+                await client.send('setExceptionBreakpoints', { filters: ['uncaught'] });
+            });
+        await client.next('stopped');
+        await client.send('next', { threadId: 1 });
+        const { reason, text } = await client.next('stopped');
+        assert.deepEqual([reason, text], ['exception', "KeyError: 'x'"]);
+        assert.equal(await client.place(), mark === '# last'
+            ? `<module>:${line(file, mark)}` : `fail:${line(file, '# raise')}`);
+        // Once only.
+        await client.go();
+        await client.next('terminated');
+        assert.ok(!client.has('stopped'));
+    }));
+}
+
 test('what was being handled is the inner exception', () => stopped(async (client) => {
     const { details } = await info(client);
     assert.equal(details.evaluateName, '__exception__[1]');
