@@ -64,7 +64,8 @@ for (const command of ['continue', 'next', 'stepIn', 'stepOut']) {
         withClient(async (client) => {
             await client.launch({ program: DYING, postMortem: true });
             await looksBack(client);
-            await until(() => client.written('stderr').includes('KeyError: 5\n'), () => 'no message');
+            await until(() => client.written('stderr').includes('KeyError: 5\n'),
+                () => 'no message');
             assert.equal(client.written(), '');
             await client.send(command, { threadId: 1 });
             assert.equal((await client.next('exited')).exitCode, 1);

@@ -143,8 +143,8 @@ try:
     int('old')
 except ValueError:
     print 'handling'
-''', 'p __import__("sys").exc_info()', 'b 5', 'c', 'p sys.exc_info()[0]', '1 / 0', 'p sys.exc_info()[0]',
-                               'p __exception__', 'c')
+''', 'p __import__("sys").exc_info()', 'b 5', 'c', 'p sys.exc_info()[0]', '1 / 0',
+                               'p sys.exc_info()[0]', 'p __exception__', 'c')
         self.assertEqual(answers[0], '(None, None, None)\n')
         self.assertEqual(answers[3], "<type 'exceptions.ValueError'>\n")
         self.assertEqual(answers[5], "<type 'exceptions.ValueError'>\n")
@@ -210,8 +210,8 @@ try:
     f()
 except KeyError:
     print sorted(globals()), '_' in dir(__builtins__)
-''', 'catch always', 'c', '1', 'p __exception__ is _', 'p sorted(locals())', 'up', '__exception__[0]',
-                               'c')
+''', 'catch always', 'c', '1', 'p __exception__ is _', 'p sorted(locals())', 'up',
+                               '__exception__[0]', 'c')
         self.assertEqual(answers[4], '[]\n')
         self.assert_in("['__builtins__', '__doc__', '__file__', '__name__', '__package__', 'f'] "
                        "False\n", answers[7])
