@@ -52,7 +52,7 @@ _BINARY = ('add', 'sub', 'mul', 'div', 'mod', 'divmod', 'pow', 'lshift', 'rshift
 # What classic instances are asked for, and do well without.
 _CLASSIC = ('next', ) + tuple(['__%s__' % name for name in (
     'nonzero', 'cmp', 'lt', 'le', 'eq', 'ne', 'gt', 'ge', 'coerce', 'contains', 'iter', 'hash',
-    'repr', 'str', 'unicode', 'index', 'call', 'trunc', 'getslice', 'setslice', 'delslice')
+    'repr', 'str', 'unicode', 'index', 'call', 'trunc', 'getslice', 'setslice', 'delslice', 'dir')
     + _BINARY + tuple(['r' + name for name in _BINARY])
     + tuple(['i' + name for name in _BINARY if name != 'divmod'])])
 
@@ -114,6 +114,9 @@ ROWS = tuple([Row(*row) for row in (
      (AttributeError,), DROPPED, 'is_classic_question'),
     ('a classic instance that is no sequence', _TO_THE_END + ('GET_ITER', 'iter'),
      ('__getattr__',), ('__getitem__',), (AttributeError,), DROPPED, 'is_classic_question'),
+
+    ('a property of a classic instance', ANY, ANY, ANY, (AttributeError,), PERHAPS,
+     'is_property_of_classic'),
 
     # abstract.c _PyObject_LengthHint
     ('a length', _ASKING_LENGTH + _VAR_CALLS + _STORE_SLICE + ('INPLACE_ADD',),

@@ -22,6 +22,9 @@ from sorrel.service.c_callers import ALL
 UNKNOWN_C, UNREAD = 'unknown C', 'unread'
 
 _GENERATOR = 0x20
+_BOUND = (types.BuiltinMethodType, type(''.__str__))
+# As no metaclass of the program's can have it.
+_mro = type.__dict__['__mro__'].__get__
 _QUESTIONS = ('__getattr__', '__getattribute__')
 _MODULES = (collections, functools, imp, itertools, operator)
 # Instructions that call nothing, and only let go of what was there.
@@ -128,6 +131,11 @@ class _Call(object):
             self.is_call and (not code_paths.is_known(self.callee)
                               or self.c_name in ('getattr', 'operator.attrgetter')))
 
+    def is_property_of_classic(self):
+        """Whether it may be one that stands for a special method."""
+        return self.is_classic() and self._frame.f_code.co_argcount == 1 \
+            and not self.name.startswith('__') and self.by != 'LOAD_ATTR' and not self.is_call
+
     def is_generator(self):
         return bool(self._frame.f_code.co_flags & _GENERATOR)
 
@@ -156,7 +164,8 @@ class _Call(object):
 
     def is_release(self):
         """Nothing but that an object has gone can have called the function."""
-        return not self.is_call or type(self.callee) in (types.FunctionType, types.MethodType)
+        return not self.is_call or code_paths.is_any(
+            type(self.callee), (types.FunctionType, types.MethodType))
 
     def is_call_of_c(self):
         return self.is_call and code_paths.is_known(self.callee) and not self.is_release()
@@ -203,7 +212,8 @@ class _Call(object):
             _sorrel.static_attribute, kind, '__getattr__') is not code_paths.UNKNOWN
 
     def sets_softspace(self):
-        return self._argument(1) == 'softspace'
+        name = self._argument(1)
+        return type(name) is str and name == 'softspace'
 
     def is_set(self):
         return issubclass(type(self._argument(0)), set)
@@ -218,12 +228,12 @@ def c_name(value):
     """How the table names something in C; None for what it does not name."""
     if not code_paths.is_known(value):
         return None
-    if type(value) in (types.BuiltinMethodType, type(''.__str__)) and value.__self__ is not None:
+    if code_paths.is_any(type(value), _BOUND) and value.__self__ is not None:
         value = code_paths.value_or_unknown(
             _sorrel.static_attribute, type(value.__self__), value.__name__)
     name = _names.get(id(value))
     if name is None and issubclass(type(value), type):
-        for base in value.__mro__[1:-1]:
+        for base in _mro(value)[1:-1]:
             name = name or _names.get(id(base))
     return name
 

@@ -23,7 +23,7 @@ RAISES, RAISES_OTHER, RETURNS_TRUE, RETURNS_FALSE, RETURNS, YIELDS, CAUGHT, UNCL
     'unclear')
 
 # Instructions to follow before it is given up.
-_LIMIT = 3000
+_LIMIT = 1000
 
 _BLOCKS = dict((opcode.opmap[name], name)
                for name in ('SETUP_LOOP', 'SETUP_EXCEPT', 'SETUP_FINALLY', 'SETUP_WITH')
@@ -96,7 +96,9 @@ class Ways(object):
         left = _LIMIT
         while self._todo:
             way = self._todo.pop()
-            key = (way.offset, way.blocks, way.handled, tuple(map(id, way.stack)),
+            # By their ids: objects of the program have their own ideas of what is equal.
+            key = (way.offset, way.handled, tuple(map(id, way.stack)),
+                   tuple([block[:3] + (id(block.exit),) for block in way.blocks]),
                    tuple([(index, id(value)) for index, value in way.variables]))
             if key in self._seen:
                 continue
@@ -156,7 +158,7 @@ class Ways(object):
     def _at_LOAD_ATTR(self, instruction, way):
         name = self._raw_code.co_names[instruction.argument]
         value = attribute(_top(way), name)
-        if name == '__exit__' and _is_any(type(value), _METHODS):
+        if name == '__exit__' and is_any(type(value), _METHODS):
             value = value.__get__(_top(way))
         self._go(way, instruction.next, 1, [value])
 
@@ -289,7 +291,7 @@ class Ways(object):
             raised = way.handled or UNKNOWN
         elif count == 1:
             raised = _top(way)
-        elif _is_any(_top(way, count - 2), (THE_EXCEPTION, UNKNOWN)):
+        elif is_any(_top(way, count - 2), (THE_EXCEPTION, UNKNOWN)):
             raised = _top(way, count - 2)
         elif _top(way, count - 1) is UNKNOWN:
             raised = UNKNOWN
@@ -386,7 +388,7 @@ class Ways(object):
             return _matches(self._type, arguments[1])
         if function is issubclass and len(arguments) == 2:
             return _matches(*arguments)
-        if _is_any(type(function), _BOUND) and function.__name__ == '__exit__':
+        if is_any(type(function), _BOUND) and function.__name__ == '__exit__':
             swallows = self._exit_swallows(function, self._type)
             return UNKNOWN if swallows is None else swallows
         return UNKNOWN
@@ -405,7 +407,7 @@ def is_known(value):
 
 # Neither "in" nor isinstance, which may ask classes of the program.
 
-def _is_any(value, others):
+def is_any(value, others):
     for other in others:
         if value is other:
             return True
@@ -443,9 +445,9 @@ def attribute(value, name):
     if found is UNKNOWN:
         kind = type(value) if type(value) is not types.InstanceType else value.__class__
         found = value_or_unknown(_sorrel.static_attribute, kind, name)
-        if not _is_any(type(found), _METHODS + _WRAPPED):
+        if not is_any(type(found), _METHODS + _WRAPPED):
             found = UNKNOWN
-    if _is_any(type(found), _WRAPPED):
+    if is_any(type(found), _WRAPPED):
         found = found.__get__(None, object)
     return found
 
@@ -461,10 +463,10 @@ def _top(way, depth=0):
 
 def _truth(value):
     """Whether it counts as true, None where that is not known."""
-    if _is_any(type(value), _PLAIN):
+    if is_any(type(value), _PLAIN):
         return bool(value)
     # A class may have a metaclass that says otherwise.
-    return True if _is_any(value, (THE_EXCEPTION, _OTHER)) or _is_any(
+    return True if is_any(value, (THE_EXCEPTION, _OTHER)) or is_any(
         type(value), _CLASSES + (types.FunctionType,)) else None
 
 
@@ -486,7 +488,7 @@ def _compared(operator, left, right):
                 return UNKNOWN
         if name in ('is', 'is not'):
             return (left is right) == (name == 'is')
-        if all([_is_any(type(value), _CLASSES + (type(None),)) for value in (left, right)]):
+        if all([is_any(type(value), _CLASSES + (type(None),)) for value in (left, right)]):
             return (left is right) == (name == '==')
     return UNKNOWN
 
@@ -498,6 +500,6 @@ def _matches(kind, wanted):
         if True in answers:
             return True
         return UNKNOWN if UNKNOWN in answers else False
-    if _is_any(type(wanted), _CLASSES) and is_class(kind):
+    if is_any(type(wanted), _CLASSES) and is_class(kind):
         return issubclass(kind, wanted)
     return UNKNOWN

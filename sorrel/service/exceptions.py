@@ -31,7 +31,7 @@ _PART_OF_NORMAL_WORK = (GeneratorExit, StopIteration, SystemExit)
 Judgement = namedtuple('Judgement', 'policy frame is_end called_by_c')
 NO_JUDGEMENT = Judgement(None, None, False, False)
 
-_NOTHING = None, False
+_NOTHING = None, False, None
 # In place of a clause's offset.
 _LOOP_END = -1
 _RUN_EXIT_FUNCTIONS = atexit._run_exitfuncs.func_code
@@ -47,8 +47,9 @@ class Exceptions(object):
 
     def __init__(self, all_breakpoints):
         """all_breakpoints: the service's Breakpoints."""
-        # For each thread, what tells the traceback of its last exception event from others, and
-        # whether the front end knows of that exception.
+        # For each thread, what tells the traceback of its last exception event from others,
+        # whether the front end knows of that exception, and the id of the frame that is to
+        # swallow it.
         self._last = {}
         # For each thread, what tells the traceback of the exception where it was raised that the
         # front end was last told of.
@@ -128,10 +129,11 @@ class Exceptions(object):
         type, _, traceback = error
         if traceback is None:
             return False
-        known, is_told = self._last.get(thread, _NOTHING)
-        is_told = is_told and _leads_to(traceback.tb_next, known)
+        known, is_told, swallowing_in = self._last.get(thread, _NOTHING)
+        if (is_told or swallowing_in) and not _leads_to(traceback.tb_next, known):
+            is_told, swallowing_in = False, None
         key = _key(traceback)
-        self._last[thread] = key, is_told
+        self._last[thread] = key, is_told, swallowing_in
         if is_told:
             self.learning.goes_on(thread, traceback)
         elif self._told.get(thread) == key:
@@ -169,7 +171,7 @@ class Exceptions(object):
         is_end = not is_step and _is_outermost(frame) and self._listed(type) != NEVER \
             and frame.f_code is not _RUN_EXIT_FUNCTIONS and self._handler(frame, type) is None
         if is_end:
-            is_end = (fate or swallowing.fate(frame, type)) == swallowing.LEAVES
+            is_end = (fate or swallowing.fate(frame, type)[0]) == swallowing.LEAVES
         if policy == UNHANDLED:
             self.learning.watch(thread, raised_at(error), traceback)
             # Whoever might have swallowed it has not, once it has come to who runs the program.
@@ -190,7 +192,7 @@ class Exceptions(object):
         """The front end is told of an exception of the thread's."""
         known = self._last.get(thread)
         if known is not None and _leads_to(error[2], known[0]):
-            self._last[thread] = known[0], True
+            self._last[thread] = known[0], True, None
         if error[2] is not None:
             self._told[thread] = _key(frames.innermost(error[2]))
 
@@ -223,7 +225,7 @@ class Exceptions(object):
         if is_step or not self.modes:
             return None, None
         handler, clause = self._handler(frame, type) or (None, None)
-        fate = swallowing.fate(frame, type, handler or _runner_of_exit_functions(frame))
+        fate = self._fate(thread, frame, type, handler or _runner_of_exit_functions(frame))
         if handler is None and UNHANDLED in self.modes and fate not in swallowing.SWALLOWED and (
                 not self.learning.is_swallowed(thread, place, frame) or _is_left_for_good(frame)):
             return UNHANDLED, fate
@@ -234,6 +236,19 @@ class Exceptions(object):
                 and fate not in swallowing.SWALLOWED and _prints(handler, clause, type)):
             return PRINTED, None
         return None, None
+
+    def _fate(self, thread, frame, type, end):
+        """What becomes of the thread's last exception in the frame. end: as for `swallowing.fate`.
+
+        What was found in a frame further in holds until the exception has come where it said.
+        """
+        key, is_told, swallowing_in = self._last.get(thread, _NOTHING)
+        if _is_inside(frame, swallowing_in):
+            return swallowing.DROPPED
+        fate, place = swallowing.fate(frame, type, end)
+        if fate in swallowing.SWALLOWED:
+            self._last[thread] = key, is_told, place and id(place)
+        return fate
 
     def _listed(self, type):
         """ALWAYS or NEVER, whichever is said of the type or its nearest base; or None."""
@@ -286,7 +301,7 @@ def _leaves_own_code(traceback, type, handler):
         if caller is handler:
             return False
         if not libraries.is_own_code(caller):
-            return swallowing.fate(frame, type, caller) not in swallowing.SWALLOWED
+            return swallowing.fate(frame, type, caller)[0] not in swallowing.SWALLOWED
     return True
 
 
@@ -305,6 +320,15 @@ def raised_at(error):
     """The (path, line) at which an exception, as (type, value, traceback), was raised."""
     traceback = frames.innermost(error[2])
     return core.get_frame_file(traceback.tb_frame), traceback.tb_lineno
+
+
+def _is_inside(frame, id_of_caller):
+    """Whether the frame is that of this id, or was called from there."""
+    while id_of_caller is not None and frame is not None:
+        if id(frame) == id_of_caller:
+            return True
+        frame = frame.f_back
+    return False
 
 
 def _key(traceback):

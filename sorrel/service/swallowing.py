@@ -20,9 +20,18 @@ SWALLOWED = (DROPPED, PRINTED, PERHAPS)
 def fate(frame, kind, end=None):
     """What becomes of an exception of this class that has come up in a frame of the program.
 
-    end: the frame that is not looked at any more, with those that it was called from.
+    And the frame in which, or at whose call, it may first be swallowed; None for none. end: the
+    frame that is not looked at any more, with those that it was called from.
     """
-    answer = LEAVES
+    try:
+        return _fate(frame, kind, end)
+    except (LookupError, RuntimeError, MemoryError):
+        # Code that no compiler has made; or no room is left.
+        return LEAVES_SOMEHOW, None
+
+
+def _fate(frame, kind, end):
+    answer, place = LEAVES, None
     for inner in frames.outward(frame):
         if inner is end:
             break
@@ -30,15 +39,17 @@ def fate(frame, kind, end=None):
         outer = inner.f_back
         if one is None and outer is not None and frames.is_program(outer):
             one = c_calls.fate(inner, outer, kind)
+        if one in SWALLOWED and place is None:
+            place = inner
         if one == DROPPED or one == PRINTED:
-            return one
+            return one, place
         if one == PERHAPS or answer == PERHAPS:
             answer = PERHAPS
         elif one == c_calls.UNKNOWN_C or answer == LEAVES_BY_C:
             answer = LEAVES_BY_C
         elif one == c_calls.UNREAD:
             answer = LEAVES_SOMEHOW
-    return answer
+    return answer, place
 
 
 def _inside(frame, kind):

@@ -468,7 +468,7 @@ def a_classic_instance():
     x == y, x != y, x == 1, cmp(x, y), {x: 1}, hash(x)
     x < y
     print >>sys.stderr, x,
-    str(x), repr(x), '%s' % x, `x`
+    str(x), repr(x), '%s' % x, `x`, dir(x)
     for attempt in ('x + y', 'x - 1', '1 * x', 'x in y', 'iter(x)', '[1][x]', 'x()', 'x += 1',
                     'list(x)', 'x | y', 'x[1:2]', 'for a in x: pass'):
         try:
@@ -494,6 +494,42 @@ def no_sequence():
             exec attempt in {'x': Classic()}
         except TypeError:
             pass
+
+
+@is_swallowed
+def a_classic_property():
+    """a property of a classic instance"""
+    def fail(self):
+        raise AttributeError('no')
+    class Odd:
+        __eq__ = property(fail)
+        __nonzero__ = property(fail)
+    x = Odd()
+    x == Odd()
+    not x
+
+
+@ends_its_thread
+def a_classic_class():
+    def fail(self):
+        raise AttributeError('no')
+    class Odd:
+        __init__ = property(fail)
+    Odd()
+
+
+@is_swallowed
+def a_deep_one():
+    """hasattr"""
+    class Odd(object):
+        @property
+        def deep(self):
+            return self.down(300)
+        def down(self, n):
+            if n:
+                return self.down(n - 1)
+            raise AttributeError('deep')
+    hasattr(Odd(), 'deep')
 
 
 @ends_its_thread
