@@ -68,7 +68,9 @@ ROWS = tuple([Row(*row) for row in (
     ('the end of a generator that is closed', ('generator.close',), ANY, ANY,
      (StopIteration, GeneratorExit), DROPPED, 'is_generator'),
     ('a generator that is dropped', ANY, ANY, ANY, ALL, PRINTED, 'is_release_of_generator'),
-    # errors.c PyErr_GivenExceptionMatches
+    # errors.c PyErr_WriteUnraisable, PyErr_GivenExceptionMatches
+    ('the text of an error that is ignored', ANY, ('__str__', '__repr__'), ANY, ALL, DROPPED,
+     'is_releasing'),
     ('an except clause', ('COMPARE_OP',), ('__subclasscheck__',), ANY, ALL, PRINTED,
      'is_except_clause'),
 
@@ -84,6 +86,8 @@ ROWS = tuple([Row(*row) for row in (
     ('the class of an instance', ('isinstance',), ANY, ('__class__',), ALL, DROPPED, ''),
     ('the bases of a class', ('isinstance', 'issubclass'), ANY, ('__bases__',), (AttributeError,),
      DROPPED, ''),
+    ('a property of an instance or a class', ('isinstance', 'issubclass'), ANY, ANY,
+     (AttributeError,), DROPPED, 'is_property'),
     ('dir', ('dir',), ANY, ('__dict__', '__class__', '__bases__', '__members__', '__methods__'),
      ALL, DROPPED, ''),
     ('callable', ('callable',), ANY, ('__call__',), ALL, DROPPED, 'is_classic'),

@@ -131,10 +131,16 @@ class _Call(object):
             self.is_call and (not code_paths.is_known(self.callee)
                               or self.c_name in ('getattr', 'operator.attrgetter')))
 
+    def is_property(self):
+        """Whether it may be one that stands for something special."""
+        return self._frame.f_code.co_argcount == 1 and not self.name.startswith('__')
+
     def is_property_of_classic(self):
-        """Whether it may be one that stands for a special method."""
-        return self.is_classic() and self._frame.f_code.co_argcount == 1 \
-            and not self.name.startswith('__') and self.by != 'LOAD_ATTR' and not self.is_call
+        return self.is_property() and self.is_classic() \
+            and self.by != 'LOAD_ATTR' and not self.is_call
+
+    def is_releasing(self):
+        return self.by in _RELEASING
 
     def is_generator(self):
         return bool(self._frame.f_code.co_flags & _GENERATOR)

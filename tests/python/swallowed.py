@@ -308,6 +308,30 @@ def bases_of_a_class():
 
 
 @is_swallowed
+def a_property_of_bases():
+    """a property of an instance or a class"""
+    def fail(self):
+        raise AttributeError('no')
+    class Odd(object):
+        __class__ = property(fail)
+    isinstance(Odd(), int)
+
+
+@is_swallowed
+def an_error_without_text():
+    """the text of an error that is ignored"""
+    class Error(Exception):
+        def __str__(self):
+            raise ValueError('no text')
+        __repr__ = __str__
+    class Fails(object):
+        def __del__(self):
+            raise Error
+    x = Fails()
+    del x
+
+
+@is_swallowed
 def a_directory():
     """dir"""
     class Odd(object):
