@@ -18,7 +18,7 @@ usage: ./morvik COMMAND [OPTIONS]
   demo [--python EXE]                     watch two short recorded sessions
   test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
   test --asan [--python EXE]...           the same with sanitizers, on the default host
-  test --long [--asan] [--python EXE]...  soak, fuzzing and failing allocations at whole length
+  test --long [--asan] [--python EXE]...  soak, fuzzing and others at whole length
   bench [--python EXE] [ARGS]             measure the core beside other trace functions
   help                                    this text
 
@@ -135,6 +135,7 @@ command_setup() {
     exe=$(one_host) || exit
     need_test_tools
     want_client_tools
+    want_programs
     say "host: $exe"
 }
 
@@ -205,7 +206,7 @@ command_test() {
     [[ -z $long ]] || rest=(-C long -L long "${rest[@]}")
     list=$(test_hosts) || exit
     need_test_tools
-    [[ -n $asan ]] || want_client_tools
+    [[ -n $asan ]] || { want_client_tools; want_programs; }
     mkdir -p "$tests"
     : >"$tests/CTestTestfile.cmake"
     # The command itself is tested once, on a host whose plain build is there.

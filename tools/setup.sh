@@ -129,15 +129,14 @@ missing_library_packages() {
     done | sort -u
 }
 
-# fetch_hosts FOLDER: downloads the packages into FOLDER, from the first archive that has them.
-fetch_hosts() {
-    local mirror keyring packages
-    mapfile -t packages < <(missing_library_packages)
+# fetch_packages FOLDER PACKAGE...: downloads them, from the first archive that has them.
+fetch_packages() {
+    local folder=$1 mirror keyring
+    shift
     while read -r mirror keyring; do
         if (
             use_private_apt "$mirror" "$keyring"
-            cd "$1" && apt-get -qq update &&
-                apt-get -qq download "${host_packages[@]}" "${packages[@]}"
+            cd "$folder" && apt-get -qq update && apt-get -qq download "$@"
         ) >&2; then
             return
         fi
@@ -145,9 +144,22 @@ fetch_hosts() {
     return 1
 }
 
+# unpack_packages FOLDER ROOT: those in FOLDER, with one folder of libraries, whichever of the two
+# a package names.
+unpack_packages() {
+    local package
+    mkdir -p "$2/usr/lib"
+    ln -s usr/lib "$2/lib"
+    for package in "$1"/*.deb; do
+        dpkg-deb --fsys-tarfile "$package" |
+            tar -x -C "$2" --no-same-owner --keep-directory-symlink ||
+            die "could not unpack ${package##*/}"
+    done
+}
+
 # bring_hosts: Debian's 2.7, debug and release, into .deps/root.
 bring_hosts() {
-    local fetched=$deps/fetched package lock
+    local fetched=$deps/fetched libraries lock
     hosts_brought && return
     if ! type -P apt-get dpkg-deb >/dev/null; then
         host_advice "Debian's 2.7 cannot be brought: this is no Debian machine"
@@ -162,16 +174,10 @@ bring_hosts() {
     say "bringing Debian's own 2.7, debug and release, into .deps"
     rm -rf "$fetched" "$deps/root.new" "$deps/root"
     mkdir -p "$fetched"
-    fetch_hosts "$fetched" ||
+    mapfile -t libraries < <(missing_library_packages)
+    fetch_packages "$fetched" "${host_packages[@]}" "${libraries[@]}" ||
         host_advice "Debian's 2.7 could not be fetched from the archives this machine knows"
-    # One folder of libraries, whichever of the two a package names.
-    mkdir -p "$deps/root.new/usr/lib"
-    ln -s usr/lib "$deps/root.new/lib"
-    for package in "$fetched"/*.deb; do
-        dpkg-deb --fsys-tarfile "$package" |
-            tar -x -C "$deps/root.new" --no-same-owner --keep-directory-symlink ||
-            die "could not unpack ${package##*/}"
-    done
+    unpack_packages "$fetched" "$deps/root.new"
     touch "$deps/root.new/.complete"
     mv "$deps/root.new" "$deps/root"
     rm -rf "$fetched" "$deps/apt"
