@@ -1,0 +1,1 @@
+{'targets': [{'target_name': 'a', 'type': 'none', 'dependencies': ['nosuch']}]}

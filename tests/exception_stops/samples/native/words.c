@@ -1,0 +1,1 @@
+int words(void) { return 2; }
