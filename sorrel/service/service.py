@@ -135,7 +135,7 @@ class Service(object):
 
     def _at_end(self, error, status):
         thread = self.main_thread
-        self._interrupted.discard(thread)
+        self._interrupted.pop(thread, None)
         frame = frames.innermost(error[2]).tb_frame
         resume = self._ask(Stop(
             thread, frame, RAISED, error, POST_MORTEM, False, False))

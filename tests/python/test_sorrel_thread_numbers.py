@@ -150,10 +150,10 @@ class KeptTest(harness.CoreTestCase):
             raise ValueError
         except ValueError:
             error = sys.exc_info()
-        for name, arguments in (('keep_living', ()), ('told', (5,))):
+        for name, arguments in (('keep_living', ()), ('told', (5, error))):
             def prepare():
-                kept = exceptions.Exceptions()
-                kept.judge(5, sys._getframe(), error, False)
+                kept = exceptions.Exceptions(None)
+                kept.is_of_concern(5, sys._getframe(), error)
                 return (lambda: getattr(kept, name)(*arguments)), \
                     (lambda: kept.forget_thread(5))
             at_each_moment(prepare)
