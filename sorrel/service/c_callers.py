@@ -21,9 +21,6 @@ ANY = ()
 # All that can be raised, classic classes included.
 ALL = (object,)
 
-_IN_PLACE = tuple(['INPLACE_' + name for name in (
-    'ADD', 'SUBTRACT', 'MULTIPLY', 'DIVIDE', 'MODULO', 'POWER', 'LSHIFT', 'RSHIFT', 'AND', 'OR',
-    'XOR', 'FLOOR_DIVIDE', 'TRUE_DIVIDE')])
 _TRUTH_TESTS = ('UNARY_NOT', 'JUMP_IF_FALSE', 'JUMP_IF_TRUE', 'POP_JUMP_IF_FALSE',
                 'POP_JUMP_IF_TRUE', 'JUMP_IF_FALSE_OR_POP', 'JUMP_IF_TRUE_OR_POP',
                 # 2.6 goes on from these to the jump without saying so.

@@ -60,7 +60,7 @@ class Stops(object):
             return self._consider_step(stop, going)
         if stop.reason == STEPPED:
             return None  # At breakpoints that are not due.
-        # Where no step ends, only a pause stops a thread as it returns or raises.
+        # It returns or raises where none of its steps ends: told all the same, as a pause.
         return Told('pause', _caller(stop) or stop.frame, {})
 
     def forget(self, thread):
