@@ -90,6 +90,8 @@ void thread_end_dealloc(PyObject* self) {
         if (end->thread == current_thread_state()) {
             const Ref result = Ref::steal(PyObject_CallObject(end->on_end, nullptr));
             if (!result) {
+                // Written in pieces, to a stream that the interpreter only borrows meanwhile.
+                const Ref stream = Ref::share(PySys_GetObject(const_cast<char*>("stderr")));
                 PyErr_WriteUnraisable(end->on_end);
             }
         }

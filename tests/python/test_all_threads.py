@@ -131,6 +131,22 @@ class AllThreadsTest(harness.TestCase):
         finally:
             sys.stderr = standard_error
 
+    def test_an_error_is_told_whole_though_its_stream_goes_meanwhile(self):
+        written = []
+
+        class Fleeting(object):
+            def write(self, text):
+                sys.stderr = standard_error
+                written.append(text)
+        standard_error = sys.stderr
+        runner = Runner()
+        sys.stderr = Fleeting()
+        self.trace_all(lambda: 1 / 0)
+        runner.end()
+        self.wait_for(lambda: ' ignored' in ''.join(written))
+        self.assert_in('ZeroDivisionError', ''.join(written))
+        self.assert_in(' ignored', ''.join(written))
+
     def test_line_events_are_made_however_often_threads_were_traced(self):
         """The interpreter counts the threads that are; were it wrong, there would be none."""
         for _ in range(20):
