@@ -92,6 +92,10 @@ ROWS = tuple([Row(*row) for row in (
     ('a classic number', ('int', 'long'), ANY, ('__int__', '__trunc__', '__long__'), ALL, PERHAPS,
      'is_classic'),
     ('a classic text', ('unicode',), ANY, ('__unicode__',), ALL, DROPPED, 'is_classic'),
+    # _struct.c get_pylong, of 2.7
+    ('an index that is packed', ('struct.pack', 'struct.pack_into', 'struct.Struct.pack',
+                                 'struct.Struct.pack_into'),
+     ('__index__',), ANY, (TypeError,), DROPPED, ''),
     # ceval.c build_class, import_all_from, import_from; import.c ensure_fromlist, get_path_importer
     ('the class of a base', ('BUILD_CLASS',), ANY, ('__class__',), ALL, DROPPED, ''),
     ('all names of a module', ('IMPORT_STAR',), ANY, ('__all__', '__dict__'), (AttributeError,),

@@ -7,6 +7,7 @@ import imp
 import itertools
 import opcode
 import operator
+import struct
 import types
 import weakref
 
@@ -26,7 +27,7 @@ _BOUND = (types.BuiltinMethodType, type(''.__str__))
 # As no metaclass of the program's can have it.
 _mro = type.__dict__['__mro__'].__get__
 _QUESTIONS = ('__getattr__', '__getattribute__')
-_MODULES = (collections, functools, imp, itertools, operator)
+_MODULES = (collections, functools, imp, itertools, operator, struct)
 # Instructions that call nothing, and only let go of what was there.
 _RELEASING = ('POP_TOP', 'POP_BLOCK', 'STORE_FAST', 'STORE_NAME', 'STORE_GLOBAL', 'STORE_DEREF',
               'DELETE_FAST', 'DELETE_NAME', 'DELETE_GLOBAL', 'BREAK_LOOP', 'CONTINUE_LOOP',

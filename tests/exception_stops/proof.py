@@ -5,9 +5,10 @@ usage: morvik-python tests/exception_stops/proof.py [--verbose] [GROUP | NAME...
 Each program runs twice in processes of its own: with the core counting the exceptions that it
 raises, and under the service, which stops where nothing will catch one and goes on.  A stop is true
 if its exception then ends the thread or the program, or is printed by the interpreter or by a
-library in their name; else it is false.  An end without a stop is missed; what the interpreter
-prints and ignores is for another mode.  Without a name, MORVIK_TEST_LONG asks for all the programs
-instead of a few.  Status 77 says that none of them is there.
+library in their name; else it is false, which is wrong but for the few of which `programs` says
+that nobody could know it.  An end without a stop is missed; what the interpreter prints and ignores
+is for another mode.  Without a name, MORVIK_TEST_LONG asks for all the programs instead of a few.
+Status 77 says that none of them is there.
 """
 
 import os
@@ -140,11 +141,14 @@ class Verdict(object):
                  and (text is None or text in stop["texts"])]
         return found and min(found, key=lambda stop: stop["number"]) or None
 
-    def stories(self):
-        """Each place where there were false stops, with the first of them."""
+    def stories(self, unknowable):
+        """Each place where there were false stops but for those, with the first of them."""
         chains = dict((each["number"], each["lines"]) for each in self.run.of("chain"))
         times = {}
         for stop in self.false:
+            if [1 for type, function in unknowable
+                    if stop["type"] == type and ")%s() " % function in stop["where"]]:
+                continue
             times.setdefault(repr(chains[stop["number"]][:3]), []).append(stop)
         return ["%d false: %s" % (len(stops), self._story(stops[0])) for stops in times.values()]
 
@@ -186,7 +190,7 @@ def examine(program, verbose):
     figures.programs = 1
     figures.stops, figures.true = len(verdict.stops), len(verdict.true)
     figures.missed = len(verdict.missed)
-    wrong = verdict.stories()
+    wrong = verdict.stories(program.unknowable)
     wrong.extend("missed: " + each for each in verdict.missed)
     for each in counted.of("raised"):
         figures.raised = each["number"]

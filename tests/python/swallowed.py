@@ -10,6 +10,7 @@ import gc
 import imp
 import itertools
 import operator
+import struct
 import sys
 import threading
 import types
@@ -373,6 +374,25 @@ def a_number():
         def __trunc__(self):
             return 5
     int(Odd())
+
+
+@is_swallowed
+def a_packed_index():
+    """an index that is packed"""
+    try:
+        struct.pack('i', broken('__index__')(TypeError('no index')))
+    except struct.error:
+        pass
+    try:
+        packer = struct.Struct('q')
+        packer.pack(broken('__index__')(TypeError('no index')))
+    except struct.error:
+        pass
+
+
+@ends_its_thread
+def a_packed_index_of_another_error():
+    struct.pack('i', broken('__index__')(ValueError('no index')))
 
 
 @is_swallowed

@@ -8,6 +8,9 @@ from sorrel.inspection import frames
 from sorrel.service import c_callers, c_calls, exceptions, runner, service, stops
 from sorrel.service.stops import RAISED, Resume
 
+# 2.6 does not ask for an index there.
+OF_2_7 = ('an index that is packed',)
+
 FOLDER = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -113,7 +116,8 @@ class CCallers(Programs):
                  for function in program['swallowed']
                  if function.__doc__ not in self.rows.get(function.__name__, ())
                  # The core sees where 2.7 is in a loop.
-                 and not (function.__doc__.endswith(' at once') and sys.version_info >= (2, 7))]
+                 and not (function.__doc__.endswith(' at once') and sys.version_info >= (2, 7))
+                 and not (function.__doc__ in OF_2_7 and sys.version_info < (2, 7))]
         self.assertEqual(wrong, [])
         named = set(function.__doc__ for function in program['swallowed'])
         self.assertEqual([row.name for row in c_callers.ROWS if row.name not in named], [])
