@@ -168,15 +168,22 @@ def wrap_end(report, owner, name, kind, of_caller=None):
     function = getattr(owner, name)
 
     def wrapper(*arguments, **keywords):
-        if of_caller is None or sys._getframe(1).f_code is of_caller:
+        caller = sys._getframe(1)
+        if of_caller is None or caller.f_code is of_caller:
             error = error_of(arguments)
             # What no frame of the program has raised is nothing to stop at: a file of its own that
             # does not compile.
             if error[2] is None or not frames.is_own(frames.innermost(error[2]).tb_frame):
-                report.put(kind, **description(error))
+                # Where the program calls such a caller itself, it may still catch the exception.
+                report.put(is_by_program(of_caller, caller) and "printed" or kind,
+                           **description(error))
         return function(*arguments, **keywords)
     setattr(owner, name, wrapper)
     return wrapper
+
+
+def is_by_program(of_caller, caller):
+    return of_caller is not None and caller.f_back is not None and frames.is_program(caller.f_back)
 
 
 def error_of(arguments):
