@@ -64,8 +64,7 @@ void dprintf_write(const char* format, ...) {
     // A failed write or flush is not the program's business. The former's error is dropped before
     // the code of the latter runs, the latter's with keep_error.
     PyErr_Clear();
-    const Ref flushed =
-        Ref::steal(PyObject_CallMethod(file.get(), const_cast<char*>("flush"), nullptr));
+    const Ref flushed = call_method(file.get(), "flush", nullptr);
 }
 
 void dprintf_exception() {

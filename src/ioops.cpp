@@ -42,8 +42,7 @@ OwnedInts socket_fds_from_list(PyObject* list, int* count) {
     for (int i = 0; i < *count; ++i) {
         // An item's method may change the list: hence the checked look-up and the reference.
         const Ref item = Ref::share(PyList_GetItem(list, i));
-        const Ref number = Ref::steal(
-            item ? PyObject_CallMethod(item.get(), const_cast<char*>("fileno"), nullptr) : nullptr);
+        const Ref number = item ? call_method(item.get(), "fileno", nullptr) : Ref();
         const long fd = number ? PyInt_AsLong(number.get()) : -1;
         if (fd == -1 && PyErr_Occurred() != nullptr) {
             return nullptr;

@@ -55,9 +55,7 @@ Ref evaluate_in_python(BreakpointRecord* record, PyFrameObject* frame) {
 
 Ref evaluate_in_sub_language(const BreakpointRecord* record, const Location& location) {
     const Ref text = Ref::steal(PyString_FromString(record->cond));
-    return text ? Ref::steal(PyObject_CallMethod(location.hook, const_cast<char*>("_Eval"),
-                                                 const_cast<char*>("OO"), text.get(),
-                                                 as_object(location.frame)))
+    return text ? call_method(location.hook, "_Eval", "OO", text.get(), as_object(location.frame))
                 : Ref();
 }
 
@@ -141,15 +139,12 @@ bool translate(Location* location, int event) {
     constexpr int kStepOver = 1;
     const PendingErrorGuard drop_errors;
     PyObject* const frame = as_object(location->frame);
-    const Ref wanted =
-        Ref::steal(PyObject_CallMethod(location->hook, const_cast<char*>("_StopHere"),
-                                       const_cast<char*>("Oii"), frame, event, kStepOver));
+    const Ref wanted = call_method(location->hook, "_StopHere", "Oii", frame, event, kStepOver);
     if (!wanted || PyObject_IsTrue(wanted.get()) != 1) {
         drop_error("a place in a sub-language");
         return false;
     }
-    location->translation = Ref::steal(PyObject_CallMethod(
-        location->hook, const_cast<char*>("_TranslateFrame"), const_cast<char*>("Oi"), frame, 0));
+    location->translation = call_method(location->hook, "_TranslateFrame", "Oi", frame, 0);
     // There may be more to it than file and line.
     const Ref place = location->translation
                           ? Ref::steal(PyTuple_GetSlice(location->translation.get(), 0, 2))

@@ -46,6 +46,17 @@ class Ref {
     PyObject* object_ = nullptr;
 };
 
+// What a method of `object` returns, or nothing with an error set. `format` is that of a tuple's
+// items, nullptr for no arguments. 2.6's own way of calling a method by its name takes every
+// failure to find it for an AttributeError, also when memory was short.
+template <typename... Arguments>
+Ref call_method(PyObject* object, const char* name, const char* format, Arguments... arguments) {
+    const Ref method = Ref::steal(PyObject_GetAttrString(object, name));
+    return method ? Ref::steal(PyObject_CallFunction(method.get(), const_cast<char*>(format),
+                                                     arguments...))
+                  : Ref();
+}
+
 // Puts a new reference to `object` (which may be nullptr) into an owning slot. The old occupant
 // goes last, since its destructor may run Python code that looks at the slot.
 inline void set_slot(PyObject*& slot, PyObject* object) {

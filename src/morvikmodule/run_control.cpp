@@ -196,8 +196,7 @@ PyObject* entry_step_out(PyObject* /*self*/, PyObject* /*args*/) {
         PyFrameObject* const caller = frame_back(left.get());
         return request_step(caller != nullptr ? as_object(caller) : Py_None, left.get(), -1, -1);
     }
-    const Ref target = Ref::steal(PyObject_CallMethod(
-        hook.get(), const_cast<char*>("_GetStepOutFrame"), const_cast<char*>("O"), left.get()));
+    const Ref target = call_method(hook.get(), "_GetStepOutFrame", "O", left.get());
     return target ? request_step(target.get(), left.get(), -1, -1) : nullptr;
 }
 

@@ -53,13 +53,10 @@ struct HookAnswer {
 HookAnswer ask_hook(PyObject* hook, PyFrameObject* frame) {
     const PendingErrorGuard drop_errors;
     HookAnswer answer = {false, Ref(), nullptr, nullptr};
-    const Ref wanted = Ref::steal(PyObject_CallMethod(
-        hook, const_cast<char*>("_StopHere"), const_cast<char*>("Oii"), as_object(frame), -1, -1));
+    const Ref wanted = call_method(hook, "_StopHere", "Oii", as_object(frame), -1, -1);
     answer.stop = wanted && PyObject_IsTrue(wanted.get()) == 1;
     if (answer.stop) {
-        answer.translation =
-            Ref::steal(PyObject_CallMethod(hook, const_cast<char*>("_TranslateFrame"),
-                                           const_cast<char*>("Oi"), as_object(frame), 1));
+        answer.translation = call_method(hook, "_TranslateFrame", "Oi", as_object(frame), 1);
     }
     // There may be more to it than file and line.
     const Ref place =

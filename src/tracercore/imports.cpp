@@ -84,10 +84,7 @@ void follow_import(PyObject* module) {
 
 void register_loaded_modules(FirstError* errors) {
     const Ref modules = Ref::steal(PyObject_GetAttrString(core.sys_module, "modules"));
-    const Ref values =
-        modules
-            ? Ref::steal(PyObject_CallMethod(modules.get(), const_cast<char*>("values"), nullptr))
-            : Ref();
+    const Ref values = modules ? call_method(modules.get(), "values", nullptr) : Ref();
     const Ref list = values ? Ref::steal(PySequence_List(values.get())) : Ref();
     if (!list) {
         if (PyErr_Occurred() == PyExc_MemoryError) {

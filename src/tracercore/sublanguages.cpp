@@ -32,7 +32,7 @@ Ref find(PyObject* dict, PyObject* key) {
 
 // What a hook method without arguments answers, if that is a list with something in it.
 Ref ask_for_list(PyObject* hook, const char* method) {
-    Ref answer = Ref::steal(PyObject_CallMethod(hook, const_cast<char*>(method), nullptr));
+    Ref answer = call_method(hook, method, nullptr);
     if (!answer || !PyList_Check(answer.get()) || PyList_GET_SIZE(answer.get()) == 0) {
         drop_error("an answer of a sub-language hook");
         return Ref();
@@ -366,9 +366,7 @@ bool sub_language_stop_test(PyFrameObject* frame, int event) {
         return false;
     }
     const int kind = step_kind();
-    const Ref answer =
-        Ref::steal(PyObject_CallMethod(hook.get(), const_cast<char*>("_StopHere"),
-                                       const_cast<char*>("Oii"), as_object(frame), event, kind));
+    const Ref answer = call_method(hook.get(), "_StopHere", "Oii", as_object(frame), event, kind);
     const int stop = answer ? PyObject_IsTrue(answer.get()) : -1;
     drop_error("a stop of a sub-language");
     if (stop < 0) {

@@ -42,12 +42,18 @@ BATCH = 40          # places for one process
 TIME_LIMIT = 60     # seconds for one place
 WAYS = {"allocation": 1, "call": 2, "all": 3}
 
-# Functions of the interpreter that do not survive it when memory is refused to them, and why.
+# Functions of the interpreter that do not survive it when memory is refused to them, or leave
+# something behind, and why.
 INTERPRETERS_OWN = {
     "PyCode_Optimize": "returns no code and sets no error, which a debug build asserts",
     "_PyObject_DebugReallocApi": "takes a block that is to shrink for one that cannot fail to",
     "do_ignore": "goes on making tuples with an error pending",
+    "PyArena_AddPyObject": "fails unnoticed, and the compiler goes on with an error pending",
+    "symtable_new": "sets no error, and the compiler raises SystemError for it",
 }
+
+# The interpreter's own, too: what it has made, it does not give back everywhere when it fails.
+KEEPS_REFERENCES = "PyAST_Compile"
 
 # What this function of the core calls is the import callback, and an error of that stays set beside
 # the import's result: a call that is refused cannot be told from it.
@@ -326,6 +332,8 @@ class Report(object):
             return
         for line in refused + fault:
             function = line.split(" at ")[0].split("(")[0]
+            if function == KEEPS_REFERENCES and "references kept" in complaint:
+                return
             if function in INTERPRETERS_OWN:
                 self.own[function] = self.own.get(function, 0) + 1
                 return

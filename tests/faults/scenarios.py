@@ -414,7 +414,8 @@ def threads(session):
     session.see("set_break", session.path("program.py"), 4, 1, 0, None, 0)
     session.run(THREADED, begin="continue_run")
     session.see("thread_exiting")
-    session.seen.append(len(policies))
+    # A thread may get the ident of one that has not quite ended: then it is not asked about.
+    session.seen.append(len(policies) > 1)
 
 
 LANGUAGE = """\
