@@ -128,6 +128,9 @@ for t in threads: t.join()
             core.clear_all_breaks()
 
     def edit_in_condition(self, i):
+        # Each of its kind can add another one: now and then thousands came of that.
+        if len(core.get_file_breaks(self.path)) > 100:
+            core.clear_all_breaks()
         self.edit(self.edits + i)
         if i % 10 == 0:
             time.sleep(0)
