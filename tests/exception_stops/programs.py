@@ -10,11 +10,6 @@ import shlex
 import shutil
 import sys
 
-try:
-    import zlib
-except ImportError:
-    zlib = None
-
 HERE = os.path.dirname(os.path.abspath(__file__))
 TOP = os.path.dirname(os.path.dirname(HERE))
 REGRTEST = os.path.join(TOP, "tests/regrtest")
@@ -429,10 +424,8 @@ def gyp():
 def regression_tests():
     sys.path.insert(0, REGRTEST)
     import compare
-    names = compare.on_this_host(compare.NAMES)
-    if zlib is None and "test_zipimport" in names:
-        names.remove("test_zipimport")  # It needs that, and fails as a whole.
-    return [RegressionTest(name, [RUN_TESTS, name, "{work}/outcomes"]) for name in names]
+    return [RegressionTest(name, [RUN_TESTS, name, "{work}/outcomes"])
+            for name in compare.on_this_host(compare.NAMES)]
 
 
 GROUPS = {
