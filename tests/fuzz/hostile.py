@@ -38,7 +38,11 @@ _ANSWERS = {"__hash__": [0, 1, -1, 7, 1 << 40], "__nonzero__": [True, False, 1],
 
 def _method(name):
     def method(self, *arguments):
-        return world.answer(name, _ANSWERS.get(name))
+        answer = world.answer(name, _ANSWERS.get(name))
+        # 2.6 never gives back what is no float there, which would count as a leak of the core's.
+        if name == "__float__" and sys.version_info < (2, 7) and not isinstance(answer, float):
+            return 0.0
+        return answer
     method.__name__ = name
     return method
 
