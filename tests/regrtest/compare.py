@@ -152,7 +152,7 @@ def on_this_host(names):
         return []
     folder = os.path.dirname(test.__file__)
     return [name for name in names if os.path.exists(os.path.join(folder, name + ".py"))
-            and has_module(NEEDED.get(name, "sys"))]
+            and (name not in NEEDED or has_module(NEEDED[name]))]
 
 
 def has_module(name):
