@@ -16,14 +16,15 @@ def at_stop(stop):
 
 def of_thread(thread):
     """The stack of a Thread, outermost first."""
-    return _outermost_first(outward(thread.id, thread.frame))
+    return _outermost_first(outward(thread.ident, thread.frame))
 
 
 def of_traceback(thread, traceback):
-    """The entries that an exception has left in a thread, outermost first."""
+    """The entries that an exception has left in a thread (its ident), outermost first."""
+    language = sublanguages.at_work(thread)
     found = []
     while traceback is not None:
-        found += _shown(thread, traceback.tb_frame, traceback.tb_lineno)
+        found += _shown(language, traceback.tb_frame, traceback.tb_lineno)
         traceback = traceback.tb_next
     return found
 
@@ -42,9 +43,10 @@ def outward_from_stop(stop):
 
 
 def outward(thread, frame):
-    """The entries of a thread (the core's id) from this frame on, innermost first, one by one."""
+    """The entries of a thread (its ident) from this frame on, innermost first, one by one."""
+    language = sublanguages.at_work(thread)
     for caller in frames.outward(frame):
-        for entry in _shown(thread, caller, caller.f_lineno):
+        for entry in _shown(language, caller, caller.f_lineno):
             yield entry
 
 
@@ -54,10 +56,10 @@ def _outermost_first(entries):
     return found
 
 
-def _shown(thread, frame, line):
-    if sublanguages.is_hidden(thread, frame):
+def _shown(language, frame, line):
+    if sublanguages.is_hidden(language, frame):
         return []
-    location = sublanguages.location(thread, frame)
+    location = sublanguages.location(language, frame)
     return [Entry(frame, *(location or (source.file_name(frame), line)))]
 
 

@@ -94,7 +94,7 @@ class Breakpoints(object):
         if stop.reason not in (STEPPED, INTERRUPTED):
             return []
         # Of a frame of a sub-language, its own place.
-        place = sublanguages.location(stop.thread, stop.frame) \
+        place = sublanguages.location(sublanguages.at_work(stop.thread), stop.frame) \
             or (source.file_name(stop.frame), stop.frame.f_lineno)
         held = self._service.breakpoints.at(*place)
         there = [breakpoint for breakpoint in self._all() if breakpoint.held in held]
@@ -199,7 +199,7 @@ class Breakpoints(object):
 def _condition_holds(breakpoint, stop):
     if breakpoint.condition is None:
         return True
-    in_its_language = sublanguages.evaluator(stop.thread, stop.frame)
+    in_its_language = sublanguages.evaluator(sublanguages.at_work(stop.thread), stop.frame)
     try:
         if in_its_language is not None:
             return bool(in_its_language(breakpoint.condition))

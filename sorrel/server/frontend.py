@@ -10,6 +10,7 @@ from sorrel.inspection import frames
 from sorrel.server.network.polling import wait
 from sorrel.server.network.wakeup import Wakeup
 from sorrel.server.session import Session
+from sorrel.service import living
 from sorrel.service.stops import DETACH, Resume
 
 # How long the main thread may take to go on with the program, in seconds.
@@ -112,10 +113,8 @@ class Program(object):
 
     def _is_in_server(self):
         """Whether the main thread is."""
-        for thread in self.service.threads():
-            if thread.id == self.service.main_thread and thread.frame is not None:
-                return not frames.is_program(sys._current_frames().get(thread.ident, thread.frame))
-        return False
+        frame = living.current_frames().get(self.service.main_thread)
+        return frame is not None and not frames.is_program(frame)
 
     def is_being_left(self):
         """To be called before the program goes on without its client."""
@@ -164,10 +163,10 @@ class Program(object):
             return self._post_mortem or session.post_mortem
         return self._post_mortem and self._wait_at_end()
 
-    def thread_ended(self, id):
+    def thread_ended(self, ident):
         session = self._session
         if session is not None:
-            session.thread_ended(id)
+            session.thread_ended(ident)
 
     def imported(self):
         session = self._session

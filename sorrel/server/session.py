@@ -162,7 +162,7 @@ class Session(object):
         self.event('terminated')
 
     def tell_stop(self, told, thread):
-        """thread: the core's id."""
+        """thread: its ident."""
         body = {'reason': told.reason, 'threadId': self.threads.number(thread),
                 'allThreadsStopped': self.stops_all}
         body.update(told.details)
@@ -181,7 +181,7 @@ class Session(object):
 
     def _others(self, thread):
         return [number for number, other in self.threads.all()
-                if other.id != thread and not self._service.is_left_behind(other.id)]
+                if other.ident != thread and not self._service.is_left_behind(other.ident)]
 
     def _detach(self):
         end = _now() + _DETACH_PATIENCE
@@ -211,10 +211,10 @@ class Session(object):
         if loaded or self.exceptions.lack_types():
             self._look_for_known()
 
-    def thread_ended(self, id):
-        """Called in the thread as it ends: another one may be given its id."""
-        self.threads.forget(id)
-        self.stops.forget(id)
+    def thread_ended(self, ident):
+        """Called in the thread as it ends: another one may be given its ident."""
+        self.threads.forget(ident)
+        self.stops.forget(ident)
 
     def imported(self):
         """An import statement has been carried out, in the calling thread."""
@@ -322,7 +322,7 @@ class Session(object):
         # A stop before the signal is there would only hold it up.
         self._is_terminating = True
         if self._supervisor.free(Resume(CONTINUE)):
-            self.event('continued', {'threadId': self.threads.number(stopped.thread_id),
+            self.event('continued', {'threadId': self.threads.number(stopped.ident),
                                      'allThreadsContinued': self.stops_all})
         self._program.terminate()
         self._is_terminating = False
@@ -330,7 +330,7 @@ class Session(object):
     def _pause(self, arguments):
         stopped = self._supervisor.current()
         if not self.stops_all:
-            self._service.pause(self.find_thread(arguments['threadId']).id)
+            self._service.pause(self.find_thread(arguments['threadId']).ident)
         elif stopped is None or stopped.is_leaving():
             # Any thread will do: the others wait as soon as they have an event.
             self._service.pause()
@@ -344,8 +344,8 @@ class Session(object):
         return thread
 
     def _list_threads(self, arguments):
-        # The core knows of none before the program runs.
-        known = [(number, thread.name + _BUSY * self._supervisor.is_busy(thread.id))
+        # All may be in C code.
+        known = [(number, thread.name + _BUSY * self._supervisor.is_busy(thread.ident))
                  for number, thread in self.threads.all()]
         return {'threads': [{'id': number, 'name': text(name)}
                             for number, name in known or [(1, 'MainThread')]]}

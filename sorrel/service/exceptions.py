@@ -9,7 +9,7 @@ import _sorrel
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import frames, libraries, try_statements
-from sorrel.service import printing, swallowing, thread_hooks
+from sorrel.service import living, printing, swallowing, thread_hooks
 from sorrel.service.learning import Learning
 from sorrel.service.print_calls import PrintCalls
 
@@ -153,7 +153,7 @@ class Exceptions(object):
             PRINTED in self.modes and _prints(handler, clause, type)
 
     def judge(self, thread, frame, error, is_step):
-        """What an event of an exception means for the calling thread, whose id this is.
+        """What an event of an exception means for the calling thread, whose ident this is.
 
         error: (type, value, traceback). is_step: whether its step stops the thread in any case.
         """
@@ -209,7 +209,7 @@ class Exceptions(object):
     def keep_living(self):
         """Forgets threads that have ended without a word."""
         # Looked at first: a thread that begins meanwhile is not among them.
-        for thread in set(self._last).difference(core.get_threads()):
+        for thread in set(self._last).difference(living.idents()):
             self.forget_thread(thread)
 
     def _policy(self, thread, frame, error, is_step):

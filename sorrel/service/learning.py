@@ -4,12 +4,10 @@ That shows later: the frame that was left last goes on, or is gone and its calle
 of the program's is kept alive to see it.
 """
 
-import sys
 from collections import namedtuple
 
-import tmorvik26_vs2012_x64 as core
-
 from sorrel.inspection import frames, try_statements
+from sorrel.service import living
 
 # An exception for which its thread has stopped, since nothing seemed to catch it. place: where it
 # was raised. frame, offset: the id() of the frame that it has come to, and where that was.
@@ -18,7 +16,7 @@ _Watched = namedtuple('_Watched', 'place frame offset is_outermost')
 
 
 class Learning(object):
-    """is_on: whether what has been learned counts. The threads are named by the core's ids."""
+    """is_on: whether what has been learned counts. The threads are named by their idents."""
 
     def __init__(self):
         self._watched = {}
@@ -69,7 +67,7 @@ class Learning(object):
 
     def _learn_from(self, thread, known):
         """The same for a thread that may just have stopped for it."""
-        frame = sys._current_frames().get(core.get_thread_ident_for_tstate_id(thread))
+        frame = living.current_frames().get(thread)
         for caller in frames.callers(frame):
             if id(caller) == known.frame and caller.f_lasti == known.offset:
                 return

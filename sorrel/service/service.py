@@ -10,7 +10,7 @@ A second method, `ended(outcome)`, is called at the very end of a program that i
 A third, `ending(stop)`, may be there, too: it is called instead of `stopped` when an exception
 that the front end has been told of, or is not to be, is about to end its thread.
 So may be `idle()`, called about once a second while the program runs, in one of its threads, and
-`thread_ended(id)`, called in a thread that has run its last: the core's id may come again.
+`thread_ended(ident)`, called in a thread that has run its last: the ident may come again.
 And a fifth, `imported()`: a module has been imported, in the calling thread. And `interrupt()`,
 called at Ctrl-C while threads are stopped: whether that was for what one of them evaluates. And
 `wants_post_mortem()`: the program has ended by an exception that the front end does not know of;
@@ -23,7 +23,6 @@ what the program has loaded.
 import __builtin__
 import os
 import sys
-import threading
 
 import _sorrel
 import tmorvik26_vs2012_x64 as core
@@ -31,7 +30,7 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common import errors
 from sorrel.inspection import frames, modules, raised, source
 from sorrel.languages import sublanguages
-from sorrel.service import breakpoints, exceptions, thread_hooks
+from sorrel.service import breakpoints, exceptions, living, thread_hooks
 from sorrel.service.exceptions import NO_JUDGEMENT
 from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
@@ -77,7 +76,7 @@ class Service(object):
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
                   self._on_return, self._on_exception, self._on_quit, self._on_import,
                   __builtin__.__import__, None, frames.own_files())
-        self.main_thread = core.get_current_tstate_id()
+        self.main_thread = living.current()
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions(self.breakpoints)
         self.modules = modules.Modules()
@@ -159,10 +158,12 @@ class Service(object):
         core.set_debug_thread_cb(self._debugs_thread)
 
     def threads(self):
-        """A Thread for each one that the core knows, by id."""
-        running = sys._current_frames()
-        known = [self._thread(id, running) for id in sorted(core.get_threads())]
-        return [thread for thread in known if thread.ident not in self._ignored]
+        """A Thread for each one that runs code of the program, and the main one, by ident."""
+        found = [self._thread(ident, frame) for ident, frame in sorted(
+            living.current_frames().items()) if ident not in self._ignored]
+        # Others are the server's own, or have not begun yet, or are ending.
+        return [thread for thread in found
+                if thread.ident == self.main_thread or frames.is_program(thread.frame)]
 
     def attach(self):
         """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
@@ -210,7 +211,7 @@ class Service(object):
 
     def has_other_threads(self):
         """Whether any could be made to wait by one that is stopped."""
-        return len(core.get_threads()) > 1
+        return len(self.threads()) > 1
 
     def hold(self, stop):
         """For a thread at its Stop: what makes the others wait, to be named in what follows."""
@@ -232,17 +233,17 @@ class Service(object):
         """The others go on as if the stopped thread had, which does so when it comes back."""
         self._gate.leave(hold)
 
-    def is_left_behind(self, id):
-        hold = self._holds.get(id)
+    def is_left_behind(self, ident):
+        hold = self._holds.get(ident)
         return hold is not None and self._gate.is_left(hold)
 
-    def pause(self, id=_ANY_THREAD):
+    def pause(self, ident=_ANY_THREAD):
         """Stops this thread, by default the next one that runs Python code: within a second."""
-        self._to_interrupt = id
+        self._to_interrupt = ident
 
     def raise_here(self, exception):
         """The calling thread, which is stopped, raises it at its next event; None for none."""
-        core.raise_exception(core.get_current_tstate_id(), exception)
+        core.raise_exception(living.current(), exception)
 
     def _raise_later(self, error):
         """What a handler of the program's has raised in the server, its thread raises outside."""
@@ -294,18 +295,18 @@ class Service(object):
             thread_hooks.remove()
 
     def _on_thread_end(self):
-        """The next thread may get the same id."""
-        if core is None:
+        """The next thread may get the same ident."""
+        if living is None or living.current is None:
             return  # The interpreter is ending, and has emptied the modules.
-        id = core.get_current_tstate_id()
-        self._steps.forget(id)
-        self.exceptions.forget_thread(id)
-        if self._interrupted.pop(id, None) is _ANY_THREAD:
+        ident = living.current()
+        self._steps.forget(ident)
+        self.exceptions.forget_thread(ident)
+        if self._interrupted.pop(ident, None) is _ANY_THREAD:
             # It has had no line since it was told: another one is to stop.
             self._to_interrupt = _ANY_THREAD
         thread_ended = getattr(self._front_end, 'thread_ended', None)
         if thread_ended is not None:
-            thread_ended(id)
+            thread_ended(ident)
 
     def _debugs_thread(self, ident):
         if ident in self._ignored:
@@ -319,26 +320,26 @@ class Service(object):
     def _interrupt_here(self):
         """Whether it is the calling thread that was to be stopped."""
         era = self._era
-        id = core.get_current_tstate_id()
+        ident = living.current()
         asked = self._to_interrupt
-        if asked is None or asked not in (_ANY_THREAD, id):
+        if asked is None or asked not in (_ANY_THREAD, ident):
             return False
         self._to_interrupt = None
-        self._interrupted[id] = asked
-        self._steps.stop_anywhere(id)
+        self._interrupted[ident] = asked
+        self._steps.stop_anywhere(ident)
         if self._era != era:
             # Who asked has left meanwhile; the next one has not asked.
-            self._interrupted.pop(id, None)
-            self._steps.give_up(id)
+            self._interrupted.pop(ident, None)
+            self._steps.give_up(ident)
         return True
 
     # Stops.
 
     def _at_line(self, frame, changed_bps):
-        thread = core.get_current_tstate_id()
+        thread = living.current()
         if source.is_made_up(frame) and thread not in self._interrupted \
                 and not self._steps.stops_at(thread, frame) \
-                and sublanguages.location(thread, frame) is None:
+                and sublanguages.location(sublanguages.at_work(thread), frame) is None:
             return  # For the core it is code of the module's file, whose lines are not these.
         if self.exceptions.print_calls.is_at(frame) and self._is_print(thread, frame):
             return
@@ -358,13 +359,13 @@ class Service(object):
 
     def _is_of_concern(self, frame, error):
         """Asked before the thread waits for its turn: most exceptions are none of anybody's."""
-        thread = core.get_current_tstate_id()
+        thread = living.current()
         # In any case: it learns of the event.
         is_of_concern = self.exceptions.is_of_concern(thread, frame, error)
         return is_of_concern or self._steps.stops_at(thread, frame)
 
     def _raised(self, frame, error):
-        thread = core.get_current_tstate_id()
+        thread = living.current()
         is_step = thread not in self._interrupted and self._steps.stops_at(thread, frame)
         judgement = self.exceptions.judge(thread, frame, error, is_step)
         if is_step or judgement.policy is not None:
@@ -388,7 +389,7 @@ class Service(object):
             if self._entering is not frame.f_globals:
                 return
             self._entering = None
-        thread = core.get_current_tstate_id()
+        thread = living.current()
         if thread in self._interrupted:
             if reason != STEPPED and judgement.policy is None:
                 return  # It is to stop at its next line.
@@ -435,7 +436,7 @@ class Service(object):
         """A step request has met code that is not the program's."""
         if self._entering is not None or frames.is_entry(frame):
             return  # On its way into the program or out of it.
-        thread = core.get_current_tstate_id()
+        thread = living.current()
         if thread in self._interrupted:
             return  # It is to stop in the program.
         for caller in frames.callers(frame):
@@ -477,7 +478,7 @@ class Service(object):
 
     def _with_hold(self, function, *arguments):
         # At once: who comes to an event from now on waits there, and not for the core's mutex.
-        thread = core.get_current_tstate_id()
+        thread = living.current()
         hold = self._holds[thread] = self._gate.close(self._stops_all)
         try:
             function(*arguments)
@@ -522,18 +523,10 @@ class Service(object):
 
     # Threads.
 
-    def _thread(self, id, running):
-        ident = core.get_thread_ident_for_tstate_id(id)
-        stop = self._stops.get(id)
-        frame = stop.frame if stop is not None else frames.without_own_calls(running.get(ident))
-        return Thread(id, ident, self._thread_name(id, ident), frame, stop)
-
-    def _thread_name(self, id, ident):
-        known = threading._active.get(ident)
-        if known is not None:
-            # Not asked: a class of the program may answer in its own way.
-            return known.__dict__.get('_Thread__name') or 'Thread'
-        return core.get_thread_name(id) or 'thread %s' % ident
+    def _thread(self, ident, frame):
+        stop = self._stops.get(ident)
+        return Thread(ident, living.name(ident, frame),
+                      stop.frame if stop is not None else frames.without_own_calls(frame), stop)
 
 
 def _leave_bottom_frame():

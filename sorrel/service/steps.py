@@ -7,6 +7,7 @@ out begins when the frames inside it have been left, one by one.
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import frames
+from sorrel.service import living
 from sorrel.service.stops import (
     CONTINUE, INTERRUPTED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER_RANGE, STEPPED)
 
@@ -24,7 +25,7 @@ class Steps(object):
         self._targets = {}
 
     def request(self, thread, frame, resume):
-        """The calling thread, whose id this is, goes on from an event in this frame."""
+        """The calling thread, whose ident this is, goes on from an event in this frame."""
         if resume.frame is not frame and resume.frame in list(frames.callers(frame)):
             self._awaited[thread] = resume
             resume = Resume(STEP_OUT)
@@ -35,12 +36,12 @@ class Steps(object):
         self._targets[thread] = None
 
     def stop_anywhere(self, thread):
-        """The calling thread, whose id this is, stops as soon as it can."""
+        """The calling thread, whose ident this is, stops as soon as it can."""
         self.expect_stop(thread)
         core.stop()
 
     def give_up(self, thread):
-        """The calling thread, whose id this is, runs on."""
+        """The calling thread, whose ident this is, runs on."""
         self.forget(thread)
         core.continue_run()
 
@@ -93,7 +94,7 @@ class Steps(object):
         """Forgets threads that have ended without a word."""
         # Looked at first: a thread that begins meanwhile is not among them.
         known = set(self._awaited).union(self._targets)
-        for thread in known.difference(core.get_threads()):
+        for thread in known.difference(living.idents()):
             self.forget(thread)
 
     def forget_all(self):

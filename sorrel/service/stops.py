@@ -4,7 +4,7 @@ from collections import namedtuple
 
 from sorrel.inspection.evaluation import Evaluator
 
-# A thread has stopped. thread: the core's id of it. reason: one of the words below. argument:
+# A thread has stopped. thread: its ident. reason: one of the words below. argument:
 # the value on its way out (RETURNED) or (type, value, traceback) (RAISED), else None.
 # frame: the frame; for RAISED with a policy it is the one where the exception was raised, which
 # may have been left already. policy: for RAISED, the mode of sorrel.exceptions for whose sake it
@@ -39,9 +39,9 @@ CONTINUE = 'continue_run'
 DETACH = 'detach'
 QUIT = 'quit'
 
-# One thread of the program. id: the core's; ident: the interpreter's. frame: the innermost frame
-# where it is now, None when that is unknown. stop: its Stop, None while it runs.
-Thread = namedtuple('Thread', 'id ident name frame stop')
+# One thread of the program. ident: the interpreter's of it. frame: the innermost frame where it is
+# now. stop: its Stop, None while it runs.
+Thread = namedtuple('Thread', 'ident name frame stop')
 
 # How the program ended: with which exit status, and the type of the exception that ended it
 # (None for any other end).

@@ -17,44 +17,43 @@ class Threads(object):
         self._next = itertools.count(1).next
         # Of threads that were forgotten, until take_changes() tells of them.
         self._ended = collections.deque()
-        # While the program is being attached to the core does not know all threads yet. The main
-        # thread is always one: the process ends with it.
+        # The main thread is always one: the process ends with it.
         self._lasting = set([service.main_thread])
         self.number(service.main_thread)
 
-    def number(self, id):
-        """The number of the thread with this id of the core's."""
-        number = self._numbers.get(id)
-        return self._numbers.setdefault(id, self._next()) if number is None else number
+    def number(self, ident):
+        """The number of the thread with this ident."""
+        number = self._numbers.get(ident)
+        return self._numbers.setdefault(ident, self._next()) if number is None else number
 
     def take_changes(self):
         """(number, whether it is new) of each thread that was started or has ended."""
         # First: who gets a number from now on is new, not gone.
         known = set(self._numbers)
-        now = set(thread.id for thread in self._live())
+        now = set(thread.ident for thread in self._service.threads())
         changes = []
         while self._ended:
             changes.append((self._ended.popleft(), False))
-        for id in known - now - self._lasting:
-            # The id may come again.
-            number = self._numbers.pop(id, None)
+        for ident in known - now - self._lasting:
+            # The ident may come again.
+            number = self._numbers.pop(ident, None)
             if number is not None:
                 changes.append((number, False))
-        for id in sorted(now - known):
+        for ident in sorted(now - known):
             number = self._next()
-            if self._numbers.setdefault(id, number) == number:
+            if self._numbers.setdefault(ident, number) == number:
                 changes.append((number, True))
         return changes
 
-    def forget(self, id):
-        """To be called when the thread with this id has ended: another one may get the id."""
-        number = self._numbers.pop(id, None)
+    def forget(self, ident):
+        """To be called when the thread with this ident has ended: another one may get it."""
+        number = self._numbers.pop(ident, None)
         if number is not None:
             self._ended.append(number)
 
     def all(self):
         """Pairs of a number and a Thread of the service, for the threads there are."""
-        found = [(self.number(thread.id), thread) for thread in self._live()]
+        found = [(self.number(thread.ident), thread) for thread in self._service.threads()]
         return sorted(found, key=lambda pair: pair[0])
 
     def find(self, number):
@@ -62,6 +61,3 @@ class Threads(object):
             if found == number:
                 return thread
         return None
-
-    def _live(self):
-        return [thread for thread in self._service.threads() if thread.frame is not None]

@@ -110,10 +110,10 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     def wants_post_mortem(self):
         return self._post_mortem
 
-    def thread_ended(self, id):
-        if id == self._thread:
+    def thread_ended(self, ident):
+        if ident == self._thread:
             self._thread = _ENDED
-        self._threads.forget(id)
+        self._threads.forget(ident)
 
     def ended(self, outcome):
         if outcome.exception is not None:
@@ -306,7 +306,8 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         return self._frame() if self._shown_thread == self._stop.thread else self._stop.frame
 
     def _value(self, expression):
-        in_its_language = sublanguages.evaluator(self._shown_thread, self._frame())
+        in_its_language = sublanguages.evaluator(
+            sublanguages.at_work(self._shown_thread), self._frame())
         if in_its_language is not None:
             value = self._evaluator.call(in_its_language, expression)
         else:
@@ -374,8 +375,8 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         """Whether the stop is one at the end of the program."""
         return self._stop.policy == POST_MORTEM
 
-    def _thread_of(self, id):
-        return [thread for thread in self.service.threads() if thread.id == id][0]
+    def _thread_of(self, ident):
+        return [thread for thread in self.service.threads() if thread.ident == ident][0]
 
     def _what_ends(self, stop):
         if stop.thread == self.service.main_thread:

@@ -8,7 +8,7 @@ class ThreadCommands(object):
     def do_threads(self, argument):
         """threads: list the program's threads; * marks the one shown here."""
         for number, thread in self._threads.all():
-            mark = '*' if thread.id == self._shown_thread else ' '
+            mark = '*' if thread.ident == self._shown_thread else ' '
             state = 'running' if thread.stop is None else 'stopped'
             stack = stacks.of_thread(thread)
             place = '  ' + source.place(stack[-1]) if stack else ''
@@ -21,12 +21,12 @@ class ThreadCommands(object):
         if thread is None:
             self._say('*** No thread %d' % number)
             return
-        stopped = thread.id == self._stop.thread
+        stopped = thread.ident == self._stop.thread
         stack = stacks.at_stop(self._stop) if stopped else stacks.of_thread(thread)
         if not stack:
             self._say('*** Thread %d runs no code of the program' % number)
             return
-        self._look_at(thread.id, stack)
+        self._look_at(thread.ident, stack)
         self._show_frame(self._index)
 
     def do_modules(self, argument):

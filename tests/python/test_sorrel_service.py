@@ -68,7 +68,7 @@ y = 2
             ('step', 1), ('step', 5), ('step', 2), ('return', 3), ('step', 6), ('return', 6)])
         self.assertEqual(self.front_end.stops[3].argument, 1)
         self.assertEqual(set(stop.thread for stop in self.front_end.stops),
-                         set([core.get_current_tstate_id()]))
+                         set([thread.get_ident()]))
 
     def test_a_line_is_stepped_over_as_a_whole(self):
         self.run_program('''\
@@ -88,9 +88,8 @@ y = 2
             return Resume(stops.CONTINUE)
         self.run_program('x = 1\n', look)
         (only,), = self.seen
-        self.assertEqual((only.id, only.ident, only.name, only.stop),
-                         (core.get_current_tstate_id(), thread.get_ident(), 'MainThread',
-                          self.front_end.stops[0]))
+        self.assertEqual((only.ident, only.name, only.stop),
+                         (thread.get_ident(), 'MainThread', self.front_end.stops[0]))
         self.assert_is(only.frame, self.front_end.stops[0].frame)
 
     def test_frames_end_where_the_program_begins(self):
@@ -125,7 +124,7 @@ y = 2
         script = self.script('import sys\nsys.go.release()\nsys.over.acquire()\n')
         runner.run(runner.find_script(script), self.service)
         self.service.detach()
-        main = core.get_current_tstate_id()
+        main = thread.get_ident()
         return [stop for stop in self.front_end.stops if stop.thread != main]
 
     def step_here(self):

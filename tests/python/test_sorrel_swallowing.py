@@ -30,7 +30,7 @@ class FrontEnd(object):
 
     def describe(self, stop):
         """The name of the thread, and whether the frame that raised is left already."""
-        thread = [one for one in self.service.threads() if one.id == stop.thread][0]
+        thread = [one for one in self.service.threads() if one.ident == stop.thread][0]
         running = sys._current_frames()[thread.ident]
         return thread.name, stop.frame not in frames.callers(running)
 

@@ -7,15 +7,15 @@ from sorrel.service import exceptions, steps, stops, thread_numbers
 
 
 class Service(object):
-    """One that knows the threads of these ids."""
+    """One that knows the threads with these idents."""
 
     main_thread = 100
 
     def __init__(self):
-        self.ids = [100]
+        self.idents = [100]
 
     def threads(self):
-        return [stops.Thread(id, id, '', 'frame', None) for id in self.ids]
+        return [stops.Thread(ident, '', 'frame', None) for ident in self.idents]
 
 
 class Interrupted(object):
@@ -65,33 +65,33 @@ class NumbersTest(harness.TestCase):
         self.service = Service()
         self.threads = thread_numbers.Threads(self.service)
 
-    def test_the_main_thread_keeps_its_number_while_the_core_does_not_know_it(self):
+    def test_the_main_thread_keeps_its_number_while_it_runs_no_python_code(self):
         service = Service()
         threads = thread_numbers.Threads(service)
-        service.ids = [200]
+        service.idents = [200]
         self.assertEqual(threads.take_changes(), [(2, True)])
-        service.ids = [100, 200]
+        service.idents = [100, 200]
         self.assertEqual(threads.take_changes(), [])
-        self.assertEqual(threads.find(1).id, 100)
+        self.assertEqual(threads.find(1).ident, 100)
 
     def test_threads_are_numbered_as_they_come(self):
-        self.service.ids += [7, 5]
+        self.service.idents += [7, 5]
         self.assertEqual(self.threads.take_changes(), [(2, True), (3, True)])
-        self.assertEqual([(number, thread.id) for number, thread in self.threads.all()],
+        self.assertEqual([(number, thread.ident) for number, thread in self.threads.all()],
                          [(1, 100), (2, 5), (3, 7)])
-        self.service.ids.remove(5)
+        self.service.idents.remove(5)
         self.assertEqual(self.threads.take_changes(), [(2, False)])
         self.threads.forget(7)
         self.assertEqual(self.threads.take_changes(), [(3, False), (4, True)])
         self.assertEqual(self.threads.take_changes(), [])
 
     def test_a_thread_may_end_at_any_moment(self):
-        for id_is_listed in False, True:
+        for ident_is_listed in False, True:
             def prepare():
                 self.setUp()
-                self.service.ids.append(5)
+                self.service.idents.append(5)
                 number = self.threads.number(5)
-                self.service.ids[:] = [100] + [5] * id_is_listed
+                self.service.idents[:] = [100] + [5] * ident_is_listed
 
                 def take():
                     changes = self.threads.take_changes()
@@ -115,7 +115,7 @@ class NumbersTest(harness.TestCase):
             self.setUp()
 
             def begin():
-                self.service.ids.append(5)
+                self.service.idents.append(5)
                 self.threads.number(5)
             return self.threads.take_changes, begin
         for changes in at_each_moment(prepare):

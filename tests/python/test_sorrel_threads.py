@@ -119,22 +119,22 @@ x = 1
         self.assert_in('MainThread', answers[2])
         self.assertEqual(answers[2].count('\n'), 1, answers[2])
 
-    def test_a_thread_with_the_id_of_one_that_has_ended_is_another(self):
+    def test_a_thread_with_the_ident_of_one_that_has_ended_is_another(self):
         answers = self.stops('''\
 import thread, time
 import tmorvik26_vs2012_x64 as core
-ids = []
+idents = []
 
 def work():
-    ids.append(core.get_current_tstate_id())
+    idents.append(thread.get_ident())
     core.step_into()
     x = 1
 
 for n in range(20):
     thread.start_new_thread(work, ())
-    while len(ids) == n or len(core.get_threads()) > 1:
+    while len(idents) == n or len(core.get_threads()) > 1:
         time.sleep(0.001)
-print len(set(ids)) < len(ids)
+print len(set(idents)) < len(idents)
 ''', ['c'] * 21)
         self.assertEqual(answers[:20], ['[work]\n> prog.py(8)work()\n-> x = 1\n'] * 20)
         self.assertEqual(answers[20], 'True\nThe program ended with exit status 0.\n')

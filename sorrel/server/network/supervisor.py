@@ -113,11 +113,11 @@ class Supervisor(object):
         self._leave_behind(stopped)
         return True
 
-    def is_busy(self, id):
-        """Whether this thread (the core's id) is at something that nobody waits for any more."""
+    def is_busy(self, ident):
+        """Whether this thread is at something that nobody waits for any more."""
         stopped = self.current()
-        return self._service.is_left_behind(id) or (
-            stopped is not None and stopped.thread_id == id and stopped.is_stuck())
+        return self._service.is_left_behind(ident) or (
+            stopped is not None and stopped.ident == ident and stopped.is_stuck())
 
     def deadline(self):
         """When to call look()."""

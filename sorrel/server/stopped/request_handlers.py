@@ -46,7 +46,7 @@ class StoppedThread(object):
     def __init__(self, session, service, stop, frame):
         """frame: the innermost one that the client is shown."""
         self.stop = stop
-        self.thread_id = stop.thread
+        self.ident = stop.thread
         self.hold = service.hold(stop)
         self.limit = TimeLimit()
         self.turn = None
@@ -162,10 +162,10 @@ class StoppedThread(object):
         """The others wait again, if they were let run."""
         if self._service.make_others_wait(self.hold):
             self._frames_of_others.clear()
-            self._session.tell_others_wait(self.thread_id)
+            self._session.tell_others_wait(self.ident)
 
     def _tell_running(self):
-        self._session.tell_others_run(self.thread_id)
+        self._session.tell_others_run(self.ident)
 
     # The stack.
 
@@ -183,7 +183,7 @@ class StoppedThread(object):
             if not self._session.stops_all:
                 raise Refused('the thread is running')
             # It may still move before it waits.
-            return _lazy_stack(thread.id, thread.frame)
+            return _lazy_stack(thread.ident, thread.frame)
         if self._own_stack is None:
             if self.stop.policy is None:
                 self._own_stack = _lazy_stack(self.stop.thread, self._frame)
@@ -297,7 +297,7 @@ class StoppedThread(object):
         return _result(shown)
 
     def _value(self, expression, frame):
-        in_its_language = sublanguages.evaluator(self.thread_id, frame)
+        in_its_language = sublanguages.evaluator(sublanguages.at_work(self.ident), frame)
         if in_its_language is not None:
             return self._of_program(self._evaluator.call, in_its_language, expression)
         return self._of_program(self._evaluator.expression, expression, frame)
@@ -307,7 +307,7 @@ class StoppedThread(object):
         said = console_commands.execute(typed, self.stop, self._service.exceptions)
         if said is not None:
             return {'result': text(said), 'variablesReference': 0}
-        in_its_language = sublanguages.evaluator(self.thread_id, frame)
+        in_its_language = sublanguages.evaluator(sublanguages.at_work(self.ident), frame)
         if in_its_language is not None:
             value = self._within(None, self._evaluator.call, in_its_language, typed)
             self._evaluator.remember(value)
@@ -355,7 +355,7 @@ class StoppedThread(object):
     def _can_jump(self):
         """Elsewhere than between two lines the interpreter would be led astray."""
         return self.stop.reason in (STEPPED, INTERRUPTED) and not sublanguages.location(
-            self.thread_id, self._frame)
+            sublanguages.at_work(self.ident), self._frame)
 
     def _goto(self, arguments):
         self._check_thread(arguments)
@@ -366,12 +366,12 @@ class StoppedThread(object):
             raise Refused(str(error))
         self._own_stack = None
         return Then(None, lambda: self._session.tell_stop(
-            Told('goto', self._frame, {}), self.thread_id))
+            Told('goto', self._frame, {}), self.ident))
 
     # Going on.
 
     def _is_this(self, number):
-        return number == self._session.threads.number(self.thread_id)
+        return number == self._session.threads.number(self.ident)
 
     def _check_thread(self, arguments):
         if not self._is_this(arguments['threadId']):

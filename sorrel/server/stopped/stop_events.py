@@ -2,9 +2,8 @@
 
 import collections
 
-import tmorvik26_vs2012_x64 as core
-
 from sorrel.inspection import frames, libraries
+from sorrel.service import living
 from sorrel.service.stops import (
     CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEPPED)
 
@@ -30,7 +29,7 @@ class Stops(object):
         self._breakpoints = breakpoints
         self._error_text = error_text
         self._is_at_entry = self._stops_on_entry = False
-        # By the core's ids of the threads.
+        # By the threads' idents.
         self._goings = {}
 
     def expect_entry(self, stops):
@@ -70,7 +69,7 @@ class Stops(object):
     def gone(self, stop, told, resume):
         """The thread goes on from a stop that the client was told of."""
         # Looked at first: a thread that begins meanwhile is not among them.
-        for thread in set(self._goings).difference(core.get_threads()):
+        for thread in set(self._goings).difference(living.idents()):
             self.forget(thread)
         # No frame is kept alive for longer than needed.
         frame = None if resume.action in (CONTINUE, STEP_INTO) else resume.frame or stop.frame
