@@ -5,7 +5,8 @@ import sys
 import threading
 
 _THREAD_START = ('__bootstrap', '__bootstrap_inner')
-_own_globals = set()
+# The id()s of the variables of the server's modules.
+own_namespaces = set()
 _outside = []
 
 
@@ -22,7 +23,7 @@ def learn_own_modules():
     """Called when all modules of the server are loaded."""
     for name, module in sys.modules.items():
         if module is not None and name.split('.')[0] == __name__.split('.')[0]:
-            _own_globals.add(id(module.__dict__))
+            own_namespaces.add(id(module.__dict__))
 
 
 def own_files():
@@ -34,7 +35,7 @@ def own_files():
 
 def is_own_namespace(variables):
     """Whether these are the variables of a module of the server's."""
-    return id(variables) in _own_globals
+    return id(variables) in own_namespaces
 
 
 def is_own(frame):

@@ -102,6 +102,7 @@ class Session(object):
         return self._supervisor.deadline() if self._is_configured else None
 
     def deadline_passed(self):
+        self._service.trace_new_threads()
         self._supervisor.look()
 
     def closed(self):

@@ -123,7 +123,7 @@ class Exceptions(object):
     def is_of_concern(self, thread, frame, error):
         """Whether an event of an exception is worth judging. Nearly none is, which is found quickly.
 
-        To be called once for each event, in the calling thread, whose id this is. Each frame that
+        To be called once for each event, in the calling thread, whose ident this is. Each frame that
         an exception passes through has one: the program is to stop at the first of them alone.
         """
         type, _, traceback = error

@@ -70,6 +70,8 @@ class Service(object):
         self._interrupted = {}
         self._to_interrupt = None
         self.attached = False
+        # Called by threads that tracing has not begun in from their first frame on.
+        self._thread_end = thread_hooks.ThreadEnd(self._on_thread_end)
         # Has an item from when it is attached until a thread takes that to detach.
         self._attachment = []
         frames.learn_own_modules()
@@ -175,7 +177,16 @@ class Service(object):
         self._be_attached()
         core.set_debug_thread_cb(self._debugs_thread)
         core.start_trace()
-        _sorrel.trace_all_threads(thread_hooks.ThreadEnd(self._on_thread_end))
+        _sorrel.trace_all_threads(self._thread_end, core.trace_dispatch)
+
+    def trace_new_threads(self):
+        """Debugs those that code in C has made and that run Python code by now. In any thread.
+
+        The others are seen to as they begin.
+        """
+        if self.attached:
+            _sorrel.trace_all_threads(
+                self._thread_end, core.trace_dispatch, frames.own_namespaces)
 
     def _be_attached(self):
         self.attached = True
@@ -275,6 +286,7 @@ class Service(object):
         if self._to_interrupt is not None and not self._interrupt_here():
             # Each thread is asked for at its next event.
             core.set_debug_thread_cb(self._debugs_thread)
+        self.trace_new_threads()
         self._call_if_there('idle')
 
     def _on_quit(self):

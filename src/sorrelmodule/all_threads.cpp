@@ -135,12 +135,8 @@ Ref new_dictionary(PyObject* on_end) {
     return dictionary;
 }
 
-// As many dictionaries as there are threads and a few more, in a list.
-Ref new_dictionaries(PyObject* on_end) {
-    Py_ssize_t count = kMoreThreads;
-    for (const PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
-        ++count;
-    }
+// So many dictionaries, in a list.
+Ref new_dictionaries(PyObject* on_end, Py_ssize_t count) {
     Ref dictionaries = Ref::steal(PyList_New(0));
     while (dictionaries && count-- > 0) {
         const Ref dictionary = new_dictionary(on_end);
@@ -176,6 +172,42 @@ void watch_end(PyThreadState* thread, PyObject* dictionary) {
     end->thread = thread;
 }
 
+// The function that threads are traced with which have this trace object, if there are any.
+Py_tracefunc function_with(const PyObject* trace_object) {
+    for (const PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
+        if (thread->c_traceobj == trace_object && thread->c_tracefunc != nullptr) {
+            return thread->c_tracefunc;
+        }
+    }
+    return nullptr;
+}
+
+// Whether the thread has no frames, or its outermost one has one of these namespaces.
+bool is_left_out(const PyThreadState* thread, PyObject* left_out) {
+    PyFrameObject* outermost = thread->frame;
+    for (PyFrameObject* frame = outermost; frame != nullptr; frame = frame_back(frame)) {
+        outermost = frame;
+    }
+    const Ref id =
+        Ref::steal(outermost != nullptr ? PyLong_FromVoidPtr(outermost->f_globals) : nullptr);
+    const int is_in = id ? PySet_Contains(left_out, id.get()) : 1;
+    PyErr_Clear();
+    return is_in != 0;
+}
+
+bool is_wanted(const PyThreadState* thread, PyObject* left_out) {
+    return thread->c_tracefunc == nullptr &&
+           (left_out == nullptr || !is_left_out(thread, left_out));
+}
+
+Py_ssize_t count_wanted(PyObject* left_out) {
+    Py_ssize_t count = 0;
+    for (const PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
+        count += is_wanted(thread, left_out) ? 1 : 0;
+    }
+    return count;
+}
+
 void forget_end(const PyThreadState* thread) {
     ThreadEnd* const end = thread_end_in(thread->dict);
     if (end != nullptr) {
@@ -186,25 +218,26 @@ void forget_end(const PyThreadState* thread) {
 
 }  // namespace
 
-int trace_all_threads(PyObject* on_end) {
-    PyThreadState* const self = current_thread_state();
+int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_out) {
+    const Py_ssize_t count = count_wanted(left_out);
+    if (count == 0) {
+        return 0;
+    }
     // What may run Python code comes first. That may start threads; there are never many.
-    const Ref dictionaries = new_dictionaries(on_end);
+    const Ref dictionaries = new_dictionaries(on_end, count + kMoreThreads);
     if (!dictionaries) {
         PyErr_SetString(PyExc_MemoryError, "Out of memory");
         return -1;
     }
-    if (self->c_tracefunc == nullptr || self->c_traceobj == nullptr) {
-        PyErr_SetString(PyExc_RuntimeError, "the calling thread is not traced");
-        return -1;
-    }
+    const Py_tracefunc function = function_with(trace_object);
     Py_ssize_t used = 0;
-    for (PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
-        if (thread->c_tracefunc != nullptr) {
+    for (PyThreadState* thread = first_thread(); function != nullptr && thread != nullptr;
+         thread = thread->next) {
+        if (!is_wanted(thread, left_out)) {
             continue;
         }
-        hook_frames(thread, self->c_traceobj);
-        install(thread, self->c_tracefunc, self->c_traceobj);
+        hook_frames(thread, trace_object);
+        install(thread, function, trace_object);
         if (used < PyList_GET_SIZE(dictionaries.get())) {
             watch_end(thread, PyList_GET_ITEM(dictionaries.get(), used++));
         }

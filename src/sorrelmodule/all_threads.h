@@ -10,12 +10,13 @@
 
 namespace morvik {
 
-// Gives the calling thread's trace function to every other thread that has none, and its trace
-// object to the frames on their stacks that have none. `on_end` (a callable without arguments) is
-// called in each of these threads as the last of what it runs, unless tracing has been taken from
-// it before. 0, or -1 with an error set and nothing changed: RuntimeError when the calling thread
-// is not traced, MemoryError.
-int trace_all_threads(PyObject* on_end);
+// Gives the trace function that some thread has with this trace object to every thread that has
+// none, and the object to the frames on their stacks that have none. Where no thread has it nothing
+// is done. `on_end` (a callable without arguments) is called in each of these threads as the last
+// of what it runs, unless tracing has been taken from it before. `left_out`: nullptr, or a set of
+// the id()s of namespaces: threads without frames are passed by then, and those whose outermost
+// frame has one of these as its globals. 0, or -1 with MemoryError set and nothing changed.
+int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_out);
 
 // Takes the trace function that has this trace object from every thread, the calling one
 // included, and the object from the frames on their stacks. Sets no error. The caller holds a

@@ -13,14 +13,17 @@ namespace {
 
 PyObject* entry_trace_all_threads(PyObject* /*self*/, PyObject* args) {
     PyObject* on_end = nullptr;
-    if (PyArg_ParseTuple(args, "O:trace_all_threads", &on_end) == 0) {
+    PyObject* trace_object = nullptr;
+    PyObject* left_out = nullptr;
+    if (PyArg_ParseTuple(args, "OO|O!:trace_all_threads", &on_end, &trace_object, &PySet_Type,
+                         &left_out) == 0) {
         return nullptr;
     }
     if (PyCallable_Check(on_end) == 0) {
         PyErr_SetString(PyExc_TypeError, "on_end must be callable");
         return nullptr;
     }
-    return trace_all_threads(on_end) == 0 ? new_none() : nullptr;
+    return trace_all_threads(on_end, trace_object, left_out) == 0 ? new_none() : nullptr;
 }
 
 PyObject* entry_untrace_all_threads(PyObject* /*self*/, PyObject* args) {
@@ -94,11 +97,12 @@ PyObject* entry_find_handler(PyObject* /*self*/, PyObject* args) {
 
 PyMethodDef methods[] = {
     {"trace_all_threads", entry_trace_all_threads, METH_VARARGS,
-     "trace_all_threads(on_end)\n\n"
-     "Gives the calling thread's trace function to every other thread that has none, the frames "
-     "on its stack included, wherever the thread is.  on_end() is called in each of them as the "
-     "last of what it runs, unless it is untraced before.  Raises RuntimeError when the calling "
-     "thread is not traced."},
+     "trace_all_threads(on_end, trace_object[, left_out])\n\n"
+     "Gives the trace function that some thread has with this object to every thread that has "
+     "none, the frames on its stack included, wherever the thread is.  on_end() is called in each "
+     "of them as the last of what it runs, unless it is untraced before.  With left_out, a set of "
+     "the ids of global namespaces, threads are passed by that have no frames, or whose outermost "
+     "frame has one of these."},
     {"untrace_all_threads", entry_untrace_all_threads, METH_VARARGS,
      "untrace_all_threads(trace_object)\n\n"
      "Takes the trace function with this object from every thread, the calling one included, and "

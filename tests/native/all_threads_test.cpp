@@ -49,7 +49,7 @@ class AllThreadsTest : public PythonTest {
     void trace_all() {
         PyEval_SetTrace(count_lines, Py_None);
         const Ref on_end = eval("on_end");
-        EXPECT_EQ(trace_all_threads(on_end.get()), 0);
+        EXPECT_EQ(trace_all_threads(on_end.get(), Py_None, nullptr), 0);
         PyEval_SetTrace(nullptr, nullptr);
     }
 

@@ -55,11 +55,11 @@ class AllThreadsTest(harness.TestCase):
             self.lines.append(frame.f_code.co_name)
         return self._trace
 
-    def trace_all(self, on_end=None):
+    def trace_all(self, on_end=None, *left_out):
         """Returns the trace object."""
         self._trace = self.trace
         sys.settrace(self._trace)
-        _sorrel.trace_all_threads(on_end or self.on_end)
+        _sorrel.trace_all_threads(on_end or self.on_end, self._trace, *left_out)
         sys.settrace(None)
         return self._trace
 
@@ -82,6 +82,24 @@ class AllThreadsTest(harness.TestCase):
             frame = frame.f_back
         runner.end()
         self.assertEqual((self.lines, runner.seen, self.ended), ([], None, []))
+
+    def test_where_no_thread_is_traced_none_comes_to_be(self):
+        runner = Runner()
+        _sorrel.trace_all_threads(self.on_end, self.trace)
+        runner.end()
+        self.assertEqual((self.lines, runner.seen, self.ended), ([], None, []))
+
+    def test_a_thread_that_begins_in_a_namespace_left_out_is_not_traced(self):
+        runner = Runner()
+        self.trace_all(None, set([id(threading.__dict__)]))
+        runner.end()
+        self.assertEqual((self.lines, runner.seen, self.ended), ([], None, []))
+
+    def test_a_thread_that_begins_in_another_namespace_is(self):
+        runner = Runner()
+        self.trace_all(None, set([id(Runner.run.im_func.func_globals)]))
+        runner.end()
+        self.assertEqual(self.lines, ['inner', 'outer', 'run'])
 
     def test_the_calling_thread_is_untraced_too(self):
         self._trace = self.trace
@@ -164,9 +182,9 @@ class AllThreadsTest(harness.TestCase):
         self.assertEqual(self.lines, ['inner', 'outer', 'run'])
 
     def test_arguments(self):
-        self.assert_raises(TypeError, 'on_end must be callable', _sorrel.trace_all_threads, None)
-        self.assert_raises(RuntimeError, 'the calling thread is not traced',
-                           _sorrel.trace_all_threads, self.on_end)
+        self.assert_raises(TypeError, 'on_end must be callable',
+                           _sorrel.trace_all_threads, None, None)
+        self.assertRaises(TypeError, _sorrel.trace_all_threads, self.on_end, None, [])
         self.assert_raises(TypeError, 'exception must be None or an exception class',
                            _sorrel.raise_in_thread, 1, 1)
         self.assertEqual(_sorrel.raise_in_thread(1, ValueError), 0)
