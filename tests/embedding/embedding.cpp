@@ -120,7 +120,8 @@ int main(int argc, char** argv) {
     // Where the library is found from.
     static char name[] = MORVIK_HOST_EXECUTABLE;
     Py_SetProgramName(name);
-    PyImport_AppendInittab("embedder", make_module);
+    static char module[] = "embedder";
+    PyImport_AppendInittab(module, make_module);
     Py_Initialize();
     PyEval_InitThreads();
     const int skipped = is_module ? 2 : 1;
