@@ -13,7 +13,7 @@ EXECUTABLE = os.path.join(
 
 def use_executable(test):
     if not os.path.exists(EXECUTABLE):
-        test.skip('%s is not built; only ./morvik test does so' % EXECUTABLE)
+        test.skip('%s is built by ./morvik test alone, and without sanitizers' % EXECUTABLE)
     os.environ['MORVIK_PYTHON_EXE'] = EXECUTABLE
 
 
