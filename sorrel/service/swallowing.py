@@ -5,7 +5,7 @@ finally clauses in each of them, and C code between one and its caller.
 """
 
 from sorrel.inspection import frames
-from sorrel.service import c_calls, code_paths, with_blocks
+from sorrel.service import c_calls, with_blocks
 from sorrel.service.c_callers import DROPPED, PERHAPS, PRINTED
 from sorrel.service.code_paths import RAISES, UNCLEAR
 

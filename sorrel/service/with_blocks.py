@@ -2,7 +2,6 @@
 
 import __builtin__
 import contextlib
-import thread
 import types
 
 import _sorrel
