@@ -136,6 +136,7 @@ command_setup() {
     need_test_tools
     want_client_tools
     want_programs
+    want_pip
     say "host: $exe"
 }
 
@@ -206,7 +207,11 @@ command_test() {
     [[ -z $long ]] || rest=(-C long -L long "${rest[@]}")
     list=$(test_hosts) || exit
     need_test_tools
-    [[ -n $asan ]] || { want_client_tools; want_programs; }
+    if [[ -z $asan ]]; then
+        want_client_tools
+        want_programs
+        want_pip
+    fi
     mkdir -p "$tests"
     : >"$tests/CTestTestfile.cmake"
     # The command itself is tested once, on a host whose plain build is there.

@@ -1,5 +1,6 @@
 # Bringing what a machine lacks: build tools from its own package manager, and, where it has
-# no interpreter that can be a host, Debian's own packages of 2.7 unpacked into .deps/.
+# no interpreter that can be a host, Debian's own packages of 2.7 unpacked into .deps/. The tests
+# of what is installed also want the pip that the same release has for 2.7.
 
 # The last Debian release that has them.
 host_suite=bullseye
@@ -188,4 +189,36 @@ bring_hosts() {
         "$deps/root/usr/lib/python2.7" >/dev/null || true
     is_host "${deps_hosts[0]}" ||
         host_advice "Debian's 2.7 does not run here"
+}
+
+pip_brought() {
+    compgen -G "$deps/pip/pip-*.whl" >/dev/null
+}
+
+# bring_pip: the last pip for 2.7 and what it needs, as wheels, into .deps/pip.
+bring_pip() {
+    local fetched=$deps/fetched lock
+    type -P apt-get dpkg-deb >/dev/null ||
+        die "pip for 2.7 cannot be brought: this is no Debian machine"
+    mkdir -p "$deps"
+    exec {lock}>"$deps/lock"
+    flock "$lock"
+    if ! pip_brought; then
+        say "bringing pip for 2.7 into .deps"
+        rm -rf "$fetched"
+        mkdir -p "$fetched"
+        fetch_packages "$fetched" python-pip-whl ||
+            die "pip for 2.7 could not be fetched from the archives this machine knows"
+        rm -rf "$deps/pip.new" "$deps/pip"
+        mkdir -p "$deps/pip.new"
+        unpack_packages "$fetched" "$deps/pip.new"
+        mv "$deps/pip.new/usr/share/python-wheels" "$deps/pip"
+        rm -rf "$deps/pip.new" "$fetched" "$deps/apt"
+    fi
+    exec {lock}>&-
+}
+
+# Only tests use it. Without it they are skipped, the others run.
+want_pip() {
+    pip_brought || (bring_pip) || say "going on without the tests that install by pip"
 }
