@@ -15,6 +15,10 @@ usage: ./morvik COMMAND [OPTIONS]
       --post-mortem                       wait for one when an exception has ended it
       --token-file FILE | --no-token      what they have to show instead of a new token
   dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
+  install [--python EXE] [--target DIR]   install for EXE, or where PYTHONPATH leads (docs/installing.md)
+  uninstall [--python EXE] [--target DIR] take it away again
+  wheel [--python EXE] [DIR]              make a wheel for EXE in DIR, by default dist/
+  sdist [--python EXE] [DIR]              make a source distribution there
   demo [--python EXE]                     watch two short recorded sessions
   test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
   test --asan [--python EXE]...           the same with sanitizers, on the default host
@@ -26,80 +30,56 @@ EXE is a CPython 2.6 or 2.7 with its development files; MORVIK_PYTHON names the 
 EOF
 }
 
+# The options that have a value, and what it is.
+declare -A option_values=(
+    [--python]='an interpreter' [--listen]='a port' [--token-file]='a file'
+    [--hook]=MODULE:NAME [--target]='a folder')
+
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
-# leaves hosts, asan, long, listen, wait, post_mortem, hooks, token, and the others in rest.
+# leaves hosts, asan, long, listen, wait, post_mortem, hooks, token, target, and the others in rest.
 read_options() {
-    local allowed=' ' name
-    hosts=() asan='' long='' listen='' wait='' post_mortem='' hooks=() token=() rest=()
+    local allowed=' --python ' name value
+    hosts=() asan='' long='' listen='' wait='' post_mortem='' hooks=() token=()
+    target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
     done
     shift
     while (($#)); do
-        case $1 in
-            --python | --python=*)
-                if [[ $1 == *=* ]]; then
-                    hosts+=("${1#*=}")
-                else
-                    (($# > 1)) || usage_error "--python needs an interpreter"
-                    hosts+=("$2")
-                    shift
-                fi
-                ;;
+        if [[ $1 == -- ]]; then
+            shift
+            break
+        fi
+        [[ $1 == -* ]] || break
+        name=${1%%=*} value=''
+        [[ $allowed == *" $name "* ]] || usage_error "unknown option: $1"
+        if [[ -n ${option_values[$name]:-} ]]; then
+            if [[ $1 == *=* ]]; then
+                value=${1#*=}
+            elif (($# > 1)); then
+                value=$2
+                shift
+            fi
+            [[ -n $value ]] || usage_error "$name needs ${option_values[$name]}"
+        elif [[ $1 == *=* ]]; then
+            usage_error "unknown option: $1"
+        fi
+        case $name in
+            --python) hosts+=("$value") ;;
             --asan | --wait | --long | --post-mortem)
-                [[ $allowed == *" $1 "* ]] || usage_error "unknown option: $1"
-                name=${1#--}
+                name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
-            --listen | --listen=*)
-                [[ $allowed == *' --listen '* ]] || usage_error "unknown option: $1"
-                if [[ $1 == *=* ]]; then
-                    listen=${1#*=}
-                else
-                    (($# > 1)) || usage_error "--listen needs a port"
-                    listen=$2
-                    shift
-                fi
-                [[ -n $listen ]] || usage_error "--listen needs a port"
-                ;;
-            --no-token)
-                [[ $allowed == *' --no-token '* ]] || usage_error "unknown option: $1"
-                token+=(--no-token)
-                ;;
-            --token-file | --token-file=*)
-                [[ $allowed == *' --token-file '* ]] || usage_error "unknown option: $1"
-                if [[ $1 == *=* ]]; then
-                    token+=(--token-file "${1#*=}")
-                else
-                    (($# > 1)) || usage_error "--token-file needs a file"
-                    token+=(--token-file "$2")
-                    shift
-                fi
-                ;;
-            --hook | --hook=*)
-                [[ $allowed == *' --hook '* ]] || usage_error "unknown option: $1"
-                if [[ $1 == *=* ]]; then
-                    hooks+=(--hook "${1#*=}")
-                else
-                    (($# > 1)) || usage_error "--hook needs MODULE:NAME"
-                    hooks+=(--hook "$2")
-                    shift
-                fi
-                ;;
-            --)
-                shift
-                rest=("$@")
-                return
-                ;;
-            -*) usage_error "unknown option: $1" ;;
-            *)
-                rest=("$@")
-                return
-                ;;
+            --listen) listen=$value ;;
+            --no-token) token+=(--no-token) ;;
+            --token-file) token+=(--token-file "$value") ;;
+            --hook) hooks+=(--hook "$value") ;;
+            --target) target=$value ;;
         esac
         shift
     done
+    rest=("$@")
 }
 
 no_arguments() {
@@ -186,6 +166,61 @@ command_demo() {
     in_host "$exe" '' -m sorrel.main demo bills
 }
 
+# host_tool EXE SCRIPT ARGS...: runs a script in tools/, for what only the host knows.
+host_tool() {
+    local exe=$1 script=$2
+    shift 2
+    "$exe" -E -B "$root/tools/$script" "$@"
+}
+
+command_install() {
+    local exe folder main=sorrel
+    read_options --target -- "$@"
+    no_arguments
+    exe=$(one_host) || exit
+    build "$exe" ''
+    folder=$(host_tool "$exe" install.py install "$target" "$(build_dir "$exe" '')/lib") || exit
+    # 2.6 runs no packages.
+    [[ $(host_value "$exe" version) != 2.6 ]] || main=sorrel.__main__
+    say "debug programs with: ${target:+"PYTHONPATH=$folder "}$exe -m $main PROGRAM"
+    echo "$folder"
+}
+
+command_uninstall() {
+    local exe
+    read_options --target -- "$@"
+    no_arguments
+    exe=$(one_host) || exit
+    host_tool "$exe" install.py uninstall "$target"
+}
+
+# output_folder: the one named after the options, or dist/.
+output_folder() {
+    ((${#rest[@]} <= 1)) || usage_error "unexpected argument: ${rest[1]}"
+    readlink -m -- "${rest[0]:-"$root/dist"}"
+}
+
+command_wheel() {
+    local exe folder
+    read_options -- "$@"
+    folder=$(output_folder) || exit
+    exe=$(one_host) || exit
+    build "$exe" ''
+    host_tool "$exe" make_wheel.py "$(build_dir "$exe" '')/lib" "$folder"
+}
+
+command_sdist() {
+    local exe folder name
+    read_options -- "$@"
+    folder=$(output_folder) || exit
+    exe=$(one_host) || exit
+    # Beside the checkout's own, a folder of the distribution's name comes and goes.
+    cd "$root"
+    name=$("$exe" -E -B setup.py --fullname) || exit
+    "$exe" -E -B setup.py -q sdist --formats=gztar -d "$folder" >&2 || exit
+    echo "$folder/$name.tar.gz"
+}
+
 # The hosts of a test run: those named, else the default one with --asan, else all.
 test_hosts() {
     local name
@@ -251,7 +286,8 @@ main() {
     local command=${1:-help}
     (($# == 0)) || shift
     case $command in
-        setup | build | python | run | dap | demo | test | bench) "command_$command" "$@" ;;
+        setup | build | python | run | dap | demo | test | bench | \
+            install | uninstall | wheel | sdist) "command_$command" "$@" ;;
         help | --help | -h) command_help ;;
         *) usage_error "unknown command: $command" ;;
     esac
