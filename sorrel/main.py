@@ -1,9 +1,29 @@
-"""The command line: python -m sorrel.main COMMAND [OPTIONS] [--] [PROGRAM [ARGS...]]."""
+"""The command lines.
 
-import optparse
+For people: python -m sorrel [OPTIONS] [--] PROGRAM [ARGS...].
+For the morvik command and for editors: python -m sorrel.main COMMAND [OPTIONS] [--] [...].
+"""
+
+import os
 import sys
 
-_USAGE = '''%prog terminal [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+if sys.path[0] == '' and os.path.isabs(__file__):
+    # What lies in the folder that this is started in is not for the server to import. The program's
+    # folder, which it gives way to, comes to this place of the path later.
+    sys.path[0] = os.path.dirname(os.__file__)
+
+import optparse
+
+import sorrel
+
+_SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+       python -m sorrel --listen PLACE [--wait] [--post-mortem]
+             [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+       and -m MODULE instead of PROGRAM'''
+_SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
+Protocol that come to a port.'''
+_USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [--]
+             PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog dap
@@ -20,34 +40,67 @@ class _OptionParser(optparse.OptionParser):
         self.exit(2, 'sorrel: %s\n' % message)
 
 
-def _parser():
-    parser = _OptionParser(prog='sorrel', usage=_USAGE, description=_DESCRIPTION)
+def _parser(usage, description, **more):
+    parser = _OptionParser(prog='sorrel', usage=usage, description=description, **more)
     # What follows the program's name is the program's.
     parser.disable_interspersed_args()
     return parser
 
 
+def _add_program_options(parser):
+    parser.add_option('--hook', action='append', default=[], metavar='MODULE:NAME',
+                      help='call NAME for a hook that shows a sub-language')
+    parser.add_option('--post-mortem', action='store_true',
+                      help='stop once more when an exception has ended the program')
+
+
+def _add_listen_options(parser):
+    parser.add_option('--listen', metavar='PLACE',
+                      help='let clients connect to [HOST:]PORT, or to unix:PATH')
+    parser.add_option('--token-file', metavar='FILE',
+                      help='clients show the token in FILE, which is made if it is not there')
+    parser.add_option('--no-token', action='store_true',
+                      help='whoever can connect can debug the program')
+    parser.add_option('--wait', action='store_true', help='run only when one has')
+
+
+def _take_module(option, text, value, parser):
+    """As with the interpreter, all that follows is the module's."""
+    parser.values.module = True
+    parser.largs.append(value)
+    parser.largs.extend(parser.rargs)
+    del parser.rargs[:]
+
+
+def _parse_short(arguments):
+    parser = _parser(_SHORT_USAGE, _SHORT_DESCRIPTION, version='Morvik ' + sorrel.__version__)
+    _add_listen_options(parser)
+    _add_program_options(parser)
+    parser.add_option('-m', action='callback', callback=_take_module, type='string',
+                      dest='module', metavar='MODULE', help='debug a module by its name')
+    parser.set_defaults(handshake=None)
+    options, words = parser.parse_args(arguments)
+    if not words:
+        parser.error('needs a program')
+    _check_hooks(options, parser)
+    if options.wait and options.listen is None:
+        parser.error('--wait goes with --listen')
+    _check_listening(options, parser)
+    return 'terminal' if options.listen is None else 'serve', options, words
+
+
 def _parse(arguments):
-    parser = _parser()
+    parser = _parser(_USAGE, _DESCRIPTION)
     words = parser.parse_args(arguments)[1]
     if not words or words[0] not in ('terminal', 'serve', 'dap', 'demo'):
         parser.error('unknown command: %s' % words[0] if words else 'needs a command')
     command = words[0]
     if command in ('terminal', 'serve'):
-        parser.add_option('--hook', action='append', default=[], metavar='MODULE:NAME',
-                          help='call NAME for a hook that shows a sub-language')
-        parser.add_option('--post-mortem', action='store_true',
-                          help='stop once more when an exception has ended the program')
-    if command == 'serve':
-        parser.add_option('--listen', metavar='PLACE',
-                          help='let clients connect to [HOST:]PORT, or to unix:PATH')
-        parser.add_option('--token-file', metavar='FILE',
-                          help='clients show the token in FILE, which is made if it is not there')
-        parser.add_option('--no-token', action='store_true',
-                          help='whoever can connect can debug the program')
-        parser.add_option('--wait', action='store_true', help='run only when one has')
-        parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
+        _add_program_options(parser)
         parser.add_option('--module', action='store_true', help='PROGRAM is a module by name')
+    if command == 'serve':
+        _add_listen_options(parser)
+        parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
     options, words = parser.parse_args(words[1:])
     if command == 'demo' and words and words[0] not in _DEMOS:
         parser.error('unknown demo: %s' % words[0])
@@ -55,19 +108,28 @@ def _parse(arguments):
         parser.error('needs a %s' % ('demo' if command == 'demo' else 'program'))
     if command == 'dap' and words or command == 'demo' and len(words) > 1:
         parser.error('unexpected argument: %s' % words[-1])
-    for hook in getattr(options, 'hook', ()):
-        if not all(hook.partition(':')):
-            parser.error('not MODULE:NAME: %s' % hook)
+    if command in ('terminal', 'serve'):
+        _check_hooks(options, parser)
     if command == 'serve':
         if (options.listen is None) == (options.handshake is None):
             parser.error('needs either --listen or --handshake')
-        if options.listen is not None:
-            options.listen = _place(options.listen, parser)
-        if (options.token_file is not None or options.no_token) and options.listen is None:
-            parser.error('--token-file and --no-token go with --listen')
-        if options.token_file is not None and options.no_token:
-            parser.error('needs at most one of --token-file and --no-token')
+        _check_listening(options, parser)
     return command, options, words
+
+
+def _check_hooks(options, parser):
+    for hook in options.hook:
+        if not all(hook.partition(':')):
+            parser.error('not MODULE:NAME: %s' % hook)
+
+
+def _check_listening(options, parser):
+    if options.listen is not None:
+        options.listen = _place(options.listen, parser)
+    if (options.token_file is not None or options.no_token) and options.listen is None:
+        parser.error('--token-file and --no-token go with --listen')
+    if options.token_file is not None and options.no_token:
+        parser.error('needs at most one of --token-file and --no-token')
 
 
 def _place(text, parser):
@@ -87,7 +149,7 @@ def _debug(options, program, arguments):
     from sorrel.terminal import frontend
     terminal = frontend.over_service(Console(), bool(options.post_mortem))
     try:
-        script = runner.find_script(program)
+        script = runner.find(program, bool(options.module))
         runner.prepare(script, arguments, options.hook)
         return runner.run(script, terminal.service)
     except runner.CannotRead as error:
@@ -107,17 +169,34 @@ def _serve(options, program, arguments):
         return 2
 
 
-def main(arguments):
-    command, options, words = _parse(arguments)
+def _play(name):
+    from sorrel.service import runner
+    from sorrel.terminal import demo, recordings
+    try:
+        return demo.play(recordings.RECORDINGS[name])
+    except runner.CannotRead as error:  # Only the checkout has the programs.
+        sys.stderr.write('sorrel: %s\n' % error)
+        return 2
+
+
+def _run(command, options, words):
     if command == 'demo':
-        from sorrel.terminal import demo, recordings
-        return demo.play(recordings.RECORDINGS[words[0]])
+        return _play(words[0])
     if command == 'dap':
         from sorrel.adapter import adapter
         return adapter.run()
     if command == 'serve':
         return _serve(options, words[0], words[1:])
     return _debug(options, words[0], words[1:])
+
+
+def main(arguments):
+    return _run(*_parse(arguments))
+
+
+def debug(arguments):
+    """The shorter command line, for people."""
+    return _run(*_parse_short(arguments))
 
 
 if __name__ == '__main__':

@@ -79,8 +79,11 @@ class Launch(object):
 
     def _full_command(self):
         python = _encoded(self._arguments.get('python')) or sys.executable
-        return [_MORVIK, 'python', '--python', python, '--', '-u',
-                '-m', 'sorrel.main', 'serve', '--handshake', self._handshake.path] + self._command
+        # Installed, there is no launcher: the interpreter finds what is installed for it.
+        command = [_MORVIK, 'python', '--python', python, '--'] if os.path.exists(_MORVIK) \
+            else [python]
+        return command + ['-u', '-m', 'sorrel.main', 'serve',
+                          '--handshake', self._handshake.path] + self._command
 
     def _environment(self):
         environment = dict(os.environ)

@@ -9,7 +9,12 @@ _FOLDERS = (os.path.dirname(_SORREL), os.path.dirname(os.path.abspath(core.__fil
 
 
 def hide(environment):
-    """Takes them out of the PYTHONPATH of an environment."""
+    """Takes them out of the PYTHONPATH of an environment.
+
+    Where both are one, the server is installed, and what else lies there may be the program's.
+    """
+    if _FOLDERS[0] == _FOLDERS[1]:
+        return
     folders = environment.get('PYTHONPATH', '').split(os.pathsep)
     left = [folder for folder in folders if folder not in _FOLDERS]
     if left and left != ['']:

@@ -26,7 +26,7 @@ def serve(name, args, is_module, place=None, wait=False, handshake_file=None, ho
     clients who come have to show. post_mortem: whether the process waits for a client where the
     program has ended by an exception that none has seen.
     """
-    script = runner.find_module(name) if is_module else runner.find_script(name)
+    script = runner.find(name, is_module)
     path = sources.full_name(script.path)
     waits = bool(wait or handshake_file)
     program = Program(path, 'launch' if handshake_file else 'attach', waits, post_mortem)

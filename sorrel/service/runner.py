@@ -71,6 +71,11 @@ def _load(hook):
             hook, errors.error_text(type(error), error)))
 
 
+def find(name, is_module):
+    """The Script in a file, or the one that a module is. Raises CannotRead."""
+    return find_module(name) if is_module else find_script(name)
+
+
 def find_script(path):
     """The Script in a file. Raises CannotRead."""
     try:

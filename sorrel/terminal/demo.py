@@ -32,11 +32,11 @@ class _Player(Console):
 
 
 def play(recording):
-    """Returns 0, or 1 when the session did not go as recorded."""
+    """Returns 0, or 1 when the session did not go as recorded. Raises runner.CannotRead."""
+    script = runner.find_script(recording.program)
     sys.stdout.write(recording.introduction)
     player = _Player(recording)
     terminal = frontend.over_service(player)
-    script = runner.find_script(recording.program)
     runner.prepare(script, [], recording.hooks)
     runner.run(script, terminal.service)
     return _check(recording, player.answers[1:])
