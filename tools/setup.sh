@@ -192,12 +192,13 @@ bring_hosts() {
 }
 
 pip_brought() {
-    compgen -G "$deps/pip/pip-*.whl" >/dev/null
+    [[ -e $deps/pip/pip ]]
 }
 
-# bring_pip: the last pip for 2.7 and what it needs, as wheels, into .deps/pip.
+# bring_pip: the last pip for 2.7 and what it needs, into .deps/pip. Out of their wheels, where they
+# could not be kept compiled.
 bring_pip() {
-    local fetched=$deps/fetched lock
+    local fetched=$deps/fetched wheel lock
     type -P apt-get dpkg-deb >/dev/null ||
         die "pip for 2.7 cannot be brought: this is no Debian machine"
     mkdir -p "$deps"
@@ -211,9 +212,12 @@ bring_pip() {
             die "pip for 2.7 could not be fetched from the archives this machine knows"
         rm -rf "$deps/pip.new" "$deps/pip"
         mkdir -p "$deps/pip.new"
-        unpack_packages "$fetched" "$deps/pip.new"
-        mv "$deps/pip.new/usr/share/python-wheels" "$deps/pip"
-        rm -rf "$deps/pip.new" "$fetched" "$deps/apt"
+        unpack_packages "$fetched" "$fetched"
+        for wheel in "$fetched"/usr/share/python-wheels/*.whl; do
+            (cd "$deps/pip.new" && cmake -E tar xf "$wheel") || die "could not unpack $wheel"
+        done
+        mv "$deps/pip.new" "$deps/pip"
+        rm -rf "$fetched" "$deps/apt"
     fi
     exec {lock}>&-
 }

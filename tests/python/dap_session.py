@@ -145,12 +145,15 @@ class Process(object):
 class Program(Process):
     """One that listens for clients."""
 
+    # How it is started where there is no patience to be given.
+    start = ['-m', 'sorrel.main', 'serve']
+
     def __init__(self, path, options=(), args=(), patience=None, begin_patience=60.0, limit=None):
         self.path = path
-        start = ['-m', 'sorrel.main'] if patience is None else [
-            '-c', _HASTY % (patience, begin_patience)]
-        Process.__init__(self, start + ['serve', '--listen', '0'] + list(options) +
-                         ['--', path] + list(args), limit, stderr=subprocess.PIPE)
+        start = self.start if patience is None else [
+            '-c', _HASTY % (patience, begin_patience), 'serve']
+        Process.__init__(self, start + ['--listen', '0'] + list(options) + ['--', path]
+                         + list(args), limit, stderr=subprocess.PIPE)
         said = self.process.stderr.readline()
         self.port = int(re.match(r'sorrel: listening on 127\.0\.0\.1:(\d+)\n$', said).group(1))
         said = self.process.stderr.readline()
