@@ -182,7 +182,7 @@ command_install() {
     folder=$(host_tool "$exe" install.py install "$target" "$(build_dir "$exe" '')/lib") || exit
     # 2.6 runs no packages.
     [[ $(host_value "$exe" version) != 2.6 ]] || main=sorrel.__main__
-    say "debug programs with: ${target:+"PYTHONPATH=$folder "}$exe -m $main PROGRAM"
+    say "debug programs with:${target:+$(printf ' PYTHONPATH=%q' "$folder")} $exe -m $main PROGRAM"
     echo "$folder"
 }
 
@@ -237,7 +237,7 @@ test_hosts() {
 }
 
 command_test() {
-    local exe list dir tests=$root/build/tests
+    local exe list dir name tests=$root/build/tests
     read_options --asan --long -- "$@"
     [[ -z $long ]] || rest=(-C long -L long "${rest[@]}")
     list=$(test_hosts) || exit
@@ -250,8 +250,11 @@ command_test() {
     mkdir -p "$tests"
     : >"$tests/CTestTestfile.cmake"
     # The command itself is tested once, on a host whose plain build is there.
-    [[ -n $asan ]] || echo "add_test(command_line \"$root/tests/command/test_command.sh\"" \
-        "\"${list%%$'\n'*}\")" >"$tests/CTestTestfile.cmake"
+    if [[ -z $asan ]]; then
+        for name in command source_distribution; do
+            echo "add_test($name \"$root/tests/command/test_$name.sh\" \"${list%%$'\n'*}\")"
+        done >"$tests/CTestTestfile.cmake"
+    fi
     while read -r exe; do
         build "$exe" "$asan" tests
         dir=$(build_dir "$exe" "$asan")

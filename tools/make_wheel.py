@@ -10,6 +10,11 @@ import zipfile
 
 import distribution
 
+try:
+    import zlib
+except ImportError:
+    zlib = None  # The interpreter was built without. Installers do not mind.
+
 _MODE = stat.S_IFREG | 0644
 
 
@@ -31,7 +36,7 @@ def _write(project, output):
 def _add(archive, name, text):
     # The same wheel from the same files: no times, no owners.
     entry = zipfile.ZipInfo(name)
-    entry.compress_type = zipfile.ZIP_DEFLATED
+    entry.compress_type = zipfile.ZIP_DEFLATED if zlib else zipfile.ZIP_STORED
     entry.external_attr = _MODE << 16
     archive.writestr(entry, text)
 

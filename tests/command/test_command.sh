@@ -58,6 +58,14 @@ refused "unknown option: --no-token" dap --no-token
 refused "unknown option: --token-file" dap --token-file x
 refused "unexpected argument: extra" build extra
 refused "unexpected argument: extra" demo extra
+refused "unknown option: --target" build --target x
+refused "unknown option: --asan" install --asan
+refused "--target needs a folder" install --target
+refused "--target needs a folder" uninstall --target=
+refused "unexpected argument: extra" install extra
+refused "unexpected argument: extra" uninstall extra
+refused "unexpected argument: extra" wheel "$scratch" extra
+refused "unexpected argument: extra" sdist "$scratch" extra
 refused "run needs a program" run
 refused "no such program: $scratch/none.py" run "$scratch/none.py"
 
@@ -101,6 +109,26 @@ KeyError: 'x'
 run 2 run --python "$host" --listen 0 --hook=weft.debugging:Hoop "$bills"
 missing="AttributeError: 'module' object has no attribute 'Hoop'"
 check "standard error" "${err#*$'\n'}" "sorrel: can't load hook 'weft.debugging:Hoop': $missing"
+
+# Installed below a name with a blank in it, from another folder than the checkout.
+site="$scratch/the site"
+cd "$scratch" || exit
+run 0 install --python "$host" --target "the site"
+check "the folder" "$out" "$site"
+echo 'print 6 * 7' >"$scratch/program.py"
+command=${err#*debug programs with: }
+called=$command
+out=$(eval "${command/%PROGRAM/program.py}" <<<continue 2>"$scratch/err")
+check "what the program and the debugger say" "${out##*'(sorrel) '}" \
+    $'42\nThe program ended with exit status 0.'
+run 0 uninstall --python "$host" --target "the site"
+check "the folder" "$out" "$site"
+check "what is left" "$(find "$site" -mindepth 1)" ""
+run 1 uninstall --python "$host" --target "the site"
+check "standard error" "$err" "morvik: could not uninstall: Morvik is not installed in $site"
+run 0 wheel --python "$host" wheels
+check "the wheel" "$(ls "$scratch/wheels")" "${out##*/}"
+cd "$root" || exit
 
 run 0 demo --python "$host"
 check "standard error of the demo" "$(sed '/^Traceback/,/^AttributeError/d' <<<"$err")" ""
