@@ -59,7 +59,9 @@ def _extension(name, sources):
         name, sources, include_dirs=['src'], libraries=['dl'], language='c++',
         depends=_sources('src', '.h') + [_EXPORTS],
         extra_compile_args=['-std=c++17', '-fno-strict-aliasing', '-fno-exceptions', '-fno-rtti',
-                            '-fvisibility=hidden', '-fvisibility-inlines-hidden'],
+                            '-fvisibility=hidden', '-fvisibility-inlines-hidden',
+                            # The interpreter's headers are older than that.
+                            '-Wno-register'],
         extra_link_args=['-Wl,--version-script=' + _EXPORTS])
 
 
