@@ -179,7 +179,24 @@ def _play(name):
         return 2
 
 
+def _complaint_of_core():
+    """Why the native core cannot be used here; None when it can."""
+    try:
+        import _sorrel
+        import tmorvik26_vs2012_x64
+    except ImportError as error:
+        return str(error)
+    version = '.'.join(_sorrel.HOST_VERSION.split('.')[:2])
+    if version != '%d.%d' % sys.version_info[:2]:
+        return 'it was built for Python %s' % version
+    return None
+
+
 def _run(command, options, words):
+    complaint = _complaint_of_core()
+    if complaint is not None:
+        sys.stderr.write('sorrel: cannot load the native core: %s\n' % complaint)
+        return 2
     if command == 'demo':
         return _play(words[0])
     if command == 'dap':

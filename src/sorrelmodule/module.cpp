@@ -144,5 +144,11 @@ PyMODINIT_FUNC init_sorrel();
 #pragma GCC visibility pop
 
 PyMODINIT_FUNC init_sorrel() {
-    Py_InitModule3("_sorrel", morvik::methods, "Private to the debug server sorrel.");
+    PyObject* const module =
+        Py_InitModule3("_sorrel", morvik::methods, "Private to the debug server sorrel.");
+    if (module != nullptr) {
+        // The interpreter loads what was built for another version, too. When this cannot be set
+        // there is an error, and the import fails.
+        PyModule_AddStringConstant(module, "HOST_VERSION", PY_VERSION);
+    }
 }

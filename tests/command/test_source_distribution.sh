@@ -22,7 +22,8 @@ main=sorrel
 [[ $("$host" -V 2>&1) != *' 2.6'* ]] || main=sorrel.__main__
 echo 'print 6 * 7' >"$scratch/program.py"
 cd "$scratch"
-printf 'continue\n' | PYTHONPATH=$scratch/site "$host" -m "$main" program.py >out
+printf 'continue\n' | PYTHONPATH=$scratch/site "$host" -m "$main" program.py |
+    sed "s|$scratch/||" >out
 diff out - <<'EOF'
 > program.py(1)<module>()
 -> print 6 * 7

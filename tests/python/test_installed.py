@@ -1,5 +1,6 @@
 """python -m sorrel, installed, under the interpreter alone."""
 
+import glob
 import os
 
 import dap_session
@@ -156,6 +157,29 @@ class UsageTest(InstalledTest):
                 (['-m', 'nothing'], 'No module named nothing'),
                 (['--listen', '0', '-m', 'nothing'], 'No module named nothing')]:
             self.assertEqual(self.refusal(*arguments), 'sorrel: %s\n' % complaint)
+
+    def test_a_core_that_is_not_there(self):
+        os.remove(self.module('_sorrel'))
+        self.assertEqual(self.refusal(self.script(PROGRAM)),
+                         'sorrel: cannot load the native core: No module named _sorrel\n')
+
+    def test_a_core_that_cannot_be_loaded(self):
+        path = self.module('tmorvik26_vs2012_x64')
+        output = open(path, 'r+')
+        output.truncate(10)
+        output.close()
+        for arguments in [self.script(PROGRAM)], ['--listen', '0', 'x']:
+            self.assertEqual(self.refusal(*arguments),
+                             'sorrel: cannot load the native core: %s: file too short\n' % path)
+
+    def test_a_core_of_another_version(self):
+        os.remove(self.module('_sorrel'))
+        self.script('HOST_VERSION = "2.5.10"\n', 'site/_sorrel.py')
+        self.assertEqual(self.refusal(self.script(PROGRAM)), 'sorrel: cannot load the native core: '
+                         'it was built for Python 2.5\n')
+
+    def module(self, name):
+        return glob.glob(os.path.join(self.site, name + '*.so'))[0]
 
     def test_version_and_help(self):
         self.assertEqual(self.run_host('-m', SORREL, '--version'), ('Morvik 0.1.0\n', '', 0))
