@@ -28,9 +28,9 @@ def listing(folder):
 class TestCase(dap_session.TestCase):
 
     def setUp(self):
-        dap_session.TestCase.setUp(self)
         if 'libasan' in open('/proc/self/maps').read():
             self.skip('the interpreter alone does not load modules with sanitizers')
+        dap_session.TestCase.setUp(self)
         self.site = os.path.join(self.folder, 'site')
         # Programs are in none of the two, and started from a third.
         os.mkdir(self.site)

@@ -188,11 +188,11 @@ class WheelTest(DistributionTest):
 class PipTest(DistributionTest):
 
     def setUp(self):
-        DistributionTest.setUp(self)
         if sys.version_info < (2, 7):
             self.skip('the last pip for 2.7 does not run on 2.6')
         if not os.path.exists(PIP):
             self.skip('there is no pip for 2.7, which ./morvik setup brings')
+        DistributionTest.setUp(self)
         self.environment = dict(os.environ, PYTHONPATH=self.site + os.pathsep + PIP,
                                 PIP_CONFIG_FILE=os.devnull)
 
