@@ -1,0 +1,168 @@
+#include "attachmodule/block.h"
+
+#include <sys/syscall.h>
+
+namespace morvik {
+
+// What the assembler calls the places in BlockData.
+static_assert(offsetof(Interpreter, add_pending_call) == 0x00, "the assembler's numbers");
+static_assert(offsetof(Interpreter, eval_init_threads) == 0x08, "the assembler's numbers");
+static_assert(offsetof(Interpreter, eval_threads_initialized) == 0x10, "the assembler's numbers");
+static_assert(offsetof(Interpreter, gil_ensure) == 0x18, "the assembler's numbers");
+static_assert(offsetof(Interpreter, gil_release) == 0x20, "the assembler's numbers");
+static_assert(offsetof(Interpreter, gil_this_thread_state) == 0x28, "the assembler's numbers");
+static_assert(offsetof(Interpreter, is_initialized) == 0x30, "the assembler's numbers");
+static_assert(offsetof(Interpreter, run_simple_string) == 0x38, "the assembler's numbers");
+static_assert(offsetof(Interpreter, start_new_thread) == 0x40, "the assembler's numbers");
+static_assert(offsetof(Interpreter, munmap) == 0x50, "the assembler's numbers");
+static_assert(offsetof(Interpreter, usleep) == 0x58, "the assembler's numbers");
+static_assert(offsetof(BlockData, block) == 0x60, "the assembler's numbers");
+static_assert(offsetof(BlockData, claimed) == 0x68, "the assembler's numbers");
+static_assert(offsetof(BlockData, users) == 0x6c, "the assembler's numbers");
+static_assert(offsetof(BlockData, started) == 0x70, "the assembler's numbers");
+static_assert(offsetof(BlockData, released) == 0x74, "the assembler's numbers");
+static_assert(offsetof(BlockData, text) == 0x78, "the assembler's numbers");
+static_assert(sizeof(BlockData) <= 3 * kPageSize, "leaves no room for a stack");
+static_assert(kBlockSize == 0x10000, "the assembler's number");
+
+// Never run here: it is copied into the other process, and works wherever it lies.
+//
+// rbx holds the data's address throughout. Functions are called through it.
+__asm__(R"(
+    .section .rodata
+    .balign 16
+morvik_block_begin:
+
+    # The answer: whether the interpreter is there.
+morvik_block_check:
+    movq    %rdi, %rbx
+    callq   *0x30(%rbx)                 # Py_IsInitialized()
+    int3
+
+    # Has the interpreter call `pending` in its main thread when that is between two instructions
+    # of Python code. Made for signal handlers: it waits for nothing. The answer: 0, or -1 when the
+    # queue is full or just being changed.
+morvik_block_queue:
+    movq    %rdi, %rbx
+    leaq    morvik_block_pending(%rip), %rdi
+    movq    %rbx, %rsi
+    callq   *(%rbx)                     # Py_AddPendingCall(pending, data)
+    int3
+
+    # Starts the thread from one that waits, without the interpreter lock, in a system call. The
+    # answer: 1, or 0 where this thread is not one that may.
+morvik_block_start:
+    movq    %rdi, %rbx
+    callq   *0x10(%rbx)                 # PyEval_ThreadsInitialized()
+    testl   %eax, %eax
+    jnz     1f
+    # There is no interpreter lock before there are threads. Only the one thread that runs Python
+    # code may make it: it is in no Python code now.
+    callq   *0x28(%rbx)                 # PyGILState_GetThisThreadState()
+    testq   %rax, %rax
+    jz      2f
+    callq   *0x18(%rbx)                 # PyGILState_Ensure()
+    movl    %eax, %r12d
+    callq   *0x08(%rbx)                 # PyEval_InitThreads()
+    movl    %r12d, %edi
+    callq   *0x20(%rbx)                 # PyGILState_Release(state)
+1:  movl    $1, %eax
+    xchgl   %eax, 0x68(%rbx)
+    testl   %eax, %eax
+    jnz     2f
+    callq   morvik_block_start_thread
+    movl    $1, %eax
+    int3
+2:  xorl    %eax, %eax
+    int3
+
+    # int pending(void *data): what the interpreter calls. The main thread holds the lock.
+morvik_block_pending:
+    endbr64
+    pushq   %rbx
+    movq    %rdi, %rbx
+    movl    $1, %eax
+    xchgl   %eax, 0x68(%rbx)
+    testl   %eax, %eax
+    jnz     1f
+    callq   *0x08(%rbx)                 # PyEval_InitThreads()
+    callq   morvik_block_start_thread
+1:  jmp     morvik_block_leave
+
+morvik_block_start_thread:
+    subq    $8, %rsp
+    leaq    morvik_block_thread(%rip), %rdi
+    movq    %rbx, %rsi
+    callq   *0x40(%rbx)                 # PyThread_start_new_thread(thread, data)
+    cmpq    $-1, %rax
+    setz    %al
+    movzbl  %al, %eax
+    incl    %eax
+    movl    %eax, 0x70(%rbx)
+    addq    $8, %rsp
+    ret
+
+    # void thread(void *data): a thread that is nobody's else.
+morvik_block_thread:
+    endbr64
+    pushq   %rbx
+    pushq   %r12
+    subq    $8, %rsp
+    movq    %rdi, %rbx
+    callq   *0x30(%rbx)                 # Py_IsInitialized()
+    testl   %eax, %eax
+    jz      1f
+    callq   *0x18(%rbx)                 # PyGILState_Ensure()
+    movl    %eax, %r12d
+    leaq    0x78(%rbx), %rdi
+    callq   *0x38(%rbx)                 # PyRun_SimpleString(text)
+    movl    %r12d, %edi
+    callq   *0x20(%rbx)                 # PyGILState_Release(state)
+    # The one who has started it may still be in this code. Ten seconds, then the code stays.
+1:  movl    $10000, %r12d
+2:  cmpl    $0, 0x74(%rbx)
+    jnz     3f
+    movl    $1000, %edi
+    callq   *0x58(%rbx)                 # usleep(1000)
+    decl    %r12d
+    jnz     2b
+    addq    $8, %rsp
+    popq    %r12
+    popq    %rbx
+    ret
+3:  addq    $8, %rsp
+    popq    %r12
+    # Falls through.
+
+    # The last one takes the block away. That ends in the C library: there is nothing to return to
+    # here.
+morvik_block_leave:
+    lock decl 0x6c(%rbx)
+    jnz     1f
+    movq    0x60(%rbx), %rdi
+    movl    $0x10000, %esi
+    movq    0x50(%rbx), %rax
+    popq    %rbx
+    jmpq    *%rax                       # munmap(block, size), 0 also for the interpreter
+1:  xorl    %eax, %eax
+    popq    %rbx
+    ret
+
+morvik_block_end:
+    .previous
+)");
+
+extern "C" {
+extern const char block_begin[] __asm__("morvik_block_begin");
+extern const char block_check[] __asm__("morvik_block_check");
+extern const char block_queue[] __asm__("morvik_block_queue");
+extern const char block_start[] __asm__("morvik_block_start");
+extern const char block_end[] __asm__("morvik_block_end");
+}
+
+BlockCode block_code() {
+    const auto at = [](const char* part) { return static_cast<Address>(part - block_begin); };
+    return {block_begin, at(block_end), at(block_check), at(block_queue), at(block_start)};
+}
+
+}  // namespace morvik
