@@ -26,6 +26,7 @@ _USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [-
              PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+       %prog attach [--handshake FILE] PID
        %prog dap
        %prog demo (ledger | bills)'''
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
@@ -92,7 +93,7 @@ def _parse_short(arguments):
 def _parse(arguments):
     parser = _parser(_USAGE, _DESCRIPTION)
     words = parser.parse_args(arguments)[1]
-    if not words or words[0] not in ('terminal', 'serve', 'dap', 'demo'):
+    if not words or words[0] not in ('terminal', 'serve', 'attach', 'dap', 'demo'):
         parser.error('unknown command: %s' % words[0] if words else 'needs a command')
     command = words[0]
     if command in ('terminal', 'serve'):
@@ -101,12 +102,18 @@ def _parse(arguments):
     if command == 'serve':
         _add_listen_options(parser)
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
+    if command == 'attach':
+        parser.add_option('--handshake', metavar='FILE',
+                          help='let the program find the one client in FILE')
     options, words = parser.parse_args(words[1:])
     if command == 'demo' and words and words[0] not in _DEMOS:
         parser.error('unknown demo: %s' % words[0])
     if not words and command != 'dap':
-        parser.error('needs a %s' % ('demo' if command == 'demo' else 'program'))
-    if command == 'dap' and words or command == 'demo' and len(words) > 1:
+        parser.error('needs a %s' % {'demo': 'demo', 'attach': 'process id'}.get(
+            command, 'program'))
+    if command == 'attach' and not (words[0].isdigit() and int(words[0]) < 1 << 31):
+        parser.error('not a process id: %s' % words[0])
+    if command == 'dap' and words or command in ('demo', 'attach') and len(words) > 1:
         parser.error('unexpected argument: %s' % words[-1])
     if command in ('terminal', 'serve'):
         _check_hooks(options, parser)
@@ -169,6 +176,16 @@ def _serve(options, program, arguments):
         return 2
 
 
+def _attach(pid, handshake):
+    from sorrel.processes import running
+    try:
+        running.bring_server(pid, 'sorrel.server', handshake)
+    except running.CannotAttach as error:
+        sys.stderr.write('sorrel: %s\n' % error)
+        return 1
+    return 0
+
+
 def _play(name):
     from sorrel.service import runner
     from sorrel.terminal import demo, recordings
@@ -202,6 +219,8 @@ def _run(command, options, words):
     if command == 'dap':
         from sorrel.adapter import adapter
         return adapter.run()
+    if command == 'attach':
+        return _attach(int(words[0]), options.handshake)
     if command == 'serve':
         return _serve(options, words[0], words[1:])
     return _debug(options, words[0], words[1:])

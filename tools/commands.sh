@@ -14,6 +14,7 @@ usage: ./morvik COMMAND [OPTIONS]
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
       --post-mortem                       wait for one when an exception has ended it
       --token-file FILE | --no-token      what they have to show instead of a new token
+  attach [--python EXE] PID               debug a program that runs already
   dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
   install [--python EXE] [--target DIR]   install for EXE, or where PYTHONPATH leads (docs/installing.md)
   uninstall [--python EXE] [--target DIR] take it away again
@@ -147,6 +148,32 @@ command_run() {
     exe=$(one_host) || exit
     [[ -z $post_mortem ]] || front_end+=(--post-mortem)
     in_host "$exe" '' -m sorrel.main "${front_end[@]}" "${hooks[@]}" -- "${rest[@]}"
+}
+
+# host_of_process PID: the interpreter that the process runs, where that can be a host.
+host_of_process() {
+    local exe
+    exe=$(readlink "/proc/$1/exe") || exit
+    case $exe in
+        "$root"/build/*/bin/morvik-python)
+            exe=$(sed -n 's/^MORVIK_PYTHON:FILEPATH=//p' "${exe%/bin/*}/CMakeCache.txt")
+            ;;
+    esac
+    ! is_host "$exe" || echo "$exe"
+}
+
+command_attach() {
+    local exe='' handshake=()
+    if [[ ${1:-} == --handshake ]]; then
+        handshake=("${@:1:2}")
+        shift 2
+    fi
+    read_options -- "$@"
+    [[ ${#rest[@]} == 1 && ${rest[0]} =~ ^[0-9]{1,9}$ ]] || usage_error "attach needs a process id"
+    [[ -e /proc/${rest[0]} ]] || die "there is no process ${rest[0]}"
+    ((${#hosts[@]} > 0)) || exe=$(host_of_process "${rest[0]}") || true
+    [[ -n $exe ]] || exe=$(one_host) || exit
+    in_host "$exe" '' -m sorrel.main attach "${handshake[@]}" "${rest[@]}"
 }
 
 command_dap() {
@@ -289,7 +316,7 @@ main() {
     local command=${1:-help}
     (($# == 0)) || shift
     case $command in
-        setup | build | python | run | dap | demo | test | bench | \
+        setup | build | python | run | attach | dap | demo | test | bench | \
             install | uninstall | wheel | sdist) "command_$command" "$@" ;;
         help | --help | -h) command_help ;;
         *) usage_error "unknown command: $command" ;;

@@ -13,6 +13,7 @@ import time
 from sorrel.adapter import attach
 from sorrel.adapter.launch import CannotLaunch, Launch
 from sorrel.adapter.process import Process
+from sorrel.adapter.process_attach import ProcessAttach
 from sorrel.common import errors
 from sorrel.common.decoding import text
 from sorrel.processes.guard import Guard
@@ -49,7 +50,7 @@ class Adapter(object):
         self._seq = 0
         # The arguments of the client's first request.
         self._initialize = None
-        # The request that is answered when the program is there.
+        # The request that is answered when the program is there, and what it comes by until then.
         self._begin = None
         # The same when the program has it, until it answers.
         self._unanswered = None
@@ -180,6 +181,10 @@ class Adapter(object):
     def _on_attach(self, request):
         self._check_beginning()
         arguments = schema.checked(request)
+        if 'processId' in arguments:
+            self._launch = ProcessAttach(arguments)
+            self._begin = attach.for_program(request, arguments)
+            return
         connection = attach.connect(arguments)
         try:
             self._begin = attach.request_with_token(request, arguments, connection)
@@ -253,7 +258,11 @@ class Adapter(object):
     # The program.
 
     def _await_program(self, readable):
-        connection = self._launch.look(readable)
+        try:
+            connection = self._launch.look(readable)
+        except Refused as error:
+            self._refuse_begin(text(error.args[0]))
+            return
         if connection is not None:
             self._launch = None
             self._join(connection)

@@ -9,14 +9,14 @@ from sorrel.protocol.messages import Refused
 _CONNECT_PATIENCE = 10.0
 # What the program wants to know: not what is for the adapter alone, or for the editor.
 _PASSED_ON = frozenset(name.rstrip('?') for name in schema.ATTACH).difference(
-    ('connect', 'host', 'port', 'socket', 'tokenFile'))
+    ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python'))
 
 
 def connect(arguments):
     """A socket that is connected to the program. Raises Refused."""
     place = arguments.get('connect', arguments)
     if ('port' in place) == ('socket' in arguments):
-        raise Refused('attach needs either a port or a socket')
+        raise Refused('attach needs either a port, a socket or a processId')
     if 'socket' in arguments:
         name = _path(arguments['socket'])
         make = lambda: _connected_to_path(name)
@@ -35,12 +35,17 @@ def connect(arguments):
 
 def request_with_token(request, arguments, connection):
     """The client's request as the program is to have it. Raises Refused."""
-    passed = dict((name, value) for name, value in arguments.items()
-                  if name in _PASSED_ON)
+    passed = for_program(request, arguments)
     token = _token(arguments, connection)
     if token is not None:
-        passed['token'] = token
-    return dict(request, arguments=passed)
+        passed['arguments']['token'] = token
+    return passed
+
+
+def for_program(request, arguments):
+    """The client's request with what the program wants to know."""
+    return dict(request, arguments=dict(
+        (name, value) for name, value in arguments.items() if name in _PASSED_ON))
 
 
 def _token(arguments, connection):

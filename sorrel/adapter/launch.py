@@ -8,7 +8,7 @@ from sorrel.processes import guard, own_folders
 from sorrel.protocol.launch_handshake import Handshake
 
 _FOLDER = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-_MORVIK = os.path.join(_FOLDER, 'morvik')
+MORVIK = os.path.join(_FOLDER, 'morvik')
 _TERMINALS = {'integratedTerminal': 'integrated', 'externalTerminal': 'external'}
 
 
@@ -80,7 +80,7 @@ class Launch(object):
     def _full_command(self):
         python = _encoded(self._arguments.get('python')) or sys.executable
         # Installed, there is no launcher: the interpreter finds what is installed for it.
-        command = [_MORVIK, 'python', '--python', python, '--'] if os.path.exists(_MORVIK) \
+        command = [MORVIK, 'python', '--python', python, '--'] if os.path.exists(MORVIK) \
             else [python]
         return command + ['-u', '-m', 'sorrel.main', 'serve',
                           '--handshake', self._handshake.path] + self._command

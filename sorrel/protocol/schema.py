@@ -1,14 +1,18 @@
 """What the arguments of requests have to look like.
 
-A shape is a type, a set of words, a list of one shape for an array of any length, a Mapping, or a
-dict for an object: the shapes of its attributes by their names. A "?" after a name says that the
-attribute may be missing or null; attributes without a shape are nobody's business.
+A shape is a type, a set of words, a list of one shape for an array of any length, a Mapping, a
+Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name says
+that the attribute may be missing or null; attributes without a shape are nobody's business.
 """
 
 from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 
 _MOST = (1 << 31) - 1
+
+
+class Number(object):
+    """A whole number from 0 on, or its digits in a string, as editors' variables have it."""
 
 
 class Mapping(object):
@@ -31,7 +35,7 @@ LAUNCH = dict(_DEBUGGING, **{
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(_DEBUGGING, **{
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
-    'tokenFile?': unicode})
+    'tokenFile?': unicode, 'processId?': Number(), 'python?': unicode})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
@@ -89,6 +93,11 @@ def _checked(shape, value, name):
         for key, item in value.items():
             _require(item is None or isinstance(item, unicode), name + u'.' + key,
                      u'is no string')
+    elif isinstance(shape, Number):
+        digits = u'%d' % value if type(value) in (int, long) else value
+        _require(isinstance(digits, unicode), name, u'is no whole number from 0 on')
+        _require(digits.isdigit() and int(digits) <= _MOST, name, u'is no whole number from 0 on')
+        return int(digits)
     elif isinstance(shape, frozenset):
         _require(isinstance(value, unicode) and value in shape, name,
                  u'is none of ' + u', '.join(text(word) for word in sorted(shape)))

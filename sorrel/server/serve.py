@@ -45,7 +45,7 @@ def serve(name, args, is_module, place=None, wait=False, handshake_file=None, ho
     # Runs after the program's own exit functions.
     atexit.register(server.stop)
     atexit.register(program.end)
-    _call_in_children(server.forget)
+    call_in_children(server.forget)
     if waits and not program.wait_for_client():
         return 0
     return runner.run(script, program.service, program.is_debugged)
@@ -75,7 +75,7 @@ def _at_end(program, function):
     program.at_end.append(function)
 
 
-def _call_in_children(function):
+def call_in_children(function):
     """Calls it, from now on, in each process that the program forks, before that goes on."""
     after_fork = threading._after_fork
 

@@ -42,14 +42,22 @@ _IDLE_PERIOD = 1.0
 _ANY_THREAD = object()
 # What a front end may need where the program has used up its own.
 _STACK_ROOM = 100
+# Of the processes in which there is one.
+_processes = set()
+
+
+def is_served():
+    """Whether there is a Service in this process."""
+    return os.getpid() in _processes
 
 
 class Service(object):
-    """One for the life of a process, made in its main thread."""
+    """One for the life of a process, made in its main thread or told which that is."""
 
-    def __init__(self, front_end, catch_ctrl_c=True):
+    def __init__(self, front_end, catch_ctrl_c=True, main_thread=None):
         self._front_end = front_end
         self._process = os.getpid()
+        _processes.add(self._process)
         self._ignored = set()
         # By the threads that are stopped. What each makes the others wait for, if it does.
         self._stops = {}
@@ -78,7 +86,7 @@ class Service(object):
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
                   self._on_return, self._on_exception, self._on_quit, self._on_import,
                   __builtin__.__import__, None, frames.own_files())
-        self.main_thread = living.current()
+        self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions(self.breakpoints)
         self.modules = modules.Modules()
@@ -154,10 +162,18 @@ class Service(object):
 
     # For front ends.
 
+    def use(self, front_end):
+        """Has another front end from now on. For when nothing is attached."""
+        self._front_end = front_end
+
     def ignore_thread(self, ident):
         """Never debug this thread (an interpreter's thread ident): it is a front end's own."""
         self._ignored.add(ident)
         core.set_debug_thread_cb(self._debugs_thread)
+
+    def heed_thread(self, ident):
+        """To be called by such a thread when it ends: the next one may get the same ident."""
+        self._ignored.discard(ident)
 
     def threads(self):
         """A Thread for each one that runs code of the program, and the main one, by ident."""

@@ -255,4 +255,12 @@ void untrace_all_threads(PyObject* trace_object) {
     }
 }
 
+long first_thread_ident() {
+    const PyThreadState* thread = first_thread();
+    while (thread->next != nullptr) {
+        thread = thread->next;  // New ones come first.
+    }
+    return thread->thread_id;
+}
+
 }  // namespace morvik

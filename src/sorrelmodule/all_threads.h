@@ -23,6 +23,9 @@ int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_o
 // reference to the object.
 void untrace_all_threads(PyObject* trace_object);
 
+// The ident of the interpreter's oldest thread: the one that has begun it, and is its main thread.
+long first_thread_ident();
+
 }  // namespace morvik
 
 #endif

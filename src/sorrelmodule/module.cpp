@@ -95,6 +95,10 @@ PyObject* entry_find_handler(PyObject* /*self*/, PyObject* args) {
     return found.frame != nullptr ? Py_BuildValue("(On)", found.frame, found.clause) : new_none();
 }
 
+PyObject* entry_first_thread_ident(PyObject* /*self*/, PyObject* /*args*/) {
+    return PyInt_FromLong(first_thread_ident());
+}
+
 PyMethodDef methods[] = {
     {"trace_all_threads", entry_trace_all_threads, METH_VARARGS,
      "trace_all_threads(on_end, trace_object[, left_out])\n\n"
@@ -131,6 +135,9 @@ PyMethodDef methods[] = {
      "of the frame or caller whose handler takes it and the offset of the except clause in that "
      "one's code, -1 where it ends a loop.  Frames or code objects that are keys of the "
      "dictionary count as having no handler."},
+    {"first_thread_ident", entry_first_thread_ident, METH_NOARGS,
+     "first_thread_ident()\n\n"
+     "The ident of the interpreter's main thread, whichever thread asks."},
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -76,6 +76,10 @@ class Server(object):
         thread.start_new_thread(self._run, (started,))
         return started.take()
 
+    def run(self):
+        """Is the thread, until the end."""
+        self._run(WorkQueue())
+
     def send(self, session, message):
         """Sends a message, from any thread, if the session's client is still there.
 

@@ -1,0 +1,25 @@
+"""The interpreter's main thread, for a server that begins in another one."""
+
+import sys
+import thread
+
+import _sorrel
+
+
+def be_main():
+    """Sees to it that `threading` knows it: that takes whoever imports it first for the main one.
+
+    To be called before anything else imports it.
+    """
+    is_known = 'threading' in sys.modules
+    import threading
+    own, first = thread.get_ident(), ident()
+    main = threading._active.get(own)
+    if not is_known and first != own and main is not None:
+        main._Thread__ident = first
+        threading._active[first] = main
+        del threading._active[own]
+
+
+def ident():
+    return _sorrel.first_thread_ident()
