@@ -21,23 +21,26 @@ _BEGINNING = '''
 import thread
 def begin():
     try:
-        import imp, sys
-        for name, path in %(modules)r:
-            if name not in sys.modules:
-                imp.load_dynamic(name, path)
-        if 'sorrel' not in sys.modules:
-            imp.load_module('sorrel', None, %(package)r, ('', '', imp.PKG_DIRECTORY))
-        from sorrel.service import first_thread
-        first_thread.be_main()
-        from %(room)s import attached
-        attached.run(%(handshake)r)
+        try:
+            import imp, sys
+            for name, path in %(modules)r:
+                if name not in sys.modules:
+                    imp.load_dynamic(name, path)
+            if 'sorrel' not in sys.modules:
+                imp.load_module('sorrel', None, %(package)r, ('', '', imp.PKG_DIRECTORY))
+            from sorrel.service import first_thread
+            first_thread.be_main()
+            from %(room)s import attached
+            attached.run(%(handshake)r)
+        except:
+            kind, error = sys.exc_info()[:2]
+            is_own = str(kind.__module__).startswith('sorrel.')
+            open(%(complaint)r, 'w').write(
+                str(error) if is_own else '%%s: %%s' %% (kind.__name__, error))
     except:
-        import sys
-        kind, error = sys.exc_info()[:2]
-        open(%(complaint)r, 'w').write('%%s: %%s' %% (kind.__name__, error))
+        pass  # Whoever has asked for this does not wait any more.
 thread.start_new_thread(begin, ())
 '''
-
 
 NO_ANSWER = ('the server has been brought into the program, but does not answer: the program may be in '
              'the middle of an import, or in C code that holds the interpreter lock')

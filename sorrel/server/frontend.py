@@ -44,7 +44,7 @@ class Program(object):
         self._post_mortem = post_mortem
         self.is_waiting = self.is_debugged = waits
         self._session = None
-        self._start = Wakeup()
+        self._start = Wakeup() if waits else None
         self._is_given_up = False
         self._is_at_its_end = False
 
@@ -139,7 +139,8 @@ class Program(object):
 
     def _go_on(self):
         self.is_waiting = False
-        self._start.wake()
+        if self._start is not None:
+            self._start.wake()
 
     # For the service.
 

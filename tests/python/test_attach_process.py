@@ -1,6 +1,7 @@
 """Programs that run already, and know nothing of a debugger, are attached to by their process."""
 
 import os
+import pwd
 import signal
 import subprocess
 import time
@@ -8,6 +9,7 @@ import time
 import dap_session
 import harness
 from dap_session import is_alive
+from sorrel.processes import running
 
 # Works until its file is gone, and finds out whether one turn was like the other.
 WORK = '''
@@ -100,50 +102,6 @@ after = 1  # awake
         self.assertEqual(adapter.stopped(), 'breakpoint <module>:%d' % program.line('# awake'))
         self.leave(adapter)
         self.assertEqual(program.ended(), ('ready\nTrue\n', 0))
-
-    def test_waits_of_all_kinds_go_on(self):
-        """What the program waits for comes only when it has been attached to."""
-        for wait in (
-                'sys.stdin.readline()', 'os.read(0, 1)', 'select.select([0], [], [])',
-                'select.poll().poll(None) if 0 else poll.poll()', 'epoll.poll()',
-                'lock.acquire()', 'thread.join()', 'os.waitpid(child.pid, 0)',
-                'listener.accept()'):
-            program = self.run_unaware('''
-import os, select, socket, subprocess, sys, thread, threading
-def read():
-    os.read(0, 1)
-    lock.release()
-lock = thread.allocate_lock()
-lock.acquire()
-poll, epoll = select.poll(), select.epoll()
-poll.register(0, select.POLLIN)
-epoll.register(0, select.EPOLLIN)
-thread_ = threading.Thread(target=read)
-listener = socket.socket()
-listener.bind(('127.0.0.1', 0))
-listener.listen(1)
-def connect():
-    os.read(0, 1)
-    socket.create_connection(listener.getsockname())
-wait = sys.argv[1]
-if 'lock' in wait or 'thread' in wait:
-    thread_.start()
-elif 'accept' in wait:
-    threading.Thread(target=connect).start()
-elif 'child' in wait:
-    child = subprocess.Popen(['head', '-c', '1'])
-thread = thread_
-print 'ready'
-eval(wait)
-print 'over'  # over
-''', wait)
-            time.sleep(0.2)
-            adapter = self.attach_to(program, '# over')
-            program.process.stdin.write('x\n')
-            self.assertEqual(adapter.stopped(), 'breakpoint <module>:%d' % program.line('# over'))
-            self.leave(adapter)
-            out, status = program.ended()
-            self.assertEqual((out[-5:], status), ('over\n', 0))
 
     def test_all_threads_are_debugged(self):
         program = self.run_unaware('''
@@ -252,9 +210,18 @@ import os, signal, sys, threading, time
 def state():
     return (sorted(globals()), sys.path[:], os.environ.copy(), sys.getcheckinterval(),
             [signal.getsignal(number) for number in range(1, 32)], os.getcwd(), sys.argv[:],
-            sorted(os.listdir('/proc/self/fd')), threading.enumerate(), sys.stdout,
+            sorted(fds()), threading.enumerate(), sys.stdout,
             [open('/proc/self/status').read().count(what) for what in (
                 'SigBlk:\t0000000000000000', 'Threads:\t1', 'TracerPid:\t0')])
+def fds():
+    for number in os.listdir('/proc/self/fd'):
+        try:
+            path = os.readlink('/proc/self/fd/' + number)
+        except OSError:
+            continue  # That of the listing.
+        # The interpreter opens it once, for the first random number that somebody wants.
+        if path != '/dev/urandom':
+            yield number, path
 before = after = None
 before = state()
 print 'ready'
@@ -282,6 +249,234 @@ print before == after or [pair for pair in zip(before, after) if pair[0] != pair
         second = self.adapter()
         second.ask('initialize', adapterID='morvik')
         self.assertEqual(second.refusal('attach', processId=program.pid),
-                         'Taken: somebody debugs this program already')
+                         'somebody debugs this program already')
         self.leave(adapter)
         self.leave(self.attach_to(program))
+
+    def test_one_that_has_another_debugger_of_this_kind(self):
+        program = self.serve(WORK.replace('sys.argv[1]', repr(self.flag)))
+        program.wrote('ready')
+        adapter = self.adapter()
+        adapter.ask('initialize', adapterID='morvik')
+        self.assertEqual(adapter.refusal('attach', processId=program.process.pid),
+                         'this program is run by a debugger already')
+        os.unlink(self.flag)
+        self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
+
+
+# What waits for its standard input, itself or by what another thread or process does.
+WAITING = '''
+import os, select, socket, subprocess, sys, thread, threading
+def read():
+    os.read(0, 1)
+    %(then)s
+lock = thread.allocate_lock()
+lock.acquire()
+poll, epoll = select.poll(), select.epoll()
+poll.register(0, select.POLLIN)
+epoll.register(0, select.EPOLLIN)
+listener = socket.socket()
+listener.bind(('127.0.0.1', 0))
+listener.listen(1)
+reader = threading.Thread(target=read)
+%(before)s
+print 'ready'
+%(wait)s
+print 'over'  # over
+'''
+
+
+class WaitingTest(TestCase):
+    """The program's main thread waits, and goes on with that when it has been attached to."""
+
+    def check(self, wait, before='', then=''):
+        program = self.run_unaware(WAITING % {'wait': wait, 'before': before, 'then': then})
+        time.sleep(0.2)
+        adapter = self.attach_to(program, '# over')
+        program.process.stdin.write('x\n')
+        self.assertEqual(adapter.stopped(), 'breakpoint <module>:%d' % program.line('# over'))
+        self.leave(adapter)
+        self.assertEqual(program.ended(), ('ready\nover\n', 0))
+
+    def test_for_a_line(self):
+        self.check('sys.stdin.readline()')
+
+    def test_for_a_byte(self):
+        self.check('os.read(0, 1)')
+
+    def test_in_select(self):
+        self.check('select.select([0], [], [])')
+
+    def test_in_poll(self):
+        self.check('poll.poll()')
+
+    def test_in_epoll(self):
+        self.check('epoll.poll()')
+
+    def test_for_a_lock(self):
+        self.check('lock.acquire()', 'reader.start()', 'lock.release()')
+
+    def test_for_a_thread(self):
+        self.check('reader.join()', 'reader.start()')
+
+    def test_for_a_process(self):
+        self.check('os.waitpid(child.pid, 0)',
+                   'child = subprocess.Popen(["head", "-c", "1"], stdout=open(os.devnull, "w"))')
+
+    def test_for_a_connection(self):
+        self.check('listener.accept()', 'reader.start()',
+                   'socket.create_connection(listener.getsockname())')
+
+
+class RefusalTest(TestCase):
+    """What is not attached to runs on as it was."""
+
+    def setUp(self):
+        TestCase.setUp(self)
+        running._PATIENCE = 1.0
+
+    def why(self, pid):
+        try:
+            running.bring_server(pid, 'sorrel.server', self.flag)
+        except running.CannotAttach, error:
+            return str(error)
+        self.fail('process %d was attached to' % pid)
+
+    def start(self, *command, **how):
+        process = subprocess.Popen(command, **how)
+        self.opened(Ended(process))
+        return process
+
+    def test_no_process(self):
+        process = self.start('true')
+        process.wait()
+        self.assertEqual(self.why(process.pid), 'there is no process %d' % process.pid)
+
+    def test_one_that_has_ended(self):
+        process = self.start('true')
+        self.assertTrue(harness.wait_until(lambda: not is_alive(process.pid)))
+        self.assertEqual(self.why(process.pid), 'process %d has ended' % process.pid)
+
+    def test_itself(self):
+        self.assertEqual(self.why(os.getpid()),
+                         'process %d cannot attach to itself' % os.getpid())
+
+    def test_a_thread(self):
+        program = self.run_unaware('''
+import threading, time
+thread = threading.Thread(target=time.sleep, args=(60,))
+thread.setDaemon(True)
+thread.start()
+print 'ready'
+time.sleep(60)
+''')
+        found = set(int(name) for name in os.listdir('/proc/%d/task' % program.pid))
+        (thread,) = found - set([program.pid])
+        self.assertEqual(self.why(thread), '%d is a thread of process %d' % (thread, program.pid))
+
+    def test_no_python(self):
+        process = self.start('sleep', '60')
+        self.assertEqual(
+            self.why(process.pid),
+            "process %d runs no Python, or it does not export the interpreter's symbols"
+            % process.pid)
+        self.assertEqual(process.poll(), None)
+
+    def test_one_of_another_user(self):
+        if os.getuid():
+            pid, user = 1, 'root'
+        else:
+            user = pwd.getpwnam('nobody').pw_name
+            pid = self.start('sleep', '60', preexec_fn=lambda: os.setuid(
+                pwd.getpwnam('nobody').pw_uid)).pid
+        self.assertEqual(self.why(pid),
+                         'process %d is not of this user alone, but of %s' % (pid, user))
+
+    def test_one_that_is_stopped_stays_so(self):
+        program = self.run_unaware(WORK, self.flag)
+        os.kill(program.pid, signal.SIGSTOP)
+        self.assertTrue(harness.wait_until(lambda: state(program.pid) == 'T'))
+        self.assertEqual(self.why(program.pid),
+                         'process %d is stopped; "kill -CONT %d" lets it go on' % (
+                             program.pid, program.pid))
+        self.assertEqual(state(program.pid), 'T')
+        os.kill(program.pid, signal.SIGCONT)
+        os.unlink(self.flag)
+        self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
+
+    def test_one_under_another_debugger(self):
+        try:
+            import ctypes
+        except ImportError:
+            self.skip('this host has no ctypes')
+        program = self.run_unaware(WORK, self.flag)
+        seize = 0x4206
+        trace = ctypes.CDLL(None).ptrace
+        trace.argtypes = [ctypes.c_long] * 4
+        self.assertEqual(trace(seize, program.pid, 0, 0), 0)
+        name = open('/proc/self/status').readline().split()[1]
+        self.assertEqual(self.why(program.pid),
+                         'process %d is under another debugger: %s, process %d' % (
+                             program.pid, name, os.getpid()))
+
+    def test_one_with_a_root_of_its_own(self):
+        if os.getuid():
+            self.skip('only root may change the root')
+        program = self.run_unaware('''
+import os, sys, time
+os.chroot(os.path.dirname(sys.argv[1]))
+print 'ready'
+while os.path.exists('/flag'):
+    time.sleep(0.01)
+print 'over'
+''', self.flag)
+        self.assert_in('it may be in a container, or have a root of its own',
+                       self.why(program.pid))
+        os.unlink(self.flag)
+        self.assertEqual(program.ended(), ('ready\nover\n', 0))
+
+    def test_another_interpreter(self):
+        process = self.start('python3', '-c', 'import time; time.sleep(60)')
+        self.assertTrue(harness.wait_until(
+            lambda: 'python3' in open('/proc/%d/maps' % process.pid).read()))
+        time.sleep(1)
+        self.assert_in('process %d runs Python 3, and this is built for CPython 2.'
+                       % process.pid, self.why(process.pid))
+
+    def test_one_deep_in_c_code_with_the_interpreter_lock(self):
+        """It never knows of it, not even when it comes back."""
+        program = self.run_unaware('''
+import os, re, sys, time
+print 'ready'
+re.match('(a+)+$', 'a' * 25 + 'b')
+print 'back'
+while os.path.exists(sys.argv[1]):
+    time.sleep(0.01)
+print 'over', sys.modules.get('sorrel'), open('/proc/self/maps').read().count('r-xp 00000000 00:00')
+''', self.flag)
+        self.assertEqual(
+            self.why(program.pid), 'process %d does not come to a place where this can be done: it '
+            'is in C code, or does not run Python code' % program.pid)
+        self.assertEqual(program.out, 'ready\n')
+        program.wrote('back')
+        self.leave(self.attach_to(program))
+        os.unlink(self.flag)
+        out, status = program.ended()
+        self.assertEqual(out.splitlines()[2].split()[:2], ['over', '<module'])
+        self.assertEqual(status, 0)
+
+
+class Ended(object):
+    """Ends a process with the test."""
+
+    def __init__(self, process):
+        self._process = process
+
+    def close(self):
+        if self._process.poll() is None:
+            self._process.kill()
+            self._process.wait()
+
+
+def state(pid):
+    return open('/proc/%d/stat' % pid).read().rpartition(')')[2].split()[0]

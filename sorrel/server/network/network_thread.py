@@ -141,6 +141,7 @@ class Server(object):
             stranger.connection.close()
         if self._listener:
             self._listener.close()
+        self._wakeup.descriptor.close()
         self._finished.put(None)
 
     def _guarded(self, function):
