@@ -177,9 +177,13 @@ def _serve(options, program, arguments):
 
 
 def _attach(pid, handshake):
+    from sorrel.client import terminal
     from sorrel.processes import running
     try:
-        running.bring_server(pid, 'sorrel.server', handshake)
+        if handshake is None:
+            terminal.attach(pid)
+        else:
+            running.bring_server(pid, 'sorrel.server', handshake)
     except running.CannotAttach as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 1

@@ -14,15 +14,30 @@ except ImportError:
 # How long the program may take to come to a place where it can be done, in seconds.
 _PATIENCE = 20.0
 _SCOPE = '/proc/sys/kernel/yama/ptrace_scope'
-# What a thread of its own does in the program, whose namespaces it leaves alone. Importing would
-# wait as long as the program itself is at it. Modules are found by their files: sys.path is the
-# program's.
+# What a thread of its own does in the program, whose namespaces it leaves alone. Importing waits as
+# long as the program itself is at it. Modules are found by their files: sys.path is the program's.
+# The end of the program waits for a thread that is in the middle of this: it would meet with
+# modules that are emptied.
 _BEGINNING = '''
 import thread
+begun = thread.allocate_lock()
+begun.acquire()
 def begin():
     try:
+        import atexit, imp, sys, time
+        def wait():
+            for turn in range(500):
+                if begun.acquire(False):
+                    break
+                time.sleep(0.01)
+        at_exit = wait, (), {}
+        atexit._exithandlers.append(at_exit)
+        def ready():
+            if at_exit in atexit._exithandlers:
+                atexit._exithandlers.remove(at_exit)
+            if begun.locked():
+                begun.release()
         try:
-            import imp, sys
             for name, path in %(modules)r:
                 if name not in sys.modules:
                     imp.load_dynamic(name, path)
@@ -31,12 +46,13 @@ def begin():
             from sorrel.service import first_thread
             first_thread.be_main()
             from %(room)s import attached
-            attached.run(%(handshake)r)
+            attached.run(%(handshake)r, ready)
         except:
             kind, error = sys.exc_info()[:2]
             is_own = str(kind.__module__).startswith('sorrel.')
             open(%(complaint)r, 'w').write(
                 str(error) if is_own else '%%s: %%s' %% (kind.__name__, error))
+        ready()
     except:
         pass  # Whoever has asked for this does not wait any more.
 thread.start_new_thread(begin, ())

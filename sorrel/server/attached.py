@@ -7,45 +7,56 @@ import atexit
 import os
 import sys
 import thread
+import time
 
+from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake
 from sorrel.server.frontend import Program
 from sorrel.server.network.network_thread import Server
-from sorrel.server.serve import call_in_children
 from sorrel.server.shared import sources
 from sorrel.service import late
 
+# How long the end of the program waits for that of the server, in seconds.
+_END_PATIENCE = 2.0
+# Taken now: a program may replace what the interpreter's modules offer.
+_now, _sleep = time.time, time.sleep
 # By processes: a forked one holds what is its parent's, too.
 _programs = {}
 # The Server while there is a client, which can be only one.
 _servers = []
 
 
-def run(handshake_file):
-    """Serves the client in the calling thread, which is none of the program's, until it leaves."""
+def run(handshake_file, ready):
+    """Serves the client in the calling thread, which is none of the program's, until it leaves.
+
+    ready: called when the end of the program waits for this thread.
+    """
     program = _programs.get(os.getpid())
     if program is None:
         program = Program(_main_path(), 'attach', False)
     program.service = late.take(program)
+    server = None
     try:
         if os.getpid() not in _programs:
             _programs[os.getpid()] = program
             _see_to_its_end(program)
-        _serve(program, launch_handshake.connect(handshake_file))
+        ready()
+        server = Server(program.new_session, client=launch_handshake.connect(handshake_file))
+        _servers.append(server)
+        _serve(program.service, server)
     finally:
         late.leave()
+        if server in _servers:
+            _servers.remove(server)
 
 
-def _serve(program, connection):
+def _serve(service, server):
     ident = thread.get_ident()
-    server = Server(program.new_session, client=connection)
-    _servers.append(server)
-    program.service.ignore_thread(ident)
+    service.ignore_thread(ident)
     try:
         server.run()
     finally:
-        _servers.remove(server)
-        program.service.heed_thread(ident)
+        service.heed_thread(ident)
 
 
 def _see_to_its_end(program):
@@ -57,6 +68,10 @@ def _see_to_its_end(program):
 def _stop():
     for server in list(_servers):
         server.stop()
+    # The thread is to be done with all of this before the modules are emptied.
+    end = _now() + _END_PATIENCE
+    while _servers and _now() < end:
+        _sleep(0.001)
 
 
 def _forget():

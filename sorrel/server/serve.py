@@ -1,9 +1,9 @@
 """Runs a program that clients of the protocol can debug."""
 
 import atexit
-import threading
 
 from sorrel.processes import guard
+from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake, tokens
 from sorrel.server.frontend import Program, tell
 from sorrel.server.network.listening import InUse, Listening
@@ -73,14 +73,3 @@ def _listening_server(program, place, token_file, has_token):
 def _at_end(program, function):
     atexit.register(function)
     program.at_end.append(function)
-
-
-def call_in_children(function):
-    """Calls it, from now on, in each process that the program forks, before that goes on."""
-    after_fork = threading._after_fork
-
-    def call():
-        after_fork()
-        function()
-    # What the interpreter calls for itself.
-    threading._after_fork = call

@@ -14,9 +14,11 @@ _start_thread, _new_lock = thread.start_new_thread, thread.allocate_lock
 
 class PromptEvaluation(object):
 
-    def __init__(self, service):
+    def __init__(self, service, has_ctrl_c=True):
+        """has_ctrl_c: whether Ctrl-C raises KeyboardInterrupt in the main thread."""
         self._service = service
-        # The TimeLimit of what is evaluated in another thread than the main one.
+        self._has_ctrl_c = has_ctrl_c
+        # The TimeLimit of what is evaluated in a thread in which Ctrl-C does not end it.
         self._limit = None
 
     def call(self, stop, function, *arguments):
@@ -24,7 +26,7 @@ class PromptEvaluation(object):
 
         Raises Overtime when it has been interrupted.
         """
-        if stop.thread != self._service.main_thread:
+        if not self._has_ctrl_c or stop.thread != self._service.main_thread:
             function, arguments = self._interruptible, (function,) + arguments
         if not self._service.has_other_threads():
             return function(*arguments)
@@ -43,7 +45,7 @@ class PromptEvaluation(object):
                 self._service.make_others_wait(hold)
 
     def interrupt(self):
-        """Ctrl-C in the main thread. Whether another one has been evaluating, and ends that."""
+        """Ctrl-C. Whether a thread has been evaluating that has not got it, and ends that."""
         limit = self._limit
         if limit is None:
             return False

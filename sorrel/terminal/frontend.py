@@ -72,10 +72,11 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         # Of modules that are not loaded yet: "always" or "never" by their names.
         self._awaited_types = {}
 
-    def use(self, service):
+    def use(self, service, has_ctrl_c=True):
+        """has_ctrl_c: whether Ctrl-C raises KeyboardInterrupt in the program's main thread."""
         self.service = service
         self._threads = Threads(service)
-        self._evaluation = PromptEvaluation(service)
+        self._evaluation = PromptEvaluation(service, has_ctrl_c)
 
     # For the service.
 

@@ -14,14 +14,15 @@ static_assert(offsetof(Interpreter, gil_this_thread_state) == 0x28, "the assembl
 static_assert(offsetof(Interpreter, is_initialized) == 0x30, "the assembler's numbers");
 static_assert(offsetof(Interpreter, run_simple_string) == 0x38, "the assembler's numbers");
 static_assert(offsetof(Interpreter, start_new_thread) == 0x40, "the assembler's numbers");
-static_assert(offsetof(Interpreter, munmap) == 0x50, "the assembler's numbers");
-static_assert(offsetof(Interpreter, usleep) == 0x58, "the assembler's numbers");
-static_assert(offsetof(BlockData, block) == 0x60, "the assembler's numbers");
-static_assert(offsetof(BlockData, claimed) == 0x68, "the assembler's numbers");
-static_assert(offsetof(BlockData, users) == 0x6c, "the assembler's numbers");
-static_assert(offsetof(BlockData, started) == 0x70, "the assembler's numbers");
-static_assert(offsetof(BlockData, released) == 0x74, "the assembler's numbers");
-static_assert(offsetof(BlockData, text) == 0x78, "the assembler's numbers");
+static_assert(offsetof(Interpreter, eval_save_thread) == 0x48, "the assembler's numbers");
+static_assert(offsetof(Interpreter, munmap) == 0x58, "the assembler's numbers");
+static_assert(offsetof(Interpreter, usleep) == 0x60, "the assembler's numbers");
+static_assert(offsetof(BlockData, block) == 0x68, "the assembler's numbers");
+static_assert(offsetof(BlockData, claimed) == 0x70, "the assembler's numbers");
+static_assert(offsetof(BlockData, users) == 0x74, "the assembler's numbers");
+static_assert(offsetof(BlockData, started) == 0x78, "the assembler's numbers");
+static_assert(offsetof(BlockData, released) == 0x7c, "the assembler's numbers");
+static_assert(offsetof(BlockData, text) == 0x80, "the assembler's numbers");
 static_assert(sizeof(BlockData) <= 3 * kPageSize, "leaves no room for a stack");
 static_assert(kBlockSize == 0x10000, "the assembler's number");
 
@@ -67,7 +68,7 @@ morvik_block_start:
     movl    %r12d, %edi
     callq   *0x20(%rbx)                 # PyGILState_Release(state)
 1:  movl    $1, %eax
-    xchgl   %eax, 0x68(%rbx)
+    xchgl   %eax, 0x70(%rbx)
     testl   %eax, %eax
     jnz     2f
     callq   morvik_block_start_thread
@@ -82,7 +83,7 @@ morvik_block_pending:
     pushq   %rbx
     movq    %rdi, %rbx
     movl    $1, %eax
-    xchgl   %eax, 0x68(%rbx)
+    xchgl   %eax, 0x70(%rbx)
     testl   %eax, %eax
     jnz     1f
     callq   *0x08(%rbx)                 # PyEval_InitThreads()
@@ -98,7 +99,7 @@ morvik_block_start_thread:
     setz    %al
     movzbl  %al, %eax
     incl    %eax
-    movl    %eax, 0x70(%rbx)
+    movl    %eax, 0x78(%rbx)
     addq    $8, %rsp
     ret
 
@@ -114,16 +115,22 @@ morvik_block_thread:
     jz      1f
     callq   *0x18(%rbx)                 # PyGILState_Ensure()
     movl    %eax, %r12d
-    leaq    0x78(%rbx), %rdi
+    # It may have begun to end meanwhile: then nothing of it may be touched but the lock.
+    callq   *0x30(%rbx)                 # Py_IsInitialized()
+    testl   %eax, %eax
+    jnz     4f
+    callq   *0x48(%rbx)                 # PyEval_SaveThread()
+    jmp     1f
+4:  leaq    0x80(%rbx), %rdi
     callq   *0x38(%rbx)                 # PyRun_SimpleString(text)
     movl    %r12d, %edi
     callq   *0x20(%rbx)                 # PyGILState_Release(state)
     # The one who has started it may still be in this code. Ten seconds, then the code stays.
 1:  movl    $10000, %r12d
-2:  cmpl    $0, 0x74(%rbx)
+2:  cmpl    $0, 0x7c(%rbx)
     jnz     3f
     movl    $1000, %edi
-    callq   *0x58(%rbx)                 # usleep(1000)
+    callq   *0x60(%rbx)                 # usleep(1000)
     decl    %r12d
     jnz     2b
     addq    $8, %rsp
@@ -137,11 +144,11 @@ morvik_block_thread:
     # The last one takes the block away. That ends in the C library: there is nothing to return to
     # here.
 morvik_block_leave:
-    lock decl 0x6c(%rbx)
+    lock decl 0x74(%rbx)
     jnz     1f
-    movq    0x60(%rbx), %rdi
+    movq    0x68(%rbx), %rdi
     movl    $0x10000, %esi
-    movq    0x50(%rbx), %rax
+    movq    0x58(%rbx), %rax
     popq    %rbx
     jmpq    *%rax                       # munmap(block, size), 0 also for the interpreter
 1:  xorl    %eax, %eax

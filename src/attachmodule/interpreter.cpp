@@ -189,6 +189,7 @@ bool find_all(pid_t process, const Symbols& interpreter, const Symbols& all, Int
         {interpreter, "Py_AddPendingCall", &found->add_pending_call},
         {interpreter, "PyEval_InitThreads", &found->eval_init_threads},
         {interpreter, "PyEval_ThreadsInitialized", &found->eval_threads_initialized},
+        {interpreter, "PyEval_SaveThread", &found->eval_save_thread},
         {interpreter, "PyGILState_Ensure", &found->gil_ensure},
         {interpreter, "PyGILState_Release", &found->gil_release},
         {interpreter, "PyGILState_GetThisThreadState", &found->gil_this_thread_state},

@@ -17,6 +17,7 @@ struct Interpreter {
     Address is_initialized;
     Address run_simple_string;
     Address start_new_thread;
+    Address eval_save_thread;
     Address current_thread_state;  // of the variable
     // The C library's.
     Address munmap;

@@ -16,7 +16,7 @@ from sorrel.server.network.connection import Connection, Gone, will_pass
 from sorrel.server.network.output_queue import LOG_LIMIT, OutputQueue
 from sorrel.server.network.polling import wait
 from sorrel.server.network.wakeup import Wakeup
-from sorrel.server.shared.work_queue import WorkQueue
+from sorrel.common.work_queue import WorkQueue
 
 # How long a client may take to introduce itself, to attach, to finish a message, and to read what
 # it is sent; and how long, having attached, to say that it is done with its configuration, while it

@@ -9,13 +9,13 @@ import time
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
     causes, child_values, code_lines, evaluation, frames, libraries, source, stacks, values)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.requests import RUNNING, Then
-from sorrel.server.shared.work_queue import WorkQueue
 from sorrel.server.stopped import completion, console_commands
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References
