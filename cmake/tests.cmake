@@ -27,7 +27,11 @@ function(add_graded_test name)
         TIMEOUT ${arg_LONG_TIMEOUT} ENVIRONMENT "${environment};MORVIK_TEST_LONG=1")
 endfunction()
 
-foreach(module tmorvik26_vs2012_x64 sorrel_module)
+set(extension_modules tmorvik26_vs2012_x64 sorrel_module)
+if(TARGET sorrel_attach_module)
+    list(APPEND extension_modules sorrel_attach_module)
+endif()
+foreach(module ${extension_modules})
     add_test(NAME ${build_name}/${module}_exports_only_its_entry COMMAND ${CMAKE_COMMAND}
         -DNM=${CMAKE_NM} -DMODULE=$<TARGET_FILE:${module}>
         -DENTRY=init$<TARGET_FILE_BASE_NAME:${module}>

@@ -21,13 +21,14 @@ class ProcessAttach(object):
         for other in 'connect', 'host', 'port', 'socket', 'token', 'tokenFile':
             if other in arguments:
                 raise Refused('processId and %s do not go together' % other)
+        self._pid = arguments['processId']
         self._handshake = Handshake()
         self._complaint = running.complaint_file(self._handshake.path)
         self._until = None
         command = [MORVIK, 'attach', '--handshake', self._handshake.path]
         if 'python' in arguments:
             command += ['--python', arguments['python'].encode('utf-8')]
-        command.append(str(arguments['processId']))
+        command.append(str(self._pid))
         output = open(self._complaint + '.command', 'w')
         try:
             self._command = subprocess.Popen(
@@ -65,13 +66,13 @@ class ProcessAttach(object):
         if status != 0:
             raise Refused(_last_complaint(self._complaint + '.command')
                           or 'the command to attach has ended with %d' % status)
-        why = running.complaint(self._handshake.path)
+        why = running.complaint(self._pid, self._handshake.path)
         if why:
             raise Refused(why)
         if self._until is None:
             self._until = time.time() + _PATIENCE
         elif time.time() > self._until:
-            raise Refused(running.NO_ANSWER)
+            raise Refused(running.why_no_answer(self._pid))
 
 
 def _last_complaint(path):

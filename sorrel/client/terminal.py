@@ -31,7 +31,7 @@ def attach(pid):
     handshake = Handshake()
     try:
         running.bring_server(pid, 'sorrel.terminal', handshake.path)
-        connection = _connection(handshake)
+        connection = _connection(pid, handshake)
     finally:
         handshake.close()
     try:
@@ -42,16 +42,16 @@ def attach(pid):
         connection.close()
 
 
-def _connection(handshake):
+def _connection(pid, handshake):
     end = time.time() + _PATIENCE
     while time.time() < end:
         connection = handshake.look(select.select(handshake.sockets(), [], [], _LOOK)[0])
         if connection is not None:
             return connection
-        why = running.complaint(handshake.path)
+        why = running.complaint(pid, handshake.path)
         if why:
             raise running.CannotAttach(why)
-    raise running.CannotAttach(running.NO_ANSWER)
+    raise running.CannotAttach(running.why_no_answer(pid))
 
 
 class _Terminal(object):

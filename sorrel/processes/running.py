@@ -18,13 +18,15 @@ _SCOPE = '/proc/sys/kernel/yama/ptrace_scope'
 # long as the program itself is at it. Modules are found by their files: sys.path is the program's.
 # The end of the program waits for a thread that is in the middle of this: it would meet with
 # modules that are emptied.
+#
+# While the program is debugged, by whom ever, an import statement makes a thread one of those that
+# wait at a stop: then the service, which is found without one, starts the thread.
 _BEGINNING = '''
-import thread
-begun = thread.allocate_lock()
-begun.acquire()
 def begin():
     try:
-        import atexit, imp, sys, time
+        import atexit, imp, sys, thread, time
+        begun = thread.allocate_lock()
+        begun.acquire()
         def wait():
             for turn in range(500):
                 if begun.acquire(False):
@@ -43,7 +45,7 @@ def begin():
                     imp.load_dynamic(name, path)
             if 'sorrel' not in sys.modules:
                 imp.load_module('sorrel', None, %(package)r, ('', '', imp.PKG_DIRECTORY))
-            from sorrel.service import first_thread
+            from %(service)s import first_thread
             first_thread.be_main()
             from %(room)s import attached
             attached.run(%(handshake)r, ready)
@@ -55,11 +57,17 @@ def begin():
         ready()
     except:
         pass  # Whoever has asked for this does not wait any more.
-thread.start_new_thread(begin, ())
+service = [kind.of_this_process() for kind in object.__subclasses__()
+           if (kind.__module__, kind.__name__) == ('sorrel.service.service', 'Service')]
+if service and service[0] is not None:
+    service[0].start_own_thread(begin)
+else:
+    import thread
+    thread.start_new_thread(begin, ())
 '''
 
-NO_ANSWER = ('the server has been brought into the program, but does not answer: the program may be in '
-             'the middle of an import, or in C code that holds the interpreter lock')
+_NO_ANSWER = ('the server has been brought into process %d, which does not answer: it may be in the '
+              'middle of an import, or in C code that holds the interpreter lock')
 
 
 class CannotAttach(Exception):
@@ -71,12 +79,19 @@ def complaint_file(handshake):
     return os.path.join(os.path.dirname(handshake), 'complaint')
 
 
-def complaint(handshake):
-    """What it has said there; '' for nothing."""
+def complaint(pid, handshake):
+    """What it has said there, or that it has ended; '' for nothing."""
     try:
         return open(complaint_file(handshake)).read()
     except IOError:
-        return ''
+        pass  # It says something only when something has gone wrong.
+    status = _status(pid)
+    return 'process %d has ended' % pid if status is None or status['State'][:1] in 'ZX' else ''
+
+
+def why_no_answer(pid):
+    """When the server has begun in it some time ago, and has not connected."""
+    return _NO_ANSWER % pid
 
 
 def bring_server(pid, room, handshake):
@@ -95,6 +110,7 @@ def bring_server(pid, room, handshake):
     for path in [package, handshake] + [path for _, path in modules]:
         _check_same_file(pid, path)
     text = _BEGINNING % {'modules': modules, 'package': package, 'room': room,
+                         'service': 'sorrel.service',
                          'handshake': handshake, 'complaint': complaint_file(handshake)}
     try:
         # An error in it, as at the end of the interpreter, is nothing to be printed.

@@ -7,7 +7,7 @@ import os
 
 from sorrel.inspection import frames
 from sorrel.service import first_thread
-from sorrel.service.service import Service, is_served
+from sorrel.service.service import Service
 
 # By processes: a forked one holds what is its parent's, too.
 _places = {}
@@ -28,7 +28,7 @@ class _Place(object):
 def take(front_end):
     """The Service, with this front end. For a thread that is not to be debugged. Raises Taken."""
     known = _places.get(os.getpid())
-    if known is None and is_served():
+    if known is None and Service.of_this_process() is not None:
         raise Taken('this program is run by a debugger already')
     place = _places.setdefault(os.getpid(), _Place())
     try:

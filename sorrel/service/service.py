@@ -42,13 +42,8 @@ _IDLE_PERIOD = 1.0
 _ANY_THREAD = object()
 # What a front end may need where the program has used up its own.
 _STACK_ROOM = 100
-# Of the processes in which there is one.
-_processes = set()
-
-
-def is_served():
-    """Whether there is a Service in this process."""
-    return os.getpid() in _processes
+# By processes: a forked one holds what is its parent's, too.
+_services = {}
 
 
 class Service(object):
@@ -57,7 +52,7 @@ class Service(object):
     def __init__(self, front_end, catch_ctrl_c=True, main_thread=None):
         self._front_end = front_end
         self._process = os.getpid()
-        _processes.add(self._process)
+        _services[self._process] = self
         self._ignored = set()
         # By the threads that are stopped. What each makes the others wait for, if it does.
         self._stops = {}
@@ -90,6 +85,11 @@ class Service(object):
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions(self.breakpoints)
         self.modules = modules.Modules()
+
+    @staticmethod
+    def of_this_process():
+        """The Service that there is, or None."""
+        return _services.get(os.getpid())
 
     # For whoever runs the program.
 
@@ -174,6 +174,17 @@ class Service(object):
     def heed_thread(self, ident):
         """To be called by such a thread when it ends: the next one may get the same ident."""
         self._ignored.discard(ident)
+
+    def start_own_thread(self, function):
+        """Calls it in a new thread that is never debugged."""
+        def run():
+            ident = living.current()
+            self.ignore_thread(ident)
+            try:
+                function()
+            finally:
+                self.heed_thread(ident)
+        thread_hooks.bare_start(run, ())
 
     def threads(self):
         """A Thread for each one that runs code of the program, and the main one, by ident."""

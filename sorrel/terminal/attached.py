@@ -70,11 +70,11 @@ def _serve(terminal, service, console):
 
 def _debug(terminal, service, console):
     service.exceptions.set_mode(exceptions.UNHANDLED)
-    service.attach()
-    service.pause()
-    console.write('Attached to process %d. It stops at the next line of Python code that it runs, '
-                  'Ctrl-D leaves it.\n' % os.getpid())
     try:
+        console.write('Attached to process %d. It stops at the next line of Python code that it '
+                      'runs, Ctrl-D leaves it.\n' % os.getpid())
+        service.attach()
+        service.pause()
         while service.attached:
             for message in console.heard():
                 if message.get('event') == 'interrupt' and not terminal.interrupt():

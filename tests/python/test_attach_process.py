@@ -6,77 +6,14 @@ import signal
 import subprocess
 import time
 
+import attach_session
 import dap_session
 import harness
+from attach_session import Ended, state, WORK
 from dap_session import is_alive
 from sorrel.processes import running
 
-# Works until its file is gone, and finds out whether one turn was like the other.
-WORK = '''
-import os, sys
-def step(total, turn):
-    return (total * 31 + turn) % 1000003  # work
-def work():
-    total = 0
-    for turn in range(1000):
-        total = step(total, turn)
-    return total
-results = [work()]
-print 'ready'
-sys.stdout.flush()
-while os.path.exists(sys.argv[1]):
-    results.append(work())
-print 'over', len(set(results))
-'''
-
-class Unaware(dap_session.Process):
-    """A program that was started without a debugger."""
-
-    def __init__(self, path, arguments=(), **streams):
-        self.path = path
-        own = os.environ.pop('PYTHONPATH', None)
-        try:
-            dap_session.Process.__init__(self, [path] + list(arguments), **streams)
-        finally:
-            if own is not None:
-                os.environ['PYTHONPATH'] = own
-
-    line = dap_session.Program.line.im_func
-
-    @property
-    def pid(self):
-        return self.process.pid
-
-
-class TestCase(dap_session.TestCase):
-
-    def setUp(self):
-        dap_session.TestCase.setUp(self)
-        self.flag = self.script('', 'flag')
-
-    def run_unaware(self, text, *arguments, **streams):
-        program = self.opened(Unaware(self.script(text, 'prog.py'), arguments, **streams))
-        program.wrote('ready')
-        return program
-
-    def adapter(self):
-        return self.opened(dap_session.Adapter(stderr=subprocess.PIPE))
-
-    def attach_to(self, program, *marks, **arguments):
-        """A client whose breakpoints are on the lines with these marks; the program runs."""
-        adapter = self.adapter()
-        adapter.begin(dict(arguments, processId=program.pid))
-        self.break_at(adapter, program, *marks)
-        adapter.ask('configurationDone')
-        return adapter
-
-    def leave(self, adapter):
-        adapter.ask('disconnect')
-        adapter.process.stdin.close()
-        self.assertEqual(adapter.process.wait(), 0)
-
-
-class WhereverItIsTest(TestCase):
+class WhereverItIsTest(attach_session.TestCase):
 
     def test_one_that_works_is_attached_to_again_and_again(self):
         program = self.run_unaware(WORK, self.flag)
@@ -245,11 +182,14 @@ print before == after or [pair for pair in zip(before, after) if pair[0] != pair
 
     def test_two_at_a_time_are_not_served(self):
         program = self.run_unaware(WORK, self.flag)
-        adapter = self.attach_to(program)
-        second = self.adapter()
-        second.ask('initialize', adapterID='morvik')
-        self.assertEqual(second.refusal('attach', processId=program.pid),
-                         'somebody debugs this program already')
+        adapter = self.attach_to(program, '# work')
+        for place in 'where it runs', 'at its breakpoint':
+            second = self.adapter()
+            second.ask('initialize', adapterID='morvik')
+            self.assertEqual(second.refusal('attach', processId=program.pid),
+                             'somebody debugs this program already')
+            if place == 'where it runs':
+                adapter.stopped()
         self.leave(adapter)
         self.leave(self.attach_to(program))
 
@@ -286,7 +226,7 @@ print 'over'  # over
 '''
 
 
-class WaitingTest(TestCase):
+class WaitingTest(attach_session.TestCase):
     """The program's main thread waits, and goes on with that when it has been attached to."""
 
     def check(self, wait, before='', then=''):
@@ -328,11 +268,11 @@ class WaitingTest(TestCase):
                    'socket.create_connection(listener.getsockname())')
 
 
-class RefusalTest(TestCase):
+class RefusalTest(attach_session.TestCase):
     """What is not attached to runs on as it was."""
 
     def setUp(self):
-        TestCase.setUp(self)
+        attach_session.TestCase.setUp(self)
         running._PATIENCE = 1.0
 
     def why(self, pid):
@@ -447,36 +387,43 @@ print 'over'
         """It never knows of it, not even when it comes back."""
         program = self.run_unaware('''
 import os, re, sys, time
+def match(size):
+    began = time.time()
+    re.match('(a+)+$', 'a' * size + 'b')
+    return time.time() - began
+def code():
+    """How many pieces of code there are that are no file's."""
+    return open('/proc/self/maps').read().count('r-xp 00000000 00:00')
+size, before = 10, code()
+while match(size) < 0.8:  # Each letter more doubles the time.
+    size += 1
 print 'ready'
-re.match('(a+)+$', 'a' * 25 + 'b')
-print 'back'
+match(size + 3)
+print 'back', code() - before
 while os.path.exists(sys.argv[1]):
     time.sleep(0.01)
-print 'over', sys.modules.get('sorrel'), open('/proc/self/maps').read().count('r-xp 00000000 00:00')
+print 'over', code() - before
 ''', self.flag)
         self.assertEqual(
             self.why(program.pid), 'process %d does not come to a place where this can be done: it '
             'is in C code, or does not run Python code' % program.pid)
-        self.assertEqual(program.out, 'ready\n')
-        program.wrote('back')
+        self.assertEqual(program.out.strip(), 'ready')
+        program.wrote('back 0\n')
         self.leave(self.attach_to(program))
+        time.sleep(0.5)
         os.unlink(self.flag)
-        out, status = program.ended()
-        self.assertEqual(out.splitlines()[2].split()[:2], ['over', '<module'])
-        self.assertEqual(status, 0)
+        self.assertEqual(program.ended(), ('ready\nback 0\nover 0\n', 0))
 
-
-class Ended(object):
-    """Ends a process with the test."""
-
-    def __init__(self, process):
-        self._process = process
-
-    def close(self):
-        if self._process.poll() is None:
-            self._process.kill()
-            self._process.wait()
-
-
-def state(pid):
-    return open('/proc/%d/stat' % pid).read().rpartition(')')[2].split()[0]
+    def test_one_in_the_middle_of_an_import(self):
+        """What was begun comes to nothing when the import has ended."""
+        self.script(WORK, 'work.py')
+        program = self.run_unaware('import work', self.flag, stderr=subprocess.PIPE)
+        adapter = self.adapter()
+        adapter.ask('initialize', adapterID='morvik')
+        self.assertEqual(
+            adapter.refusal('attach', processId=program.pid),
+            'the server has been brought into process %d, which does not answer: it may be in the '
+            'middle of an import, or in C code that holds the interpreter lock' % program.pid)
+        os.unlink(self.flag)
+        self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
+        self.assertEqual(dap_session.Program.errors.im_func(program), '')
