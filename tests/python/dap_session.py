@@ -107,7 +107,7 @@ class Process(object):
         environment = dict(os.environ, PYTHONUNBUFFERED='1')
         self.process = subprocess.Popen(
             [harness.launcher()] + arguments, env=environment, stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, preexec_fn=prepare, **streams)
+            stdout=subprocess.PIPE, preexec_fn=prepare, close_fds=True, **streams)
         self.out = ''
 
     def wrote(self, text):
