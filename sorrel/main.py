@@ -132,22 +132,15 @@ def _check_hooks(options, parser):
 
 def _check_listening(options, parser):
     if options.listen is not None:
-        options.listen = _place(options.listen, parser)
+        from sorrel.server.network import listening
+        try:
+            options.listen = listening.place(options.listen)
+        except ValueError as error:
+            parser.error(str(error))
     if (options.token_file is not None or options.no_token) and options.listen is None:
         parser.error('--token-file and --no-token go with --listen')
     if options.token_file is not None and options.no_token:
         parser.error('needs at most one of --token-file and --no-token')
-
-
-def _place(text, parser):
-    """Where to listen; only programs of this machine may connect where no host is named."""
-    from sorrel.server.network.listening import Path, Port
-    if text.startswith('unix:') and text != 'unix:':
-        return Path(text[len('unix:'):])
-    host, colon, port = text.rpartition(':')
-    if not port.isdigit() or int(port) > 65535 or (colon and not host):
-        parser.error('not [HOST:]PORT nor unix:PATH: %s' % text)
-    return Port(host.strip('[]') or '127.0.0.1', int(port))
 
 
 def _debug(options, program, arguments):

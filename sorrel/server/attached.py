@@ -5,7 +5,6 @@ Nothing of it runs any more when that has left; the next client brings it again.
 
 import atexit
 import os
-import sys
 import thread
 import time
 
@@ -33,7 +32,7 @@ def run(handshake_file, ready):
     """
     program = _programs.get(os.getpid())
     if program is None:
-        program = Program(_main_path(), 'attach', False)
+        program = _Program(sources.main_path(), 'attach', False)
     program.service = late.take(program)
     server = None
     try:
@@ -80,6 +79,12 @@ def _forget():
     del _servers[:]
 
 
-def _main_path():
-    path = getattr(sys.modules.get('__main__'), '__file__', None) or sys.argv[0]
-    return sources.full_name(path)
+
+class _Program(Program):
+    """Takes the service before its client is there, and for as long as that is."""
+
+    def take(self):
+        return True
+
+    def leave(self):
+        pass

@@ -7,7 +7,7 @@ from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.stopped import hit_conditions
 from sorrel.service import breakpoints, locations
-from sorrel.service.stops import INTERRUPTED, STEPPED
+from sorrel.service.stops import is_at_line
 
 _WAITING = 'Waits for its module to be loaded.'
 _PYTHON = ('.py', '.pyw')
@@ -91,7 +91,7 @@ class Breakpoints(object):
 
         may_be_step: whether it may have stopped for another reason.
         """
-        if stop.reason not in (STEPPED, INTERRUPTED):
+        if not is_at_line(stop):
             return []
         # Of a frame of a sub-language, its own place.
         place = sublanguages.location(sublanguages.at_work(stop.thread), stop.frame) \

@@ -6,7 +6,7 @@ from sorrel.common.decoding import text
 from sorrel.inspection import exception_types, source, stacks, values
 from sorrel.protocol import capabilities
 from sorrel.service import exceptions
-from sorrel.service.stops import POST_MORTEM
+from sorrel.service.stops import POST_MORTEM, TRACEBACK
 
 # A client may choose several.
 _MODES = {capabilities.RAISED: (exceptions.ALWAYS,),
@@ -15,7 +15,7 @@ _MODES = {capabilities.RAISED: (exceptions.ALWAYS,),
           capabilities.PRINTED: (exceptions.PRINTED, exceptions.UNHANDLED)}
 _BREAK_MODES = {exceptions.ALWAYS: 'always', exceptions.UNHANDLED: 'unhandled',
                 exceptions.USER_UNHANDLED: 'userUnhandled', exceptions.PRINTED: 'userUnhandled',
-                POST_MORTEM: 'unhandled'}
+                POST_MORTEM: 'unhandled', TRACEBACK: 'always'}
 _MODES_BY_BREAK_MODE = {'never': (), 'always': (exceptions.ALWAYS,),
                         'unhandled': (exceptions.UNHANDLED,),
                         'userUnhandled': (exceptions.USER_UNHANDLED,)}

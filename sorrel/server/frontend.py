@@ -24,10 +24,11 @@ _now, _sleep = time.time, time.sleep
 class Program(object):
     """What a client debugs. `service` is set by who makes it.
 
-    at_end: functions to call when the process ends without its exit functions.
+    at_end: functions to call when clients are not to find it any more.
     is_waiting: whether it has not begun to run, since a client is to say how, or has ended and
     waits for one. is_debugged: whether it is to be debugged from its first line on.
-    can_be_reached: a function, whether clients can still come.
+    can_be_reached: a function, whether clients can still come. has_client: whether there is one that
+    has said all that it wants before the program runs, or runs on.
     """
 
     def __init__(self, path, start_method, waits, post_mortem=False):
@@ -41,6 +42,7 @@ class Program(object):
         self.service = None
         self.at_end = []
         self.can_be_reached = None
+        self.has_client = False
         self._post_mortem = post_mortem
         self.is_waiting = self.is_debugged = waits
         self._session = None
@@ -82,6 +84,13 @@ class Program(object):
 
     # For the session.
 
+    def take(self):
+        """Whether nobody else debugs the program, from now until leave()."""
+        return self.service.take(self)
+
+    def leave(self):
+        self.service.leave()
+
     def debug(self, stops_all):
         """The client has said what it wants before the program runs, or runs on."""
         self.service.set_all_stop(stops_all)
@@ -89,16 +98,23 @@ class Program(object):
             self._go_on()
         else:
             self.service.attach()
+        self.has_client = True
 
     def run_undebugged(self):
         """The client only wants to see what the program writes."""
         self.is_debugged = False
         self._go_on()
+        self.has_client = True
 
     def end_at_once(self):
+        self.clear_up()
+        os._exit(0)
+
+    def clear_up(self):
+        """Removes what its clients find it by, in the order in which it came."""
         for function in self.at_end:
             function()
-        os._exit(0)
+        del self.at_end[:]
 
     def terminate(self):
         """As kill(1) does it, so that the program can still clear up."""
@@ -133,6 +149,7 @@ class Program(object):
     def left(self, session):
         if self._session is session:
             self._session = None
+            self.has_client = False
         if self.start_method == 'launch' and self.is_waiting:
             self._is_given_up = True
             self._go_on()

@@ -5,8 +5,9 @@ import atexit
 from sorrel.processes import guard
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake, tokens
-from sorrel.server.frontend import Program, tell
-from sorrel.server.network.listening import InUse, Listening
+from sorrel.server import access
+from sorrel.server.frontend import Program
+from sorrel.server.network.listening import InUse
 from sorrel.server.network.network_thread import Server
 from sorrel.server.shared import sources
 from sorrel.service import runner
@@ -32,16 +33,17 @@ def serve(name, args, is_module, place=None, wait=False, handshake_file=None, ho
     program = Program(path, 'launch' if handshake_file else 'attach', waits, post_mortem)
     program.service = Service(program, catch_ctrl_c=False)
     runner.prepare(script, args, hooks)
+    atexit.register(program.clear_up)
     try:
         if handshake_file:
             guard.have_own_group()
             server = Server(program.new_session, client=launch_handshake.connect(handshake_file))
         else:
-            server = _listening_server(program, place, token_file, has_token)
+            server, _ = access.listening_server(program, place, token_file, has_token)
     except (EnvironmentError, launch_handshake.Impostor, InUse, tokens.NoToken) as error:
         raise CannotServe(str(error))
     program.can_be_reached = server.can_be_reached
-    program.service.ignore_thread(server.start())
+    server.start(program.service.start_own_thread)
     # Runs after the program's own exit functions.
     atexit.register(server.stop)
     atexit.register(program.end)
@@ -49,27 +51,3 @@ def serve(name, args, is_module, place=None, wait=False, handshake_file=None, ho
     if waits and not program.wait_for_client():
         return 0
     return runner.run(script, program.service, program.is_debugged)
-
-
-def _listening_server(program, place, token_file, has_token):
-    listening = Listening(place)
-    _at_end(program, listening.remove)
-    token = None
-    if has_token and (token_file is not None or not listening.is_for_own_user()):
-        token = tokens.Token(token_file) if token_file is not None \
-            else tokens.new_token(listening.address)
-        _at_end(program, token.remove)
-    tell('listening on ' + listening.name)
-    if token is None:
-        if not listening.is_for_own_user():
-            tell('whoever can connect can debug: there is no token')
-        return Server(program.new_session, listening.socket)
-    # Who keeps what the program writes may let others read it.
-    tell('token %s, also in %s' % (token.word, token.path) if token_file is None
-          else 'token in ' + token.path)
-    return Server(program.new_session, listening.socket, is_token_shown=token.is_shown_by)
-
-
-def _at_end(program, function):
-    atexit.register(function)
-    program.at_end.append(function)

@@ -54,7 +54,7 @@ class Session(object):
         self._server = server
         self._program = program
         self._service = program.service
-        self._is_closed = self._has_begun = self._is_configured = False
+        self._is_closed = self._has_begun = self._is_configured = self._has_taken = False
         self._stops_on_entry = self._is_undebugged = self._is_terminating = False
         # Whether the program may go on without the client, for what either has done.
         self._may_run_on = False
@@ -115,11 +115,14 @@ class Session(object):
         # What the last client has left behind is not this one's to end.
         if self._is_configured:
             self._detach()
-        if not self._service.attached:
+        has_taken = self._has_taken or self._program.take()
+        if has_taken and not self._service.attached:
             self.breakpoints.clear()
             self._service.exceptions.forget()
             self._service.detach()
         self._program.left(self)
+        if has_taken:
+            self._program.leave()
         if self._is_configured and not self._may_run_on and not self._server.is_lost:
             self._program.lose_client()
 
@@ -269,6 +272,9 @@ class Session(object):
     def _begin(self, arguments):
         if self._has_begun:
             raise Refused('%s comes once' % self._program.start_method)
+        if not self._has_taken and not self._program.take():
+            raise Refused('somebody debugs this program already')
+        self._has_taken = True
         if self._service.attached:
             raise Refused('the program is still busy with what the last client has asked for')
         self._has_begun = True

@@ -4,51 +4,52 @@ Each who comes brings a front end, and takes the place of the one before, who ha
 """
 
 import os
+import thread
 
 from sorrel.inspection import frames
 from sorrel.service import first_thread
 from sorrel.service.service import Service
 
+# Taken now: a program may replace what the interpreter's modules offer.
+_new_lock = thread.allocate_lock
 # By processes: a forked one holds what is its parent's, too.
-_places = {}
+_made = {}
+_making = {}
 
 
 class Taken(Exception):
     """Somebody else debugs this program; the text says so."""
 
 
-class _Place(object):
-
-    def __init__(self):
-        self.service = None
-        # Has an item while nobody is there.
-        self.vacant = [None]
+def service():
+    """The one of this process, made where there is none yet."""
+    # What the front ends are of has been loaded by now.
+    frames.learn_own_modules()
+    found = Service.of_this_process()
+    if found is not None:
+        return found
+    making = _making.setdefault(os.getpid(), _new_lock())
+    making.acquire()
+    try:
+        found = Service.of_this_process()
+        if found is None:
+            found = _made[os.getpid()] = Service(None, catch_ctrl_c=False,
+                                                 main_thread=first_thread.ident())
+        return found
+    finally:
+        making.release()
 
 
 def take(front_end):
-    """The Service, with this front end. For a thread that is not to be debugged. Raises Taken."""
-    known = _places.get(os.getpid())
-    if known is None and Service.of_this_process() is not None:
+    """The service, with this front end. For a thread that is not to be debugged. Raises Taken."""
+    found = service()
+    if found is not _made.get(os.getpid()):
         raise Taken('this program is run by a debugger already')
-    place = _places.setdefault(os.getpid(), _Place())
-    try:
-        place.vacant.pop()
-    except IndexError:
+    if not found.take(front_end):
         raise Taken('somebody debugs this program already')
-    try:
-        # What this front end is of has been loaded by now.
-        frames.learn_own_modules()
-        if place.service is None:
-            place.service = Service(front_end, catch_ctrl_c=False,
-                                    main_thread=first_thread.ident())
-        else:
-            place.service.use(front_end)
-    except BaseException:
-        place.vacant.append(None)
-        raise
-    return place.service
+    return found
 
 
 def leave():
     """The one who has taken it has left, and nothing is stopped any more."""
-    _places[os.getpid()].vacant.append(None)
+    Service.of_this_process().leave()

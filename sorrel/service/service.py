@@ -14,15 +14,18 @@ So may be `idle()`, called about once a second while the program runs, in one of
 And a fifth, `imported()`: a module has been imported, in the calling thread. And `interrupt()`,
 called at Ctrl-C while threads are stopped: whether that was for what one of them evaluates. And
 `wants_post_mortem()`: the program has ended by an exception that the front end does not know of;
-whether that is to be a stop, though all that can follow is the end.
+whether that is to be a stop, though all that can follow is the end. And `detached()`: the service
+has let the program go.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
 """
 
 import __builtin__
+import dis
 import os
 import sys
+from thread import allocate_lock
 
 import _sorrel
 import tmorvik26_vs2012_x64 as core
@@ -36,7 +39,8 @@ from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
 from sorrel.service.steps import Steps
 from sorrel.service.stops import (
-    DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEPPED, Stop, Thread)
+    CALLED, CONTINUE, DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEP_INTO,
+    STEPPED, Stop, Thread, TRACEBACK)
 
 _IDLE_PERIOD = 1.0
 _ANY_THREAD = object()
@@ -50,9 +54,13 @@ class Service(object):
     """One for the life of a process, made in its main thread or told which that is."""
 
     def __init__(self, front_end, catch_ctrl_c=True, main_thread=None):
-        self._front_end = front_end
+        # The one there is now, and the one while no other has taken the program.
+        self._front_end = self._resident = front_end
         self._process = os.getpid()
-        _services[self._process] = self
+        for other in _services.values():
+            other.detach()  # What is left here of the parent's.
+        # Has an item while nobody has taken the program.
+        self._vacant = [None]
         self._ignored = set()
         # By the threads that are stopped. What each makes the others wait for, if it does.
         self._stops = {}
@@ -72,7 +80,12 @@ class Service(object):
         # still to be told.
         self._interrupted = {}
         self._to_interrupt = None
+        # For threads of the program that have called for a stop, the id() of the frame that has, and
+        # how far that had got.
+        self._callers = {}
         self.attached = False
+        # Whether it has been carried out that it is attached: threads can be made to stop.
+        self.is_tracing = False
         # Called by threads that tracing has not begun in from their first frame on.
         self._thread_end = thread_hooks.ThreadEnd(self._on_thread_end)
         # Has an item from when it is attached until a thread takes that to detach.
@@ -85,6 +98,7 @@ class Service(object):
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions(self.breakpoints)
         self.modules = modules.Modules()
+        _services[self._process] = self
 
     @staticmethod
     def of_this_process():
@@ -106,6 +120,7 @@ class Service(object):
                 self._interrupts.install()
             self._be_attached()
             core.start_trace()
+            self.is_tracing = True
             self._steps.expect_stop(self.main_thread)
             _leave_bottom_frame()
             core.step_into()
@@ -129,7 +144,10 @@ class Service(object):
         if wants is None or self._is_forked() or frames.of_program(error[2]) is None \
                 or self.exceptions.has_told(self.main_thread, error[2]) or not wants():
             return
-        # What follows is as in a callback of the core's.
+        self._without_events(self._at_end, error, status)
+
+    def _without_events(self, function, *arguments):
+        """Calls it in turn as a callback of the core's does, attached."""
         core.add_to_tstate_tracing(1)
         try:
             if not self.attached:
@@ -137,10 +155,19 @@ class Service(object):
             # The core comes to know the thread by an event.
             core.trace_dispatch(sys._getframe(), 'line', None)
             core.acquire_sorrel_mutex()
-            self._in_turn(self._at_end, error, status)
+            self._in_turn(function, *arguments)
         finally:
             core.release_sorrel_mutex()
             core.add_to_tstate_tracing(-1)
+
+    def _at_traceback(self, error):
+        thread = living.current()
+        frame = frames.innermost(error[2]).tb_frame
+        resume = self._ask(Stop(thread, frame, RAISED, error, TRACEBACK, False, False))
+        if resume is not None and resume.action not in (DETACH, QUIT):
+            # The frames that it was looking at are gone: steps count from the caller on.
+            resume = Resume(resume.action if resume.action == CONTINUE else STEP_INTO)
+        self._resume(thread, sys._getframe(), resume)
 
     def _at_end(self, error, status):
         thread = self.main_thread
@@ -162,9 +189,28 @@ class Service(object):
 
     # For front ends.
 
-    def use(self, front_end):
-        """Has another front end from now on. For when nothing is attached."""
+    def take(self, front_end):
+        """Has this front end from now on, until it leaves: whether no other one is there."""
+        try:
+            self._vacant.pop()
+        except IndexError:
+            return False
         self._front_end = front_end
+        return True
+
+    def leave(self):
+        """The one that has taken it leaves, and nothing is attached any more."""
+        if self._resident is not None:
+            self._front_end = self._resident
+        self._vacant.append(None)
+
+    @property
+    def front_end(self):
+        return self._front_end
+
+    def has_client(self):
+        """Whether the front end is one with clients, and has one that debugs the program."""
+        return getattr(self._front_end, 'has_client', False)
 
     def ignore_thread(self, ident):
         """Never debug this thread (an interpreter's thread ident): it is a front end's own."""
@@ -175,13 +221,13 @@ class Service(object):
         """To be called by such a thread when it ends: the next one may get the same ident."""
         self._ignored.discard(ident)
 
-    def start_own_thread(self, function):
+    def start_own_thread(self, function, *arguments):
         """Calls it in a new thread that is never debugged."""
         def run():
             ident = living.current()
             self.ignore_thread(ident)
             try:
-                function()
+                function(*arguments)
             finally:
                 self.heed_thread(ident)
         thread_hooks.bare_start(run, ())
@@ -194,17 +240,34 @@ class Service(object):
         return [thread for thread in found
                 if thread.ident == self.main_thread or frames.is_program(thread.frame)]
 
-    def attach(self):
-        """Debugs the program from now on, its threads wherever they are. For an ignored thread."""
-        self._trace_all()
+    def attach(self, *left_out):
+        """Debugs the program from now on, its threads wherever they are. For an ignored thread.
+
+        left_out: the namespaces, by their id(), in which threads begin that are not meant.
+        """
+        self._trace_all(*left_out)
         # What was given to all others is not for this one.
         sys.settrace(None)
 
-    def _trace_all(self):
+    def attach_from_program(self):
+        """The same, for a thread of the program, which is debugged, too. Raises thread.error."""
+        is_done = allocate_lock()
+        is_done.acquire()
+
+        def attach():
+            try:
+                self.attach(frames.own_namespaces)
+            finally:
+                is_done.release()
+        self.start_own_thread(attach)
+        is_done.acquire()
+
+    def _trace_all(self, *left_out):
         self._be_attached()
         core.set_debug_thread_cb(self._debugs_thread)
         core.start_trace()
-        _sorrel.trace_all_threads(self._thread_end, core.trace_dispatch)
+        _sorrel.trace_all_threads(self._thread_end, core.trace_dispatch, *left_out)
+        self.is_tracing = True
 
     def trace_new_threads(self):
         """Debugs those that code in C has made and that run Python code by now. In any thread.
@@ -230,6 +293,7 @@ class Service(object):
         except IndexError:
             return  # It is not attached, or another thread is at it.
         self._era += 1
+        self.is_tracing = False
         core.reset()
         _sorrel.untrace_all_threads(core.trace_dispatch)
         self._stops_all = True
@@ -238,9 +302,11 @@ class Service(object):
         self.exceptions.forget()
         self._steps.forget_all()
         self._interrupted.clear()
+        self._callers.clear()
         if self._interrupts is not None:
             self._interrupts.remove()
         self.attached = False
+        self._call_if_there('detached')
 
     def set_all_stop(self, on):
         """Whether all threads wait while one is stopped, or only that one does."""
@@ -278,6 +344,25 @@ class Service(object):
     def pause(self, ident=_ANY_THREAD):
         """Stops this thread, by default the next one that runs Python code: within a second."""
         self._to_interrupt = ident
+
+    def stop_here(self):
+        """The calling thread, one of the program's, stops at its next line, or as it returns."""
+        ident = living.current()
+        if not self.is_tracing or ident in self._ignored or ident in self._stops:
+            return  # What is evaluated at a stop does not stop.
+        self.trace_new_threads()
+        frame = frames.without_own_calls(sys._getframe())
+        self._callers[ident] = id(frame), frame.f_lasti
+        self._steps.arrive(ident)
+        self._steps.stop_anywhere(ident)
+
+    def look_at(self, error):
+        """The calling thread stops as if (type, value, traceback) had just been raised in it."""
+        ident = living.current()
+        if not self.is_tracing or ident in self._ignored or ident in self._stops:
+            return
+        self.trace_new_threads()
+        self._without_events(self._at_traceback, error)
 
     def raise_here(self, exception):
         """The calling thread, which is stopped, raises it at its next event; None for none."""
@@ -339,6 +424,7 @@ class Service(object):
             return  # The interpreter is ending, and has emptied the modules.
         ident = living.current()
         self._steps.forget(ident)
+        self._callers.pop(ident, None)
         self.exceptions.forget_thread(ident)
         if self._interrupted.pop(ident, None) is _ANY_THREAD:
             # It has had no line since it was told: another one is to stop.
@@ -435,12 +521,17 @@ class Service(object):
             self._interrupted.pop(thread, None)
             if reason == STEPPED:
                 reason = INTERRUPTED
+        elif thread in self._callers and reason in (STEPPED, RETURNED):
+            if reason == STEPPED and _is_amid_line(frame, *self._callers[thread]):
+                return
+            reason, argument = CALLED, reason == RETURNED
         if judgement.policy is not None:
             self._steps.arrive(thread)
         elif self._steps.is_on_its_way(thread, frame, reason):
             return
         if reason == RAISED:
             argument = raised.normalised(argument)
+        self._callers.pop(thread, None)
         stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
                     judgement.is_end, judgement.called_by_c)
         resume = self._ask(stop)
@@ -566,6 +657,15 @@ class Service(object):
         stop = self._stops.get(ident)
         return Thread(ident, living.name(ident, frame),
                       stop.frame if stop is not None else frames.without_own_calls(frame), stop)
+
+
+def _is_amid_line(frame, caller, offset):
+    """Whether a line event is none: the frame, of this id(), was at this offset, and still is there.
+
+    Where it was traced before, the interpreter takes what it has passed meanwhile for a jump.
+    """
+    return id(frame) == caller and frame.f_lasti > offset and not [
+        start for start, _ in dis.findlinestarts(frame.f_code) if offset < start <= frame.f_lasti]
 
 
 def _leave_bottom_frame():

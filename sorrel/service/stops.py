@@ -5,17 +5,27 @@ from collections import namedtuple
 from sorrel.inspection.evaluation import Evaluator
 
 # A thread has stopped. thread: its ident. reason: one of the words below. argument:
-# the value on its way out (RETURNED) or (type, value, traceback) (RAISED), else None.
+# the value on its way out (RETURNED), (type, value, traceback) (RAISED), whether the frame is about
+# to be left (CALLED), else None.
 # frame: the frame; for RAISED with a policy it is the one where the exception was raised, which
 # may have been left already. policy: for RAISED, the mode of sorrel.exceptions for whose sake it
-# has stopped, None when its step has met the exception; or POST_MORTEM. is_end: whether the
-# exception is about to end the thread, and with the main thread the program. called_by_c: whether
+# has stopped, None when its step has met the exception; or POST_MORTEM or TRACEBACK. is_end: whether
+# the exception is about to end the thread, and with the main thread the program. called_by_c: whether
 # it will come to C code that may swallow it or not.
 Stop = namedtuple('Stop', 'thread frame reason argument policy is_end called_by_c')
 
 STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
+# The program has called for it, in the line before or, where the frame is left, in this one.
+CALLED = 'called'
 # The exception has ended the program, of which nothing more will run than what follows its end.
 POST_MORTEM = 'post-mortem'
+# The program runs on: it has only shown where it has caught the exception.
+TRACEBACK = 'traceback'
+
+
+def is_at_line(stop):
+    """Whether the thread is about to run the line that its frame is at."""
+    return stop.reason in (STEPPED, INTERRUPTED) or stop.reason == CALLED and not stop.argument
 
 
 def evaluator(stop):

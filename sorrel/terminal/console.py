@@ -9,9 +9,10 @@ class Closed(Exception):
 
 class Console(object):
 
-    def __init__(self):
-        self._stdin = sys.stdin
-        self._stdout = sys.stdout
+    def __init__(self, stdin=None, stdout=None):
+        """stdin, stdout: by default what the program's are now."""
+        self._stdin = stdin or sys.stdin
+        self._stdout = stdout or sys.stdout
         self._readline = None
         if self._stdin.isatty() and self._stdout.isatty():
             try:

@@ -17,7 +17,7 @@ from sorrel.service import exceptions
 from sorrel.service.service import Service
 from sorrel.service.stops import (
     CONTINUE, DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
-    STEP_OVER, STEP_OVER_RANGE, evaluator)
+    STEP_OVER, STEP_OVER_RANGE, TRACEBACK, evaluator)
 from sorrel.service.thread_numbers import Threads
 from sorrel.terminal import syntax
 from sorrel.terminal.breakpoints import BreakpointCommands
@@ -35,7 +35,8 @@ _RAISED = {
     exceptions.USER_UNHANDLED: '--Exception that leaves your own code--',
     exceptions.PRINTED: '--Exception that is printed--',
     exceptions.ALWAYS: '--Exception--',
-    POST_MORTEM: '--Post-mortem: the program has ended--'}
+    POST_MORTEM: '--Post-mortem: the program has ended--',
+    TRACEBACK: '--Post-mortem--'}
 
 
 def over_service(console, post_mortem=False):

@@ -18,6 +18,19 @@ class InUse(Exception):
     """The path is not free; the text says why."""
 
 
+def place(text):
+    """The Port or Path that is written [HOST:]PORT or unix:PATH. Raises ValueError.
+
+    Only programs of this machine may connect where no host is named.
+    """
+    if text.startswith('unix:') and text != 'unix:':
+        return Path(text[len('unix:'):])
+    host, colon, port = text.rpartition(':')
+    if not port.isdigit() or int(port) > 65535 or (colon and not host):
+        raise ValueError('not [HOST:]PORT nor unix:PATH: %s' % text)
+    return Port(host.strip('[]') or '127.0.0.1', int(port))
+
+
 class Listening(object):
     """A listener. socket: the socket; address: what getsockname() says of it; name: for people."""
 

@@ -125,6 +125,12 @@ def full_name(path):
     return os.path.normpath(os.path.join(_START_FOLDER, path))
 
 
+def main_path():
+    """Of the program that runs in this process, as far as that is known."""
+    path = getattr(sys.modules.get('__main__'), '__file__', None)
+    return full_name(path or ''.join(getattr(sys, 'argv', [])[:1]))
+
+
 def of_code(path):
     """The source file of a module's file."""
     return path[:-1] if path.endswith(('.pyc', '.pyo')) else path

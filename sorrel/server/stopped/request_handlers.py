@@ -20,8 +20,7 @@ from sorrel.server.stopped import completion, console_commands
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References
 from sorrel.service.stops import (
-    CONTINUE, evaluator, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER,
-    STEPPED)
+    CONTINUE, evaluator, is_at_line, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER)
 
 
 TOO_LONG = 'ended, since it took too long'
@@ -354,7 +353,7 @@ class StoppedThread(object):
 
     def _can_jump(self):
         """Elsewhere than between two lines the interpreter would be led astray."""
-        return self.stop.reason in (STEPPED, INTERRUPTED) and not sublanguages.location(
+        return is_at_line(self.stop) and not sublanguages.location(
             sublanguages.at_work(self.ident), self._frame)
 
     def _goto(self, arguments):

@@ -5,15 +5,18 @@ import collections
 from sorrel.inspection import frames, libraries
 from sorrel.service import living
 from sorrel.service.stops import (
-    CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEPPED)
+    CALLED, CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
+    STEPPED, TRACEBACK)
 
 # What a client is told of a stop. reason: a word of the protocol's. frame: the innermost that the
 # client is shown. details: what else is in the body of the event.
 Told = collections.namedtuple('Told', 'reason frame details')
 
+_CALLED = 'Paused by the program'
 _PAUSED = 'Paused on exception'
 _CALLED_BY_C = ' (no handler in Python code; called by C code)'
-_ENDED = 'Post-mortem: the program has ended by an exception'
+_POST_MORTEM = {POST_MORTEM: 'Post-mortem: the program has ended by an exception',
+                TRACEBACK: 'Post-mortem: the program has caught an exception'}
 
 # How a thread was last let go; the frame in which a step ends that does not lead into calls, or
 # one that it was called from; and whether it was in the program's own code.
@@ -41,16 +44,18 @@ class Stops(object):
         """What to tell of a Stop: a Told; or a Resume or None when the client is told nothing."""
         if stop.policy is not None:
             return Told('exception', stop.frame, {
-                'description': _ENDED if stop.policy == POST_MORTEM
-                else _PAUSED + _CALLED_BY_C * stop.called_by_c,
+                'description': _POST_MORTEM.get(
+                    stop.policy, _PAUSED + _CALLED_BY_C * stop.called_by_c),
                 'text': self._error_text(stop.argument)})
         at_entry, self._is_at_entry = self._is_at_entry, False
         going = self._goings.get(stop.thread)
-        may_be_step = stop.reason == INTERRUPTED or at_entry or (
+        may_be_step = stop.reason in (INTERRUPTED, CALLED) or at_entry or (
             going is not None and _has_arrived(going, stop.frame))
         hits = self._breakpoints.hits(stop, may_be_step)
         if hits:
             return _told_hits(hits, stop.frame)
+        if stop.reason == CALLED:
+            return Told('breakpoint', stop.frame, {'description': _CALLED})
         if stop.reason == INTERRUPTED:
             return Told('pause', stop.frame, {})
         if at_entry:

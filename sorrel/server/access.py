@@ -1,0 +1,41 @@
+"""Where clients come to, and what they have to show there."""
+
+from sorrel.protocol import tokens
+from sorrel.server.frontend import tell
+from sorrel.server.network.listening import Listening
+from sorrel.server.network.network_thread import Server
+
+
+def listening_server(program, place, token_file=None, has_token=True):
+    """A Server for the program at a Port or Path, and where that is: (host, port) or 'unix:PATH'.
+
+    Raises EnvironmentError, listening.InUse or tokens.NoToken; program.clear_up() is due then, too.
+    token_file, has_token: what clients who come have to show.
+    """
+    listening = Listening(place)
+    program.at_end.append(listening.remove)
+    try:
+        token = _token(program, listening, token_file, has_token)
+    except:
+        listening.socket.close()
+        raise
+    tell('listening on ' + listening.name)
+    if token is None:
+        if not listening.is_for_own_user():
+            tell('whoever can connect can debug: there is no token')
+        server = Server(program.new_session, listening.socket)
+    else:
+        # Who keeps what the program writes may let others read it.
+        tell('token %s, also in %s' % (token.word, token.path) if token_file is None
+             else 'token in ' + token.path)
+        server = Server(program.new_session, listening.socket, is_token_shown=token.is_shown_by)
+    return server, listening.name if listening.is_for_own_user() else listening.address[:2]
+
+
+def _token(program, listening, token_file, has_token):
+    if not has_token or token_file is None and listening.is_for_own_user():
+        return None
+    token = tokens.Token(token_file) if token_file is not None \
+        else tokens.new_token(listening.address)
+    program.at_end.append(token.remove)
+    return token
