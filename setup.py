@@ -6,10 +6,12 @@
 import os
 import re
 from distutils.command.build_ext import build_ext
+from distutils.command.build_py import build_py
 from distutils.command.sdist import sdist
 from distutils.core import Extension, setup
 
 _EXPORTS = 'cmake/exports.map'
+_START_FILE = 'sorrel.pth'
 # The interpreter's own flags that C++ does not know.
 _C_ONLY = re.compile('-Wstrict-prototypes$|-std=')
 # What the core's modules do not hold: the launcher, the debug server's module, other platforms.
@@ -24,6 +26,18 @@ class _BuildExtensions(build_ext):
         build_ext.build_extensions(self)
 
 
+class _BuildPackages(build_py):
+    """Builds what the interpreter reads when it starts beside the packages."""
+
+    def run(self):
+        build_py.run(self)
+        self.copy_file(_START_FILE, self.build_lib)
+
+    def get_outputs(self, include_bytecode=1):
+        return build_py.get_outputs(self, include_bytecode) + [
+            os.path.join(self.build_lib, _START_FILE)]
+
+
 class _SourceDistribution(sdist):
 
     # There is no page and no address that the check could find missing.
@@ -35,7 +49,7 @@ class _SourceDistribution(sdist):
     def get_file_list(self):
         # Not by a template: looking for its names goes through all that was built and brought.
         self.filelist.files = (
-            ['LICENSE', 'README.md', 'setup.py', _EXPORTS] + _sources('docs', '.md')
+            ['LICENSE', 'README.md', 'setup.py', _EXPORTS, _START_FILE] + _sources('docs', '.md')
             + _sources('sorrel', '.py') + _sources('src') + _sources('src', '.h'))
 
 
@@ -87,7 +101,8 @@ PROJECT = dict(
         _extension('tmorvik26_vs2012_x64', [path for path in _sources('src')
                                             if not path.startswith(_NO_CORE)]),
         _extension('_sorrel', _sources('src/sorrelmodule'))],
-    cmdclass={'build_ext': _BuildExtensions, 'sdist': _SourceDistribution})
+    cmdclass={'build_ext': _BuildExtensions, 'build_py': _BuildPackages,
+              'sdist': _SourceDistribution})
 
 if __name__ == '__main__':
     setup(**PROJECT)

@@ -29,6 +29,8 @@ class Distribution(object):
         self.modules = [module.name + sysconfig.get_config_var('SO')
                         for module in project.ext_modules]
         self.contents = {
+            # Read by the interpreter where it starts.
+            'sorrel.pth': _read('sorrel.pth'),
             self.info_folder + '/LICENSE': _read('LICENSE'),
             self.info_folder + '/METADATA': _metadata(project),
             self.info_folder + '/WHEEL':

@@ -69,9 +69,10 @@ class FolderTest(DistributionTest):
         self.install()
         kinds = set([os.path.splitext(name)[1] for name, text in listing(self.site).items()
                      if text is not None and '.dist-info/' not in name])
-        self.assertEqual(kinds, set(['.py', '.pyc', '.so']))
+        self.assertEqual(kinds, set(['.py', '.pyc', '.pth', '.so']))
         self.assertEqual(sorted([name for name in os.listdir(self.site)
-                                 if not name.endswith(('.dist-info', '.so'))]), ['sorrel'])
+                                 if not name.endswith(('.dist-info', '.so'))]),
+                         ['sorrel', 'sorrel.pth'])
         self.assertEqual(len(glob.glob(self.site + '/*.so')), 2)
 
     def test_installing_again_changes_nothing(self):
