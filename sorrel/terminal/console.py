@@ -14,12 +14,14 @@ class Console(object):
         self._stdin = stdin or sys.stdin
         self._stdout = stdout or sys.stdout
         self._readline = None
-        if self._stdin.isatty() and self._stdout.isatty():
-            try:
+        try:
+            if self._stdin.isatty() and self._stdout.isatty():
                 import readline
                 self._readline = readline
-            except ImportError:
-                pass  # A host built without it; lines are then read as they come.
+        except (ImportError, ValueError):
+            # A host built without it: lines are then read as they come. Or a stream that the
+            # program has closed, which is found out where it is needed.
+            pass
 
     def write(self, text):
         try:

@@ -127,6 +127,17 @@ sys.stdout = sys.__stdout__
         self.assertEqual((out, err, status), (
             '> prog.py(4)<module>()\n-> sys.stdout = sys.__stdout__\n' + PROMPT, '', 0))
 
+    def test_without_streams_the_program_runs_on(self):
+        for closed in 'stdin', 'stdout':
+            out, err, status = self.run_to_end('''\
+import sorrel, sys
+sys.%s.close()
+for turn in range(2):
+    sorrel.set_trace()
+    sys.stderr.write('%%d %%s\\n' %% (turn, sys.gettrace()))
+''' % closed, 'continue\n')
+            self.assertEqual((err, status), ('0 None\n1 None\n', 0))
+
     def test_breakpoints_and_uncaught_exceptions_stop_from_then_on(self):
         self.assert_session('''\
 import sorrel
