@@ -25,6 +25,8 @@ class Program(dap_session.Process):
 
     def _says(self, pattern):
         said = self.process.stderr.readline()
+        while said.endswith(' refs]\n'):
+            said = self.process.stderr.readline()  # What a debug build says at its end.
         found = re.match(pattern, said)
         if found is None:
             raise AssertionError('%r: %s' % (said, self.process.stderr.read()))
