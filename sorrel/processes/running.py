@@ -14,56 +14,87 @@ except ImportError:
 # How long the program may take to come to a place where it can be done, in seconds.
 _PATIENCE = 20.0
 _SCOPE = '/proc/sys/kernel/yama/ptrace_scope'
-# What a thread of its own does in the program, whose namespaces it leaves alone. Importing waits as
-# long as the program itself is at it. Modules are found by their files: sys.path is the program's.
+# What a thread of its own does in the program, whose namespaces it leaves alone; `modules` are
+# sys.modules. Modules of the server are found by their files: sys.path is the program's.
+#
+# Nothing waits for the import lock: whoever gets it when the program ends meets with an interpreter
+# without modules, which ends the process. While somebody else holds it the first part is run again,
+# and the rest looks after it now and then. The interpreter runs the first part in one go, and calls
+# the two functions that begin() has called by `any`, without an instruction of Python between them.
+#
 # The end of the program waits for a thread that is in the middle of this: it would meet with
 # modules that are emptied.
 #
 # While the program is debugged, by whom ever, an import statement makes a thread one of those that
 # wait at a stop: then the service, which is found without one, starts the thread.
 _BEGINNING = '''
+imp, sys = modules['imp'], modules['sys']
+if imp.lock_held():
+    raise ImportError('to be tried again')
+imp.acquire_lock()
+try:
+    atexit, itertools, thread, time = [
+        modules.get(name) or __import__(name) for name in 'atexit', 'itertools', 'thread', 'time']
+finally:
+    imp.release_lock()
+begun, is_ending = thread.allocate_lock(), []
+begun.acquire()
+def wait():
+    is_ending.append(True)
+    for turn in range(500):
+        if begun.acquire(False):
+            break
+        time.sleep(0.01)
+at_exit = wait, (), {}
+def ready():
+    if at_exit in atexit._exithandlers:
+        atexit._exithandlers.remove(at_exit)
+    if begun.locked():
+        begun.release()
+def acquire_import_lock():
+    for turn in range(900):
+        if is_ending:
+            break
+        if not any(itertools.chain(itertools.starmap(imp.lock_held, [()]),
+                                   itertools.starmap(imp.acquire_lock, [()]))):
+            return True
+        time.sleep(0.01)
+    return False
 def begin():
     try:
-        import atexit, imp, sys, thread, time
-        begun = thread.allocate_lock()
-        begun.acquire()
-        def wait():
-            for turn in range(500):
-                if begun.acquire(False):
-                    break
-                time.sleep(0.01)
-        at_exit = wait, (), {}
-        atexit._exithandlers.append(at_exit)
-        def ready():
-            if at_exit in atexit._exithandlers:
-                atexit._exithandlers.remove(at_exit)
-            if begun.locked():
-                begun.release()
         try:
-            for name, path in %(modules)r:
-                if name not in sys.modules:
-                    imp.load_dynamic(name, path)
-            if 'sorrel' not in sys.modules:
-                imp.load_module('sorrel', None, %(package)r, ('', '', imp.PKG_DIRECTORY))
-            from %(service)s import first_thread
-            first_thread.be_main()
-            from %(room)s import attached
-            attached.run(%(handshake)r, ready)
+            if acquire_import_lock():
+                try:
+                    for name, path in %(modules)r:
+                        if name not in sys.modules:
+                            imp.load_dynamic(name, path)
+                    if 'sorrel' not in sys.modules:
+                        imp.load_module('sorrel', None, %(package)r, ('', '', imp.PKG_DIRECTORY))
+                    from %(service)s import first_thread
+                    first_thread.be_main()
+                    from %(room)s import attached
+                finally:
+                    imp.release_lock()
+                attached.run(%(handshake)r, ready)
         except:
             kind, error = sys.exc_info()[:2]
             is_own = str(kind.__module__).startswith('sorrel.')
             open(%(complaint)r, 'w').write(
                 str(error) if is_own else '%%s: %%s' %% (kind.__name__, error))
-        ready()
+        finally:
+            ready()
     except:
         pass  # Whoever has asked for this does not wait any more.
 service = [kind.of_this_process() for kind in object.__subclasses__()
            if (kind.__module__, kind.__name__) == ('sorrel.service.service', 'Service')]
-if service and service[0] is not None:
-    service[0].start_own_thread(begin)
-else:
-    import thread
-    thread.start_new_thread(begin, ())
+atexit._exithandlers.append(at_exit)
+try:
+    if service and service[0] is not None:
+        service[0].start_own_thread(begin)
+    else:
+        thread.start_new_thread(begin, ())
+except:
+    ready()
 '''
 
 _NO_ANSWER = ('the server has been brought into process %d, which does not answer: it may be in the '
@@ -113,9 +144,7 @@ def bring_server(pid, room, handshake):
                          'service': 'sorrel.service',
                          'handshake': handshake, 'complaint': complaint_file(handshake)}
     try:
-        # An error in it, as at the end of the interpreter, is nothing to be printed.
-        _sorrel_attach.load(
-            pid, 'try: exec %r in {}\nexcept: pass\n' % text, _PATIENCE)
+        _sorrel_attach.load(pid, text, _PATIENCE)
     except (RuntimeError, ValueError, EnvironmentError) as error:
         raise CannotAttach(str(error) + _hint(pid, str(error)))
 

@@ -11,13 +11,20 @@ struct Interpreter {
     Address add_pending_call;
     Address eval_init_threads;
     Address eval_threads_initialized;
+    Address eval_builtins;
+    Address eval_save_thread;
+    Address ticker;  // of the variable
     Address gil_ensure;
     Address gil_release;
     Address gil_this_thread_state;
+    Address import_module_dict;
+    Address import_no_block;
     Address is_initialized;
-    Address run_simple_string;
+    Address build_value;
+    Address dec_ref;
+    Address err_clear;
+    Address run_string;
     Address start_new_thread;
-    Address eval_save_thread;
     Address current_thread_state;  // of the variable
     // The C library's.
     Address munmap;

@@ -115,7 +115,9 @@ PyMethodDef methods[] = {
     {"load", entry_load, METH_VARARGS,
      "load(process, text, seconds)\n\n"
      "Has the process with this id, a program on an interpreter of the same kind, run the text, "
-     "statements of Python, in a new thread.  Returns when that thread has been started.  Raises "
+     "statements of Python, in a new thread, with its sys.modules as `modules`, `imp` among them. "
+     "The text is run again, for ten seconds, while it raises exceptions.  Nothing waits for the "
+     "import lock.  Returns when that thread has been started.  Raises "
      "RuntimeError with the reason when it cannot be, within so many seconds: the process then "
      "runs on as if nothing had been."},
     {nullptr, nullptr, 0, nullptr},

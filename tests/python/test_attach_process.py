@@ -81,6 +81,30 @@ print threading.currentThread().getName(), len(threading.enumerate())
         self.assertEqual(program.ended(), ('ready\nMainThread 1\n', 0))
         self.assertEqual(dap_session.Program.errors.im_func(program), '')
 
+    def test_one_in_the_middle_of_an_import_when_that_ends_soon(self):
+        self.script(WORK, 'work.py')
+        program = self.run_unaware("""
+import work
+import sys
+sys.stdin.read(1)
+after = 1  # after
+""", self.flag)
+        adapter = self.adapter()
+        adapter.ask('initialize', adapterID='morvik')
+        attached = adapter.request('attach', {'processId': program.pid})
+        self.assertTrue(harness.wait_until(
+            lambda: len(os.listdir('/proc/%d/task' % program.pid)) > 1))
+        os.unlink(self.flag)
+        self.assertTrue(adapter.answer(attached)['success'])
+        adapter.event('initialized')
+        self.break_at(adapter, program, '# after')
+        adapter.ask('configurationDone')
+        program.process.stdin.write('x')
+        program.process.stdin.flush()
+        self.assertEqual(adapter.stopped(), 'breakpoint <module>:%d' % program.line('# after'))
+        self.leave(adapter)
+        self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
+
     def test_parent_and_children_each(self):
         program = self.run_unaware('''
 import os, sys, time
@@ -427,3 +451,19 @@ print 'over', code() - before
         os.unlink(self.flag)
         self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
         self.assertEqual(dap_session.Program.errors.im_func(program), '')
+
+    def test_one_that_ends_with_its_import(self):
+        """Nobody meets with what is left of it, whenever it ends."""
+        self.script(WORK, 'work.py')
+        for turn in range(4):
+            self.script('', 'flag')
+            program = self.run_unaware('import work', self.flag, stderr=subprocess.PIPE)
+            adapter = self.adapter()
+            adapter.ask('initialize', adapterID='morvik')
+            adapter.request('attach', {'processId': program.pid})
+            self.assertTrue(harness.wait_until(
+                lambda: len(os.listdir('/proc/%d/task' % program.pid)) > 1))
+            time.sleep(0.02 * turn)
+            os.unlink(self.flag)
+            self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
+            self.assertEqual(dap_session.Program.errors.im_func(program), '')
