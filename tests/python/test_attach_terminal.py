@@ -3,7 +3,6 @@
 import os
 import pty
 import select
-import signal
 import subprocess
 import time
 
@@ -99,8 +98,13 @@ while os.path.exists(sys.argv[1]):
 print 'over'
 ''', self.flag)
         os.environ['TERM'] = 'dumb'
+        name = os.ttyname(slave)
+
+        def take_terminal():
+            os.setsid()
+            os.close(os.open(name, os.O_RDWR))
         self.process = self.terminal(self.program, stdin=slave, stdout=slave, stderr=slave,
-                                     preexec_fn=os.setsid)
+                                     preexec_fn=take_terminal)
         os.close(slave)
         self.seen = ''
         self.sees(PROMPT)
@@ -122,8 +126,9 @@ print 'over'
         os.write(self.master, line + '\n')
 
     def ctrl_c(self):
+        """As it is typed: the terminal drops what it has not given to anybody yet."""
         time.sleep(0.3)
-        os.kill(self.process.pid, signal.SIGINT)
+        os.write(self.master, '\x03')
 
     def test_breaks_into_the_program_again(self):
         self.types('c')
