@@ -4,6 +4,7 @@
 """
 
 import os
+import platform
 import re
 from distutils.command.build_ext import build_ext
 from distutils.command.build_py import build_py
@@ -14,8 +15,11 @@ _EXPORTS = 'cmake/exports.map'
 _START_FILE = 'sorrel.pth'
 # The interpreter's own flags that C++ does not know.
 _C_ONLY = re.compile('-Wstrict-prototypes$|-std=')
-# What the core's modules do not hold: the launcher, the debug server's module, other platforms.
-_NO_CORE = ('src/launcher', 'src/sorrelmodule', 'src/platform/windows.cpp')
+# What the core's module does not hold: the launcher, the debug server's modules, other platforms.
+_NO_CORE = ('src/launcher', 'src/sorrelmodule', 'src/attachmodule', 'src/platform/windows.cpp')
+# What the server's module takes of the core's sources: neither exports anything.
+_SHARED = ['src/dbgcommon.cpp', 'src/dprintf.cpp', 'src/exceptops/handlers.cpp',
+           'src/exceptops/static_lookup.cpp', 'src/platform/posix.cpp']
 
 
 class _BuildExtensions(build_ext):
@@ -79,6 +83,17 @@ def _extension(name, sources):
         extra_link_args=['-Wl,--version-script=' + _EXPORTS])
 
 
+def _extensions():
+    found = [
+        _extension('tmorvik26_vs2012_x64', [path for path in _sources('src')
+                                            if not path.startswith(_NO_CORE)]),
+        _extension('_sorrel', _SHARED + _sources('src/sorrelmodule'))]
+    # Where CMake builds it, too.
+    if platform.system() == 'Linux' and platform.machine() == 'x86_64':
+        found.append(_extension('_sorrel_attach', _sources('src/attachmodule')))
+    return found
+
+
 PROJECT = dict(
     name='morvik',
     version=_version(),
@@ -97,10 +112,7 @@ PROJECT = dict(
         'Programming Language :: Python :: Implementation :: CPython',
         'Topic :: Software Development :: Debuggers'],
     packages=_packages(),
-    ext_modules=[
-        _extension('tmorvik26_vs2012_x64', [path for path in _sources('src')
-                                            if not path.startswith(_NO_CORE)]),
-        _extension('_sorrel', _sources('src/sorrelmodule'))],
+    ext_modules=_extensions(),
     cmdclass={'build_ext': _BuildExtensions, 'build_py': _BuildPackages,
               'sdist': _SourceDistribution})
 

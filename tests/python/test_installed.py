@@ -1,7 +1,7 @@
 """python -m sorrel, installed, under the interpreter alone."""
 
-import glob
 import os
+from distutils import sysconfig
 
 import dap_session
 import installed_case
@@ -179,7 +179,7 @@ class UsageTest(InstalledTest):
                          'it was built for Python 2.5\n')
 
     def module(self, name):
-        return glob.glob(os.path.join(self.site, name + '*.so'))[0]
+        return os.path.join(self.site, name + sysconfig.get_config_var('SO'))
 
     def test_version_and_help(self):
         self.assertEqual(self.run_host('-m', SORREL, '--version'), ('Morvik 0.1.0\n', '', 0))
