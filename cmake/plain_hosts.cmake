@@ -26,7 +26,8 @@ set_target_properties(embedding PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BI
 
 # What the adapter starts, and how fast, does not depend on what runs the test.
 foreach(scenario ${scenarios})
-    if(scenario MATCHES "/test_(sorrel|dap)_" AND NOT scenario MATCHES "/test_dap_(adapter|speed)")
+    if(scenario MATCHES "/test_(sorrel|dap)_"
+            AND NOT scenario MATCHES "/test_dap_(adapter|interpreters|speed)")
         get_filename_component(name ${scenario} NAME_WE)
         add_host_test(plain/${name}
             COMMAND ${MORVIK_HOST_executable} tests/python/runner.py ${scenario})

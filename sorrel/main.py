@@ -207,15 +207,15 @@ def _complaint_of_core():
 
 
 def _run(command, options, words):
+    if command == 'dap':
+        from sorrel.adapter import adapter
+        return adapter.run()
     complaint = _complaint_of_core()
     if complaint is not None:
         sys.stderr.write('sorrel: cannot load the native core: %s\n' % complaint)
         return 2
     if command == 'demo':
         return _play(words[0])
-    if command == 'dap':
-        from sorrel.adapter import adapter
-        return adapter.run()
     if command == 'attach':
         return _attach(int(words[0]), options.handshake)
     if command == 'serve':

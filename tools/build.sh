@@ -5,6 +5,11 @@ build_dir() {
     echo "$root/build/$(host_key "$1")${2:+-asan}"
 }
 
+# is_built EXE: whether it has been, for one that can be a host; it may be out of date.
+is_built() {
+    [[ -x $(build_dir "$1" '')/bin/morvik-python ]]
+}
+
 # configure EXE ASAN DIR
 configure() {
     local preset=${2:+asan}

@@ -7,6 +7,8 @@ usage: ./morvik COMMAND [OPTIONS]
   setup [--python EXE]                    find or bring a host interpreter and build tools
   build [--python EXE] [--asan]           build; prints the folder that holds the module
   python [--python EXE] [--asan] -- ARGS  run the host with the module importable
+  python --as-is --python EXE -- ARGS     the same where it is built for EXE, else with what is
+                                          installed for it
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
   run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
@@ -36,11 +38,11 @@ declare -A option_values=(
     [--python]='an interpreter' [--listen]='a port' [--token-file]='a file'
     [--hook]=MODULE:NAME [--target]='a folder')
 
-# read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named;
-# leaves hosts, asan, long, listen, wait, post_mortem, hooks, token, target, and the others in rest.
+# read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
+# hosts, asan, as_is, long, listen, wait, post_mortem, hooks, token, target, and the others in rest.
 read_options() {
     local allowed=' --python ' name value
-    hosts=() asan='' long='' listen='' wait='' post_mortem='' hooks=() token=()
+    hosts=() asan='' as_is='' long='' listen='' wait='' post_mortem='' hooks=() token=()
     target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
@@ -68,7 +70,7 @@ read_options() {
         fi
         case $name in
             --python) hosts+=("$value") ;;
-            --asan | --wait | --long | --post-mortem)
+            --asan | --as-is | --wait | --long | --post-mortem)
                 name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
@@ -107,6 +109,21 @@ in_host() {
     exec "$dir/bin/morvik-python" "$@"
 }
 
+# as_it_is EXE ARGS...: the same where it has been built for EXE, else becomes EXE itself, for which
+# Morvik is installed then. Builds for nobody for the first time.
+as_it_is() {
+    local exe
+    exe=$(type -P "$1") || die "no such interpreter: $1"
+    shift
+    if is_host "$exe" && is_built "$exe"; then
+        in_host "$exe" '' "$@"
+    fi
+    "$exe" -c 'import imp; [imp.find_module(name) for name in "sorrel", "_sorrel"]' 2>/dev/null ||
+        die "Morvik is neither built for $exe (./morvik build --python $exe, or \"build\": true)" \
+            "nor installed there"
+    exec "$exe" "$@"
+}
+
 command_setup() {
     local exe
     read_options -- "$@"
@@ -132,7 +149,11 @@ command_build() {
 
 command_python() {
     local exe
-    read_options --asan -- "$@"
+    read_options --asan --as-is -- "$@"
+    if [[ -n $as_is ]]; then
+        ((${#hosts[@]} > 0)) || usage_error "--as-is goes with --python"
+        as_it_is "${hosts[-1]}" "${rest[@]}"
+    fi
     exe=$(one_host) || exit
     in_host "$exe" "$asan" "${rest[@]}"
 }
@@ -159,29 +180,49 @@ host_of_process() {
             exe=$(sed -n 's/^MORVIK_PYTHON:FILEPATH=//p' "${exe%/bin/*}/CMakeCache.txt")
             ;;
     esac
-    ! is_host "$exe" || echo "$exe"
+    # What only has an interpreter in it is not to be started once more.
+    if [[ ${exe##*/} == python* ]] && is_host "$exe"; then
+        echo "$exe"
+    fi
 }
 
 command_attach() {
-    local exe='' handshake=()
-    if [[ ${1:-} == --handshake ]]; then
-        handshake=("${@:1:2}")
-        shift 2
-    fi
+    local exe=''
     read_options -- "$@"
     [[ ${#rest[@]} == 1 && ${rest[0]} =~ ^[0-9]{1,9}$ ]] || usage_error "attach needs a process id"
     [[ -e /proc/${rest[0]} ]] || die "there is no process ${rest[0]}"
     ((${#hosts[@]} > 0)) || exe=$(host_of_process "${rest[0]}") || true
     [[ -n $exe ]] || exe=$(one_host) || exit
-    in_host "$exe" '' -m sorrel.main attach "${handshake[@]}" "${rest[@]}"
+    in_host "$exe" '' -m sorrel.main attach "${rest[@]}"
+}
+
+# python_of_adapter: what runs the adapter, which needs nothing that is built: the one named, else
+# the one that programs are launched with by default, else any that is on the path.
+python_of_adapter() {
+    local name=${MORVIK_PYTHON:-} exe
+    ((${#hosts[@]} == 0)) || name=${hosts[-1]}
+    if [[ -n $name ]]; then
+        exe=$(type -P "$name") || die "no such interpreter: $name"
+        is_python_2 "$exe" || die "$name is neither Python 2.6 nor 2.7"
+        echo "$exe"
+        return
+    fi
+    exe=$(first_line "$(all_hosts)")
+    for name in python2.7 python2.6 python2 python; do
+        [[ -z $exe ]] || break
+        exe=$(type -P "$name") && is_python_2 "$exe" || exe=''
+    done
+    [[ -n $exe ]] || die "no Python 2.6 or 2.7 for the adapter: name the one that your programs" \
+        "run, with --python or MORVIK_PYTHON"
+    echo "$exe"
 }
 
 command_dap() {
     local exe
     read_options -- "$@"
     no_arguments
-    exe=$(one_host) || exit
-    in_host "$exe" '' -m sorrel.main dap
+    exe=$(python_of_adapter) || exit
+    PYTHONPATH=$root${PYTHONPATH:+:$PYTHONPATH} exec "$exe" -m sorrel.main dap
 }
 
 command_demo() {

@@ -32,6 +32,11 @@ is_host() {
     describe_host "$1" >/dev/null 2>&1
 }
 
+# is_python_2 EXE: one that can run what needs nothing built; it may have no development files.
+is_python_2() {
+    "$1" -E -c 'import sys; sys.exit(sys.version_info[:2] not in ((2, 6), (2, 7)))' 2>/dev/null
+}
+
 # host_value EXE KEY: one answer of describe_host.py.
 host_value() {
     describe_host "$1" | sed -n "s/^$2=//p"

@@ -14,6 +14,7 @@ from sorrel.adapter import attach
 from sorrel.adapter.launch import CannotLaunch, Launch
 from sorrel.adapter.process import Process
 from sorrel.adapter.process_attach import ProcessAttach
+from sorrel.adapter.progress import Progress
 from sorrel.common import errors
 from sorrel.common.decoding import text
 from sorrel.processes.guard import Guard
@@ -28,6 +29,8 @@ _END_PATIENCE = 3.0
 _LOOK = 0.1
 # How long the client may take to read, and so may the program.
 _DEAF_PATIENCE = 10.0
+# How long what comes after the answer to `disconnect` may take.
+_LEAVE_PATIENCE = 5.0
 # The number of the one request that the adapter makes of the program in the client's name.
 _OWN_SEQ = 0
 
@@ -56,6 +59,8 @@ class Adapter(object):
         self._unanswered = None
         self._launch = None
         self._terminal_request = None
+        # Of what is on its way, for a client that wants to know.
+        self._progress = None
         # The program's Process while it runs, if the adapter has started it, and the last one
         # whose output is still read.
         self._process = None
@@ -70,13 +75,24 @@ class Adapter(object):
         self._has_ended = False
         # The Guard of a program that the client has launched, until that is to end or may run on.
         self._guard = None
+        # When `disconnect` has been answered: until when there is anything left to do.
+        self._leave_until = None
 
     def run(self):
-        while self._in is not None or self._outputs():
+        while not self._is_done():
             self._turn()
         if self._launch is not None:
             self._give_up_launch()
         self._end_guarded()
+
+    def _is_done(self):
+        if self._in is None:
+            return not self._outputs()
+        if self._leave_until is None:
+            return False
+        is_ending = self._must_end and self._process is not None
+        return time.time() > self._leave_until or not (
+            is_ending or self._program is not None or self._outputs())
 
     def _turn(self):
         sources = self._outputs()
@@ -104,7 +120,8 @@ class Adapter(object):
         return self._writer.outputs if self._writer is not None else []
 
     def _timeout(self):
-        waits = self._process is None and self._ending is None and self._launch is None
+        waits = self._process is None and self._ending is None and self._launch is None \
+            and self._leave_until is None
         return None if waits else _LOOK
 
     # The client.
@@ -176,14 +193,14 @@ class Adapter(object):
         else:
             self._process = self._writer = Process(launch.start(), self._tell_output)
         self._launch = launch
-        self._begin = request
+        self._begin_to_launch(request)
 
     def _on_attach(self, request):
         self._check_beginning()
         arguments = schema.checked(request)
         if 'processId' in arguments:
-            self._launch = ProcessAttach(arguments)
-            self._begin = attach.for_program(request, arguments)
+            self._launch = ProcessAttach(arguments, self._hear_of_attaching)
+            self._begin_to_launch(attach.for_program(request, arguments))
             return
         connection = attach.connect(arguments)
         try:
@@ -193,9 +210,16 @@ class Adapter(object):
             raise
         self._join(connection)
 
+    def _begin_to_launch(self, request):
+        self._begin = request
+        if self._initialize.get('supportsProgressReporting'):
+            self._progress = Progress(self._event, request)
+
     def _on_disconnect(self, request):
         """While there is no program, or none yet."""
         if self._process is not None:
+            self._must_end = True
+            self._ending_until = time.time() + _END_PATIENCE
             self._process.kill()
         if self._begin is not None:
             self._refuse_begin(u'the client has left')
@@ -216,6 +240,7 @@ class Adapter(object):
 
     def _refuse_begin(self, why):
         begin, self._begin = self._begin, None
+        self._end_progress()
         self._give_up_launch()
         self._answer(begin, why)
 
@@ -234,6 +259,11 @@ class Adapter(object):
             answer['body'] = body
         self._send(answer)
 
+    def _end_progress(self):
+        progress, self._progress = self._progress, None
+        if progress is not None:
+            progress.end()
+
     def _event(self, name, body=None):
         event = {'type': 'event', 'event': name}
         if body is not None:
@@ -244,6 +274,9 @@ class Adapter(object):
         """Returns the message's number."""
         self._seq += 1
         message['seq'] = self._seq
+        if message['type'] == 'response' and message.get('command') == 'disconnect' \
+                and message.get('success'):
+            self._leave_until = time.time() + _LEAVE_PATIENCE
         data = messages.encode(message)
         try:
             while data and self._in is not None:
@@ -272,6 +305,7 @@ class Adapter(object):
         self._program = connection
         self._from_program = messages.Decoder(messages.FROM_PROGRAM)
         begin, self._begin = self._begin, None
+        self._end_progress()
         self._unanswered = begin
         self._pass_to_program({'type': 'request', 'seq': _OWN_SEQ, 'command': 'initialize',
                                'arguments': self._initialize})
@@ -333,7 +367,7 @@ class Adapter(object):
             ending, self._ending = self._ending, None
             self._end_by_force(ending)
         if self._must_end and self._process is not None and time.time() > self._ending_until:
-            self._must_end = False
+            self._ending_until = time.time() + _END_PATIENCE
             self._process.kill()
         status = self._process.status() if self._process is not None else None
         if status is None:
@@ -378,7 +412,15 @@ class Adapter(object):
                 self._process.kill()
         self._answer(request)
 
+    def _hear_of_attaching(self, written):
+        if self._progress is not None:
+            self._progress.hear(written)
+        else:
+            self._event('output', {'category': 'console', 'output': written})
+
     def _tell_output(self, category, written):
+        if self._progress is not None and category == 'stderr':
+            self._progress.hear(written)
         self._event('output', {'category': category, 'output': written})
 
 

@@ -9,7 +9,7 @@ from sorrel.protocol.messages import Refused
 _CONNECT_PATIENCE = 10.0
 # What the program wants to know: not what is for the adapter alone, or for the editor.
 _PASSED_ON = frozenset(name.rstrip('?') for name in schema.ATTACH).difference(
-    ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python'))
+    ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python', 'build'))
 
 
 def connect(arguments):

@@ -2,13 +2,11 @@
 
 import os
 import subprocess
-import sys
 
+from sorrel.adapter import interpreters
 from sorrel.processes import guard, own_folders
 from sorrel.protocol.launch_handshake import Handshake
 
-_FOLDER = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-MORVIK = os.path.join(_FOLDER, 'morvik')
 _TERMINALS = {'integratedTerminal': 'integrated', 'externalTerminal': 'external'}
 
 
@@ -20,9 +18,10 @@ class Launch(object):
     """A program on its way: its process is there, but not yet the connection to it."""
 
     def __init__(self, arguments):
-        """arguments: those of the client's launch request. Raises CannotLaunch."""
+        """arguments: those of the client's launch request. Raises CannotLaunch and Refused."""
         self._arguments = arguments
         self._handshake = None
+        self._interpreter = interpreters.command(arguments, interpreters.own())
         self._command = self._make_command()
 
     def sockets(self):
@@ -78,12 +77,8 @@ class Launch(object):
         return [word.encode('utf-8') for word in command]
 
     def _full_command(self):
-        python = _encoded(self._arguments.get('python')) or sys.executable
-        # Installed, there is no launcher: the interpreter finds what is installed for it.
-        command = [MORVIK, 'python', '--python', python, '--'] if os.path.exists(MORVIK) \
-            else [python]
-        return command + ['-u', '-m', 'sorrel.main', 'serve',
-                          '--handshake', self._handshake.path] + self._command
+        return self._interpreter + ['-u', '-m', 'sorrel.main', 'serve',
+                                    '--handshake', self._handshake.path] + self._command
 
     def _environment(self):
         environment = dict(os.environ)

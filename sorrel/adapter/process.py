@@ -10,6 +10,8 @@ import time
 _READ_AT_ONCE = 65536
 _COMPLAINT_LIMIT = 1000
 _COMPLAINING = ('sorrel: ', 'morvik: ')
+# What an interpreter says for which Morvik is not installed.
+_NOT_INSTALLED = 'No module named sorrel'
 
 
 class Process(object):
@@ -61,7 +63,8 @@ class Process(object):
 
     def complaint(self):
         """What was wrong, as one of the commands that start a program says it; '' for nothing."""
-        lines = [line for line in self._complaint.splitlines() if line.startswith(_COMPLAINING)]
+        lines = [line for line in self._complaint.splitlines()
+                 if line.startswith(_COMPLAINING) or line.endswith(_NOT_INSTALLED)]
         return lines[-1] if lines else u''
 
     def _read(self, output):

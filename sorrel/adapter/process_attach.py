@@ -4,8 +4,8 @@ import os
 import subprocess
 import time
 
-from sorrel.adapter.launch import MORVIK
-from sorrel.processes import running
+from sorrel.adapter import interpreters
+from sorrel.processes import own_folders, running
 from sorrel.protocol.launch_handshake import Handshake
 from sorrel.protocol.messages import Refused
 
@@ -16,27 +16,35 @@ _PATIENCE = 10.0
 class ProcessAttach(object):
     """A program on its way, as a Launch is: its server may be there, the connection is not yet."""
 
-    def __init__(self, arguments):
-        """arguments: those of the client's request to attach. Raises Refused."""
+    def __init__(self, arguments, tell):
+        """arguments: those of the client's request to attach. Raises Refused.
+
+        tell: called with what the command that attaches writes.
+        """
         for other in 'connect', 'host', 'port', 'socket', 'token', 'tokenFile':
             if other in arguments:
                 raise Refused('processId and %s do not go together' % other)
         self._pid = arguments['processId']
+        self._tell = tell
+        command = interpreters.command(arguments, interpreters.of_process(self._pid))
         self._handshake = Handshake()
-        self._complaint = running.complaint_file(self._handshake.path)
+        command += ['-m', 'sorrel.main', 'attach', '--handshake', self._handshake.path,
+                    str(self._pid)]
+        environment = dict(os.environ)
+        own_folders.hide(environment)
+        self._output = os.path.join(os.path.dirname(self._handshake.path), 'output')
+        self._told = 0
         self._until = None
-        command = [MORVIK, 'attach', '--handshake', self._handshake.path]
-        if 'python' in arguments:
-            command += ['--python', arguments['python'].encode('utf-8')]
-        command.append(str(self._pid))
-        output = open(self._complaint + '.command', 'w')
+        output = open(self._output, 'w')
+        nothing = open(os.devnull)
         try:
-            self._command = subprocess.Popen(
-                command, stdin=open(os.devnull), stdout=output, stderr=output, close_fds=True)
-        except EnvironmentError as error:
+            self._command = subprocess.Popen(command, env=environment, stdin=nothing, stdout=output,
+                                             stderr=output, close_fds=True)
+        except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
             self._handshake.close()
-            raise Refused('cannot start %s: %s' % (MORVIK, error))
+            raise Refused('cannot start %s: %s' % (command[0], error))
         finally:
+            nothing.close()
             output.close()
 
     def sockets(self):
@@ -53,6 +61,13 @@ class ProcessAttach(object):
             self.close()
         return connection
 
+    def _written(self):
+        output = open(self._output)
+        try:
+            return output.read()
+        finally:
+            output.close()
+
     def close(self):
         if self._command.poll() is None:
             self._command.terminate()
@@ -61,10 +76,14 @@ class ProcessAttach(object):
 
     def _check(self):
         status = self._command.poll()
+        written = self._written()
+        if len(written) > self._told:
+            more, self._told = written[self._told:], len(written)
+            self._tell(more.decode('utf-8', 'replace'))
         if status is None:
             return
         if status != 0:
-            raise Refused(_last_complaint(self._complaint + '.command')
+            raise Refused(_last_complaint(written)
                           or 'the command to attach has ended with %d' % status)
         why = running.complaint(self._pid, self._handshake.path)
         if why:
@@ -75,6 +94,6 @@ class ProcessAttach(object):
             raise Refused(running.why_no_answer(self._pid))
 
 
-def _last_complaint(path):
-    lines = open(path).read().splitlines()
+def _last_complaint(written):
+    lines = written.splitlines()
     return lines[-1].partition(': ')[2] or lines[-1] if lines else ''

@@ -2,10 +2,27 @@
 
 import os
 
-import tmorvik26_vs2012_x64 as core
+try:
+    import tmorvik26_vs2012_x64 as core
+except ImportError:
+    core = None  # The adapter needs none.
 
 _SORREL = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-_FOLDERS = (os.path.dirname(_SORREL), os.path.dirname(os.path.abspath(core.__file__)))
+
+
+def _own():
+    folder = os.path.dirname(_SORREL)
+    if core is None:
+        return [folder]
+    of_core = os.path.dirname(os.path.abspath(core.__file__))
+    if of_core == folder:
+        return []
+    # One that is installed is there for others.
+    is_installed = os.path.isdir(os.path.join(of_core, os.path.basename(_SORREL)))
+    return [folder] if is_installed else [folder, of_core]
+
+
+_FOLDERS = _own()
 
 
 def hide(environment):
@@ -13,7 +30,7 @@ def hide(environment):
 
     Where both are one, the server is installed, and what else lies there may be the program's.
     """
-    if _FOLDERS[0] == _FOLDERS[1]:
+    if not _FOLDERS:
         return
     folders = environment.get('PYTHONPATH', '').split(os.pathsep)
     left = [folder for folder in folders if folder not in _FOLDERS]

@@ -31,15 +31,16 @@ _DEBUGGING = {
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(_DEBUGGING, **{
     'program?': unicode, 'module?': unicode, 'args?': [unicode], 'cwd?': unicode, 'env?': Mapping(),
-    'python?': unicode, 'hooks?': [unicode], 'noDebug?': bool,
+    'python?': unicode, 'build?': bool, 'hooks?': [unicode], 'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(_DEBUGGING, **{
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
-    'tokenFile?': unicode, 'processId?': Number(), 'python?': unicode})
+    'tokenFile?': unicode, 'processId?': Number(), 'python?': unicode,
+    'build?': bool})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
-                   'supportsRunInTerminalRequest?': bool},
+                   'supportsRunInTerminalRequest?': bool, 'supportsProgressReporting?': bool},
     'launch': LAUNCH,
     'attach': ATTACH,
     'disconnect': {'terminateDebuggee?': bool},

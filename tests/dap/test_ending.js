@@ -53,6 +53,7 @@ for (const state of ['running', 'stopped']) {
             await reach(client, noted);
             await client.send('disconnect', {});
             await client.next('terminated');
+            await client.closed;
             await until(() => !isThere(pid), () => 'still there');
             assert.equal(noted.read(), 'begun\n');
         }));

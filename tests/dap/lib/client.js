@@ -23,6 +23,7 @@ class Client extends DebugClient {
         this.mistakes = [];
         this.sent = [];
         this.isHungUp = false;
+        this.hasLeft = false;
         this.capabilities = options.capabilities || {};
         // Answers to what the adapter asks: functions of a request, by its command.
         this.reverse = {};
@@ -49,6 +50,7 @@ class Client extends DebugClient {
         if (this.isHungUp) {
             return Promise.reject(new Error('the other side has hung up'));
         }
+        this.hasLeft = this.hasLeft || command === 'disconnect';
         return patiently(super.send(command, args), () => `no answer to ${command}`);
     }
 
@@ -229,7 +231,10 @@ class Client extends DebugClient {
     // Ends the test: throws what was wrong with the messages.
     async end() {
         if (this._adapterProcess || this._socket) {
-            await this.send('disconnect', {}).catch(() => {});
+            // Whoever has answered that is about to end.
+            if (!this.hasLeft) {
+                await this.send('disconnect', {}).catch(() => {});
+            }
             this.stopAdapter();
         }
         if (this.mistakes.length) {
