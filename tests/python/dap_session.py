@@ -226,6 +226,15 @@ class Peer(object):
         return self._next(lambda message: message.get('event') == name,
                           'event %s' % name).get('body')
 
+    def output(self, text):
+        """Waits until the program has written this to its standard output; it may come in pieces."""
+        seen = ''
+        while text not in seen:
+            event = self.event('output')
+            if event['category'] == 'stdout':
+                seen += event['output']
+        return seen
+
     def read_all(self):
         """Everything until the connection ends."""
         end = time.time() + PATIENCE

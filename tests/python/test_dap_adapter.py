@@ -29,15 +29,6 @@ class AdapterTest(dap_session.TestCase):
         self.adapter = self.opened(dap_session.Adapter(stderr=subprocess.PIPE))
         self.path = self.script(PROGRAM)
 
-    def output(self, text):
-        """Waits until the program has written this to its standard output."""
-        seen = ''
-        while text not in seen:
-            event = self.adapter.event('output')
-            if event['category'] == 'stdout':
-                seen += event['output']
-        return seen
-
     def launched(self, *marks, **arguments):
         """Returns the program's process id; breakpoints are on the lines with these marks."""
         self.adapter.launch(program=self.path, **arguments)
@@ -175,7 +166,7 @@ print 'sleeping'
 ctypes.PyDLL(None).sleep(60)  # Holds the interpreter.
 ''')
         pid = self.launched()
-        self.output('sleeping')
+        self.adapter.output('sleeping')
         self.adapter.ask('disconnect')
         self.assert_ends(pid)
 
@@ -212,7 +203,7 @@ while True:
             stranger.sendall(said)
         self.assertTrue(adapter.answer(number)['success'])
         adapter.ask('configurationDone')
-        self.output('pid')
+        self.adapter.output('pid')
         for stranger in strangers:
             try:
                 self.assertEqual(stranger.recv(100), '')

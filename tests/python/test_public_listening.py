@@ -324,7 +324,7 @@ import sorrel
 print sorrel.is_client_connected(), sorrel.wait_for_client()
 '''))
         adapter.ask('configurationDone')
-        self.assertEqual(adapter.event('output')['output'], 'True True\n')
+        self.assertEqual(adapter.output('True True\n'), 'True True\n')
 
 
 class StopTest(TestCase):
