@@ -4,6 +4,7 @@ import os
 
 import dap_session
 import harness
+import public_case
 import sorrel_session
 import tmorvik26_vs2012_x64 as core
 
@@ -157,4 +158,58 @@ print len(calls) > 0
         client.evaluate('globals().update(go_on=False)', 'repl')
         client.ask('disconnect')
         self.assertEqual(program.ended(), ('True\n', 0))
+        self.assertEqual(program.errors(), '')
+
+
+class PublicTest(public_case.TestCase):
+    """The functions that a program calls, in threads that C code has made."""
+
+    def setUp(self):
+        public_case.TestCase.setUp(self)
+        use_executable(self)
+
+    CALLBACK = '''\
+import embedder, sorrel, sys
+said = []
+def callback():
+    said.append((sorrel.debug_this_thread(), sorrel.debug_this_thread()))
+    %s
+    said.append('here')  # here
+'''
+
+    def test_a_callback_in_the_terminal(self):
+        for name in 'set_trace', 'breakpoint':
+            out, err, status = self.run_to_end(self.CALLBACK % ('sorrel.%s()' % name) + '''\
+for _ in range(2):
+    embedder.run(callback)
+    embedder.join()
+print said
+''', 'print said\ncontinue\n' * 2)
+            self.assertEqual((err, status), ('', 0))
+            answers = out.split(sorrel_session.PROMPT)
+            self.assertEqual(answers[0].splitlines()[-2:], [
+                '> prog.py(6)callback()', "-> said.append('here')  # here"])
+            self.assertEqual(answers[1], '[(False, False)]\n')
+            self.assertEqual(answers[3], "[(False, False), 'here', (True, True)]\n")
+            self.assertEqual(answers[4], "[(False, False), 'here', (True, True), 'here']\n")
+
+    def test_a_callback_with_a_client(self):
+        program = self.begin_listening(self.CALLBACK % 'pass' + '''\
+print sorrel.listen(('127.0.0.1', 0)) == sorrel.listen(('127.0.0.1', 0))
+sorrel.wait_for_client()
+for _ in range(2):
+    embedder.run(callback)
+    embedder.join()
+sorrel.stop()
+embedder.run(callback)
+embedder.join()
+print said
+''')
+        client = self.attach(program, '# here')
+        for _ in range(2):
+            self.assertEqual(client.stopped(), 'breakpoint callback:6')
+            self.assertEqual(client.evaluate('said[-1]'), '(True, True)')
+            client.go()
+        self.assertEqual(program.ended(), (
+            "True\n[(True, True), 'here', (True, True), 'here', (False, False), 'here']\n", 0))
         self.assertEqual(program.errors(), '')
