@@ -71,7 +71,7 @@ class Child(object):
             os.dup2(self.errors.fileno(), 2)
             run(self.notes.fileno())
             status = 0
-        except BaseException:
+        except:  # Instances of old classes, too.
             sys.excepthook(*sys.exc_info())
         finally:
             sys.stdout.flush()
