@@ -20,6 +20,22 @@ worker.join()
 print 'done'
 '''
 
+# The interpreter does not wait for such a thread before it ends.
+BARE_WORKER = '''\
+import sys, thread, time
+import tmorvik26_vs2012_x64 as core
+begun = []
+
+def work():
+    begun.append(thread.get_ident())
+    core.step_into()
+    begun.append(thread)
+
+thread.start_new_thread(work, ())
+while len(begun) < 2 or begun[0] in sys._current_frames():
+    time.sleep(0.001)
+'''
+
 
 class Threads(sorrel_session.TestCase):
 
@@ -56,28 +72,11 @@ class Threads(sorrel_session.TestCase):
         self.assert_not_in('sorrel', rest)
 
     def test_stepping_off_the_end_of_a_bare_thread_lets_it_end(self):
-        answers = self.stops('''\
-import thread
-import tmorvik26_vs2012_x64 as core
-over = thread.allocate_lock()
-over.acquire()
-
-def work():
-    core.step_into()
-    over.release()
-
-thread.start_new_thread(work, ())
-over.acquire()
-print 'done'
-''', ['c', 's', 's', 's', 's'])
-        self.assertEqual(answers[0], '[work]\n> prog.py(8)work()\n-> over.release()\n')
-        # The main thread may be at its print before the other one is at its return.
-        self.assertEqual(answers[1].replace('done\n', ''),
-                         '--Return--\n> prog.py(8)work()->None\n-> over.release()\n')
-        self.assertEqual(answers[2].replace('done\n', ''),
-                         'The program ended with exit status 0.\n')
-        self.assertEqual(''.join(answers).count('done\n'), 1)
-        self.assertEqual(len(answers), 3)
+        answers = self.stops(BARE_WORKER + "print 'done'\n", ['c', 's', 's', 's', 's'])
+        self.assertEqual(answers[0], '[work]\n> prog.py(8)work()\n-> begun.append(thread)\n')
+        self.assertEqual(answers[1:], [
+            '--Return--\n> prog.py(8)work()->None\n-> begun.append(thread)\n',
+            'done\nThe program ended with exit status 0.\n'])
 
     def test_the_list_of_threads(self):
         answers = self.stops(WORKER, ['threads', 'c', 'threads', 'c'])
@@ -93,19 +92,7 @@ print 'done'
                         other)
 
     def test_a_bare_thread_is_listed_by_its_function(self):
-        answers = self.stops('''\
-import thread
-import tmorvik26_vs2012_x64 as core
-over = thread.allocate_lock()
-over.acquire()
-
-def work():
-    core.step_into()
-    over.release()
-
-thread.start_new_thread(work, ())
-over.acquire()
-''', ['c', 'threads', 'c'])
+        answers = self.stops(BARE_WORKER, ['c', 'threads', 'c'])
         self.assert_in('  work  stopped  prog.py(8)work()\n', answers[1])
 
     def test_a_thread_that_has_ended_is_listed_no_more(self):
