@@ -19,9 +19,10 @@ import sorrel
 _SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
-       and -m MODULE instead of PROGRAM'''
+       and -m MODULE instead of PROGRAM
+       python -m sorrel --pid PID'''
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
-Protocol that come to a port.'''
+Protocol that come to a port. Or, in the terminal, one that runs already.'''
 _USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [--]
              PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
@@ -79,8 +80,14 @@ def _parse_short(arguments):
     _add_program_options(parser)
     parser.add_option('-m', action='callback', callback=_take_module, type='string',
                       dest='module', metavar='MODULE', help='debug a module by its name')
+    parser.add_option('--pid', help='debug the program that runs in this process')
     parser.set_defaults(handshake=None)
     options, words = parser.parse_args(arguments)
+    if options.pid is not None:
+        _check_process_id(options.pid, parser)
+        if words or [name for name, value in vars(options).items() if value and name != 'pid']:
+            parser.error('--pid goes with nothing else')
+        return 'attach', options, [options.pid]
     if not words:
         parser.error('needs a program')
     _check_hooks(options, parser)
@@ -111,8 +118,8 @@ def _parse(arguments):
     if not words and command != 'dap':
         parser.error('needs a %s' % {'demo': 'demo', 'attach': 'process id'}.get(
             command, 'program'))
-    if command == 'attach' and not (words[0].isdigit() and int(words[0]) < 1 << 31):
-        parser.error('not a process id: %s' % words[0])
+    if command == 'attach':
+        _check_process_id(words[0], parser)
     if command == 'dap' and words or command in ('demo', 'attach') and len(words) > 1:
         parser.error('unexpected argument: %s' % words[-1])
     if command in ('terminal', 'serve'):
@@ -122,6 +129,11 @@ def _parse(arguments):
             parser.error('needs either --listen or --handshake')
         _check_listening(options, parser)
     return command, options, words
+
+
+def _check_process_id(word, parser):
+    if not (word.isdigit() and int(word) < 1 << 31):
+        parser.error('not a process id: %s' % word)
 
 
 def _check_hooks(options, parser):

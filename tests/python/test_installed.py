@@ -3,6 +3,7 @@
 import os
 from distutils import sysconfig
 
+import attach_session
 import dap_session
 import installed_case
 from installed_case import SORREL
@@ -139,6 +140,18 @@ class ListeningTest(InstalledTest):
 
 class UsageTest(InstalledTest):
 
+    def test_a_program_that_runs_already(self):
+        flag = self.script('', 'flag')
+        program = self.opened(attach_session.Unaware(
+            self.script(attach_session.WORK), [flag]))
+        program.wrote('ready')
+        for _ in range(2):
+            out = self.debug('break step\ncontinue\np total - total\n',
+                             '--pid', str(program.pid))
+            self.assert_in('(sorrel) 0\n', out)
+        os.unlink(flag)
+        self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
+
     def test_refusals(self):
         path = self.script(PROGRAM)
         for arguments, complaint in [
@@ -153,6 +166,9 @@ class UsageTest(InstalledTest):
                 (['--listen', 'there', path], 'not [HOST:]PORT nor unix:PATH: there'),
                 (['--hook', 'x', path], 'not MODULE:NAME: x'),
                 (['--handshake', 'x', path], 'no such option: --handshake'),
+                (['--pid', 'x'], 'not a process id: x'),
+                (['--pid', '1', path], '--pid goes with nothing else'),
+                (['--pid', '1', '--post-mortem'], '--pid goes with nothing else'),
                 (['nothing.py'], "can't open program 'nothing.py': No such file or directory"),
                 (['-m', 'nothing'], 'No module named nothing'),
                 (['--listen', '0', '-m', 'nothing'], 'No module named nothing')]:
