@@ -25,6 +25,12 @@ if platform.python_implementation() != "CPython":
     refuse("is %s; CPython is needed" % platform.python_implementation())
 
 
+# A virtual environment has nothing to build with: that is where its interpreter is from.
+prefixes = [sys.exec_prefix, sys.prefix]
+if hasattr(sys, "real_prefix"):
+    prefixes = [sys.real_prefix]
+
+
 def moved(path):
     """The same path below this interpreter's own prefix, where that exists.
 
@@ -32,7 +38,7 @@ def moved(path):
     """
     for part in ("/include/", "/lib/"):
         at = path.find(part)
-        for prefix in (sys.exec_prefix, sys.prefix):
+        for prefix in prefixes:
             if at >= 0 and os.path.exists(prefix + path[at:]):
                 return prefix + path[at:]
     return path
@@ -82,8 +88,8 @@ for word in " ".join([config("MODLIBS"), config("LIBS"), config("SYSLIBS")]).spl
 # Where extension modules find the shared libraries that came with an interpreter outside
 # the system's own folders.
 run_paths = []
-if sys.prefix != "/usr":
-    run_paths = existing([os.path.join(sys.exec_prefix, "lib", multiarch)])
+if "/usr" not in prefixes:
+    run_paths = existing([os.path.join(prefixes[0], "lib", multiarch)])
 
 flavour = "release"
 if hasattr(sys, "gettotalrefcount"):

@@ -259,3 +259,23 @@ class SiteTest(DistributionTest):
                 and not folder.startswith(os.path.join(self.home, name))]
         self.assertEqual(left, [])
         self.assertEqual(listing(folder), {})
+
+    def test_a_virtual_environment_is_built_for_as_its_interpreter(self):
+        if VERSION != '2.6':  # Whose distutils look for it there.
+            os.remove(os.path.join(self.home, 'include'))
+        for name in glob.glob(os.path.join(self.home, 'lib', '*', 'site.py*')):
+            os.remove(name)
+        path = os.path.join(self.home, 'lib', 'python' + VERSION, 'site.py')
+        site = open(path, 'w')
+        site.write('import sys\nsys.real_prefix = %r\nexecfile(%r)\naddsitedir(%r)\n' % (
+            sys.prefix, os.path.join(os.path.dirname(os.__file__), 'site.py'),
+            os.path.join(os.path.dirname(path), 'site-packages')))
+        site.close()
+        described = []
+        for exe in self.exe, sys.executable:
+            out, err, status = self.run_tool('describe_host.py', exe=exe)
+            self.assertEqual((err, status), ('', 0))
+            described.append(out.replace('executable=%s\n' % exe, ''))
+        self.assertEqual(described[0], described[1])
+        self.assert_(self.install('', exe=self.exe).startswith(self.home + '/'))
+        self.assert_debugs(exe=self.exe)
