@@ -89,6 +89,7 @@ class Loading {
     Attempt try_all() {
         const std::vector<pid_t> threads = threads_of(process_);
         std::vector<Wait> waits;
+        waits.reserve(threads.size());
         for (const pid_t thread : threads) {
             waits.push_back(wait_of(process_, thread));
         }

@@ -19,7 +19,7 @@ namespace {
 
 constexpr double kHoldPatience = 2.0;
 constexpr double kRunPatience = 10.0;
-constexpr size_t kMostExtended = 64 * 1024;
+constexpr size_t kMostExtended = size_t{64} * 1024;
 // An error that only the system sees: it makes the call again, or lets a handler of the program's
 // have its way.
 constexpr int64_t kRestart = -512;
