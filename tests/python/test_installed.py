@@ -146,8 +146,8 @@ class UsageTest(InstalledTest):
             self.script(attach_session.WORK), [flag]))
         program.wrote('ready')
         for _ in range(2):
-            out = self.debug('break step\ncontinue\np total - total\n',
-                             '--pid', str(program.pid))
+            out = self.debug('break %s:%d\ncontinue\np total - total\n' % (
+                program.path, program.line('# work')), '--pid', str(program.pid))
             self.assert_in('(sorrel) 0\n', out)
         os.unlink(flag)
         self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
