@@ -9,7 +9,9 @@ import tmorvik26_vs2012_x64 as core
 
 class Modules(object):
 
-    def __init__(self):
+    def __init__(self, own_files):
+        """own_files: those of the server, some of which are loaded when they are first needed."""
+        self._own = frozenset(map(_key, own_files))
         self._known = set()
 
     def begin(self):
@@ -24,8 +26,9 @@ class Modules(object):
         taken = []
         for path in core.get_new_imports():
             key = _key(path)
-            taken.append((path, key in self._known))
-            self._known.add(key)
+            if key not in self._own:
+                taken.append((path, key in self._known))
+                self._known.add(key)
         return taken
 
 

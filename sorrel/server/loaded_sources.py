@@ -14,17 +14,11 @@ class LoadedSources(object):
         self._session = session
         self._program_path = program_path
         self._real_paths = {}
-        # How many modules there were when has_grown() was last asked, and when is_loaded() last
-        # looked at their files.
-        self._count = self._looked_at = 0
+        # How many modules there were when is_loaded() last looked at their files.
+        self._looked_at = 0
         self._loaded = frozenset()
         self.answers = {'modules': self._list_modules, 'loadedSources': self._list_sources,
                         'source': self._source}
-
-    def has_grown(self):
-        """Whether there are more modules than when this was asked before."""
-        before, self._count = self._count, len(sys.modules)
-        return self._count > before
 
     def is_loaded(self, path):
         count = len(sys.modules)

@@ -221,9 +221,8 @@ class Session(object):
         self.stops.forget(ident)
 
     def imported(self):
-        """An import statement has been carried out, in the calling thread."""
-        if self.loaded_sources.has_grown() and (
-                self.breakpoints.are_waiting() or self.exceptions.lack_types()):
+        """There are other modules than before."""
+        if self.breakpoints.are_waiting() or self.exceptions.lack_types():
             self._look_for_known()
 
     def _look_for_known(self):

@@ -11,11 +11,11 @@ A third, `ending(stop)`, may be there, too: it is called instead of `stopped` wh
 that the front end has been told of, or is not to be, is about to end its thread.
 So may be `idle()`, called about once a second while the program runs, in one of its threads, and
 `thread_ended(ident)`, called in a thread that has run its last: the ident may come again.
-And a fifth, `imported()`: a module has been imported, in the calling thread. And `interrupt()`,
-called at Ctrl-C while threads are stopped: whether that was for what one of them evaluates. And
-`wants_post_mortem()`: the program has ended by an exception that the front end does not know of;
-whether that is to be a stop, though all that can follow is the end. And `detached()`: the service
-has let the program go.
+And a fifth, `imported()`: there are other modules than before; the thread that has imported them
+goes on when it returns. And `interrupt()`, called at Ctrl-C while threads are stopped: whether that
+was for what one of them evaluates. And `wants_post_mortem()`: the program has ended by an exception
+that the front end does not know of; whether that is to be a stop, though all that can follow is the
+end. And `detached()`: the service has let the program go.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -70,6 +70,8 @@ class Service(object):
         # How many threads need more of the stack just now, and how much there is without that.
         self._in_need = 0
         self._stack_limit = None
+        # How many modules there were when they were last looked at.
+        self._module_count = 0
         # Changes whenever what was stopped before has become nobody's business.
         self._era = 0
         self._steps = Steps()
@@ -92,12 +94,13 @@ class Service(object):
         self._attachment = []
         frames.learn_own_modules()
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
-                  self._on_return, self._on_exception, self._on_quit, self._on_import,
+                  self._on_return, self._on_exception, self._on_quit,
+                  _sorrel.import_watch(core.set_debug_thread_cb, self._debugs_thread),
                   __builtin__.__import__, None, frames.own_files())
         self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions(self.breakpoints)
-        self.modules = modules.Modules()
+        self.modules = modules.Modules(frames.own_files())
         _services[self._process] = self
 
     @staticmethod
@@ -404,13 +407,22 @@ class Service(object):
     def _on_quit(self):
         """The runner sees the end of the program by itself."""
 
-    def _on_import(self, module):
-        """Only where it has told of an import does the core ask an active hook for new code."""
+    def _look_at_modules(self):
+        """Where others have come, before the thread that has imported them goes on.
+
+        Not while the core tells of the import, when no thread stops for its step: it asks each one
+        after that whether it is debugged.
+        """
+        count = len(sys.modules)
+        if count == self._module_count:
+            return
         try:
             self.exceptions.print_calls.look_for_modules()
         except Exception:
             errors.print_error()
         self._call_if_there('imported')
+        # Not before: another thread may come here meanwhile.
+        self._module_count = count
 
     def _hook_threads(self, on):
         if on:
@@ -439,6 +451,7 @@ class Service(object):
         if not self._is_forked():
             if not self._gate.wait():
                 return 0
+            self._look_at_modules()
             self._interrupt_here()
         return 1
 

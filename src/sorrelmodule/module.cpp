@@ -6,6 +6,7 @@
 #include "host/ref.h"
 #include "sorrelmodule/all_threads.h"
 #include "sorrelmodule/frame_state.h"
+#include "sorrelmodule/import_watch.h"
 
 namespace morvik {
 
@@ -95,6 +96,15 @@ PyObject* entry_find_handler(PyObject* /*self*/, PyObject* args) {
     return found.frame != nullptr ? Py_BuildValue("(On)", found.frame, found.clause) : new_none();
 }
 
+PyObject* entry_import_watch(PyObject* /*self*/, PyObject* args) {
+    PyObject* function = nullptr;
+    PyObject* argument = nullptr;
+    if (PyArg_ParseTuple(args, "OO:import_watch", &function, &argument) == 0) {
+        return nullptr;
+    }
+    return new_import_watch(function, argument).release();
+}
+
 PyObject* entry_first_thread_ident(PyObject* /*self*/, PyObject* /*args*/) {
     return PyInt_FromLong(first_thread_ident());
 }
@@ -135,6 +145,11 @@ PyMethodDef methods[] = {
      "of the frame or caller whose handler takes it and the offset of the except clause in that "
      "one's code, -1 where it ends a loop.  Frames or code objects that are keys of the "
      "dictionary count as having no handler."},
+    {"import_watch", entry_import_watch, METH_VARARGS,
+     "import_watch(function, argument)\n\n"
+     "What can be told of each import: a callable with one argument, the module, that calls "
+     "function(argument) where there are more or fewer modules than when it was last called, and "
+     "runs no Python code of its own."},
     {"first_thread_ident", entry_first_thread_ident, METH_NOARGS,
      "first_thread_ident()\n\n"
      "The ident of the interpreter's main thread, whichever thread asks."},

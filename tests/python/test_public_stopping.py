@@ -225,6 +225,10 @@ print 'over'
             self.assertEqual(client.evaluate('result'), str(number * 2))
             client.go()
         self.assertEqual(program.ended(), ('over\n', 0))
+        # What the first stop has loaded is the debugger's own.
+        loaded = [message['body']['module']['path'] for message in client.read_all()
+                  if message.get('event') == 'module']
+        self.assertEqual([path for path in loaded if '/sorrel/' in path], [])
 
     def test_the_clients_breakpoints_count_there(self):
         program = self.begin_listening(LISTENING + '''

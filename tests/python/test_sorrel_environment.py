@@ -46,28 +46,27 @@ class EnvironmentTest(sorrel_session.TestCase):
 
     def test_a_session(self):
         self.assert_session('''\
-import sys, thread
-over = thread.allocate_lock()
-over.acquire()
+import sys, thread, time
+begun = []
 
 def work():
-    over.release()
+    begun.append(thread.get_ident())
 
 thread.start_new_thread(work, ())
-over.acquire()
+while not begun or begun[0] in sys._current_frames(): time.sleep(0.001)
 print sys.prefix
 ''', '''
     > prog.py(1)<module>()
-    -> import sys, thread
+    -> import sys, thread, time
     (sorrel) break work
-    Breakpoint 1 at prog.py:6
+    Breakpoint 1 at prog.py:5
     (sorrel) continue
     [work]
-    > prog.py(6)work()
-    -> over.release()
+    > prog.py(5)work()
+    -> begun.append(thread.get_ident())
     (sorrel) threads
-      1  MainThread  running  prog.py(9)<module>()
-    * 2  work  stopped  prog.py(6)work()
+      1  MainThread  running  prog.py(8)<module>()
+    * 2  work  stopped  prog.py(5)work()
     (sorrel) continue
     environment
     The program ended with exit status 0.

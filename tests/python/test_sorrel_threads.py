@@ -78,6 +78,35 @@ class Threads(sorrel_session.TestCase):
             '--Return--\n> prog.py(8)work()->None\n-> begun.append(thread)\n',
             'done\nThe program ended with exit status 0.\n'])
 
+    def test_stepping_misses_no_line_while_another_thread_imports(self):
+        lines = 40
+        answers = self.stops('''\
+import thread, time
+
+def imports():
+    try:
+        while not over:
+            import os
+    finally:
+        lock.release()
+
+def work(x):
+''' + '    x += 1\n' * lines + '''\
+    over.append(x)
+
+over = []
+lock = thread.allocate_lock()
+lock.acquire()
+thread.start_new_thread(imports, ())
+work(0)
+lock.acquire()
+time.sleep(0.1)
+''', ['break work', 'c'] + ['n'] * lines + ['c'])
+        self.assertEqual(answers[1:-1], [
+            '> prog.py(%d)work()\n-> %s\n' % (
+                11 + line, 'x += 1' if line < lines else 'over.append(x)')
+            for line in range(lines + 1)])
+
     def test_the_list_of_threads(self):
         answers = self.stops(WORKER, ['threads', 'c', 'threads', 'c'])
         one = re.match(r'\* (-?\d+)  MainThread  stopped  prog\.py\(1\)<module>\(\)\n$',
