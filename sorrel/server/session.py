@@ -300,7 +300,8 @@ class Session(object):
         if self._is_configured:
             raise Refused('configurationDone comes once')
         self._is_configured = True
-        return Then(None, self._start)
+        # The program may end as the first that it does, and with it all that is not sent.
+        self._server.when_sent(self._start)
 
     def _start(self):
         if self._is_undebugged:

@@ -67,6 +67,28 @@ ValueError: 1
         self.assertEqual(events(client.read_all(), 'stopped'), [])
         self.assertEqual(self.program.ended(), ('', status))
 
+    def test_ends_as_soon_as_it_may_begin(self):
+        # The network thread's turn comes late when it has woken the main one up.
+        self.script('''\
+import sys, time
+from sorrel.server.network.wakeup import Wakeup
+wake = Wakeup.wake
+def wake_slowly(self):
+    try:
+        return wake(self)
+    finally:
+        if sys._getframe(1).f_code.co_name == '_go_on':
+            time.sleep(0.5)
+Wakeup.wake = wake_slowly
+''', 'sitecustomize.py')
+        path = os.environ.get('PYTHONPATH')
+        os.environ['PYTHONPATH'] = self.folder + (path and os.pathsep + path or '')
+        self.program = self.serve('import os\nos._exit(5)\n', '--wait')
+        client = self.connect(self.program)
+        client.begin({})
+        client.ask('configurationDone')
+        self.assertEqual(self.program.ended(), ('', 5))
+
     def test_ends_by_exit(self):
         self.assert_gone('import os\nos._exit(5)  # here\n', 5)
 
