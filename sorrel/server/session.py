@@ -300,6 +300,8 @@ class Session(object):
         if self._is_configured:
             raise Refused('configurationDone comes once')
         self._is_configured = True
+        if not self._program.is_waiting:
+            return Then(None, self._start)  # Who has the answer may count on being told of stops.
         # The program may end as the first that it does, and with it all that is not sent.
         self._server.when_sent(self._start)
 
