@@ -70,8 +70,8 @@ class Service(object):
         # How many threads need more of the stack just now, and how much there is without that.
         self._in_need = 0
         self._stack_limit = None
-        # How many modules there were when they were last looked at.
-        self._module_count = 0
+        # How many imports had brought others when the modules were last looked at.
+        self._imports_seen = 0
         # Changes whenever what was stopped before has become nobody's business.
         self._era = 0
         self._steps = Steps()
@@ -93,9 +93,11 @@ class Service(object):
         # Has an item from when it is attached until a thread takes that to detach.
         self._attachment = []
         frames.learn_own_modules()
+        notice_import, self._import_count = _sorrel.import_watch(
+            core.set_debug_thread_cb, self._debugs_thread)
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
                   self._on_return, self._on_exception, self._on_quit,
-                  _sorrel.import_watch(core.set_debug_thread_cb, self._debugs_thread),
+                  notice_import,
                   __builtin__.__import__, None, frames.own_files())
         self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
@@ -413,8 +415,8 @@ class Service(object):
         Not while the core tells of the import, when no thread stops for its step: it asks each one
         after that whether it is debugged.
         """
-        count = len(sys.modules)
-        if count == self._module_count:
+        count = self._import_count()
+        if count == self._imports_seen:
             return
         try:
             self.exceptions.print_calls.look_for_modules()
@@ -422,7 +424,7 @@ class Service(object):
             errors.print_error()
         self._call_if_there('imported')
         # Not before: another thread may come here meanwhile.
-        self._module_count = count
+        self._imports_seen = count
 
     def _hook_threads(self, on):
         if on:

@@ -6,10 +6,12 @@
 
 namespace morvik {
 
-// A callable with one argument, the module, that calls function(argument) where sys.modules has
-// more or fewer items than when it was last called, and at its first call. Where that function is
+// A tuple of two functions. The first, with one argument, the module, is to be told of each import,
+// and calls function(argument) where there are other modules than before, also as each of the
+// imports ends that was under way then; it runs no Python code of its own. Where that function is
 // in C, no other thread runs meanwhile: while the core's import callback is active, no thread stops
-// for its step. Nothing with an error set where memory is short.
+// for its step. The second returns how often that was. Nothing with an error set where memory is
+// short.
 Ref new_import_watch(PyObject* function, PyObject* argument);
 
 }  // namespace morvik

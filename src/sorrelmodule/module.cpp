@@ -147,9 +147,10 @@ PyMethodDef methods[] = {
      "dictionary count as having no handler."},
     {"import_watch", entry_import_watch, METH_VARARGS,
      "import_watch(function, argument)\n\n"
-     "What can be told of each import: a callable with one argument, the module, that calls "
-     "function(argument) where there are more or fewer modules than when it was last called, and "
-     "runs no Python code of its own."},
+     "A tuple of two functions.  The first, with one argument, the module, is to be told of each "
+     "import, and calls function(argument) where there are other modules than before, also as each "
+     "of the imports ends that was under way then; it runs no Python code of its own.  The second "
+     "returns how often that was."},
     {"first_thread_ident", entry_first_thread_ident, METH_NOARGS,
      "first_thread_ident()\n\n"
      "The ident of the interpreter's main thread, whichever thread asks."},

@@ -104,7 +104,9 @@ for (const [what, filterOptions, expected] of [
 
 test('types are found when their module is there', () => withClient(async (client) => {
     const folder = scratch();
-    program('class Late(Exception):\n    pass\n', 'late.py', folder);
+    // Another import ends before the type is there.
+    program('', 'early.py', folder);
+    program('import early\nclass Late(Exception):\n    pass\n', 'late.py', folder);
     const file = program(`
 import late
 for error in (ValueError(), late.Late()):
