@@ -22,6 +22,12 @@ INIT_ARGUMENTS = (
     "internal_modules_map")
 
 
+def need_interpreter_alone(test):
+    """Skips a test of the interpreter itself in a build that this cannot load."""
+    if "libasan" in open("/proc/self/maps").read():
+        test.skip("the interpreter alone does not load modules with sanitizers")
+
+
 def launcher():
     """The program to start for another process of this host."""
     # sys.executable is the interpreter that the launcher stands for.

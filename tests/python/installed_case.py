@@ -6,6 +6,7 @@ import subprocess
 import sys
 
 import dap_session
+import harness
 from harness import core
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -28,8 +29,7 @@ def listing(folder):
 class TestCase(dap_session.TestCase):
 
     def setUp(self):
-        if 'libasan' in open('/proc/self/maps').read():
-            self.skip('the interpreter alone does not load modules with sanitizers')
+        harness.need_interpreter_alone(self)
         dap_session.TestCase.setUp(self)
         self.site = os.path.join(self.folder, 'site')
         # Programs are in none of the two, and started from a third.

@@ -6,6 +6,7 @@ import subprocess
 import sys
 
 import dap_session
+import harness
 
 
 class Program(dap_session.Process):
@@ -36,8 +37,7 @@ class Program(dap_session.Process):
 class TestCase(dap_session.TestCase):
 
     def setUp(self):
-        if 'libasan' in open('/proc/self/maps').read():
-            self.skip('the interpreter alone does not load modules with sanitizers')
+        harness.need_interpreter_alone(self)
         dap_session.TestCase.setUp(self)
         os.environ['MORVIK_PYTHON_EXE'] = sys.executable
 

@@ -5,6 +5,7 @@ import shutil
 import sys
 
 import _sorrel
+import harness
 import sorrel
 import sorrel_session
 import tmorvik26_vs2012_x64 as core
@@ -21,6 +22,7 @@ sys.path.append(%r)
 class EnvironmentTest(sorrel_session.TestCase):
 
     def setUp(self):
+        harness.need_interpreter_alone(self)
         sorrel_session.TestCase.setUp(self)
         self.environment = os.path.join(self.folder, 'environment')
         version = 'python%d.%d' % sys.version_info[:2]
