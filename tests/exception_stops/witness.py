@@ -280,7 +280,7 @@ def count(report, program, arguments):
 
 def main(how, report, program, arguments):
     # Other threads' frames of this module are none of the program's either.
-    frames._own_globals.add(id(globals()))
+    frames.own_namespaces.add(id(globals()))
     # What runs the host's tests.
     sys.path.append(REGRTEST)
     run = {"stops": stop, "tests": stop_in_tests, "count": count}[how]
