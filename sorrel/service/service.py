@@ -95,14 +95,15 @@ class Service(object):
         frames.learn_own_modules()
         notice_import, self._import_count = _sorrel.import_watch(
             core.set_debug_thread_cb, self._debugs_thread)
+        own_files = frames.own_files()
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
                   self._on_return, self._on_exception, self._on_quit,
                   notice_import,
-                  __builtin__.__import__, None, frames.own_files())
+                  __builtin__.__import__, None, own_files)
         self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions(self.breakpoints)
-        self.modules = modules.Modules(frames.own_files())
+        self.modules = modules.Modules(own_files)
         _services[self._process] = self
 
     @staticmethod
