@@ -70,18 +70,5 @@ class TestCase(dap_session.TestCase):
         self.assertEqual(adapter.process.wait(), 0)
 
 
-
-class Ended(object):
-    """Ends a process with the test."""
-
-    def __init__(self, process):
-        self._process = process
-
-    def close(self):
-        if self._process.poll() is None:
-            self._process.kill()
-            self._process.wait()
-
-
 def state(pid):
     return open('/proc/%d/stat' % pid).read().rpartition(')')[2].split()[0]

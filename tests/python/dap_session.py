@@ -56,6 +56,18 @@ def announced():
     return json.loads(json.dumps(capabilities.announced()))
 
 
+class Ended(object):
+    """A process that does not outlive the test."""
+
+    def __init__(self, process):
+        self._process = process
+
+    def close(self):
+        if self._process.poll() is None:
+            self._process.kill()
+            self._process.wait()
+
+
 class TestCase(harness.TestCase):
 
     def setUp(self):

@@ -9,7 +9,7 @@ import time
 import attach_session
 import dap_session
 import harness
-from attach_session import Ended, state, WORK
+from attach_session import state, WORK
 from dap_session import is_alive
 from sorrel.processes import running
 
@@ -308,7 +308,7 @@ class RefusalTest(attach_session.TestCase):
 
     def start(self, *command, **how):
         process = subprocess.Popen(command, **how)
-        self.opened(Ended(process))
+        self.opened(dap_session.Ended(process))
         return process
 
     def test_no_process(self):

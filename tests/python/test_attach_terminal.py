@@ -7,6 +7,7 @@ import subprocess
 import time
 
 import attach_session
+import dap_session
 import harness
 from attach_session import WORK
 from sorrel_session import PROMPT
@@ -21,7 +22,7 @@ class TestCase(attach_session.TestCase):
         """The process of a person who attaches to the program."""
         process = subprocess.Popen(
             [harness.launcher(), '-m', 'sorrel.main', 'attach', str(program.pid)], **streams)
-        self.opened(attach_session.Ended(process))
+        self.opened(dap_session.Ended(process))
         return process
 
     def typed(self, program, *lines):

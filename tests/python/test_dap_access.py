@@ -433,7 +433,7 @@ os._exit(0)
         process = subprocess.Popen(
             [harness.launcher(), '-m', 'sorrel.main', 'serve', '--listen', str(port), '--',
              self.path], preexec_fn=prepare_all)
-        self.opened(Ended(process))
+        self.opened(dap_session.Ended(process))
         for _ in range(3):
             adapter = self.attach_when_there(port)
             adapter.begin({'port': port})
@@ -472,15 +472,3 @@ os._exit(0)
         os.chdir('/')
         made.remove()
         self.assertTrue(not os.path.exists(self.socket_path))
-
-
-class Ended(object):
-    """A process that does not outlive the test."""
-
-    def __init__(self, process):
-        self._process = process
-
-    def close(self):
-        if self._process.poll() is None:
-            self._process.kill()
-            self._process.wait()

@@ -42,7 +42,7 @@ class Adapter(dap_session.Peer):
     launch = dap_session.Adapter.launch.im_func
 
     def close(self):
-        attach_session.Ended(self.process).close()
+        dap_session.Ended(self.process).close()
         self.process.stdin.close()
         self.process.stdout.close()
 
@@ -172,7 +172,7 @@ class AttachTest(TestCase):
         path = self.script(attach_session.WORK, 'prog.py')
         process = subprocess.Popen([sys.executable, '-u', path, self.flag],
                                    stdout=subprocess.PIPE, close_fds=True)
-        self.opened(attach_session.Ended(process))
+        self.opened(dap_session.Ended(process))
         self.assertEqual(process.stdout.readline(), 'ready\n')
         return process
 
@@ -211,7 +211,7 @@ class AttachTest(TestCase):
         process = subprocess.Popen(
             [sys.executable, '-m', SORREL, '--listen', '0', path, self.flag],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, close_fds=True)
-        self.opened(attach_session.Ended(process))
+        self.opened(dap_session.Ended(process))
         port = int(process.stderr.readline().rpartition(':')[2])
         adapter = self.start(PYTHONPATH='')
         adapter.begin({'port': port})
