@@ -93,7 +93,10 @@ print sys.argv[1:]
         self.assert_complaint('0', 'not built')
 
     def test_a_package_that_cannot_be_loaded(self):
-        self.script('syntax error\n', os.path.join(self.site, 'sorrel', '__init__.py'))
+        package = os.path.join(self.site, 'sorrel', '__init__.py')
+        self.script('syntax error\n', package)
+        # It is as old as what was installed, to the second.
+        os.unlink(package + 'c')
         self.assert_complaint('0', 'invalid syntax (__init__.py, line 1)')
 
     def assert_complaint(self, listen, complaint):
