@@ -84,16 +84,15 @@ class Gate(object):
             core.acquire_sorrel_mutex()
             hold = self._hold()
 
-    def close(self, is_for_all):
-        """The others wait from now on, or if it is not for all, run without being debugged.
+    def new_hold(self, is_for_all):
+        """What the others are to wait by or, if it is not for all, to run by undebugged."""
+        return _Hold(is_for_all)
 
-        The caller must have taken its turn. Returns its hold.
-        """
-        hold = _Hold(is_for_all)
+    def close(self, hold):
+        """It begins. The caller must have taken its turn, and calls end() whatever happens."""
         self._holds.append(hold)
         self._ask_all()
         core.release_sorrel_mutex()
-        return hold
 
     def end(self, hold):
         """The thread is about to go on."""

@@ -65,7 +65,8 @@ class Service(object):
         # By the threads that are stopped. What each makes the others wait for, if it does.
         self._stops = {}
         self._holds = {}
-        self._gate = Gate(self._debugs_thread, self._raise_later)
+        self._asks_about_thread = self._callback(self._debugs_thread)
+        self._gate = Gate(self._asks_about_thread, self._raise_later)
         self._stops_all = True
         # How many threads need more of the stack just now, and how much there is without that.
         self._in_need = 0
@@ -94,11 +95,11 @@ class Service(object):
         self._attachment = []
         frames.learn_own_modules()
         notice_import, self._import_count = _sorrel.import_watch(
-            core.set_debug_thread_cb, self._debugs_thread)
+            core.set_debug_thread_cb, self._asks_about_thread)
         own_files = frames.own_files()
-        core.init(_IDLE_PERIOD, 0, self._hook_threads, self._on_idle, self._on_line,
-                  self._on_return, self._on_exception, self._on_quit,
-                  notice_import,
+        core.init(_IDLE_PERIOD, 0, self._hook_threads, self._callback(self._on_idle),
+                  self._callback(self._on_line), self._callback(self._on_return),
+                  self._callback(self._on_exception), self._on_quit, notice_import,
                   __builtin__.__import__, None, own_files)
         self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
@@ -221,7 +222,7 @@ class Service(object):
     def ignore_thread(self, ident):
         """Never debug this thread (an interpreter's thread ident): it is a front end's own."""
         self._ignored.add(ident)
-        core.set_debug_thread_cb(self._debugs_thread)
+        core.set_debug_thread_cb(self._asks_about_thread)
 
     def heed_thread(self, ident):
         """To be called by such a thread when it ends: the next one may get the same ident."""
@@ -270,7 +271,7 @@ class Service(object):
 
     def _trace_all(self, *left_out):
         self._be_attached()
-        core.set_debug_thread_cb(self._debugs_thread)
+        core.set_debug_thread_cb(self._asks_about_thread)
         core.start_trace()
         _sorrel.trace_all_threads(self._thread_end, core.trace_dispatch, *left_out)
         self.is_tracing = True
@@ -374,8 +375,19 @@ class Service(object):
         """The calling thread, which is stopped, raises it at its next event; None for none."""
         core.raise_exception(living.current(), exception)
 
+    def defer(self, type, error, traceback):
+        """Whether an exception that was raised in the server is not the server's own.
+
+        A signal handler of the program's may be called, and raise, between any two instructions
+        that the main thread runs here, and other threads of the program may send it exceptions. Its
+        thread raises it when it is outside again.
+        """
+        if isinstance(error, Exception) and frames.of_program(traceback) is None:
+            return False
+        self._raise_later(error)
+        return True
+
     def _raise_later(self, error):
-        """What a handler of the program's has raised in the server, its thread raises outside."""
         if self.attached:
             self.raise_here(error)
 
@@ -388,7 +400,10 @@ class Service(object):
                 pass  # The program's own object, or closed: nothing more to save.
         os._exit(status)
 
-    # The core's callbacks. An error in one would end the tracing of its thread.
+    # The core's callbacks. An error in one would be lost, and end the tracing of its thread.
+
+    def _callback(self, method):
+        return _sorrel.deferring(method, self.defer)
 
     def _on_line(self, frame, changed_bps):
         self._in_turn(self._at_line, frame, changed_bps)
@@ -403,7 +418,7 @@ class Service(object):
     def _on_idle(self):
         if self._to_interrupt is not None and not self._interrupt_here():
             # Each thread is asked for at its next event.
-            core.set_debug_thread_cb(self._debugs_thread)
+            core.set_debug_thread_cb(self._asks_about_thread)
         self.trace_new_threads()
         self._call_if_there('idle')
 
@@ -594,8 +609,8 @@ class Service(object):
         thread, era = stop.thread, self._era
         self._steps.keep_living()
         self.exceptions.keep_living()
-        self._stops[thread] = stop
         try:
+            self._stops[thread] = stop
             resume = self._guarded(self._front_end.stopped, stop)
         finally:
             self._stops.pop(thread, None)
@@ -609,9 +624,10 @@ class Service(object):
                 return function(stop)
             except KeyboardInterrupt:
                 pass  # Ctrl-C at a moment when the front end was not ready for it.
-            except Exception:
-                errors.print_error()
-                return Resume(DETACH)
+            except:
+                if not self.defer(*sys.exc_info()):
+                    errors.print_error()
+                    return Resume(DETACH)
 
     def _in_turn(self, function, *arguments):
         """Calls it when no other thread is stopped, unless the program is let go meanwhile."""
@@ -623,14 +639,24 @@ class Service(object):
             self._with_room(self._with_hold, function, *arguments)
 
     def _with_hold(self, function, *arguments):
-        # At once: who comes to an event from now on waits there, and not for the core's mutex.
         thread = living.current()
-        hold = self._holds[thread] = self._gate.close(self._stops_all)
+        hold = self._gate.new_hold(self._stops_all)
         try:
-            function(*arguments)
-        finally:
-            self._holds.pop(thread, None)
-            self._gate.end(hold)
+            try:
+                self._holds[thread] = hold
+                # At once: who comes to an event from now on waits there, and not for the core's
+                # mutex.
+                self._gate.close(hold)
+                function(*arguments)
+            finally:
+                self._end_hold(thread, hold)
+        except:
+            self._end_hold(thread, hold)  # The first time may be what has been interrupted.
+            raise
+
+    def _end_hold(self, thread, hold):
+        self._holds.pop(thread, None)
+        self._gate.end(hold)
 
     def _with_room(self, function, *arguments):
         """Calls what may need more of the stack than the program has left; what that returns."""

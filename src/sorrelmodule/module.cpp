@@ -5,6 +5,7 @@
 #include "host/python.h"
 #include "host/ref.h"
 #include "sorrelmodule/all_threads.h"
+#include "sorrelmodule/deferring.h"
 #include "sorrelmodule/frame_state.h"
 #include "sorrelmodule/import_watch.h"
 
@@ -105,6 +106,15 @@ PyObject* entry_import_watch(PyObject* /*self*/, PyObject* args) {
     return new_import_watch(function, argument).release();
 }
 
+PyObject* entry_deferring(PyObject* /*self*/, PyObject* args) {
+    PyObject* function = nullptr;
+    PyObject* defer = nullptr;
+    if (PyArg_ParseTuple(args, "OO:deferring", &function, &defer) == 0) {
+        return nullptr;
+    }
+    return new_deferring(function, defer).release();
+}
+
 PyObject* entry_first_thread_ident(PyObject* /*self*/, PyObject* /*args*/) {
     return PyInt_FromLong(first_thread_ident());
 }
@@ -151,6 +161,12 @@ PyMethodDef methods[] = {
      "import, and calls function(argument) where there are other modules than before, also as each "
      "of the imports ends that was under way then; it runs no Python code of its own.  The second "
      "returns how often that was."},
+    {"deferring", entry_deferring, METH_VARARGS,
+     "deferring(function, defer)\n\n"
+     "A function that calls function(...) and returns what that does.  Where that raises, at "
+     "whichever instruction, defer(type, value, traceback) is called: when this is true, the new "
+     "function returns True, else the exception passes.  What defer itself raises is treated the "
+     "same, once."},
     {"first_thread_ident", entry_first_thread_ident, METH_NOARGS,
      "first_thread_ident()\n\n"
      "The ident of the interpreter's main thread, whichever thread asks."},

@@ -93,6 +93,10 @@ class Screen(object):
     def interrupt(self):
         self.type('\x03')
 
+    def send(self, number):
+        """Sends the program a signal."""
+        os.kill(self._process, number)
+
     def read_to(self, text):
         """Everything that appears up to and including this text."""
         seen = ''

@@ -317,7 +317,7 @@ for module, names in (
 x = 1  # here
 y = 2
 ''', '# here')
-        self.assertEqual(client.stopped(), 'breakpoint <module>:14')
+        self.assertEqual(client.stopped(), 'breakpoint <module>:13')
         self.assertEqual(client.evaluate('module.__name__'), "'sys'")
         self.assertEqual(client.step(), 'step <module>:15')
         client.ask('threads')
@@ -445,6 +445,34 @@ print subprocess.call([sys.executable, '-c', 'import sorrel'], cwd='/',
                       stderr=open(os.devnull, 'w'))
 ''')
         self.assert_ends(client, 'None\n1\n')
+
+
+class HandlerTest(dap_session.TestCase):
+
+    def test_what_a_handler_raises_at_a_stop_is_raised_when_the_thread_goes_on(self):
+        program = self.serve('''
+import signal, time
+def late(number, frame):
+    raise ValueError('late')
+signal.signal(signal.SIGALRM, late)
+while True:
+    try:
+        time.sleep(0.01)  # loop
+        y = 2  # next
+    except ValueError, error:
+        print error
+        break
+print 'over'  # over
+''')
+        client = self.attach(program, '# loop', '# over')
+        client.stopped()
+        os.kill(program.process.pid, signal.SIGALRM)
+        for _ in range(3):
+            self.assertEqual(client.evaluate('1 + 1'), '2')
+        client.go()
+        self.assertEqual(client.stopped(), 'breakpoint <module>:13')
+        client.go()
+        self.assertEqual(program.ended(), ('late\nover\n', 0))
 
 
 class TerminatedTest(dap_session.TestCase):

@@ -50,8 +50,9 @@ class Supervisor(object):
 
     def consider(self, hold, function, *arguments):
         """Calls what finds out what the client is told of a stop; may run code of the program."""
-        considered = self._considered = _now(), hold
+        considered = _now(), hold
         try:
+            self._considered = considered
             return function(*arguments)
         finally:
             self._considered = None
@@ -62,8 +63,8 @@ class Supervisor(object):
 
         tell: tells the client of the stop. None is returned where it says that nobody is there.
         """
-        self._current.append(stopped)
         try:
+            self._current.append(stopped)
             return stopped.serve() if tell() else None
         finally:
             self._remove(stopped)

@@ -104,6 +104,9 @@ class StoppedThread(object):
                 self._do(job)
         except KeyboardInterrupt:
             pass  # The program's, at a moment when it does not run.
+        except:
+            if not self._service.defer(*sys.exc_info()):
+                raise
 
     def _do(self, job):
         self.turn = _Turn(job, _now())
