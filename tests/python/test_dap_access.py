@@ -414,14 +414,14 @@ def write():
         print 'stray'
     except (IOError, ValueError):
         pass
-kinds = []
-for number in 0, 1, 2:
+def kind(number):
     try:
-        kinds.append(os.fstat(number).st_mode >> 12)
+        return os.fstat(number).st_mode >> 12
     except OSError:
-        kinds.append(None)
+        return None
 while not os.path.exists(__file__ + '.end'):
     write()
+    kinds = map(kind, (0, 1, 2))
     time.sleep(0.001)  # loop
 os._exit(0)
 ''', 'prog.py')
@@ -439,6 +439,9 @@ os._exit(0)
             adapter.begin({'port': port})
             adapter.ask('setBreakpoints', source={'path': self.path}, breakpoints=[{'line': 21}])
             adapter.ask('configurationDone')
+            adapter.stopped()
+            # Where a stream is closed, something else is there while a client is let in.
+            adapter.go()
             adapter.stopped()
             adapter.step()
             kinds = adapter.variable('kinds', 'Globals')['value']
