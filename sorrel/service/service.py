@@ -33,7 +33,7 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common import errors
 from sorrel.inspection import frames, modules, raised, source
 from sorrel.languages import sublanguages
-from sorrel.service import breakpoints, exceptions, living, thread_hooks
+from sorrel.service import breakpoints, exceptions, living, signal_handlers, thread_hooks
 from sorrel.service.exceptions import NO_JUDGEMENT
 from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
@@ -379,10 +379,9 @@ class Service(object):
         """Whether an exception that was raised in the server is not the server's own.
 
         A signal handler of the program's may be called, and raise, between any two instructions
-        that the main thread runs here, and other threads of the program may send it exceptions. Its
-        thread raises it when it is outside again.
+        that the main thread runs here. Its thread raises it when it is outside again.
         """
-        if isinstance(error, Exception) and frames.of_program(traceback) is None:
+        if isinstance(error, Exception) and not signal_handlers.have_raised(traceback):
             return False
         self._raise_later(error)
         return True
