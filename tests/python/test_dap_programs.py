@@ -317,7 +317,7 @@ for module, names in (
 x = 1  # here
 y = 2
 ''', '# here')
-        self.assertEqual(client.stopped(), 'breakpoint <module>:13')
+        self.assertEqual(client.stopped(), 'breakpoint <module>:14')
         self.assertEqual(client.evaluate('module.__name__'), "'sys'")
         self.assertEqual(client.step(), 'step <module>:15')
         client.ask('threads')
