@@ -357,11 +357,13 @@ class Service(object):
         ident = living.current()
         if not self.is_tracing or ident in self._ignored or ident in self._stops:
             return  # What is evaluated at a stop does not stop.
+        era = self._era
         self.trace_new_threads()
         frame = frames.without_own_calls(sys._getframe())
         self._callers[ident] = id(frame), frame.f_lasti
         self._steps.arrive(ident)
         self._steps.stop_anywhere(ident)
+        self._end_steps_of(era)
 
     def look_at(self, error):
         """The calling thread stops as if (type, value, traceback) had just been raised in it."""
@@ -482,11 +484,20 @@ class Service(object):
         self._to_interrupt = None
         self._interrupted[ident] = asked
         self._steps.stop_anywhere(ident)
-        if self._era != era:
-            # Who asked has left meanwhile; the next one has not asked.
-            self._interrupted.pop(ident, None)
-            self._steps.give_up(ident)
+        self._end_steps_of(era)
         return True
+
+    def _end_steps_of(self, era):
+        """The calling thread runs on if who has told it to stop, or to step, has left meanwhile.
+
+        Whoever came next would be told of its stop. The era ends before what is left of it in the
+        core: a step that is begun after that is seen here.
+        """
+        if self._era != era:
+            ident = living.current()
+            self._interrupted.pop(ident, None)
+            self._callers.pop(ident, None)
+            self._steps.give_up(ident)
 
     # Stops.
 
@@ -634,8 +645,12 @@ class Service(object):
             return
         era = self._era
         self._gate.take_turn()
-        if era == self._era:
+        if era != self._era:
+            return
+        try:
             self._with_room(self._with_hold, function, *arguments)
+        finally:
+            self._end_steps_of(era)
 
     def _with_hold(self, function, *arguments):
         thread = living.current()

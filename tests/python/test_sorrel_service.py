@@ -100,6 +100,43 @@ y = 2
         self.assertEqual(self.seen, [['<module>'], ['<module>'], ['f', '<module>'],
                                      ['f', '<module>'], ['<module>']])
 
+    def change_clients(self):
+        """As when a client is lost and the next one comes before the stopped thread knows."""
+        is_done = thread.allocate_lock()
+        is_done.acquire()
+
+        def change():
+            self.service.detach()
+            self.service.attach()
+            is_done.release()
+        self.service.start_own_thread(change)
+        is_done.acquire()
+
+    def test_a_step_is_not_told_to_the_next_client(self):
+        def leave(stop):
+            steps = self.service._steps
+            request = steps.request
+
+            def late(*arguments):
+                del steps.request
+                self.change_clients()
+                request(*arguments)
+            steps.request = late
+            return answers.pop()
+        for answer in INTO, OVER, OUT:
+            answers = [answer]
+            self.run_program('def f():\n    x = 1\n    return x\n\nf()\nf()\n', INTO, INTO, leave)
+            self.assertEqual(self.front_end.lines, [('step', 1), ('step', 5), ('step', 2)])
+            self.assertEqual(answers, [])
+
+    def test_a_call_for_a_stop_is_not_for_the_next_client(self):
+        def look(stop):
+            self.service.trace_new_threads = self.change_clients
+            return Resume(stops.CONTINUE)
+        sys.stop_here = lambda: self.service.stop_here()
+        self.run_program('import sys\nsys.stop_here()\nx = 1\ny = 2\n', look)
+        self.assertEqual(self.front_end.lines, [('step', 1)])
+
     def run_beside(self, ignore):
         """Runs a program while another thread has asked to stop; returns the threads that did."""
         self.ready, self.go, self.over = [thread.allocate_lock() for _ in range(3)]
