@@ -13,6 +13,7 @@ class ThreadEnd(object):
     """To be called by a thread as the last of what it runs."""
 
     # Kept here: when a thread ends last, the interpreter has emptied the modules.
+    _sys = sys
     _settrace = sys.settrace
     _thread_exiting = core.thread_exiting
 
@@ -20,10 +21,15 @@ class ThreadEnd(object):
         self._on_end = on_end
 
     def __call__(self):
-        # In this order: one more event would give the thread a new record.
-        self._settrace(None)
-        self._on_end()
-        self._thread_exiting()
+        try:
+            # In this order: one more event would give the thread a new record.
+            self._settrace(None)
+            self._on_end()
+            self._thread_exiting()
+        except Exception:
+            # The interpreter may end in the middle of this, which it takes from itself first.
+            if self._sys.path is not None:
+                raise
 
 
 class ThreadMain(object):

@@ -18,7 +18,7 @@ gate = threading.Lock()
 gate.acquire()
 other = threading.Thread(target=wait, args=('nobody',), name='other')
 other.start()
-started.wait()
+while 6 not in [f.f_lineno for f in threading._sys._current_frames().values()]: pass
 while sum(1 for _ in 'x'):
     if started:
         break

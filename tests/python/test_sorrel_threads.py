@@ -1,7 +1,9 @@
 """Programs of several threads in the terminal front end."""
 
 import re
+import subprocess
 
+import harness
 import sorrel_session
 
 # A thread stops by itself: nothing else would make one stop at a known place.
@@ -279,6 +281,26 @@ worker.setDaemon(True)
 worker.start()
 print 'done'
 ''', ['c']), ['done\nThe program ended with exit status 0.\n'])
+
+    def test_a_thread_that_ends_while_the_interpreter_does_says_nothing(self):
+        path = self.script('''
+import sys, thread, time
+from sorrel.service import thread_hooks
+def end():
+    time.sleep(0.3)
+    time.sleep(0)  # The module is empty by now.
+class Slow(object):
+    def __del__(self, sleep=time.sleep):
+        sleep(1)
+# Is of the last that the interpreter deletes.
+sys.slow = Slow()
+thread.start_new_thread(thread_hooks.ThreadMain(lambda: None, None, end), ())
+time.sleep(0.1)
+''')
+        process = subprocess.Popen([harness.launcher(), path], stderr=subprocess.PIPE)
+        errors = process.communicate()[1]
+        self.assertEqual(re.sub(r'\[\d+ refs\]\n', '', errors), '')
+        self.assertEqual(process.returncode, 0)
 
     def test_detaching_in_another_thread_lets_all_run_on(self):
         answers = self.stops(WORKER, ['c'])
