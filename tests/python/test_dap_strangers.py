@@ -7,21 +7,26 @@ import time
 import dap_session
 
 PROGRAM = '''
-import time
-gap = 0
-last = time.time()
+import os, time
+def times():
+    used = os.times()
+    return time.time(), used[0] + used[1]
+gap = used = 0
+last, last_used = times()
 running = True
 print 'ready'
 while running:
-    now = time.time()
+    now, now_used = times()
     gap = max(gap, now - last)
-    last = now
+    used = max(used, now_used - last_used)
+    last, last_used = now, now_used
     time.sleep(0.001)  # loop
 print 'over'
 '''
-# The program does nothing for a while when something holds the interpreter lock. A busy machine
-# may have something else to do, too.
-LONGEST_GAP = 1.0
+# The program does nothing for a while when something holds the interpreter lock: what computes, in
+# processor time, or what waits. A busy machine may have something else to do meanwhile.
+MOST_USED = 0.5
+LONGEST_GAP = 5.0
 WRONG = 'the token is missing, or it is not the one that this program has told its user'
 TAKEN = 'another client is debugging this program'
 
@@ -60,8 +65,8 @@ class StrangerTest(dap_session.TestCase):
     def assert_never_held_up(self):
         client = self.attach(self.program, '# loop')
         client.stopped()
-        gap = float(client.evaluate('gap'))
-        self.assertTrue(gap < LONGEST_GAP, gap)
+        gap, used = float(client.evaluate('gap')), float(client.evaluate('used'))
+        self.assertTrue(used < MOST_USED and gap < LONGEST_GAP, (gap, used))
         client.ask('disconnect')
         client.read_all()
 
