@@ -1,11 +1,12 @@
 """The instructions of a code object, and what they do to the value stack."""
 
 import opcode
-from collections import namedtuple
+
+from sorrel.common.records import record
 
 # next: where the following one stands. target: where it may jump to, or the block that it sets up
 # has its handler; None for none.
-Instruction = namedtuple('Instruction', 'offset name argument next target')
+Instruction = record('Instruction', 'offset name argument next target')
 
 _JUMPS = ('JUMP_FORWARD', 'JUMP_ABSOLUTE', 'CONTINUE_LOOP')
 _NO_WAY_ON = _JUMPS + ('RETURN_VALUE', 'RAISE_VARARGS', 'BREAK_LOOP', 'STOP_CODE')

@@ -7,13 +7,14 @@ import collections
 import itertools
 import types
 
+from sorrel.common.records import record
 from sorrel.inspection import values
 
 # One part of a whole. name: how it is called; None when it is called by its key, which is a value
 # itself. expression: how it is written where {0} is the whole; None when it cannot be written.
 # assign: gives it another value; None when it cannot have one. read: its value is still to be
 # asked for, which this does and which may run code of the program; else None.
-Child = collections.namedtuple('Child', 'name key value expression assign read')
+Child = record('Child', 'name key value expression assign read')
 
 _SEQUENCES = (list, tuple, collections.deque)
 _SETS = (set, frozenset)

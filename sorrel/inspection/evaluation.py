@@ -1,7 +1,6 @@
 """Expressions and statements of the user, run in a frame of the program."""
 
 import __future__
-import _ast
 import sys
 import UserDict
 
@@ -9,6 +8,8 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import nesting, raised
 
+# As the module _ast has it, which is a large one for a program that evaluates nothing.
+_ONLY_AST = 0x400
 # Of a text that is evaluated, in characters.
 _TEXT_LIMIT = 64 * 1024
 _FUTURE_FLAGS = reduce(
@@ -29,7 +30,7 @@ def compiled(source, name, mode, flags=0, limit=_TEXT_LIMIT, branches=nesting.IN
 def check_expression(source):
     """Raises SyntaxError or TypeError, or MemoryError, for what is none."""
     # No more than the tree is made: in code, the compiler would compute what is constant.
-    compiled(source, '<condition>', 'eval', _ast.PyCF_ONLY_AST)
+    compiled(source, '<condition>', 'eval', _ONLY_AST)
 
 
 def check_size(source, mode='eval', limit=_TEXT_LIMIT, branches=nesting.IN_THREAD):

@@ -1,12 +1,11 @@
 """Stacks as a person is shown them: the program's frames, where they are in the program's files."""
 
-from collections import namedtuple
-
+from sorrel.common.records import record
 from sorrel.inspection import frames, source
 from sorrel.languages import sublanguages
 
 # One frame: where it is, or was when an exception left it.
-Entry = namedtuple('Entry', 'frame path line')
+Entry = record('Entry', 'frame path line')
 
 
 def at_stop(stop):

@@ -5,7 +5,7 @@ what its caller in Python is executing: an instruction, by its name, or a call o
 it is named in Python. The rows are asked in their order; the first that fits counts.
 """
 
-from collections import namedtuple
+from sorrel.common.records import record
 
 # What becomes of the exception: gone, or replaced by another one; printed as "ignored" and gone;
 # one of these, or it goes on, which shows when it has come to the caller.
@@ -15,7 +15,7 @@ DROPPED, PRINTED, PERHAPS = 'dropped', 'printed', 'perhaps'
 # attributes: names of attributes that the function is asked for, as a property or by one of
 # __getattr__ and __getattribute__; () for any, and where it is not asked for one. raised: the
 # types that this goes for. when: the name of a condition on the call (see `c_calls`), or ''.
-Row = namedtuple('Row', 'name by called attributes raised fate when')
+Row = record('Row', 'name by called attributes raised fate when')
 
 ANY = ()
 # All that can be raised, classic classes included.

@@ -9,10 +9,10 @@ import __builtin__
 import opcode
 import sys
 import types
-from collections import namedtuple
 
 import _sorrel
 
+from sorrel.common.records import record
 from sorrel.inspection import bytecode
 
 # The exception goes on to the caller; another one does; the function returns something that counts
@@ -53,8 +53,8 @@ THE_EXCEPTION, _OTHER, _EXIT, _LEAVING = map(_Mark, ('value', 'other', 'exit', '
 
 # level: how much of the stack is below it. exit: for a with statement that was there from the
 # beginning, its __exit__.
-_Block = namedtuple('_Block', 'name handler level exit')
-_Way = namedtuple('_Way', 'offset stack blocks variables handled')
+_Block = record('_Block', 'name handler level exit')
+_Way = record('_Way', 'offset stack blocks variables handled')
 
 
 class Ways(object):

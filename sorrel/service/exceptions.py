@@ -1,17 +1,17 @@
 """Exceptions: at which of them the program stops, and which it has been stopped for already."""
 
 import atexit
-import inspect
 import threading
-from collections import namedtuple
 
 import _sorrel
 import tmorvik26_vs2012_x64 as core
 
+from sorrel.common.records import record
 from sorrel.inspection import frames, libraries, try_statements
 from sorrel.service import living, printing, swallowing, thread_hooks
 from sorrel.service.learning import Learning
 from sorrel.service.print_calls import PrintCalls
+from sorrel.service.signal_handlers import old_style_mro
 
 # The modes: stop at none, at every one, where nothing will catch it, where nothing in the user's
 # own code will, where the program prints it.
@@ -28,7 +28,7 @@ _PART_OF_NORMAL_WORK = (GeneratorExit, StopIteration, SystemExit)
 # policy: the mode for whose sake the thread is to stop, or None. frame: where the exception was
 # raised, if there is a policy. is_end: whether the exception is about to end the thread. called_by_c:
 # whether C code, which may swallow it, has called one of the frames that it will leave.
-Judgement = namedtuple('Judgement', 'policy frame is_end called_by_c')
+Judgement = record('Judgement', 'policy frame is_end called_by_c')
 NO_JUDGEMENT = Judgement(None, None, False, False)
 
 _NOTHING = None, False, None
@@ -254,7 +254,7 @@ class Exceptions(object):
         """ALWAYS or NEVER, whichever is said of the type or its nearest base; or None."""
         is_always, is_never = _is_kind_of(type, self.always), _is_kind_of(type, self.never)
         if is_always and is_never:
-            for base in inspect.getmro(type):
+            for base in getattr(type, '__mro__', None) or old_style_mro(type):
                 if base in self.never:
                     return NEVER
                 if base in self.always:

@@ -4,15 +4,14 @@ That shows later: the frame that was left last goes on, or is gone and its calle
 of the program's is kept alive to see it.
 """
 
-from collections import namedtuple
-
+from sorrel.common.records import record
 from sorrel.inspection import frames, try_statements
 from sorrel.service import living
 
 # An exception for which its thread has stopped, since nothing seemed to catch it. place: where it
 # was raised. frame, offset: the id() of the frame that it has come to, and where that was.
 # is_outermost: whether no code of the program's has called that.
-_Watched = namedtuple('_Watched', 'place frame offset is_outermost')
+_Watched = record('_Watched', 'place frame offset is_outermost')
 
 
 class Learning(object):

@@ -8,10 +8,9 @@ or make texts of them. Nothing of the program's is run to find out.
 import __builtin__
 import types
 
-from collections import namedtuple
-
 import _sorrel
 
+from sorrel.common.records import record
 from sorrel.inspection import bytecode, try_statements
 from sorrel.service import library_handlers
 
@@ -32,7 +31,7 @@ _UNKNOWN = object()
 
 # What may be called. scopes: in which of them the name is looked up; None where there is none, but
 # the value of an expression. attributes: the names that follow it.
-_Chain = namedtuple('_Chain', 'scopes name attributes')
+_Chain = record('_Chain', 'scopes name attributes')
 _LOCAL, _ANY, _GLOBAL = (0, 1), (0, 3), (1, 3)
 # Stands among the chains for a call with "exc_info".
 _SAYS_EXC_INFO = _Chain(None, 'exc_info', ())

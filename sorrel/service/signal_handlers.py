@@ -24,15 +24,15 @@ def _code(handler):
     if type(handler) is types.FunctionType:
         return handler.func_code
     is_instance = type(handler) is types.InstanceType
-    for cls in _classes(handler.__class__) if is_instance else type(handler).__mro__:
+    for cls in old_style_mro(handler.__class__) if is_instance else type(handler).__mro__:
         if '__call__' in cls.__dict__:
             return getattr(cls.__dict__['__call__'], 'func_code', None)
     return None
 
 
-def _classes(cls):
+def old_style_mro(cls):
     """An old-style class and its bases, in the order in which attributes are looked up."""
     yield cls
     for base in cls.__bases__:
-        for one in _classes(base):
+        for one in old_style_mro(base):
             yield one

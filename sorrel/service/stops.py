@@ -1,7 +1,6 @@
 """What the service and its front ends tell each other."""
 
-from collections import namedtuple
-
+from sorrel.common.records import record
 from sorrel.inspection.evaluation import Evaluator
 
 # A thread has stopped. thread: its ident. reason: one of the words below. argument:
@@ -12,7 +11,7 @@ from sorrel.inspection.evaluation import Evaluator
 # has stopped, None when its step has met the exception; or POST_MORTEM or TRACEBACK. is_end: whether
 # the exception is about to end the thread, and with the main thread the program. called_by_c: whether
 # it will come to C code that may swallow it or not.
-Stop = namedtuple('Stop', 'thread frame reason argument policy is_end called_by_c')
+Stop = record('Stop', 'thread frame reason argument policy is_end called_by_c')
 
 STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
 # The program has called for it, in the line before or, where the frame is left, in this one.
@@ -37,8 +36,7 @@ def evaluator(stop):
 
 # How a stopped thread goes on: one of the words below. frame: in which frame of its stack a step
 # is counted; None for the innermost. first, last: the lines that STEP_OVER_RANGE passes over.
-Resume = namedtuple('Resume', 'action frame first last')
-Resume.__new__.__defaults__ = (None, None, None)
+Resume = record('Resume', 'action frame first last', None, None, None)
 
 STEP_INTO = 'step_into'
 STEP_OVER = 'step_over'
@@ -51,8 +49,8 @@ QUIT = 'quit'
 
 # One thread of the program. ident: the interpreter's of it. frame: the innermost frame where it is
 # now. stop: its Stop, None while it runs.
-Thread = namedtuple('Thread', 'ident name frame stop')
+Thread = record('Thread', 'ident name frame stop')
 
 # How the program ended: with which exit status, and the type of the exception that ended it
 # (None for any other end).
-Outcome = namedtuple('Outcome', 'status exception')
+Outcome = record('Outcome', 'status exception')

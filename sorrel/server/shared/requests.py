@@ -1,11 +1,11 @@
 """Requests and their answers."""
 
-import collections
 import sys
 import time
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.common.records import record
 from sorrel.protocol import schema
 from sorrel.protocol.messages import Refused
 
@@ -14,7 +14,7 @@ _now = time.time
 # Why what only a stopped thread can answer is refused.
 RUNNING = 'the program is running'
 # The body of an answer, and a function to call once the answer is on its way.
-Then = collections.namedtuple('Then', 'body function')
+Then = record('Then', 'body function')
 
 
 def answer(session, request, function):

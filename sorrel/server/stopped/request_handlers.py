@@ -3,12 +3,13 @@
 Only there is the program's code to be run, and only until the thread goes on.
 """
 
-import collections
+import os
 import sys
 import time
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
     causes, child_values, code_lines, evaluation, frames, libraries, source, stacks, values)
@@ -31,10 +32,10 @@ COMMANDS = frozenset((
 # Those of them that let the thread go.
 GOING_ON = frozenset(('continue', 'next', 'stepIn', 'stepOut'))
 # Taken now: a program may replace what the interpreter's modules offer.
-_now = time.time
+_now, _getpid = time.time, os.getpid
 
 # What the thread is at: a Job, and since when.
-_Turn = collections.namedtuple('_Turn', 'job since')
+_Turn = record('_Turn', 'job since')
 
 
 class StoppedThread(object):
@@ -53,6 +54,8 @@ class StoppedThread(object):
         # The turns in which the others were let run, and which nobody waits for any more.
         self._let_run_in = self._given_up = None
         self._has_gone = False
+        # What is evaluated may fork: nobody asks anything in the other process.
+        self._process = _getpid()
         self._service = service
         self._session = session
         self._frame = frame
@@ -92,7 +95,7 @@ class StoppedThread(object):
 
     def serve(self):
         """Does jobs until one lets the thread go on, or resume() does: how, is returned."""
-        while not self.is_leaving():
+        while not self.is_leaving() and _getpid() == self._process:
             self._serve_one()
         return self._told_to_go or self._resume
 

@@ -1,7 +1,6 @@
 """Which stops of the program the client is told of, and as what."""
 
-import collections
-
+from sorrel.common.records import record
 from sorrel.inspection import frames, libraries
 from sorrel.service import living
 from sorrel.service.stops import (
@@ -10,7 +9,7 @@ from sorrel.service.stops import (
 
 # What a client is told of a stop. reason: a word of the protocol's. frame: the innermost that the
 # client is shown. details: what else is in the body of the event.
-Told = collections.namedtuple('Told', 'reason frame details')
+Told = record('Told', 'reason frame details')
 
 _CALLED = 'Paused by the program'
 _PAUSED = 'Paused on exception'
@@ -20,7 +19,7 @@ _POST_MORTEM = {POST_MORTEM: 'Post-mortem: the program has ended by an exception
 
 # How a thread was last let go; the frame in which a step ends that does not lead into calls, or
 # one that it was called from; and whether it was in the program's own code.
-_Going = collections.namedtuple('_Going', 'action frame from_own_code')
+_Going = record('_Going', 'action frame from_own_code')
 
 
 class Stops(object):
@@ -66,6 +65,10 @@ class Stops(object):
             return None  # At breakpoints that are not due.
         # It returns or raises where none of its steps ends: told all the same, as a pause.
         return Told('pause', _caller(stop) or stop.frame, {})
+
+    def inherit(self, other):
+        """In a forked process: the steps that the parent's client has asked for go on here."""
+        self._goings = dict(other._goings)
 
     def forget(self, thread):
         """The thread has ended."""
