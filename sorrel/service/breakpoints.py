@@ -13,6 +13,7 @@ from sorrel.common import text_files
 from sorrel.inspection import code_lines, evaluation, nesting, source
 
 _PYTHON = ('.py', '.pyw')
+_DESCRIBED = 'path', 'line', 'condition', 'temporary', 'ignore_count', 'enabled'
 
 
 class Refused(Exception):
@@ -49,6 +50,27 @@ class Breakpoints(object):
         # Front ends ask from threads of their own, too.
         self._lock = thread.allocate_lock()
         self.forget()
+
+    def described(self):
+        """What add_described() takes, in another process."""
+        return [[getattr(breakpoint, name) for name in _DESCRIBED] for breakpoint in self.all()]
+
+    def add_described(self, described):
+        for values in described:
+            known = dict(zip(_DESCRIBED, [
+                value.encode('utf-8') if isinstance(value, unicode) else value
+                for value in values]))
+            is_enabled = known.pop('enabled')
+            try:
+                breakpoint = self.add(**known)
+            except Refused:
+                continue  # The file has changed meanwhile.
+            if not is_enabled:
+                self.enable(breakpoint, False)
+
+    def forget_other_threads(self):
+        """In a forked process: one of them may have been in the middle of a change."""
+        self._lock = thread.allocate_lock()
 
     def forget(self):
         """The core has been reset."""

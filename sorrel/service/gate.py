@@ -114,6 +114,10 @@ class Gate(object):
         for hold in self._holds[:]:
             self._remove(hold)
 
+    def forget_holds_but(self, hold):
+        """In a forked process, whose only thread has this hold, or None."""
+        self._holds[:] = [one for one in self._holds if one is hold]
+
     def is_left(self, hold):
         return hold not in self._holds
 

@@ -10,7 +10,14 @@ import threading
 from sorrel.inspection import frames
 
 # Taken now: a program may replace what the interpreter's modules offer.
-current, current_frames = thread.get_ident, sys._current_frames
+current, _current_frames = thread.get_ident, sys._current_frames
+
+
+def current_frames():
+    """Where each thread is, by its ident."""
+    frames_by_ident = _current_frames()
+    frames_by_ident.pop(0, None)  # Of what is left in a forked process of its parent's threads.
+    return frames_by_ident
 
 
 def idents():

@@ -15,7 +15,9 @@ And a fifth, `imported()`: there are other modules than before; the thread that 
 goes on when it returns. And `interrupt()`, called at Ctrl-C while threads are stopped: whether that
 was for what one of them evaluates. And `wants_post_mortem()`: the program has ended by an exception
 that the front end does not know of; whether that is to be a stop, though all that can follow is the
-end. And `detached()`: the service has let the program go.
+end. And `detached()`: the service has let the program go. And `replaced()`: another front end is
+about to take the program. And `in_child()`, called in a process that the program has forked, in its
+only thread: what is to be the front end there, or None to let it go.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -25,6 +27,7 @@ import __builtin__
 import dis
 import os
 import sys
+import time
 from thread import allocate_lock
 
 import _sorrel
@@ -43,6 +46,8 @@ from sorrel.service.stops import (
     STEPPED, Stop, Thread, TRACEBACK)
 
 _IDLE_PERIOD = 1.0
+# Taken now: a program may replace what the interpreter's modules offer.
+_sleep = time.sleep
 _ANY_THREAD = object()
 # What a front end may need where the program has used up its own.
 _STACK_ROOM = 100
@@ -57,6 +62,10 @@ class Service(object):
         # The one there is now, and the one while no other has taken the program.
         self._front_end = self._resident = front_end
         self._process = os.getpid()
+        # By processes that were forked from it, of which this is one: the thread that has seen to
+        # that. Whether it is let go.
+        self._adopters = {}
+        self._is_let_go = False
         for other in _services.values():
             other.detach()  # What is left here of the parent's.
         # Has an item while nobody has taken the program.
@@ -121,10 +130,10 @@ class Service(object):
         """
         frames.set_entry(sys._getframe())
         self.exceptions.set_own_frames(frames.callers(sys._getframe()))
+        if (attached or self.attached) and self._interrupts is not None:
+            self._interrupts.install()
         if attached:
             self._entering = namespace
-            if self._interrupts is not None:
-                self._interrupts.install()
             self._be_attached()
             core.start_trace()
             self.is_tracing = True
@@ -202,6 +211,8 @@ class Service(object):
             self._vacant.pop()
         except IndexError:
             return False
+        if front_end is not self._front_end:
+            self._call_if_there('replaced')
         self._front_end = front_end
         return True
 
@@ -237,7 +248,7 @@ class Service(object):
                 function(*arguments)
             finally:
                 self.heed_thread(ident)
-        thread_hooks.bare_start(run, ())
+        thread_hooks.bare_start(thread_hooks.OwnThread(run), ())
 
     def threads(self):
         """A Thread for each one that runs code of the program, and the main one, by ident."""
@@ -591,12 +602,74 @@ class Service(object):
                 # The core would let the program have the error of an import.
                 errors.print_error()
 
+    # Processes that the program forks. Each has a copy of its parent's service.
+
     def _is_forked(self):
-        """Two processes cannot share one front end: the child process is let go."""
-        if os.getpid() == self._process:
-            return False
-        self.detach()
-        return True
+        """Whether this is one that is let go. Two processes cannot share one front end."""
+        pid = os.getpid()
+        if pid != self._process:
+            own = living.current()
+            if self._adopters.setdefault(pid, own) == own:
+                in_child = getattr(self._front_end, 'in_child', None)
+                self._adopt(own, in_child if self.attached else None)
+                self._process = pid
+            while self._process != pid:
+                _sleep(0.001)  # Another thread is at it.
+        return self._is_let_go
+
+    def adopt(self, in_child):
+        """What becomes of a process that the program has forked, in its only thread, at once.
+
+        in_child: as the front end's, but it is called where nobody debugs the program, too. Returns
+        what that does.
+        """
+        own = living.current()
+        self._adopters[os.getpid()] = own
+        front_end = self._adopt(own, in_child)
+        self._process = os.getpid()
+        return front_end
+
+    def _adopt(self, own, in_child):
+        """Here breakpoints, exceptions and the step of the only thread are what they were.
+
+        own: the thread's ident. Of the others nothing is left.
+        """
+        self._forget_threads_but(own)
+        front_end = self._call(in_child)
+        if front_end is None:
+            self._is_let_go = True
+            self.detach()
+        else:
+            self._front_end = self._resident = front_end
+            self._vacant = [None]
+            _services[os.getpid()] = self
+        return front_end
+
+    def _forget_threads_but(self, own):
+        _sorrel.disown_other_threads()
+        self.main_thread = own
+        self._ignored.clear()
+        self._to_interrupt = None
+        for of_threads in self._stops, self._holds, self._interrupted, self._callers:
+            for thread in of_threads.keys():
+                if thread != own:
+                    del of_threads[thread]
+        self._gate.forget_holds_but(self._holds.get(own))
+        self.breakpoints.forget_other_threads()
+        self._steps.keep_living()
+        self.exceptions.keep_living()
+        if self._in_need and not self._stops:
+            self._in_need = 0
+            sys.setrecursionlimit(self._stack_limit)
+        core.set_debug_thread_cb(self._asks_about_thread)
+
+    @staticmethod
+    def _call(in_child):
+        try:
+            return in_child() if in_child is not None else None
+        except Exception:
+            errors.print_error()
+            return None
 
     def _tell_end(self, stop):
         ending = getattr(self._front_end, 'ending', None)
@@ -698,6 +771,10 @@ class Service(object):
 
     def _interrupt(self):
         """Ctrl-C, in the main thread."""
+        if self._is_forked():
+            raise KeyboardInterrupt
+        if not self._is_in_front():
+            return
         interrupt = getattr(self._front_end, 'interrupt', None)
         if self._stops and interrupt is not None and interrupt():
             return  # What another thread evaluates ends.
@@ -706,6 +783,15 @@ class Service(object):
             raise KeyboardInterrupt
         self._interrupted[self.main_thread] = self.main_thread
         self._steps.stop_anywhere(self.main_thread)
+
+    def guard_ctrl_c(self, guard):
+        """guard: called whenever what Ctrl-C does has been set, in the main thread."""
+        if self._interrupts is not None:
+            self._interrupts.guard(guard)
+
+    def _is_in_front(self):
+        is_in_front = getattr(self._front_end, 'is_in_front', None)
+        return is_in_front is None or is_in_front()
 
     # Threads.
 

@@ -9,27 +9,43 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.inspection import frames
 
 
-class ThreadEnd(object):
+class _Outliving(object):
+    """What a thread calls while the interpreter may end."""
+
+    # Kept here: the interpreter empties the modules then, those of the builtins last.
+    _sys = sys
+    _Exception = Exception
+
+    def __call__(self, *arguments):
+        try:
+            self._run(*arguments)
+        except self._Exception:
+            # Its path is the first thing that the interpreter takes from itself.
+            if self._sys.path is not None:
+                raise
+
+
+class ThreadEnd(_Outliving):
     """To be called by a thread as the last of what it runs."""
 
-    # Kept here: when a thread ends last, the interpreter has emptied the modules.
-    _sys = sys
     _settrace = sys.settrace
     _thread_exiting = core.thread_exiting
 
     def __init__(self, on_end):
         self._on_end = on_end
 
-    def __call__(self):
-        try:
-            # In this order: one more event would give the thread a new record.
-            self._settrace(None)
-            self._on_end()
-            self._thread_exiting()
-        except Exception:
-            # The interpreter may end in the middle of this, which it takes from itself first.
-            if self._sys.path is not None:
-                raise
+    def _run(self):
+        # In this order: one more event would give the thread a new record.
+        self._settrace(None)
+        self._on_end()
+        self._thread_exiting()
+
+
+class OwnThread(_Outliving):
+    """To be called as all that a thread of the server's runs."""
+
+    def __init__(self, function):
+        self._run = function
 
 
 class ThreadMain(object):

@@ -16,6 +16,18 @@ int64_t wall_clock_seconds();
 // runs. Once per function.
 void call_in_forked_child(void (*function)());
 
+// Has Ctrl-C (SIGINT) do what is set for it now only where the number at `front`, in memory that
+// processes share and that stays, is this process's id, or that of one that has ended. Elsewhere
+// nothing happens then: not even a system call ends early. To be called again whenever something
+// else has been set for the signal, and after each that has got through. False where it cannot be.
+// Where the number there is kEndAll, Ctrl-C ends the process with exit status 0.
+bool guard_interrupts(const volatile int32_t* front);
+constexpr int32_t kEndAll = -1;
+
+// Brings a process group to the foreground of a terminal of the calling process, which need not be
+// there itself. False where it cannot be.
+bool set_foreground_group(int terminal, int group);
+
 // Address of a symbol that the running interpreter exports, or nullptr. `anchor` is any address
 // inside the interpreter's library. `recorded_handle` answers the interpreter's own record of its
 // library handle, or nullptr; it is asked only where the platform cannot find a library by an

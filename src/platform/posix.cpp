@@ -3,9 +3,13 @@
 #include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
+#include <signal.h>
 #include <stdio_ext.h>
 #include <strings.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -158,11 +162,108 @@ bool fill_buffer(FILE* stream) {
     return has_input;
 }
 
+const volatile int32_t* front_process = nullptr;
+// What is to happen in the process in front.
+struct sigaction guarded_action = {};
+
+// Its parent may still be to hear of its end.
+bool has_ended(pid_t process) {
+    siginfo_t ended = {};
+    return kill(process, 0) != 0 ||
+           (waitid(P_PID, static_cast<id_t>(process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+            ended.si_pid == process);
+}
+
+// Has a system call that would begin anew after the signal end early instead. It is one of those
+// that may do so in any case, should it only be about to begin.
+void end_system_call(void* context) {
+#if defined(__x86_64__)
+    greg_t* const registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
+    static const unsigned char instruction[] = {0x0f, 0x05};
+    if (memcmp(reinterpret_cast<const void*>(registers[REG_RIP]), instruction,
+               sizeof instruction) != 0) {
+        return;
+    }
+    switch (registers[REG_RAX]) {
+        case SYS_read:
+        case SYS_readv:
+        case SYS_write:
+        case SYS_writev:
+        case SYS_open:
+        case SYS_openat:
+        case SYS_accept:
+        case SYS_accept4:
+        case SYS_connect:
+        case SYS_recvfrom:
+        case SYS_recvmsg:
+        case SYS_sendto:
+        case SYS_sendmsg:
+        case SYS_wait4:
+        case SYS_waitid:
+        case SYS_flock:
+        case SYS_fcntl:
+            registers[REG_RAX] = -EINTR;
+            registers[REG_RIP] += sizeof instruction;
+            break;
+        default:
+            break;
+    }
+#else
+    static_cast<void>(context);
+#endif
+}
+
+void on_interrupt(int number, siginfo_t* /*information*/, void* context) {
+    const int saved = errno;
+    const pid_t front = *front_process;
+    if (front == kEndAll) {
+        _exit(0);
+    }
+    if (front <= 0 || front == getpid() || has_ended(front)) {
+        // It comes again as soon as this returns.
+        sigaction(number, &guarded_action, nullptr);
+        raise(number);
+        end_system_call(context);
+    }
+    errno = saved;
+}
+
 }  // namespace
 
 int64_t wall_clock_seconds() { return static_cast<int64_t>(time(nullptr)); }
 
 void call_in_forked_child(void (*function)()) { pthread_atfork(nullptr, nullptr, function); }
+
+bool guard_interrupts(const volatile int32_t* front) {
+    struct sigaction now = {};
+    if (sigaction(SIGINT, nullptr, &now) != 0) {
+        return false;
+    }
+    front_process = front;
+    if ((now.sa_flags & SA_SIGINFO) != 0 && now.sa_sigaction == on_interrupt) {
+        return true;
+    }
+    guarded_action = now;
+    struct sigaction guard = {};
+    guard.sa_sigaction = on_interrupt;
+    guard.sa_flags = SA_RESTART | SA_SIGINFO;
+    sigemptyset(&guard.sa_mask);
+    return sigaction(SIGINT, &guard, nullptr) == 0;
+}
+
+bool set_foreground_group(int terminal, int group) {
+    // It would stop whoever asks for this in the background.
+    sigset_t stops;
+    sigset_t before;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGTTOU);
+    if (pthread_sigmask(SIG_BLOCK, &stops, &before) != 0) {
+        return false;
+    }
+    const bool is_set = tcsetpgrp(terminal, group) == 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return is_set;
+}
 
 void* interpreter_symbol(const char* name, const void* /*anchor*/,
                          void* (* /*recorded_handle*/)()) {

@@ -196,6 +196,10 @@ void call_in_forked_child(void (* /*function*/)()) {
     // Processes do not fork here.
 }
 
+bool guard_interrupts(const volatile int32_t* /*front*/) { return false; }
+
+bool set_foreground_group(int /*terminal*/, int /*group*/) { return false; }
+
 int64_t wall_clock_seconds() { return _time64(nullptr); }
 
 void* interpreter_symbol(const char* name, const void* anchor, void* (*recorded_handle)()) {

@@ -216,6 +216,23 @@ void forget_end(const PyThreadState* thread) {
     }
 }
 
+#if PY_VERSION_HEX < 0x02070000
+// Later versions do that themselves. The states are found by the threads' idents, under a key that
+// is one of the first that the process has made: it is known by what it holds for this thread.
+void forget_other_states() {
+    constexpr int most_keys = 100;
+    PyThreadState* const own = PyThreadState_GET();
+    for (int key = 1; key <= most_keys; key++) {
+        if (PyThread_get_key_value(key) == own) {
+            PyThread_delete_key(key);
+            // In place of what has just been freed; where memory is short all the same, the thread
+            // is one that the interpreter gets to know when it next asks.
+            PyThread_set_key_value(key, own);
+        }
+    }
+}
+#endif
+
 }  // namespace
 
 int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_out) {
@@ -255,12 +272,26 @@ void untrace_all_threads(PyObject* trace_object) {
     }
 }
 
-long first_thread_ident() {
-    const PyThreadState* thread = first_thread();
-    while (thread->next != nullptr) {
-        thread = thread->next;  // New ones come first.
+void disown_other_threads() {
+    const PyThreadState* const own = current_thread_state();
+    for (PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
+        if (thread != own) {
+            thread->thread_id = 0;
+        }
     }
-    return thread->thread_id;
+#if PY_VERSION_HEX < 0x02070000
+    forget_other_states();
+#endif
+}
+
+long first_thread_ident() {
+    long ident = 0;
+    for (const PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
+        if (thread->thread_id != 0) {
+            ident = thread->thread_id;  // New ones come first.
+        }
+    }
+    return ident;
 }
 
 }  // namespace morvik

@@ -23,6 +23,11 @@ int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_o
 // reference to the object.
 void untrace_all_threads(PyObject* trace_object);
 
+// In a forked process: the interpreter keeps the records of the threads that are not there any more
+// for good. A new thread may get the ident of one of them, so these get one that is nobody's, 0.
+// On 2.6 it would also be taken for that one: a debug build aborts then.
+void disown_other_threads();
+
 // The ident of the interpreter's oldest thread: the one that has begun it, and is its main thread.
 long first_thread_ident();
 

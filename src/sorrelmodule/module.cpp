@@ -4,6 +4,7 @@
 #include "exceptops/static_lookup.h"
 #include "host/python.h"
 #include "host/ref.h"
+#include "platform/platform.h"
 #include "sorrelmodule/all_threads.h"
 #include "sorrelmodule/deferring.h"
 #include "sorrelmodule/frame_state.h"
@@ -115,6 +116,39 @@ PyObject* entry_deferring(PyObject* /*self*/, PyObject* args) {
     return new_deferring(function, defer).release();
 }
 
+PyObject* entry_disown_other_threads(PyObject* /*self*/, PyObject* /*args*/) {
+    disown_other_threads();
+    return new_none();
+}
+
+PyObject* entry_guard_interrupts(PyObject* /*self*/, PyObject* args) {
+    static PyObject* shared = nullptr;
+    PyObject* memory = nullptr;
+    const void* front = nullptr;
+    Py_ssize_t size = 0;
+    if (PyArg_ParseTuple(args, "O:guard_interrupts", &memory) == 0 ||
+        PyObject_AsReadBuffer(memory, &front, &size) != 0) {
+        return nullptr;
+    }
+    if (static_cast<size_t>(size) < sizeof(int32_t)) {
+        PyErr_SetString(PyExc_ValueError, "no room for a process id");
+        return nullptr;
+    }
+    const bool is_guarded = guard_interrupts(static_cast<const int32_t*>(front));
+    // The one before is let go when nothing looks at it any more.
+    set_slot(shared, memory);
+    return PyBool_FromLong(is_guarded ? 1 : 0);
+}
+
+PyObject* entry_set_foreground_group(PyObject* /*self*/, PyObject* args) {
+    int terminal = 0;
+    int group = 0;
+    if (PyArg_ParseTuple(args, "ii:set_foreground_group", &terminal, &group) == 0) {
+        return nullptr;
+    }
+    return PyBool_FromLong(set_foreground_group(terminal, group) ? 1 : 0);
+}
+
 PyObject* entry_first_thread_ident(PyObject* /*self*/, PyObject* /*args*/) {
     return PyInt_FromLong(first_thread_ident());
 }
@@ -167,6 +201,22 @@ PyMethodDef methods[] = {
      "whichever instruction, defer(type, value, traceback) is called: when this is true, the new "
      "function returns True, else the exception passes.  What defer itself raises is treated the "
      "same, once."},
+    {"disown_other_threads", entry_disown_other_threads, METH_NOARGS,
+     "disown_other_threads()\n\n"
+     "In a forked process: the interpreter keeps what it knows of threads that are not there any "
+     "more, and new ones may get their idents.  From now on theirs is 0."},
+    {"guard_interrupts", entry_guard_interrupts, METH_VARARGS,
+     "guard_interrupts(memory)\n\n"
+     "Has Ctrl-C do what is set for it now only where the int at the beginning of this memory, "
+     "which "
+     "processes share, is this process's id, or that of one that has ended.  To be called again "
+     "whenever something else has been set for the signal, and after each that has got through.  "
+     "False where it cannot be.  Where that int is -1, Ctrl-C ends the process with exit status "
+     "0."},
+    {"set_foreground_group", entry_set_foreground_group, METH_VARARGS,
+     "set_foreground_group(terminal, group)\n\n"
+     "Brings a process group to the foreground of a terminal, whose descriptor this is, of the "
+     "calling process, which need not be there itself.  False where it cannot be."},
     {"first_thread_ident", entry_first_thread_ident, METH_NOARGS,
      "first_thread_ident()\n\n"
      "The ident of the interpreter's main thread, whichever thread asks."},
