@@ -14,6 +14,8 @@ _current_frames = sys._current_frames
 # By code objects, the language that is at work while one of them runs; and those whose frames stand
 # for lines of a language.
 _entered_by = {}
+# The names of the hooks that load() has registered.
+loaded = []
 _keys = set()
 
 
@@ -71,6 +73,16 @@ def load(name):
     module, _, maker = name.partition(':')
     __import__(module)
     register(getattr(sys.modules[module], maker)())
+    loaded.append(name)
+
+
+def load_those_of_parent(names):
+    """The same for the hooks of the program that has started this one, where they are there."""
+    for name in names:
+        try:
+            load(str(name))
+        except Exception:
+            pass  # It is a program without this language, most likely.
 
 
 def at_work(thread):

@@ -1,7 +1,8 @@
 """Sees to it that a launched program does not outlive whoever has launched it.
 
 That may be killed without a word. The guard is a small process beside it which reads from it: at
-the end of what there is to read, the program and what it has started are to end as well.
+the end of what there is to read, the program and what it has started are to end as well, and what
+they have been found by is to go.
 """
 
 import os
@@ -12,8 +13,9 @@ OWN_SESSION = getattr(os, 'setsid', None)  # Another platform has no groups to g
 # How long the program may take to end, in seconds; it has been asked to by then.
 PATIENCE = 5.0
 _LOOK = 0.1
-# Its arguments: the process, what is killed in the end (a process, or a group after a minus), and
-# how often to look. It runs on its own, so that it is in nobody's tree of processes.
+# Its arguments: the process, what is killed in the end (a process, or a group after a minus), how
+# often to look, and a folder that goes then, or nothing. It runs on its own, so that it is in
+# nobody's tree of processes.
 _SCRIPT = '''
 exec 3<&0
 (
@@ -26,14 +28,18 @@ exec 3<&0
         looks=$((looks - 1))
     done
     kill -s KILL -- "$2"
+    [ -z "$4" ] || rm -rf -- "$4"
 ) &
 ''' % _LOOK
 
 
 class Guard(object):
 
-    def __init__(self, pid):
-        """pid: the program's process. Of a group of its own, all of the group are guarded."""
+    def __init__(self, pid, folder=None):
+        """pid: the program's process. Of a group of its own, all of the group are guarded.
+
+        folder: one that is nobody's any more when they have ended.
+        """
         self._pipe = None
         if OWN_SESSION is None:
             return
@@ -41,7 +47,8 @@ class Guard(object):
         nothing = open(os.devnull, 'w')
         try:
             shell = subprocess.Popen(
-                ['/bin/sh', '-c', _SCRIPT, 'sh', str(pid), str(victim), str(int(PATIENCE / _LOOK))],
+                ['/bin/sh', '-c', _SCRIPT, 'sh', str(pid), str(victim), str(int(PATIENCE / _LOOK)),
+                 folder or ''],
                 stdin=subprocess.PIPE, stdout=nothing, stderr=nothing, close_fds=True, cwd='/',
                 preexec_fn=OWN_SESSION)
         except EnvironmentError:

@@ -6,9 +6,9 @@ import imp
 import os
 import pkgutil
 import sys
-from collections import namedtuple
 
 from sorrel.common import errors
+from sorrel.common.records import record
 from sorrel.inspection import frames
 from sorrel.languages import sublanguages
 from sorrel.processes import own_folders
@@ -22,8 +22,10 @@ class CannotRead(Exception):
     """The program or what shows it cannot be read; the text says why, in one line."""
 
 
-# What is to be run. code: None when it is still to be compiled. package: of a module, its name.
-Script = namedtuple('Script', 'path code package')
+# What is to be run. path: of its file; code: None when it is still to be compiled, from the file or
+# from `text`. package: of a module, its name. name: what sys.argv begins with. variables: what the
+# interpreter gives it besides.
+Script = record('Script', 'path code package name text variables')
 
 
 def prepare(script, args, hooks=()):
@@ -31,13 +33,18 @@ def prepare(script, args, hooks=()):
 
     hooks: names of sub-language hooks, to be found from the program's folder. Raises CannotRead.
     """
-    if script.code is None:
-        # The script's folder, where the interpreter would have put it.
-        sys.path[0] = os.path.dirname(os.path.realpath(script.path))
-    sys.argv[:] = [script.path] + args
+    set_up(script, args)
     own_folders.hide(os.environ)
     for hook in hooks:
         _load(hook)
+
+
+def set_up(script, args):
+    """The same for a process that was started for the program alone."""
+    if script.code is None and script.text is None:
+        # The script's folder, where the interpreter would have put it.
+        sys.path[0] = os.path.dirname(os.path.realpath(script.path))
+    sys.argv[:] = [script.name] + args
 
 
 def run(script, service, attached=True):
@@ -50,7 +57,7 @@ def run(script, service, attached=True):
     # Exit functions run last in, first out.
     atexit.register(_finish, service, outcome)
     try:
-        service.run(script.path, _new_main(script), script.code, attached)
+        service.run(script.path, _new_main(script), _code(script), attached)
     except SystemExit as end:
         outcome.append(Outcome(_status(end.code), None))
         raise
@@ -77,12 +84,31 @@ def find(name, is_module):
 
 
 def find_script(path):
-    """The Script in a file. Raises CannotRead."""
+    """The Script in a file, or in a folder or archive that holds a __main__. Raises CannotRead."""
+    if _holds_modules(path):
+        return _find_main(path)
     try:
         open(path).close()
     except IOError as error:
         raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
-    return Script(path, None, None)
+    return Script(path, None, None, path, None, {'__file__': path})
+
+
+def _holds_modules(path):
+    if os.path.isdir(path):
+        return True
+    importer = pkgutil.get_importer(path)
+    return not isinstance(importer, (pkgutil.ImpImporter, imp.NullImporter))
+
+
+def _find_main(path):
+    sys.path[0] = path
+    # Not get_loader(): that would ask the module of this name that there is.
+    loader = pkgutil.find_loader('__main__')
+    code = loader and loader.get_code('__main__')
+    if not code:
+        raise CannotRead("can't find '__main__.py' in %r" % path)
+    return _of_loader(loader, '__main__', code)._replace(name=path)
 
 
 def find_module(name):
@@ -99,15 +125,31 @@ def find_module(name):
     code = loader and loader.get_code(name)
     if not code:
         raise CannotRead('No module named ' + name)
+    return _of_loader(loader, name, code)
+
+
+def _of_loader(loader, name, code):
     get_filename = getattr(loader, 'get_filename', None) or loader._get_filename
-    return Script(get_filename(name), code, name.rpartition('.')[0])
+    path = get_filename(name)
+    return Script(path, code, name.rpartition('.')[0], path, None, {
+        '__file__': path, '__loader__': loader})
+
+
+def find_text(text):
+    """The Script that is given as text, as with the interpreter's option -c."""
+    sys.path[0] = ''
+    return Script('<string>', None, None, '-c', text, {})
+
+
+def _code(script):
+    return script.code if script.text is None else compile(script.text + '\n', script.path, 'exec')
 
 
 def _new_main(script):
     main = imp.new_module('__main__')
     main.__builtins__ = __builtin__
-    main.__file__ = script.path
     main.__package__ = script.package
+    main.__dict__.update(script.variables)
     sys.modules['__main__'] = main
     return main.__dict__
 
@@ -116,6 +158,12 @@ def _status(code):
     if code is None:
         return 0
     return code if isinstance(code, int) else 1
+
+
+def report_error():
+    """For an error before the program could be run. Returns the exit status."""
+    _report(*sys.exc_info())
+    return 1
 
 
 def _finish(service, outcome):

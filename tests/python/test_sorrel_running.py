@@ -353,9 +353,9 @@ class CommandLine(sorrel_session.TestCase):
         self.assert_refused(['terminal', 'nothing.py'],
                             "sorrel: can't open program 'nothing.py': No such file or directory\n")
 
-    def test_a_folder_for_a_program(self):
+    def test_a_folder_without_a_program(self):
         self.assert_refused(['terminal', '--', '.'],
-                            "sorrel: can't open program '.': Is a directory\n")
+                            "sorrel: can't find '__main__.py' in '.'\n")
 
     def test_no_program(self):
         self.assert_refused(['terminal'], 'sorrel: needs a program\n')
