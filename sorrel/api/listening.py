@@ -94,7 +94,7 @@ class _Place(object):
         if server is not None:
             # First: where this is typed at a stop, it is ended when the client has gone.
             program.clear_up()
-            server.stop()
+            server.stop(ends_kin=True)
 
 
 def listen(address, token, token_file):

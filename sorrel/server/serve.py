@@ -2,10 +2,11 @@
 
 import atexit
 
-from sorrel.processes import guard
+from sorrel.processes import guard, programs
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake, tokens
 from sorrel.server import access
+from sorrel.server.child import Tree
 from sorrel.server.frontend import Program
 from sorrel.server.network.listening import InUse
 from sorrel.server.network.network_thread import Server
@@ -37,11 +38,17 @@ def serve(name, args, is_module, place=None, wait=False, handshake_file=None, ho
     try:
         if handshake_file:
             guard.have_own_group()
-            server = Server(program.new_session, client=launch_handshake.connect(handshake_file))
+            handshaker = launch_handshake.Handshaker.of_file(handshake_file)
+            program.tree = Tree(handshaker)
+            server = Server(program.new_session, client=handshaker.connect())
+            program.tree.watch_forks(program)
         else:
             server, _ = access.listening_server(program, place, token_file, has_token)
     except (EnvironmentError, launch_handshake.Impostor, InUse, tokens.NoToken) as error:
+        if handshake_file:
+            launch_handshake.remove(handshake_file)
         raise CannotServe(str(error))
+    programs.install(program.describe_new)
     program.can_be_reached = server.can_be_reached
     server.start(program.service.start_own_thread)
     # Runs after the program's own exit functions.
@@ -49,5 +56,7 @@ def serve(name, args, is_module, place=None, wait=False, handshake_file=None, ho
     atexit.register(program.end)
     call_in_children(server.forget)
     if waits and not program.wait_for_client():
+        if handshake_file:
+            launch_handshake.remove(handshake_file)
         return 0
     return runner.run(script, program.service, program.is_debugged)

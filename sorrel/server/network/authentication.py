@@ -30,15 +30,18 @@ class Stranger(object):
     request to attach, once that has shown the token.
     """
 
-    def __init__(self, connected, patience, is_token_shown):
+    def __init__(self, connected, patience, is_token_shown, is_kin=False):
         """connected: a socket. patience: how long the whole conversation may take, in seconds.
 
-        is_token_shown: called with the arguments of a request to attach.
+        is_token_shown: called with the arguments of a request to attach. is_kin: whether it may be
+        another process of this one's tree, which speaks for a client.
         """
-        self.connection = Connection(connected, messages.FROM_STRANGER)
+        self.connection = Connection(
+            connected, messages.FROM_CLIENT if is_kin else messages.FROM_STRANGER)
         self.since = _now()
         self.introduction = self.attach = None
         self._is_token_shown = is_token_shown
+        self._is_kin = is_kin
         self._requests = 0
         self._until = self.since + patience
         # When to do what comes next, if that is not up to the stranger.
@@ -54,7 +57,7 @@ class Stranger(object):
 
     def hear(self):
         if self._is_leaving:
-            self.connection.pass_over()
+            self.connection.received()
             return
         self.connection.receive()
         try:
@@ -78,12 +81,21 @@ class Stranger(object):
             return
         self._due = None
         if self.attach is not None:
-            request, self.attach = self.attach, None
-            self._refuse(request, u'another client is debugging this program')
+            self.refuse_to_attach(u'another client is debugging this program')
         else:
             self._refuse(self._wrong, _WRONG_TOKEN)
             self._leave()
         self.connection.send()
+
+    def wanted_process(self):
+        """The id of the process that it asks to attach to; None where it does not say."""
+        arguments = self.attach.get('arguments')
+        return arguments.get('subProcessId') if isinstance(arguments, dict) else None
+
+    def refuse_to_attach(self, why):
+        request, self.attach = self.attach, None
+        self._due = None
+        self._refuse(request, why)
 
     def send(self, message):
         """For the answers to its requests."""
@@ -95,6 +107,11 @@ class Stranger(object):
         self._requests += 1
         if self._requests > _MOST_REQUESTS:
             raise Gone
+        if message['type'] == 'relayed' and self._is_kin and self.introduction is None:
+            self.connection.go_on_from(message['said'])
+            self.introduction = message['introduction']
+            self._attach(message['attach'])
+            return
         if message['type'] != 'request':
             return  # Nothing is ever asked of it.
         command = message['command']

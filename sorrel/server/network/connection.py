@@ -44,6 +44,20 @@ class Connection(object):
     def unsent(self):
         return self._said - self._sent
 
+    def number_said(self):
+        """The number of the last message that has been said here."""
+        return self._seq
+
+    def go_on_from(self, number):
+        """Messages up to this number have been said by somebody else."""
+        self._seq = number
+
+    def pass_on(self, data):
+        """Says what is no message of its own."""
+        if data:
+            self._new.append(data)
+            self._said += len(data)
+
     def say(self, message):
         """Returns the number of bytes that are to be sent."""
         self._seq += 1
@@ -87,13 +101,10 @@ class Connection(object):
 
     def receive(self):
         """Gives the decoder what has come. Raises Gone."""
-        self.decoder.add(self._received())
+        self.decoder.add(self.received())
 
-    def pass_over(self):
-        """Reads what nobody wants. Raises Gone."""
-        self._received()
-
-    def _received(self):
+    def received(self):
+        """What has come, for whoever makes something of it. Raises Gone."""
         try:
             data = self.descriptor.socket.recv(_RECEIVED_AT_ONCE)
         except socket.error as error:

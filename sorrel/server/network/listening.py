@@ -1,17 +1,17 @@
 """Where clients come to: a port, or a socket in the file system."""
 
-import collections
 import errno
 import os
 import socket
 import stat
 
+from sorrel.common.records import record
 from sorrel.protocol.descriptors import above_streams
 
 # Clients that come while the server is busy with others.
 _BACKLOG = 16
-Port = collections.namedtuple('Port', 'host number')
-Path = collections.namedtuple('Path', 'path')
+Port = record('Port', 'host number')
+Path = record('Path', 'path')
 
 
 class InUse(Exception):

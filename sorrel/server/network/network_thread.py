@@ -5,16 +5,16 @@ stopped in the middle of an import; and it relies on nothing that the program ma
 Nobody it talks to can keep it from its other work: what it does in one turn is bounded.
 """
 
+import os
 import thread
 import time
 
 from sorrel.common.errors import print_error
 from sorrel.protocol import messages
-from sorrel.protocol.descriptors import above_streams, Descriptor
-from sorrel.server.network.authentication import Stranger
-from sorrel.server.network.connection import Connection, Gone, will_pass
+from sorrel.server.network.connection import Connection, Gone
 from sorrel.server.network.output_queue import LOG_LIMIT, OutputQueue
 from sorrel.server.network.polling import wait
+from sorrel.server.network.reception import Reception
 from sorrel.server.network.wakeup import Wakeup
 from sorrel.common.work_queue import WorkQueue
 
@@ -25,26 +25,17 @@ PATIENCE = 10.0
 BEGIN_PATIENCE = 60.0
 # What a client has not read yet may not grow without end.
 _UNREAD_LIMIT = 64 * 1024 * 1024
-# So many have a conversation at a time. When more come the first ones go, but not before they had
-# some time, in seconds: whoever has nothing to say does not keep others out.
-_MOST_STRANGERS = 8
-_STRANGER_TIME = 0.5
-# How long nobody is let in when the system allows no more connections.
-_CROWDED_PAUSE = 1.0
 # What is done in one turn: messages handled, messages and bytes made ready to send.
 _HANDLED_AT_ONCE, _MADE_READY_AT_ONCE, _BYTES_AT_ONCE = 100, 500, 256 * 1024
 # Taken now: a program may replace what the interpreter's modules offer.
-_now, _get_ident = time.time, thread.get_ident
-
-
-def _nothing_to_show(arguments):
-    return True
+_now, _sleep, _get_ident, _getpid = time.time, time.sleep, thread.get_ident, os.getpid
 
 
 class Server(object):
     """is_lost: whether the program has closed what its clients are reached by, for good."""
 
-    def __init__(self, new_session, listener=None, client=None, is_token_shown=_nothing_to_show):
+    def __init__(self, new_session, listener=None, client=None, is_token_shown=None, kin=None,
+                 is_for_kin=False):
         """Sockets: a listener that clients come to, or the connection to the one there will be.
 
         new_session: called with this server for each client. A session has `handle(message)`,
@@ -54,21 +45,24 @@ class Server(object):
         and `is_configured`: whether the client has introduced itself, attached, and said that its
         configuration is done.
         is_token_shown: called with the arguments of a request to attach: whether to carry it out.
+        kin: the Kin of this process, where clients come to all of them by one. is_for_kin: whether
+        the listener is where they come from another of them.
         """
         self.is_lost = False
         self._new_session = new_session
-        self._is_token_shown = is_token_shown
-        self._listener = listener and Descriptor(listener)
-        self._no_listening_until = 0.0
+        self._receptions = []
+        self._kin = kin
+        if listener is not None:
+            self.listen_at(listener, is_token_shown, is_for_kin)
+        if kin is not None:
+            kin.begin(self)
         self._wakeup = Wakeup()
         self._output_queue = OutputQueue()
-        self._running = False
+        self._running = self._ends_kin = False
         self._finished = WorkQueue()
         # The Connection and the session of the client there is.
         self._client = self._session = None
         self._first = client
-        # The oldest comes first.
-        self._strangers = []
 
     def start(self, start_thread):
         """start_thread: calls what follows in a new thread, which nobody debugs."""
@@ -103,8 +97,23 @@ class Server(object):
         """
         self._when_answered.append(function)
 
-    def stop(self):
-        """Sends what is left to send, then ends the thread and waits for that."""
+    def wait_until_sent(self, session, patience):
+        """Waits until the session's client has been sent all there is, for so many seconds at most.
+
+        For any thread but the network thread.
+        """
+        sent = []
+        self._output_queue.mark(session, lambda: sent.append(None))
+        end = _now() + patience
+        while not sent and self._session is session and self._wakeup.wake() and _now() < end:
+            _sleep(0.0005)
+
+    def stop(self, ends_kin=False):
+        """Sends what is left to send, then ends the thread and waits for that.
+
+        ends_kin: whether clients are not to come to other processes of the tree any more, either.
+        """
+        self._ends_kin = ends_kin
         self._running = False
         # A thread that cannot be woken up ends with the process.
         if not self.is_lost and self._wakeup.wake():
@@ -113,11 +122,14 @@ class Server(object):
     def forget(self):
         """Called in a process that the program has forked, and in which there is no such thread."""
         self.is_lost = True
-        connections = [stranger.connection for stranger in self._strangers] + [self._client]
-        for descriptor in [self._listener, self._wakeup.descriptor] + [
-                connection.descriptor for connection in connections if connection is not None]:
-            if descriptor is not None:
-                descriptor.leave_to_parent()
+        for descriptor in self._needed() + [
+                connection.descriptor for connection in self._connections()] + (
+                    self._kin.descriptors() if self._kin is not None else []):
+            descriptor.leave_to_parent()
+
+    def listen_at(self, listener, is_token_shown=None, is_kin=False):
+        """From now on clients can come there, too. For the network thread, or before it."""
+        self._receptions.append(Reception(listener, PATIENCE, is_token_shown, is_kin))
 
     def drop_client(self):
         """Ends the connection. For the network thread."""
@@ -131,18 +143,23 @@ class Server(object):
         if self._first is not None:
             self._welcome(Connection(self._first, messages.FROM_CLIENT))
         started.put(None)
-        while self._running and not self.is_lost and (self._client or self._listener):
+        while self._running and not self.is_lost and (self._client or self._receptions):
             self._guarded(self._turn)
         if self._client:
             self._guarded(self._flush)
         if self._client:
             self._drop()
-        for stranger in self._strangers:
-            stranger.connection.close()
-        if self._listener:
-            self._listener.close()
+        for reception in self._receptions:
+            reception.close()
+        if self._kin is not None:
+            self._guarded(self._leave_kin)
         self._wakeup.descriptor.close()
         self._finished.put(None)
+
+    def _leave_kin(self):
+        if self._ends_kin:
+            self._kin.end_all()
+        self._kin.close()
 
     def _guarded(self, function):
         """Whatever goes wrong with a client, the next one can come."""
@@ -168,17 +185,17 @@ class Server(object):
         self._look_after_descriptors()
         if self.is_lost:
             return
-        listener = self._listener.number if self._listens() else None
         client = self._client and self._client.descriptor.number
         reading = [self._wakeup.descriptor.number]
         writing = [connection.descriptor.number for connection in self._connections()
                    if connection.unsent()]
-        if listener is not None:
-            reading.append(listener)
         if client is not None and self._takes_requests():
             reading.append(client)
-        reading += [stranger.connection.descriptor.number for stranger in self._strangers
-                    if stranger.is_heard()]
+        for reception in self._receptions:
+            reading += reception.reading()
+        if self._kin is not None:
+            reading += self._kin.reading()
+            writing += self._kin.writing()
         readable = wait(reading, writing, self._timeout())[0]
         self._look_after_descriptors()
         if self.is_lost:
@@ -189,23 +206,30 @@ class Server(object):
             self._serve_client(client in readable)
         else:
             self._output_queue.take()  # What the last one will not get.
-        for stranger in list(self._strangers):
-            self._talk_to(stranger, stranger.connection.descriptor.number in readable)
-        if listener is not None and listener in readable:
-            self._accept()
+        for reception in list(self._receptions):
+            reception.look(readable, self._let_in)
+        if self._kin is not None:
+            self._kin.look(readable)
+
+    def _needed(self):
+        return [self._wakeup.descriptor] + [
+            reception.descriptor for reception in self._receptions]
 
     def _connections(self):
-        return [stranger.connection for stranger in self._strangers] + (
-            [self._client] if self._client is not None else [])
+        connections = [self._client] if self._client is not None else []
+        for reception in self._receptions:
+            connections += reception.connections()
+        return connections
 
     def _look_after_descriptors(self):
         """What the program has closed, and may use for itself, is not touched."""
-        for descriptor in self._wakeup.descriptor, self._listener:
-            if descriptor is not None and not descriptor.is_there():
+        for descriptor in self._needed():
+            if not descriptor.is_there():
                 self.is_lost = True
-        for stranger in list(self._strangers):
-            if not stranger.connection.descriptor.is_there():
-                self._send_away(stranger)
+        for reception in self._receptions:
+            reception.look_after_descriptors()
+        if self._kin is not None:
+            self._kin.look_after_descriptors()
         if self._client is not None and not self._client.descriptor.is_there():
             self._session.cut_off()
             self._drop()
@@ -213,66 +237,29 @@ class Server(object):
     def _timeout(self):
         if self._client is not None and (self._has_more or self._has_requests):
             return 0.0
-        moments = [stranger.deadline() for stranger in self._strangers]
+        moments = [reception.deadline() for reception in self._receptions]
+        if self._kin is not None:
+            moments.append(self._kin.deadline())
         if self._client is not None:
             moments += [self._client_deadline(), self._session.deadline()]
-        if self._listener is not None and not self._listens():
-            moments.append(self._listens_again())
         moments = [moment for moment in moments if moment is not None]
         return max(0.0, min(moments) - _now()) if moments else None
 
-    # Those who come.
-
-    def _listens(self):
-        return self._listener is not None and _now() >= self._listens_again()
-
-    def _listens_again(self):
-        if len(self._strangers) < _MOST_STRANGERS:
-            return self._no_listening_until
-        return max(self._no_listening_until, self._strangers[0].since + _STRANGER_TIME)
-
-    def _accept(self):
-        try:
-            connected = above_streams(self._listener.socket.accept)[0]
-        except EnvironmentError as error:
-            if not will_pass(error):
-                self._no_listening_until = _now() + _CROWDED_PAUSE
-            return
-        if len(self._strangers) >= _MOST_STRANGERS:
-            self._send_away(self._strangers[0])
-        try:
-            self._strangers.append(Stranger(connected, PATIENCE, self._is_token_shown))
-        except EnvironmentError:
-            connected.close()  # It has gone by now.
-
-    def _talk_to(self, stranger, has_said_something):
-        try:
-            if has_said_something:
-                stranger.hear()
-            if stranger.attach is not None and self._client is None:
-                self._let_in(stranger)
-                return
-            if stranger.connection.unsent():
-                stranger.connection.send()
-            stranger.look_at_clock()
-        except Gone:
-            self._send_away(stranger)
-        except Exception:
-            print_error()
-            self._send_away(stranger)
-
     def _let_in(self, stranger):
-        self._strangers.remove(stranger)
+        """Whether this stranger, who asks to attach, is a client now, here or elsewhere."""
+        if stranger.wanted_process() not in (None, _getpid()):
+            if self._kin is not None and self._kin.relay(stranger):
+                return True
+            stranger.refuse_to_attach(u'there is no such process here')
+            return False
+        if self._client is not None:
+            return False
         stranger.connection.decoder.limits = messages.FROM_CLIENT
         self._welcome(stranger.connection)
         self._session.introduce(stranger.introduction)
         self._handle(stranger.attach)
         self._serve_client(False)
-
-    def _send_away(self, stranger):
-        if stranger in self._strangers:
-            self._strangers.remove(stranger)
-        stranger.connection.close()
+        return True
 
     # The client.
 
@@ -341,7 +328,7 @@ class Server(object):
     def _client_deadline(self):
         moments = [since + PATIENCE for since in (self._client.deaf_since, self._amid_since)
                    if since is not None]
-        if self._listener is not None and not self._session.is_configured:
+        if self._receptions and not self._session.is_configured:
             moments.append(self._since + (
                 BEGIN_PATIENCE if self._session.has_begun else PATIENCE))
         return min(moments) if moments else None
