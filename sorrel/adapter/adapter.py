@@ -1,38 +1,34 @@
 """The adapter: speaks to a client over standard input and output, and to the program it debugs.
 
 The program answers by itself. The adapter starts it or connects to it, passes messages on, and
-adds what the program writes and how it ends.
+adds what the program writes and how it ends. So it does for what the program starts.
 """
 
 import os
 import select
 import signal
-import socket
 import time
 
 from sorrel.adapter import attach
+from sorrel.adapter.answers import answer, event, is_to_end
+from sorrel.adapter.children import Children
+from sorrel.adapter.connection import ToClient, ToProgram
 from sorrel.adapter.launch import CannotLaunch, Launch
+from sorrel.adapter.merging import Merging
 from sorrel.adapter.process import Process
 from sorrel.adapter.process_attach import ProcessAttach
 from sorrel.adapter.progress import Progress
 from sorrel.common import errors
 from sorrel.common.decoding import text
 from sorrel.processes.guard import Guard
-from sorrel.protocol import capabilities, messages, schema
+from sorrel.protocol import capabilities, schema
 from sorrel.protocol.messages import Refused
 
-_READ_AT_ONCE = 65536
-# What a pipe that can be written to takes without waiting.
-_WRITTEN_AT_ONCE = getattr(select, 'PIPE_BUF', 512)
 # How long a program that is to end may take, and how long what it has written may, in seconds.
 _END_PATIENCE = 3.0
 _LOOK = 0.1
-# How long the client may take to read, and so may the program.
-_DEAF_PATIENCE = 10.0
 # How long what comes after the answer to `disconnect` may take.
 _LEAVE_PATIENCE = 5.0
-# The number of the one request that the adapter makes of the program in the client's name.
-_OWN_SEQ = 0
 
 
 def run():
@@ -47,17 +43,14 @@ def run():
 class Adapter(object):
 
     def __init__(self, client_in, client_out):
-        self._in = client_in
-        self._out = client_out
-        self._from_client = messages.Decoder()
-        self._seq = 0
+        # None when it has left.
+        self._client = ToClient(client_in, client_out)
         # The arguments of the client's first request.
         self._initialize = None
         # The request that is answered when the program is there, and what it comes by until then.
         self._begin = None
-        # The same when the program has it, until it answers.
-        self._unanswered = None
         self._launch = None
+        self._is_launched = False
         self._terminal_request = None
         # Of what is on its way, for a client that wants to know.
         self._progress = None
@@ -65,14 +58,18 @@ class Adapter(object):
         # whose output is still read.
         self._process = None
         self._writer = None
+        # The connection to it, and what it is to the session that it shares with its children.
         self._program = None
-        self._from_program = None
+        self._debuggee = None
+        self._merging = Merging(self._send)
+        self._children = Children(self._merging, self._send)
         # A request that the program may be unable to answer, and until when it may.
         self._ending = None
         self._ending_until = None
         # Whether the program, which may have answered, has to end by then, too.
         self._must_end = False
-        self._has_ended = False
+        # Whether the program has ended, and whether the client has been told that all has.
+        self._is_first_gone = self._has_ended = False
         # The Guard of a program that the client has launched, until that is to end or may run on.
         self._guard = None
         # When `disconnect` has been answered: until when there is anything left to do.
@@ -83,20 +80,23 @@ class Adapter(object):
             self._turn()
         if self._launch is not None:
             self._give_up_launch()
+        if self._client is not None and self._is_first_gone and not self._has_ended:
+            self._tell_end()  # Of the session, whatever else there may still be.
+        self._children.leave()
         self._end_guarded()
 
     def _is_done(self):
-        if self._in is None:
+        if self._client is None:
             return not self._outputs()
         if self._leave_until is None:
             return False
         is_ending = self._must_end and self._process is not None
         return time.time() > self._leave_until or not (
-            is_ending or self._program is not None or self._outputs())
+            is_ending or self._program is not None or self._merging.others() or self._outputs())
 
     def _turn(self):
-        sources = self._outputs()
-        for source in self._in, self._program:
+        sources = self._outputs() + self._children.sources()
+        for source in self._client, self._program:
             if source is not None:
                 sources.append(source)
         if self._launch is not None:
@@ -110,10 +110,14 @@ class Adapter(object):
             self._writer.read(None if self._program in readable else readable)
         if self._launch is not None:
             self._await_program(readable)
+        else:
+            self._children.look(readable)
         if self._program is not None and self._program in readable:
             self._read_program()
-        if self._in is not None and self._in in readable:
+        if self._client is not None and self._client in readable:
             self._read_client()
+        self._merging.look(time.time())
+        self._look_after_connections()
         self._look_after_process()
 
     def _outputs(self):
@@ -121,36 +125,41 @@ class Adapter(object):
 
     def _timeout(self):
         waits = self._process is None and self._ending is None and self._launch is None \
-            and self._leave_until is None
+            and self._leave_until is None and self._has_ended >= self._is_first_gone \
+            and not self._merging.is_waiting() and not self._children.need_looks()
         return None if waits else _LOOK
 
     # The client.
 
     def _read_client(self):
-        data = os.read(self._in, _READ_AT_ONCE)
-        try:
-            received = self._from_client.feed(data) if data else None
-        except messages.Broken:
-            received = None
-        if received is None:
-            self._lose_client()
-            return
-        for message in received:
+        for message in self._client.read():
             if message['type'] == 'response':
                 self._handle_response(message)
             elif message['type'] == 'request':
                 self._handle(message)
 
+    def _look_after_connections(self):
+        if self._client is not None and self._client.is_lost:
+            self._lose_client()
+        if self._program is not None and self._program.is_lost:
+            self._lose_program()
+
     def _lose_client(self):
         """A program that was launched ends, unless the client has said otherwise."""
-        self._in = None
+        self._client = None
+        ends = self._guard is not None
         if self._guard is not None and self._program is None and self._process is not None:
             # It has closed the connection that would have told it.
             self._process.send(signal.SIGTERM)
+        if ends:
+            self._children.signal(signal.SIGTERM)
+        self._children.leave()
         self._end_guarded()
         if self._program is not None:
             self._lose_program()
-        if self._begin is not None and self._process is not None:
+        if self._process is None:
+            self._writer = None
+        elif self._begin is not None:
             self._process.kill()
 
     def _handle(self, request):
@@ -170,8 +179,8 @@ class Adapter(object):
             self._on_launch(request)
         elif command == 'attach':
             self._on_attach(request)
-        elif self._program is not None:
-            self._pass_to_program(request)
+        elif self._program is not None or self._merging.others():
+            self._pass_on(request)
         elif command == 'disconnect':
             self._on_disconnect(request)
         else:
@@ -193,6 +202,7 @@ class Adapter(object):
         else:
             self._process = self._writer = Process(launch.start(), self._tell_output)
         self._launch = launch
+        self._is_launched = True
         self._begin_to_launch(request)
 
     def _on_attach(self, request):
@@ -208,6 +218,7 @@ class Adapter(object):
         except Refused:
             connection.close()
             raise
+        self._children.expect(self._initialize, arguments)
         self._join(connection)
 
     def _begin_to_launch(self, request):
@@ -223,12 +234,15 @@ class Adapter(object):
             self._process.kill()
         if self._begin is not None:
             self._refuse_begin(u'the client has left')
+        if not is_to_end(request, self._is_launched):
+            self._leave_guarded()
         self._answer(request)
 
     def _check_beginning(self):
         if self._initialize is None:
             raise Refused('initialize comes first')
-        if self._begin is not None or self._program is not None or self._has_ended:
+        if self._begin is not None or self._program is not None or self._has_ended \
+                or self._is_first_gone:
             raise Refused('one program at a time')
 
     def _handle_response(self, response):
@@ -237,6 +251,8 @@ class Adapter(object):
             why = response.get('message')
             self._refuse_begin(why if isinstance(why, unicode)
                                else u'the client could not start it')
+        else:
+            self._children.heard(response)
 
     def _refuse_begin(self, why):
         begin, self._begin = self._begin, None
@@ -249,15 +265,7 @@ class Adapter(object):
         self._launch = None
 
     def _answer(self, request, why=None, body=None):
-        answer = {'type': 'response', 'request_seq': request['seq'],
-                  'command': request['command'], 'success': why is None}
-        if why is not None:
-            answer['message'] = why
-            body = {'error': {'id': 1, 'format': why.replace('{', '(').replace('}', ')'),
-                              'showUser': True}}
-        if body is not None:
-            answer['body'] = body
-        self._send(answer)
+        self._send(answer(request, why, body))
 
     def _end_progress(self):
         progress, self._progress = self._progress, None
@@ -265,28 +273,19 @@ class Adapter(object):
             progress.end()
 
     def _event(self, name, body=None):
-        event = {'type': 'event', 'event': name}
-        if body is not None:
-            event['body'] = body
-        self._send(event)
+        self._send(event(name, body))
 
     def _send(self, message):
         """Returns the message's number."""
-        self._seq += 1
-        message['seq'] = self._seq
-        if message['type'] == 'response' and message.get('command') == 'disconnect' \
-                and message.get('success'):
+        if message['type'] == 'response':
+            self._note_answer(message)
+        return self._client.send(message) if self._client is not None else None
+
+    def _note_answer(self, response):
+        if self._ending is not None and response['request_seq'] == self._ending['seq']:
+            self._ending = None
+        if response.get('command') == 'disconnect' and response.get('success'):
             self._leave_until = time.time() + _LEAVE_PATIENCE
-        data = messages.encode(message)
-        try:
-            while data and self._in is not None:
-                if not select.select([], [self._out], [], _DEAF_PATIENCE)[1]:
-                    self._lose_client()
-                    break
-                data = data[os.write(self._out, data[:_WRITTEN_AT_ONCE]):]
-        except (OSError, select.error):
-            self._lose_client()
-        return self._seq
 
     # The program.
 
@@ -297,100 +296,94 @@ class Adapter(object):
             self._refuse_begin(text(error.args[0]))
             return
         if connection is not None:
-            self._launch = None
+            launch, self._launch = self._launch, None
+            self._await_children(launch)
             self._join(connection)
 
+    def _await_children(self, launch):
+        handshake = launch.handshake_for_children()
+        if handshake is not None:
+            self._children.expect(self._initialize, schema.checked(self._begin), handshake)
+
     def _join(self, connection):
-        connection.settimeout(_DEAF_PATIENCE)
-        self._program = connection
-        self._from_program = messages.Decoder(messages.FROM_PROGRAM)
+        self._program = ToProgram(connection)
         begin, self._begin = self._begin, None
         self._end_progress()
-        self._unanswered = begin
-        self._pass_to_program({'type': 'request', 'seq': _OWN_SEQ, 'command': 'initialize',
-                               'arguments': self._initialize})
-        self._pass_to_program(begin)
+        self._debuggee = self._merging.begin(self._program.send, self._initialize, begin)
 
-    def _pass_to_program(self, message):
-        if message['command'] in ('disconnect', 'terminate'):
-            self._ending = message
-            self._must_end = message['command'] == 'disconnect' and _is_to_end(message)
-            if message['command'] == 'terminate' or self._must_end:
+    def _pass_on(self, request):
+        if request['command'] in ('disconnect', 'terminate'):
+            self._ending = request
+            self._must_end = request['command'] == 'disconnect' \
+                and is_to_end(request, self._is_launched)
+            if request['command'] == 'terminate' or self._must_end:
                 self._end_guarded()
             else:
                 self._leave_guarded()
             self._ending_until = time.time() + _END_PATIENCE
-        if self._program is None:
-            return  # Lost with the message before.
-        try:
-            self._program.sendall(messages.encode_as_received(message))
-        except socket.error:
-            self._lose_program()
+        self._merging.ask(request, time.time())
 
     def _read_program(self):
-        try:
-            data = self._program.recv(_READ_AT_ONCE)
-            received = self._from_program.feed(data) if data else None
-        except (socket.error, messages.Broken):
-            received = None
-        if received is None:
-            self._lose_program()
-            return
-        for message in received:
-            if message['type'] == 'response' and message.get('request_seq') == _OWN_SEQ:
+        for message in self._program.read():
+            if self._children.hears(message):
                 continue
-            if self._unanswered is not None \
-                    and message.get('request_seq') == self._unanswered['seq']:
-                self._unanswered = None
-            if self._ending is not None \
-                    and message.get('request_seq') == self._ending['seq']:
-                self._ending = None
             if message.get('event') == 'process' and message['body']['startMethod'] == 'launch':
-                self._guard = Guard(message['body']['systemProcessId'])
-            if message.get('event') in ('exited', 'terminated'):
-                if self._process is not None:
-                    continue  # Told when the process has ended and all it wrote is read.
-                self._has_ended = message['event'] == 'terminated'
-            self._send(message)
+                self._guard = Guard(message['body']['systemProcessId'], self._children.folder())
+            if message.get('event') in ('exited', 'terminated') and self._process is not None:
+                continue  # Told when the process has ended and all it wrote is read.
+            if message.get('event') == 'terminated':
+                self._is_first_gone = True
+            else:
+                self._merging.hear(self._debuggee, message)
 
     def _lose_program(self):
         self._program.close()
         self._program = None
-        if self._unanswered is not None:
-            request, self._unanswered = self._unanswered, None
-            self._answer(request, u'the program has hung up')
-        if self._process is None and not self._has_ended:
-            self._tell_end()
+        self._merging.gone(self._debuggee)
+        if self._process is None:
+            self._is_first_gone = True
 
     def _look_after_process(self):
         if self._ending is not None and time.time() > self._ending_until:
             ending, self._ending = self._ending, None
             self._end_by_force(ending)
-        if self._must_end and self._process is not None and time.time() > self._ending_until:
+        if self._must_end and time.time() > self._ending_until:
             self._ending_until = time.time() + _END_PATIENCE
-            self._process.kill()
+            self._children.signal(signal.SIGKILL)
+            if self._process is not None:
+                self._process.kill()
         status = self._process.status() if self._process is not None else None
-        if status is None:
-            return
+        if status is not None:
+            self._end_process(status)
+        if self._is_first_gone and not self._has_ended and not self._children.are_any():
+            self._tell_end()
+
+    def _end_process(self, status):
         self._process.read_rest(_LOOK)
-        while self._program is not None and select.select([self._program], [], [], 0)[0]:
+        while self._program is not None and not self._program.is_lost \
+                and select.select([self._program], [], [], 0)[0]:
             self._read_program()
+        if self._program is not None:
+            self._lose_program()
         complaint = self._process.complaint()
-        self._process = self._writer = None
-        if self._ending is not None:
-            ending, self._ending = self._ending, None
-            self._answer(ending)
+        self._process = None
+        self._is_first_gone = True
         if self._begin is not None:
             self._refuse_begin(u'the program could not be started' + (complaint and u': ')
                                + complaint)
         else:
             self._event('exited', {'exitCode': status})
-        self._tell_end()
 
     def _tell_end(self):
+        """The program has ended, and so has all that it has started and that is debugged."""
         self._has_ended = True
-        # What the program has left behind is meant to be there.
-        self._leave_guarded()
+        self._children.leave()
+        if self._process is None and self._writer is not None:
+            self._writer.read_rest(_LOOK)
+            self._writer = None
+        if self._program is None:
+            # What the program has left behind is meant to be there.
+            self._leave_guarded()
         self._event('terminated')
 
     def _end_guarded(self):
@@ -405,12 +398,12 @@ class Adapter(object):
 
     def _end_by_force(self, request):
         """The program does not answer, for example because it is deep in C code."""
-        if self._process is not None:
-            if request['command'] == 'terminate':
-                self._process.send(signal.SIGTERM)
-            elif _is_to_end(request):
-                self._process.kill()
-        self._answer(request)
+        if request['command'] == 'terminate' or is_to_end(request, self._is_launched):
+            number = signal.SIGTERM if request['command'] == 'terminate' else signal.SIGKILL
+            self._children.signal(number)
+            if self._process is not None:
+                self._process.send(number)
+        self._merging.finish(request)
 
     def _hear_of_attaching(self, written):
         if self._progress is not None:
@@ -422,9 +415,3 @@ class Adapter(object):
         if self._progress is not None and category == 'stderr':
             self._progress.hear(written)
         self._event('output', {'category': category, 'output': written})
-
-
-def _is_to_end(request):
-    arguments = request.get('arguments')
-    ends = arguments.get('terminateDebuggee') if isinstance(arguments, dict) else None
-    return ends is None or bool(ends)

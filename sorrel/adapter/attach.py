@@ -10,6 +10,11 @@ _CONNECT_PATIENCE = 10.0
 # What the program wants to know: not what is for the adapter alone, or for the editor.
 _PASSED_ON = frozenset(name.rstrip('?') for name in schema.ATTACH).difference(
     ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python', 'build'))
+# Where a program is found, and what is to be shown there.
+_PLACE = ('connect', 'host', 'port', 'socket', 'token', 'tokenFile')
+# What a process has no first line for is not passed on to it.
+_FOR_CHILDREN = frozenset(name.rstrip('?') for name in schema.DEBUGGING).difference(
+    ('stopOnEntry',))
 
 
 def connect(arguments):
@@ -44,8 +49,24 @@ def request_with_token(request, arguments, connection):
 
 def for_program(request, arguments):
     """The client's request with what the program wants to know."""
-    return dict(request, arguments=dict(
-        (name, value) for name, value in arguments.items() if name in _PASSED_ON))
+    passed = dict((name, value) for name, value in arguments.items() if name in _PASSED_ON)
+    # Others may not know what to do when a program tells of its processes.
+    passed.setdefault('subProcess', True)
+    return dict(request, arguments=passed)
+
+
+def settings_of_child(arguments):
+    """Of what a client has begun a program with, what holds for what that starts, too."""
+    return dict((name, value) for name, value in arguments.items() if name in _FOR_CHILDREN)
+
+
+def place_of_child(arguments, arrival):
+    """What says where a process of a program's tree is. arguments: by which that was found."""
+    place = dict((name, arguments[name]) for name in _PLACE if name in arguments)
+    if not place or os.path.exists(arrival.socket.encode('utf-8')):
+        return {'socket': arrival.socket}
+    # On another machine: it is reached where the program was.
+    return dict(place, subProcessId=arrival.pid)
 
 
 def _token(arguments, connection):

@@ -5,7 +5,7 @@ import subprocess
 
 from sorrel.adapter import interpreters
 from sorrel.processes import guard, own_folders
-from sorrel.protocol.launch_handshake import Handshake
+from sorrel.protocol.launch_callers import Handshake
 
 _TERMINALS = {'integratedTerminal': 'integrated', 'externalTerminal': 'external'}
 
@@ -53,10 +53,17 @@ class Launch(object):
 
     def look(self, readable):
         """The connection to the program when it is there, else None."""
-        connection = self._handshake.look(readable)
-        if connection is not None:
+        return self._handshake.look(readable)
+
+    def handshake_for_children(self):
+        """To be called when the program is there: what it starts is to come by the same Handshake.
+
+        None where that is not wanted. Whoever has called closes it.
+        """
+        if self._arguments.get('noDebug') or not self._arguments.get('subProcess', True):
             self.close()
-        return connection
+        handshake, self._handshake = self._handshake, None
+        return handshake
 
     def close(self):
         if self._handshake is not None:

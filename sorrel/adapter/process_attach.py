@@ -6,7 +6,7 @@ import time
 
 from sorrel.adapter import interpreters
 from sorrel.processes import own_folders, running
-from sorrel.protocol.launch_handshake import Handshake
+from sorrel.protocol.launch_callers import Handshake
 from sorrel.protocol.messages import Refused
 
 # How long the program may take to connect when the server has begun in it, in seconds.
@@ -25,6 +25,7 @@ class ProcessAttach(object):
             if other in arguments:
                 raise Refused('processId and %s do not go together' % other)
         self._pid = arguments['processId']
+        self._follows = arguments.get('subProcess', True)
         self._tell = tell
         command = interpreters.command(arguments, interpreters.of_process(self._pid))
         self._handshake = Handshake()
@@ -58,8 +59,14 @@ class ProcessAttach(object):
             self._check()
         else:
             self._command.wait()
-            self.close()
         return connection
+
+    def handshake_for_children(self):
+        """As a Launch has it."""
+        if not self._follows:
+            self.close()
+        handshake, self._handshake = self._handshake, None
+        return handshake if self._follows else None
 
     def _written(self):
         output = open(self._output)
@@ -72,7 +79,8 @@ class ProcessAttach(object):
         if self._command.poll() is None:
             self._command.terminate()
             self._command.wait()
-        self._handshake.close()
+        if self._handshake is not None:
+            self._handshake.close()
 
     def _check(self):
         status = self._command.poll()

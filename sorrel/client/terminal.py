@@ -14,7 +14,7 @@ import time
 
 from sorrel.processes import running
 from sorrel.protocol import messages
-from sorrel.protocol.launch_handshake import Handshake
+from sorrel.protocol.launch_callers import Handshake
 
 _READ_AT_ONCE = 65536
 # How long the program may take to connect when the server has begun in it, in seconds.

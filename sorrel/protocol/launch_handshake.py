@@ -1,135 +1,87 @@
-"""How a program and the adapter that has started it recognise each other.
+"""How a program and the adapter that has started it recognise each other: the program's side.
 
 Both know two words from a file that only their user can read. Who connects to the adapter says
-the first, and believes to have found it when it hears the second.
+the first, and believes to have found it when it hears the second. So do the processes that the
+program starts, which listen in the folder of that file.
 """
 
 import os
-import shutil
 import socket
-import tempfile
-import time
 
-from sorrel.protocol import secrets
+from sorrel.protocol import messages, secrets
 from sorrel.protocol.descriptors import above_streams
 
 _PATIENCE = 10.0
-# Whoever says a wrong word is hung up on, whatever is wrong with it, after so many seconds; so is
-# who says nothing, when so many others have come, but not before it had some time.
-_WRONG_PAUSE = 1.0
-_MOST_CALLERS = 20
-_CALLER_TIME = 0.5
 
 
 class Impostor(Exception):
     """Somebody else has answered."""
 
 
-class _Caller(object):
+class Handshaker(object):
+    """The program's side."""
 
-    def __init__(self, connected):
-        connected.setblocking(False)
-        self.socket = connected
-        self.since = time.time()
-        self.said = ''
-        # When it is hung up on.
-        self.until = self.since + _PATIENCE
-        self.is_wrong = False
+    def __init__(self, said, folder):
+        """said: what is in the handshake's file. folder: what that is in."""
+        self.said = said
+        self.folder = folder
+        port, self._first, self._second = said.split()
+        self._address = '127.0.0.1', int(port)
 
-    def hear(self):
-        try:
-            more = self.socket.recv(secrets.SIZE - len(self.said))
-        except socket.error:
-            more = ''
-        self.said += more
-        if not more:
-            self.is_wrong = True
+    @classmethod
+    def of_file(cls, path):
+        """Raises EnvironmentError."""
+        return cls(open(path).read(), os.path.dirname(os.path.abspath(path)))
 
-    def has_said_all(self):
-        return len(self.said) == secrets.SIZE
+    def connect(self):
+        """The connection for the program's messages. Raises EnvironmentError or Impostor."""
+        return self._connect('')
 
+    def announce(self, message):
+        """Tells of a process that the program has started. Raises EnvironmentError or Impostor."""
+        self._connect(messages.encode(message)).close()
 
-class Handshake(object):
-    """The adapter's side."""
+    def hold(self):
+        """A connection that tells by its end that of all processes that have inherited it.
 
-    def __init__(self):
-        self._words = [secrets.new(), secrets.new()]
-        self._folder = tempfile.mkdtemp()  # For this user alone.
-        self.path = os.path.join(self._folder, 'handshake')
-        self._listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-        self._listener.bind(('127.0.0.1', 0))
-        self._listener.listen(_MOST_CALLERS)
-        self._listener.setblocking(False)
-        # The oldest comes first.
-        self._callers = []
-        output = open(self.path, 'w')
-        output.write(' '.join([str(self._listener.getsockname()[1])] + self._words))
-        output.close()
-
-    def sockets(self):
-        """Those to wait for."""
-        listeners = [self._listener] if self._may_come() else []
-        return listeners + [caller.socket for caller in self._callers if not caller.is_wrong]
-
-    def look(self, readable):
-        """The connection to the program when it is there, else None. To be called often.
-
-        readable: those of the sockets that can be read. Nobody is waited for.
+        Each of them sends a byte. No answer is waited for. Raises EnvironmentError.
         """
-        if self._listener in readable:
-            self._let_in()
-        for caller in list(self._callers):
-            if caller.socket in readable and not caller.is_wrong:
-                caller.hear()
-                if caller.has_said_all() and secrets.is_same(caller.said, self._words[0]):
-                    self._callers.remove(caller)
-                    return self._answer(caller.socket)
-                if caller.has_said_all() or caller.is_wrong:
-                    caller.is_wrong = True
-                    caller.until = time.time() + _WRONG_PAUSE
-            if time.time() >= caller.until:
-                self._hang_up(caller)
-        return None
+        return self._call(messages.encode({'type': 'processes'}))
 
-    def close(self):
-        for caller in self._callers:
-            caller.socket.close()
-        self._listener.close()
-        shutil.rmtree(self._folder, ignore_errors=True)
-
-    def _may_come(self):
-        return len(self._callers) < _MOST_CALLERS \
-            or time.time() >= self._callers[0].since + _CALLER_TIME
-
-    def _let_in(self):
+    def _connect(self, more):
+        client = self._call(more)
         try:
-            connected = self._listener.accept()[0]
-        except socket.error:
-            return
-        if len(self._callers) >= _MOST_CALLERS:
-            self._hang_up(self._callers[0])
-        self._callers.append(_Caller(connected))
+            _check(client, self._second)
+        except BaseException:
+            client.close()
+            raise
+        return client
 
-    def _hang_up(self, caller):
-        self._callers.remove(caller)
-        caller.socket.close()
-
-    def _answer(self, connected):
-        connected.setblocking(True)
-        connected.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+    def _call(self, more):
+        client = above_streams(lambda: socket.create_connection(self._address, _PATIENCE))
         try:
-            connected.sendall(self._words[1])
-        except socket.error:
-            connected.close()
-            return None
-        return connected
+            client.sendall(self._first + more)
+        except BaseException:
+            client.close()
+            raise
+        return client
 
 
 def connect(path):
-    """The program's side. Raises EnvironmentError or Impostor."""
-    port, first, second = open(path).read().split()
-    client = above_streams(lambda: socket.create_connection(('127.0.0.1', int(port)), _PATIENCE))
-    client.sendall(first)
+    """The same for a program that has no others. Raises EnvironmentError or Impostor."""
+    return Handshaker.of_file(path).connect()
+
+
+def remove(path):
+    """Removes the file, for an adapter that is gone before there has been anything else."""
+    try:
+        os.unlink(path)
+        os.rmdir(os.path.dirname(path))
+    except OSError:
+        pass  # It was not gone.
+
+
+def _check(client, second):
     answer = ''
     while len(answer) < secrets.SIZE:
         more = client.recv(secrets.SIZE - len(answer))
@@ -138,4 +90,3 @@ def connect(path):
         answer += more
     if not secrets.is_same(answer, second):
         raise Impostor('who has started this program does not answer')
-    return client

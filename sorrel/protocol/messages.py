@@ -1,13 +1,13 @@
 """Messages of the protocol: JSON texts, each behind a header that tells its length."""
 
-import collections
 import json
 
 from sorrel.common.decoding import text
+from sorrel.common.records import record
 
 # What a message may be. size: its length in bytes. parts: how many values and names it may
 # consist of, and how many letters of its strings may be written as escapes.
-Limits = collections.namedtuple('Limits', 'size parts')
+Limits = record('Limits', 'size parts')
 # Reading a message holds the interpreter lock for as long as it takes. What a stranger says is next
 # to nothing; what a client says, be it thousands of breakpoints, stays far below its limits.
 FROM_STRANGER = Limits(8 * 1024, 1000)
@@ -55,7 +55,11 @@ def encode_as_received(message):
 
 
 def _framed(body):
-    return 'Content-Length: %d%s%s' % (len(body), _HEADER_END, body)
+    return _header(len(body)) + body
+
+
+def _header(length):
+    return 'Content-Length: %d%s' % (length, _HEADER_END)
 
 
 class Decoder(object):
@@ -96,6 +100,16 @@ class Decoder(object):
         self._length = None
         self._needed = 1
         return _message(body, self.limits.parts)
+
+    def left(self):
+        """What has come after the last message, as it has come; it is taken out."""
+        rest = self._held()[self._at:]
+        if self._length is not None:
+            rest = _header(self._length) + rest
+        self._skip(self._size)
+        self._length = None
+        self._needed = 1
+        return rest
 
     def _read_header(self):
         """Whether it is complete."""

@@ -24,23 +24,25 @@ _BREAKPOINT = {'condition?': unicode, 'hitCondition?': unicode}
 _ON_THREAD = {'threadId': int}
 
 # What every way to begin knows.
-_DEBUGGING = {
+DEBUGGING = {
     'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool, 'postMortem?': bool,
-    'learnExceptions?': bool,
+    'learnExceptions?': bool, 'subProcess?': bool, 'autoAttach?': [unicode],
+    'lazySubProcess?': bool,
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
-LAUNCH = dict(_DEBUGGING, **{
+LAUNCH = dict(DEBUGGING, **{
     'program?': unicode, 'module?': unicode, 'args?': [unicode], 'cwd?': unicode, 'env?': Mapping(),
     'python?': unicode, 'build?': bool, 'hooks?': [unicode], 'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
-ATTACH = dict(_DEBUGGING, **{
+ATTACH = dict(DEBUGGING, **{
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
-    'tokenFile?': unicode, 'processId?': Number(), 'python?': unicode,
-    'build?': bool})
+    'tokenFile?': unicode, 'processId?': Number(), 'subProcessId?': Number(),
+    'python?': unicode, 'build?': bool})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
-                   'supportsRunInTerminalRequest?': bool, 'supportsProgressReporting?': bool},
+                   'supportsRunInTerminalRequest?': bool, 'supportsProgressReporting?': bool,
+                   'supportsStartDebuggingRequest?': bool},
     'launch': LAUNCH,
     'attach': ATTACH,
     'disconnect': {'terminateDebuggee?': bool},

@@ -36,6 +36,30 @@ class Token(object):
         except EnvironmentError as error:
             raise NoToken('cannot keep the token in %s: %s' % (self.path, error.strerror))
 
+    def keep(self):
+        """The calling process has it from now on, and removes the file if somebody has to.
+
+        It is forked from the one that had it, which may have removed the file. Raises NoToken.
+        """
+        self._process = os.getpid()
+        try:
+            if self._is_new and _read(self.path) is None:
+                _write(self.path, self.word)
+        except EnvironmentError as error:
+            raise NoToken('cannot keep the token in %s: %s' % (self.path, error.strerror))
+
+    def described(self):
+        """What of_description() makes one of in another process."""
+        return [self.path, self.word, self._is_new]
+
+    @classmethod
+    def of_description(cls, described):
+        token = cls.__new__(cls)
+        path, word, token._is_new = described
+        token.path, token.word = path.encode('utf-8'), str(word)
+        token._process = None
+        return token
+
     def is_shown_by(self, arguments):
         """Whether these arguments of an attach request have it."""
         said = arguments.get('token') if isinstance(arguments, dict) else None
@@ -50,8 +74,8 @@ class Token(object):
             pass  # Somebody has changed it, or the folder.
 
 
-def new_token(address):
-    """A Token for whoever listens there (as getsockname() has it), where clients look for it.
+def own_folder():
+    """The folder in which this user's listening programs are found, for this user alone.
 
     Raises NoToken.
     """
@@ -63,7 +87,15 @@ def new_token(address):
             raise NoToken('cannot keep the token in %s: %s' % (folder, error.strerror))
     if not _is_own_folder(folder):
         raise NoToken('cannot keep the token in %s, which is not for this user alone' % folder)
-    path = os.path.join(folder, _file_name(address))
+    return folder
+
+
+def new_token(address):
+    """A Token for whoever listens there (as getsockname() has it), where clients look for it.
+
+    Raises NoToken.
+    """
+    path = os.path.join(own_folder(), _file_name(address))
     try:
         # What a program that was killed has left.
         if os.path.lexists(path):

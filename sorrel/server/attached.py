@@ -8,8 +8,10 @@ import os
 import thread
 import time
 
+from sorrel.processes import programs
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake
+from sorrel.server.child import Tree
 from sorrel.server.frontend import Program
 from sorrel.server.network.network_thread import Server
 from sorrel.server.shared import sources
@@ -40,10 +42,18 @@ def run(handshake_file, ready):
             _programs[os.getpid()] = program
             _see_to_its_end(program)
         ready()
-        server = Server(program.new_session, client=launch_handshake.connect(handshake_file))
+        handshaker = launch_handshake.Handshaker.of_file(handshake_file)
+        server = Server(program.new_session, client=handshaker.connect())
         _servers.append(server)
+        program.tree = Tree(handshaker)
+        program.tree.watch_forks(program)
+        programs.install(program.describe_new)
         _serve(program.service, server)
     finally:
+        programs.remove()
+        if program.tree is not None:
+            program.tree.leave()
+            program.tree = None
         late.leave()
         if server in _servers:
             _servers.remove(server)
@@ -77,7 +87,6 @@ def _forget():
     for server in list(_servers):
         server.forget()
     del _servers[:]
-
 
 
 class _Program(Program):

@@ -1,5 +1,6 @@
 """The front end of the service for one process, whichever clients come and go."""
 
+import json
 import os
 import signal
 import stat
@@ -7,6 +8,8 @@ import sys
 import time
 
 from sorrel.inspection import frames
+from sorrel.languages import sublanguages
+from sorrel.processes import programs
 from sorrel.server.network.polling import wait
 from sorrel.server.network.wakeup import Wakeup
 from sorrel.server.session import Session
@@ -43,6 +46,10 @@ class Program(object):
         self.at_end = []
         self.can_be_reached = None
         self.has_client = False
+        # The Tree of processes that this one is the first of; None where there is none.
+        self.tree = None
+        # The Kin of this process; None where clients do not come to all of a tree's by one.
+        self.kin = None
         self._post_mortem = post_mortem
         self.is_waiting = self.is_debugged = waits
         self._session = None
@@ -52,6 +59,11 @@ class Program(object):
 
     def new_session(self, server):
         self._session = Session(server, self)
+        return self._session
+
+    @property
+    def session(self):
+        """What the client wants, who is there or is yet to come; None for nobody."""
         return self._session
 
     # For the main thread.
@@ -158,6 +170,52 @@ class Program(object):
         self.is_waiting = False
         if self._start is not None:
             self._start.wake()
+
+    def is_busy(self):
+        """Whether what the last client has asked for is still going on."""
+        return self.service.attached
+
+    # For other processes of its tree.
+
+    def name(self):
+        return os.path.basename(self.path)
+
+    def has_heirs(self):
+        """Whether clients can still come when this process has ended."""
+        return self.kin is not None and self.kin.has_others()
+
+    def wants_others(self):
+        """Whether there is a client that wants to hear of them."""
+        session = self._session
+        return session is not None and self.has_client and session.wants_others()
+
+    def tell_of(self, member):
+        """Tells the client of another process."""
+        session = self._session
+        if session is not None and self.has_client and member.wants_client \
+                and session.follows(member.name):
+            session.event('childProcess', {
+                'processId': member.pid, 'parentProcessId': member.parent, 'name': member.name,
+                'socket': self.tree.socket_of(member.pid)})
+
+    def tell_of_others(self):
+        for member in self.kin.members() if self.kin is not None else ():
+            self.tell_of(member)
+
+    def in_child(self):
+        """The front end in a process that has been forked, or None."""
+        return self.tree.new_child(self) if self.tree is not None else None
+
+    def describe_new(self, name):
+        """The Settings for a new program of this name that this one is about to start, or None."""
+        if self.tree is None:
+            return None
+        follows = self.session is not None and self.session.follows(name)
+        if not follows and not self.tree.is_open:
+            return None
+        return programs.Settings('sorrel.server.new_program', json.dumps(
+            {'tree': self.tree.settings(), 'hooks': sublanguages.loaded,
+             'requests': self.session.said() if follows else None}))
 
     # For the service.
 

@@ -1,5 +1,6 @@
 """One client: what it asks for, answered in the network thread or in the thread that is stopped."""
 
+import fnmatch
 import itertools
 import os
 import thread
@@ -23,6 +24,9 @@ from sorrel.service.stops import CONTINUE, DETACH, Resume
 from sorrel.service.thread_numbers import Threads
 
 _DEFAULT_PATIENCE = 5.0
+# What holds for processes that the program starts, in the order in which it is to be said.
+_LASTING = ('initialize', 'launch', 'attach', 'setBreakpoints', 'setFunctionBreakpoints',
+            'setExceptionBreakpoints')
 # What follows the name of a thread that does not come back from what it evaluates.
 _BUSY = ' (busy)'
 # How long the thread that is stopped may take to detach the program, in seconds.
@@ -44,6 +48,10 @@ class Session(object):
         self.stops_all = True
         # Whether the client wants to see what has ended the program.
         self.post_mortem = False
+        # Patterns of the names of what it wants to debug of what the program starts. Whether it
+        # wants to hear of a process only when that stops.
+        self._follows = []
+        self.waits_for_stops = False
         self.first_line = self.first_column = 1
         self.program_path = program.path
         self.threads = Threads(program.service)
@@ -63,6 +71,9 @@ class Session(object):
         self._supervisor = Supervisor(self, program.service, self._limit)
         # Of the thread that tells of what is new. Others do not wait for it.
         self._looking = _new_lock()
+        # What it has said that holds for whatever the program starts, too: the arguments of
+        # requests, by their commands and what they are about.
+        self._said = {}
         self._answers = dict(self.loaded_sources.answers, **{
             'initialize': self.introduce, program.start_method: self._begin,
             'configurationDone': self._configuration_done, 'disconnect': self._disconnect,
@@ -77,6 +88,8 @@ class Session(object):
         if message['type'] != 'request':
             return  # Nothing is ever asked of a client.
         command = message['command']
+        if command in _LASTING:
+            self._remember(command, message.get('arguments'))
         if not self.is_known and command != 'initialize':
             answer(self, message, _refuse_stranger)
         elif command in self._answers:
@@ -85,6 +98,24 @@ class Session(object):
             self._supervisor.ask(message)
         else:
             answer(self, message, _refuse_unknown)
+
+    def follows(self, name):
+        """Whether it wants to debug what the program starts under this name."""
+        return any(fnmatch.fnmatchcase(text(name), pattern) for pattern in self._follows)
+
+    def wants_others(self):
+        return bool(self._follows)
+
+    def said(self):
+        """What a new process is to be told in the client's place: a list of [command, arguments]."""
+        return [[command, arguments] for command in _LASTING
+                for (said, _), arguments in sorted(self._said.items()) if said == command]
+
+    def _remember(self, command, arguments):
+        source = arguments.get('source') if isinstance(arguments, dict) else None
+        path = source.get('path') if isinstance(source, dict) else None
+        if path is None or isinstance(path, unicode):
+            self._said[command, path] = arguments
 
     def cut_off(self):
         """It was the program that has closed the connection: it means to go on."""
@@ -262,6 +293,7 @@ class Session(object):
         if self.is_known:
             raise Refused('initialize comes once')
         self.is_known = True
+        self._remember('initialize', arguments)
         self.first_line = 1 if arguments.get('linesStartAt1', True) else 0
         self.first_column = 1 if arguments.get('columnsStartAt1', True) else 0
         if arguments.get('pathFormat') == 'uri':
@@ -274,7 +306,7 @@ class Session(object):
         if not self._has_taken and not self._program.take():
             raise Refused('somebody debugs this program already')
         self._has_taken = True
-        if self._service.attached:
+        if self._program.is_busy():
             raise Refused('the program is still busy with what the last client has asked for')
         self._has_begun = True
         self.stops.just_my_code = arguments.get('justMyCode', True)
@@ -282,9 +314,13 @@ class Session(object):
         self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
         self.stops_all = arguments.get('stopAllThreads', True)
         self.post_mortem = arguments.get('postMortem', False)
+        self._is_undebugged = arguments.get('noDebug', False)
+        is_own = self._program.start_method == 'launch'
+        self._follows = arguments.get('autoAttach', [u'*']) \
+            if arguments.get('subProcess', is_own) and not self._is_undebugged else []
+        self.waits_for_stops = arguments.get('lazySubProcess', False)
         self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
         self.sources.map_paths(arguments.get('pathMappings', ()))
-        self._is_undebugged = arguments.get('noDebug', False)
         self._stops_on_entry = arguments.get('stopOnEntry', False) and not self._is_undebugged
         return Then(None, self._tell_begin)
 
@@ -315,6 +351,7 @@ class Session(object):
             self._program.debug(self.stops_all)
             if self._stops_on_entry:
                 self._service.pause()
+        self._program.tell_of_others()
 
     def _disconnect(self, arguments):
         ends = arguments.get('terminateDebuggee')

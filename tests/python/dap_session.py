@@ -23,6 +23,14 @@ from sorrel.server.network import network_thread
 network_thread.PATIENCE, network_thread.BEGIN_PATIENCE = %r, %r
 sys.exit(main.main(sys.argv[1:]))
 '''
+# The same for the adapter.
+_HASTY_ADAPTER = '''
+import sys
+from sorrel import main
+from sorrel.adapter import children
+children.ANSWER_PATIENCE = %r
+sys.exit(main.main(['dap']))
+'''
 
 
 def is_alive(pid):
@@ -66,6 +74,19 @@ class Ended(object):
         if self._process.poll() is None:
             self._process.kill()
             self._process.wait()
+
+
+class Killed(object):
+    """A process that does not outlive the test."""
+
+    def __init__(self, pid):
+        self._pid = pid
+
+    def close(self):
+        try:
+            os.kill(self._pid, signal.SIGKILL)
+        except OSError:
+            pass
 
 
 class TestCase(harness.TestCase):
@@ -238,6 +259,13 @@ class Peer(object):
         return self._next(lambda message: message.get('event') == name,
                           'event %s' % name).get('body')
 
+    def has(self, name):
+        """Whether there is an event of this name; waits for a moment."""
+        is_there = lambda: [one for one in self.messages if one.get('event') == name]
+        if not is_there() and select.select([self.socket], [], [], 0.05)[0]:
+            self._read(time.time() + PATIENCE)
+        return bool(is_there())
+
     def output(self, text):
         """Waits until the program has written this to its standard output; it may come in pieces."""
         seen = ''
@@ -365,9 +393,11 @@ class Client(Peer):
 class Adapter(Peer, Process):
     """The adapter, as an editor starts it."""
 
-    def __init__(self, **streams):
+    def __init__(self, answer_patience=None, **streams):
+        """answer_patience: its own with its client."""
         Peer.__init__(self)
-        Process.__init__(self, ['-m', 'sorrel.main', 'dap'], **streams)
+        Process.__init__(self, ['-m', 'sorrel.main', 'dap'] if answer_patience is None
+                         else ['-c', _HASTY_ADAPTER % answer_patience], **streams)
 
     def _send(self, data):
         self.process.stdin.write(data)

@@ -148,7 +148,7 @@ print 'child', child, 'ready'
 work('parent')
 print 'over', os.waitpid(child, 0)[1] >> 8
 ''', self.flag)
-        first = self.attach_to(program)
+        first = self.attach_to(program, subProcess=False)
         self.script('', 'flag.fork')
         program.wrote('ready\nchild')
         program.wrote(' ready\n')
@@ -164,6 +164,33 @@ print 'over', os.waitpid(child, 0)[1] >> 8
             self.leave(adapter)
         os.unlink(self.flag)
         self.assertEqual(program.ended()[0].splitlines()[2:], ['over 3'])
+
+    def test_what_it_starts_is_debugged_in_its_session(self):
+        program = self.run_unaware('''
+import os, subprocess, sys, time
+def work(who):
+    return who, os.getpid()  # work
+print 'ready'
+while os.path.exists(sys.argv[1]):
+    child = os.fork()
+    if not child:
+        work('forked')
+        os._exit(3)
+    os.waitpid(child, 0)
+    work('first')
+    subprocess.call([sys.executable, '-c', 'result = 5'])
+''', self.flag)
+        adapter = self.attach_to(program, '# work')
+        for _ in range(2):
+            for who in 'forked', 'first':
+                self.assertEqual(adapter.stopped(), 'breakpoint work:4')
+                self.assertEqual(adapter.evaluate('who'), repr(who))
+                pid = int(adapter.evaluate('os.getpid()'))
+                self.assertEqual(pid == program.pid, who == 'first')
+                adapter.go()
+        self.leave(adapter)
+        os.unlink(self.flag)
+        self.assertEqual(program.ended()[1], 0)
 
     def test_what_the_program_has_stays_as_it_is(self):
         program = self.run_unaware('''

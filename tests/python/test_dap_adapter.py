@@ -9,8 +9,8 @@ import thread
 import time
 
 import dap_session
-from dap_session import is_alive
-from sorrel.protocol import launch_handshake
+from dap_session import is_alive, Killed
+from sorrel.protocol import launch_callers, launch_handshake
 
 PROGRAM = '''
 import os, sys, time
@@ -212,7 +212,7 @@ while True:
         adapter.ask('disconnect')
 
     def test_words_are_for_the_user_alone(self):
-        made = launch_handshake.Handshake()
+        made = launch_callers.Handshake()
         try:
             self.assertEqual(os.stat(os.path.dirname(made.path)).st_mode & 0777, 0700)
             words = open(made.path).read().split()
@@ -223,7 +223,7 @@ while True:
         self.assert_(not os.path.exists(os.path.dirname(made.path)))
 
     def test_wrong_words_are_hung_up_on_alike_and_late(self):
-        made = launch_handshake.Handshake()
+        made = launch_callers.Handshake()
         port, word, _ = open(made.path).read().split()
         other = word[:-1] + ('0' if word[-1] != '0' else '1')
         callers = []
@@ -244,7 +244,7 @@ while True:
         made.close()
 
     def test_wrong_callers_do_not_keep_the_program_out(self):
-        made = launch_handshake.Handshake()
+        made = launch_callers.Handshake()
         port = open(made.path).read().split()[0]
         callers, program = [], []
 
@@ -279,19 +279,6 @@ while True:
         self.assert_in('who has started this program does not answer',
                        process.stderr.read())
         self.assertEqual(process.wait(), 2)
-
-
-class Killed(object):
-    """A process that does not outlive the test."""
-
-    def __init__(self, pid):
-        self._pid = pid
-
-    def close(self):
-        try:
-            os.kill(self._pid, signal.SIGKILL)
-        except OSError:
-            pass
 
 
 def listening_ports(pid):

@@ -441,8 +441,8 @@ os._exit(0)
         client = self.waiting('''
 import os, subprocess, sys
 print os.environ.get('PYTHONPATH')
-print subprocess.call([sys.executable, '-c', 'import sorrel'], cwd='/',
-                      stderr=open(os.devnull, 'w'))
+look = 'import imp, sys; sys.modules.pop("sorrel", 0); imp.find_module("sorrel")'
+print subprocess.call([sys.executable, '-c', look], cwd='/', stderr=open(os.devnull, 'w'))
 ''')
         self.assert_ends(client, 'None\n1\n')
 

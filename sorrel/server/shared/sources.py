@@ -1,8 +1,8 @@
 """Files as the client knows them and as the program does."""
 
 import os
+import re
 import sys
-import urllib
 
 import tmorvik26_vs2012_x64 as core
 
@@ -10,6 +10,10 @@ from sorrel.common import text_files
 from sorrel.common.decoding import text
 from sorrel.inspection import frames, modules, source
 from sorrel.protocol.messages import Refused
+
+# The library's module for this loads ten others: every new program would wait for them.
+_ESCAPE = re.compile(r'%([0-9A-Fa-f]{2})')
+_TO_ESCAPE = re.compile(r'[^A-Za-z0-9_.\-/]')
 
 
 class Sources(object):
@@ -35,7 +39,7 @@ class Sources(object):
         """A path that the client has named, as the program would name it. Raises Refused."""
         path = path.encode('utf-8')
         if self._uris and path.startswith('file://'):
-            path = urllib.unquote(path[len('file://'):])
+            path = _ESCAPE.sub(lambda found: chr(int(found.group(1), 16)), path[len('file://'):])
         if '\0' in path:
             raise Refused('no file can have this name')
         for local, remote in self._mappings:
@@ -52,7 +56,7 @@ class Sources(object):
                 path = local.join(rest)
                 break
         if self._uris:
-            path = 'file://' + urllib.quote(path)
+            path = 'file://' + _TO_ESCAPE.sub(lambda found: '%%%02X' % ord(found.group()), path)
         return text(path)
 
     def describe(self, path, globals=None):

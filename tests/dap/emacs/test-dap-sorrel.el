@@ -59,6 +59,13 @@
     (gethash "value" (cl-find name variables :test #'string=
                               :key (lambda (variable) (gethash "name" variable))))))
 
+(defun test-thread-name ()
+  "Return the name of the thread that is active."
+  (let* ((session (dap--cur-session))
+         (threads (gethash "threads" (dap-request session "threads"))))
+    (gethash "name" (cl-find (dap--debug-session-thread-id session) threads
+                             :key (lambda (thread) (gethash "id" thread))))))
+
 (defun test-output ()
   "Return what the program has written."
   (with-current-buffer (dap--debug-session-output-buffer (dap--cur-session))
@@ -88,6 +95,28 @@ print double(21)
     (dap-next (dap--cur-session))
     (test-until (lambda () (equal 3 (test-stopped-line))))
     (should (equal "42" (test-variable "twice")))
+    (dap-continue (dap--cur-session) (dap--debug-session-thread-id (dap--cur-session)))
+    (test-until (lambda () (not (dap--session-running (dap--cur-session)))))
+    (should (string-match-p "42" (test-output)))
+    (dap-breakpoint-delete-all)))
+
+(ert-deftest a-forked-process-shares-the-session ()
+  "It stops at a breakpoint in a thread of its own, and goes on; its parent runs on meanwhile."
+  (let ((file (test-program "import os
+def work(number):
+    return number * 2
+child = os.fork()
+if not child:
+    os._exit(work(21))
+print 'parent'
+print os.waitpid(child, 0)[1] >> 8
+")))
+    (test-set-breakpoint file 3)
+    (dap-debug (list :type "sorrel"))
+    (should (= 3 (test-until #'test-stopped-line)))
+    (should (string-match-p "\\`MainThread \\[[0-9]+\\]\\'" (test-thread-name)))
+    (should (equal "21" (test-variable "number")))
+    (test-until (lambda () (string-match-p "parent" (test-output))))
     (dap-continue (dap--cur-session) (dap--debug-session-thread-id (dap--cur-session)))
     (test-until (lambda () (not (dap--session-running (dap--cur-session)))))
     (should (string-match-p "42" (test-output)))
