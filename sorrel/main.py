@@ -163,6 +163,7 @@ def _debug(options, program, arguments):
     try:
         script = runner.find(program, bool(options.module))
         runner.prepare(script, arguments, options.hook)
+        terminal.share(os.path.basename(script.path))
         return runner.run(script, terminal.service)
     except runner.CannotRead as error:
         sys.stderr.write('sorrel: %s\n' % error)

@@ -1,6 +1,14 @@
 """Where a person types and reads, whatever the program makes of sys.stdin and sys.stdout."""
 
+import os
 import sys
+
+try:
+    import fcntl
+except ImportError:
+    fcntl = None  # Another platform: nothing is forked there.
+
+from sorrel.protocol.descriptors import above_streams
 
 
 class Closed(Exception):
@@ -14,14 +22,38 @@ class Console(object):
         self._stdin = stdin or sys.stdin
         self._stdout = stdout or sys.stdout
         self._readline = None
+        # Of the terminal, if it is one; None else.
+        self.name = None
         try:
             if self._stdin.isatty() and self._stdout.isatty():
+                self.name = os.ttyname(self._stdin.fileno())
                 import readline
                 self._readline = readline
-        except (ImportError, ValueError):
+        except (ImportError, EnvironmentError, ValueError):
             # A host built without it: lines are then read as they come. Or a stream that the
             # program has closed, which is found out where it is needed.
             pass
+
+    def descriptor(self):
+        return self._stdin.fileno()
+
+    def is_terminal(self):
+        """Whether a process that is forked can come to it, too."""
+        return fcntl is not None and self.name is not None
+
+    @staticmethod
+    def of_child(name):
+        """One for the calling process, which is not the first, at the terminal of this name.
+
+        The program may have closed or replaced what its parent's streams were. None where the
+        terminal cannot be reached.
+        """
+        try:
+            number = above_streams(lambda: os.open(name, os.O_RDWR | os.O_NOCTTY))
+            fcntl.fcntl(number, fcntl.F_SETFD, fcntl.FD_CLOEXEC)
+            return Console(os.fdopen(number, 'r'), os.fdopen(os.dup(number), 'w'))
+        except EnvironmentError:
+            return None
 
     def write(self, text):
         try:

@@ -51,6 +51,27 @@ class CatchCommands(object):
         else:
             self._say('*** catch what? See "help catch"')
 
+    def described_catching(self):
+        """What catch_as() takes, in another process: types go by their names there."""
+        policy = self.service.exceptions
+        types_ = dict((word, ['%s.%s' % (type_.__module__, type_.__name__) for type_ in listed] + [
+            name for name in sorted(self._awaited_types) if self._awaited_types[name] == word])
+            for word, listed in (('always', policy.always), ('never', policy.never)))
+        return {'modes': sorted(policy.modes), 'types': types_, 'ignored': policy.ignored,
+                'learns': policy.learning.is_on}
+
+    def catch_as(self, described):
+        policy = self.service.exceptions
+        policy.set_mode(*map(str, described['modes']))
+        policy.set_types((), ())
+        for word, names in described['types'].items():
+            for name in names:
+                self._awaited_types[str(name)] = str(word)
+        self.imported()
+        for path, line in described['ignored']:
+            policy.ignore((path.encode('utf-8'), line))
+        policy.learning.is_on = described['learns']
+
     def do_raise(self, argument):
         """raise EXPRESSION: raise an exception in the program when this line has run.
 

@@ -2,6 +2,7 @@
 
 import inspect
 import itertools
+import os
 import pprint
 import re
 import repr as shortened
@@ -24,6 +25,7 @@ from sorrel.terminal.breakpoints import BreakpointCommands
 from sorrel.terminal.console import Closed
 from sorrel.terminal.evaluation import PromptEvaluation
 from sorrel.terminal.exceptions import CatchCommands
+from sorrel.terminal.processes import ProcessCommands
 from sorrel.terminal.threads import ThreadCommands
 
 _LINES_SHOWN = 11
@@ -50,7 +52,7 @@ def over_service(console, post_mortem=False):
     return terminal
 
 
-class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
+class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommands, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -82,17 +84,25 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
     # For the service.
 
     def stopped(self, stop):
+        if self._is_let_go():
+            return Resume(DETACH)
+        process = os.getpid()
         self._stop = stop
         self._evaluator = evaluator(stop)
         self._look_at(stop.thread, stacks.at_stop(stop))
         self._resume = None
         try:
+            self._take_turn()
             self._evaluation.call(stop, self._announce)
             while self._resume is None:
                 self._one_command()
+                if os.getpid() != process:
+                    raise Closed  # It has been forked, here: the person talks to its parent.
         except Closed:
             self._resume = Resume(DETACH)
         finally:
+            if os.getpid() == process:
+                self._give_turn(self._resume)
             # Nothing of the program is kept alive while it runs.
             self._stop = self._evaluator = None
             self._stack = []
@@ -118,6 +128,8 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
         self._threads.forget(ident)
 
     def ended(self, outcome):
+        if not self._is_first():
+            return  # That is for the first process to say.
         if outcome.exception is not None:
             text = 'an uncaught %s' % outcome.exception.__name__
         else:
@@ -217,6 +229,7 @@ class Terminal(BreakpointCommands, CatchCommands, ThreadCommands, Cmd):
 
     def do_quit(self, argument):
         """quit, q, exit: end the program at once, with exit status 0."""
+        self._end_others()
         self._resume = Resume(QUIT)
 
     def _detach(self):

@@ -22,6 +22,7 @@ _ARGUMENTS = {
     'args': _NOTHING, 'break': _PLACE, 'tbreak': _PLACE, 'clear': _WORDS_OR_PATH,
     'delete': _WORDS, 'enable': _WORDS, 'disable': _WORDS, 'ignore': _WORDS, 'condition': _WORDS,
     'catch': _WORDS, 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
+    'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
     'quit': r'(\(\))?$'}
 
 

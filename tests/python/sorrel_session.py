@@ -73,10 +73,14 @@ class TestCase(harness.TestCase):
 class Screen(object):
     """A program of the terminal front end on a pseudo-terminal of its own."""
 
-    def __init__(self, test, program, args=()):
+    def __init__(self, test, program, args=(), options=(), shell=None):
+        """shell: what one does that gets the command for "$@"."""
         self._test = test
         # The launcher is named before the fork: after it there is only the exec.
-        command = [harness.launcher(), '-m', 'sorrel.main', 'terminal', '--', program] + list(args)
+        command = [harness.launcher(), '-m', 'sorrel.main', 'terminal'] + list(options) + [
+            '--', program] + list(args)
+        if shell is not None:
+            command = ['/bin/sh', '-mc', shell, 'sh'] + command
         self._process, self._terminal = pty.fork()
         if self._process == 0:
             try:
@@ -137,3 +141,61 @@ class Screen(object):
             os.kill(self._process, signal.SIGKILL)
             os.waitpid(self._process, 0)
         os.close(self._terminal)
+
+
+class ScreenTestCase(TestCase):
+    """What a person types at one Screen, `self.screen`, over the program in prog.py.
+
+    self.temporary: its folder for temporary files.
+    """
+
+    def setUp(self):
+        TestCase.setUp(self)
+        self.screen = None
+        self.temporary = os.path.join(self.folder, 'temporary')
+        os.mkdir(self.temporary)
+        self._place = os.environ.get('TMPDIR')
+        os.environ['TMPDIR'] = self.temporary
+
+    def tearDown(self):
+        if self.screen is not None:
+            self.screen.close()
+        if self._place is None:
+            del os.environ['TMPDIR']
+        else:
+            os.environ['TMPDIR'] = self._place
+        TestCase.tearDown(self)
+
+    def begin(self, text, *commands, **how):
+        """What is seen after each of the commands. how: as a Screen has it."""
+        self.script(text, 'prog.py')
+        self.screen = Screen(self, 'prog.py', **how)
+        self.prompt()
+        return [self.type(command) for command in commands]
+
+    def prompt(self):
+        return self.screen.read_to(PROMPT)
+
+    def type(self, command):
+        self.screen.type(command + '\n')
+        return self.prompt()
+
+    def end(self, command):
+        """All that is seen from the command on, and the exit status."""
+        self.screen.type(command + '\n')
+        return self.screen.read_all()
+
+    def number(self, expression):
+        return int(self.type('p ' + expression).split('\n')[1])
+
+    def listed(self, count):
+        """(mark, process id) of those that have stopped, once there are so many."""
+        def found():
+            lines = self.type('processes').split('\n')[1:-1]
+            del stopped[:]
+            stopped.extend(line.split('  ')[0].split(' ') if line.startswith('*')
+                           else ['', line.split()[0]] for line in lines if 'stopped' in line)
+            return len(stopped) == count
+        stopped = []
+        self.assertTrue(harness.wait_until(found))
+        return stopped

@@ -1,0 +1,25 @@
+"""A new program that a debugged one has started, at the terminal that its parent has."""
+
+import json
+import os
+
+from sorrel.languages import sublanguages
+from sorrel.service import late
+from sorrel.terminal import frontend
+from sorrel.terminal.console import Console
+
+
+def begin_child(script, text):
+    """As programs.Settings has it. text: what ProcessCommands.describe_new has said."""
+    said = json.loads(text)
+    console = Console.of_child(said['terminal'])
+    if console is None:
+        return late.service(), False
+    terminal = frontend.over_service(console, said['post_mortem'])
+    service = terminal.service
+    service.breakpoints.add_described(said['breakpoints'])
+    terminal.catch_as(said['catching'])
+    sublanguages.load_those_of_parent(said['hooks'])
+    terminal.join(said['folder'].encode('utf-8'), os.path.basename(script.path))
+    service.attach_from_program()
+    return service, False
