@@ -17,8 +17,8 @@ for number in range(2):
     if not child:
         os._exit(work(number))
     children.append(child)
-for child in children:
-    print os.waitpid(child, 0)[1] >> 8
+for status in [os.waitpid(child, 0)[1] for child in children]:
+    print status >> 8
 print 'over'
 '''
 
