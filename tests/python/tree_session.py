@@ -1,13 +1,11 @@
 """Sessions with a program and the processes that it forks, by somebody in place of the adapter."""
 
-import os
 import re
 import select
 import subprocess
 import time
 
 import dap_session
-import harness
 from dap_session import PATIENCE
 from sorrel.protocol.launch_callers import Handshake
 
