@@ -5,6 +5,8 @@ called in any thread, again, and after a fork; docs/api.md tells more. Importing
 nothing: what a function needs is loaded when it is first called.
 """
 
+from __future__ import absolute_import
+
 import sys
 
 from sorrel.api import Error

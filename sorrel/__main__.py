@@ -1,5 +1,7 @@
 """python -m sorrel. An interpreter that runs no packages, as 2.6, runs -m sorrel.__main__ alike."""
 
+from __future__ import absolute_import
+
 import sys
 
 from sorrel import main

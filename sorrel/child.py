@@ -9,6 +9,8 @@ What else there is to know comes by one environment variable. Nothing of all thi
 program to see. Where the server cannot run it, the interpreter does, as it was asked for at first.
 """
 
+from __future__ import absolute_import
+
 import imp
 import os
 import signal

@@ -4,6 +4,8 @@ For people: python -m sorrel [OPTIONS] [--] PROGRAM [ARGS...].
 For the morvik command and for editors: python -m sorrel.main COMMAND [OPTIONS] [--] [...].
 """
 
+from __future__ import absolute_import
+
 import os
 import sys
 

@@ -4,6 +4,8 @@ The program answers by itself. The adapter starts it or connects to it, passes m
 adds what the program writes and how it ends. So it does for what the program starts.
 """
 
+from __future__ import absolute_import
+
 import os
 import select
 import signal

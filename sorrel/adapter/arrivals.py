@@ -4,6 +4,8 @@ They come by the handshake that the program has come by. Then each says in one m
 and where it listens.
 """
 
+from __future__ import absolute_import
+
 import collections
 import socket
 import time

@@ -1,5 +1,7 @@
 """What a client's request to attach means for the adapter: where the program is, and its token."""
 
+from __future__ import absolute_import
+
 import os
 import socket
 

@@ -4,6 +4,8 @@ A client that knows how begins a session of its own for each. For others they ar
 one of the program.
 """
 
+from __future__ import absolute_import
+
 import functools
 import os
 import time

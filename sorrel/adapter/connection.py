@@ -1,5 +1,7 @@
 """The two ends that the adapter stands between: its client, and the programs'."""
 
+from __future__ import absolute_import
+
 import os
 import select
 import socket

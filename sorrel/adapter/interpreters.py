@@ -1,5 +1,7 @@
 """Which interpreter runs what the adapter starts, and what with."""
 
+from __future__ import absolute_import
+
 import glob
 import os
 import re

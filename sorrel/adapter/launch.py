@@ -1,5 +1,7 @@
 """Starting a program for a client, in a process of its own or in a terminal of the client's."""
 
+from __future__ import absolute_import
+
 import os
 import subprocess
 

@@ -1,5 +1,7 @@
 """The client's breakpoints, each of which is one in every process."""
 
+from __future__ import absolute_import
+
 from sorrel.adapter.debuggee import in_order
 from sorrel.adapter.numbers import FIRST_GIVEN
 

@@ -3,6 +3,8 @@
 No sockets, no clock: what comes is handed in, what goes out is handed to functions.
 """
 
+from __future__ import absolute_import
+
 import functools
 
 from sorrel.adapter.answers import answer, event, is_to_end

@@ -1,5 +1,7 @@
 """The process of a launched program, seen from outside: what it writes, and how it ends."""
 
+from __future__ import absolute_import
+
 import codecs
 import errno
 import os

@@ -1,5 +1,7 @@
 """Attaching to a program that runs already and does not listen: its server is brought into it."""
 
+from __future__ import absolute_import
+
 import os
 import subprocess
 import time

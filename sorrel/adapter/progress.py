@@ -1,5 +1,7 @@
 """What the morvik command says while it builds, told to the client as progress."""
 
+from __future__ import absolute_import
+
 import re
 
 from sorrel.common.decoding import text

@@ -4,6 +4,8 @@ An installed sorrel looks for it when the interpreter starts (sorrel.pth). Whate
 program runs as it would have.
 """
 
+from __future__ import absolute_import
+
 import os
 import sys
 

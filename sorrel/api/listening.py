@@ -1,5 +1,7 @@
 """Programs that listen for clients because they have said so."""
 
+from __future__ import absolute_import
+
 import atexit
 import os
 import thread

@@ -1,5 +1,7 @@
 """Programs that stop because they have said so."""
 
+from __future__ import absolute_import
+
 import sys
 import thread
 import time

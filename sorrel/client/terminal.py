@@ -5,6 +5,8 @@ text; `prompt` with one: a line is wanted. It gets: `line` with a text; `end` at
 `interrupt`.
 """
 
+from __future__ import absolute_import
+
 import errno
 import select
 import signal

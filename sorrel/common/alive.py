@@ -1,5 +1,7 @@
 """Whether a process runs."""
 
+from __future__ import absolute_import
+
 import errno
 import os
 

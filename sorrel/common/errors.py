@@ -1,5 +1,7 @@
 """Errors as texts, and those of the server itself, for whoever runs the program."""
 
+from __future__ import absolute_import
+
 import sys
 import traceback
 

@@ -1,5 +1,7 @@
 """Lines of files, kept for the next time that they are asked for."""
 
+from __future__ import absolute_import
+
 from sorrel.common import text_files
 
 # Characters of files that are kept, and of a single line that is shown.

@@ -4,6 +4,8 @@ They are like those of collections.namedtuple(), which compiles a text for each 
 starts many others would feel the sum of that.
 """
 
+from __future__ import absolute_import
+
 from operator import itemgetter
 
 

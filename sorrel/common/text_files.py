@@ -6,6 +6,8 @@ one than the limit. The interpreter lock is free meanwhile, so that other thread
 read while a lock of the server's own is held.
 """
 
+from __future__ import absolute_import
+
 import errno
 import os
 import stat

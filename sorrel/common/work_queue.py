@@ -1,5 +1,7 @@
 """Work handed from one thread to another."""
 
+from __future__ import absolute_import
+
 import collections
 import thread
 

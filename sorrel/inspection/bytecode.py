@@ -1,5 +1,7 @@
 """The instructions of a code object, and what they do to the value stack."""
 
+from __future__ import absolute_import
+
 import opcode
 
 from sorrel.common.records import record

@@ -1,5 +1,7 @@
 """What was being handled when an exception was raised, which the interpreter does not note."""
 
+from __future__ import absolute_import
+
 import sys
 
 from sorrel.inspection import frames, try_statements

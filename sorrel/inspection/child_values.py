@@ -3,6 +3,8 @@
 A whole has the method `named()`, a list of Child, and the attribute `items`: its Items or None.
 """
 
+from __future__ import absolute_import
+
 import collections
 import itertools
 import types

@@ -1,5 +1,7 @@
 """Which lines of a file have code, and of which function."""
 
+from __future__ import absolute_import
+
 import re
 import types
 

@@ -1,5 +1,7 @@
 """Expressions and statements of the user, run in a frame of the program."""
 
+from __future__ import absolute_import
+
 import __future__
 import sys
 import UserDict

@@ -1,5 +1,7 @@
 """Exception types by their names."""
 
+from __future__ import absolute_import
+
 import __builtin__
 import re
 import sys

@@ -1,9 +1,12 @@
 """Which frames are the program's, and which are the server's own or the interpreter's."""
 
+from __future__ import absolute_import
+
 import os
 import sys
 import threading
 
+OWN_FOLDER = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 _THREAD_START = ('__bootstrap', '__bootstrap_inner')
 # The id()s of the variables of the server's modules.
 own_namespaces = set()
@@ -28,9 +31,16 @@ def learn_own_modules():
 
 def own_files():
     """The server's source files, as the keys of a dict."""
-    top = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-    return dict((os.path.join(folder, name), True)
-                for folder, _, names in os.walk(top) for name in names if name.endswith('.py'))
+    found, folders = {}, [OWN_FOLDER]
+    while folders:
+        folder = folders.pop()
+        for name in os.listdir(folder):
+            path = os.path.join(folder, name)
+            if name.endswith('.py'):
+                found[path] = True
+            elif '.' not in name and os.path.isdir(path):
+                folders.append(path)
+    return found
 
 
 def is_own_namespace(variables):

@@ -1,5 +1,7 @@
 """Which code is the user's own, and which that of libraries."""
 
+from __future__ import absolute_import
+
 import os
 import threading
 

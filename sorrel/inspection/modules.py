@@ -1,32 +1,39 @@
 """Modules that the program has loaded since they were last asked for."""
 
+from __future__ import absolute_import
+
 import os
 import sys
 import types
 
 import tmorvik26_vs2012_x64 as core
 
+from sorrel.common.real_paths import RealPaths
+from sorrel.inspection import frames
+
 
 class Modules(object):
 
-    def __init__(self, own_files):
-        """own_files: those of the server, some of which are loaded when they are first needed."""
-        self._own = frozenset(map(_key, own_files))
+    def __init__(self):
+        self._own = os.path.join(os.path.realpath(frames.OWN_FOLDER), '')
         self._known = set()
 
     def begin(self):
         """The modules that are loaded now are none of the program's."""
+        real_paths = RealPaths()
         for name, module in sys.modules.items():
             path = namespace(module).get('__file__')
             if isinstance(path, str) and name != '__main__':
-                self._known.add(_key(path))
+                self._known.add(_key(real_paths, path))
 
     def take_new(self):
         """(path, whether it was loaded before) of each that has run since the last call."""
         taken = []
+        real_paths = RealPaths()
         for path in core.get_new_imports():
-            key = _key(path)
-            if key not in self._own:
+            key = _key(real_paths, path)
+            # Some of the server's own are loaded when they are first needed.
+            if not key.startswith(self._own):
                 taken.append((path, key in self._known))
                 self._known.add(key)
         return taken
@@ -40,10 +47,10 @@ def namespace(module):
     return _namespace(module) if isinstance(module, types.ModuleType) else {}
 
 
-def _key(path):
+def _key(real_paths, path):
     if path.endswith(('.pyc', '.pyo')):
         path = path[:-1]
-    return os.path.realpath(path)
+    return real_paths.of(path)
 
 
 _namespace = types.ModuleType.__dict__['__dict__'].__get__

@@ -8,6 +8,8 @@ text. The stack is followed as the grammar has it and never taken for smaller th
 expressions nearly always for what it is. A text with an error counts up to there at least.
 """
 
+from __future__ import absolute_import
+
 import keyword
 import re
 
@@ -32,13 +34,14 @@ _CHAINED_COMPARISON = 4
 
 _STRING = r'{0}{0}{0}[^{0}\\]*(?:(?:\\.|{0}(?!{0}{0}))[^{0}\\]*)*{0}{0}{0}|' \
           r'(?!{0}{0}{0}){0}[^{0}\\\n]*(?:\\.[^{0}\\\n]*)*{0}'
-_TOKEN = re.compile('|'.join((
+_TOKEN = '|'.join((
     r'#[^\n]*', r'\\\n', r'(?P<line>\n[ \t\f]*)', r'(?P<word>[A-Za-z_][A-Za-z_0-9]*)',
     r'(?P<operand>%s|%s|0[xX][0-9a-fA-F]+|(?:\d+\.?\d*|\.\d+)(?:[eE][-+]?\d+)?)' % (
         _STRING.format("'"), _STRING.format('"')),
     r'(?P<endless>["\'])',
-    r'(?P<operator>\*\*=?|//=?|<<=?|>>=?|<>|[-+*/%&|^<>=!]=|[-+*/%&|^~<>=.,:;@`(){}\[\]])')),
-    re.DOTALL)
+    r'(?P<operator>\*\*=?|//=?|<<=?|>>=?|<>|[-+*/%&|^<>=!]=|[-+*/%&|^~<>=.,:;@`(){}\[\]])'))
+# Compiled when it is first needed, since that takes as long as loading the module, or longer.
+_token = []
 
 # A word may be the name of a function: "print", where its module says so.
 _KEYWORDS = frozenset(keyword.kwlist) - frozenset(['print'])
@@ -66,7 +69,9 @@ def check(text, is_expression, branches=IN_THREAD):
     follower = _Follower(_IN_EXPRESSION if is_expression else _IN_STATEMENT)
     follow = {'line': follower.line, 'word': follower.word, 'operand': follower.operand,
               'operator': follower.operator}
-    for found in _TOKEN.finditer(text):
+    if not _token:
+        _token.append(re.compile(_TOKEN, re.DOTALL))
+    for found in _token[0].finditer(text):
         kind = found.lastgroup
         if kind == 'endless':
             break  # So the parser gets no further.

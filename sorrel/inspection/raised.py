@@ -1,5 +1,7 @@
 """Exceptions of the program that are still on their way."""
 
+from __future__ import absolute_import
+
 import sys
 import types
 

@@ -1,5 +1,7 @@
 """File names and source lines of frames and of entries of stacks."""
 
+from __future__ import absolute_import
+
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import file_lines, text_files

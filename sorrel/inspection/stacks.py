@@ -1,5 +1,7 @@
 """Stacks as a person is shown them: the program's frames, where they are in the program's files."""
 
+from __future__ import absolute_import
+
 from sorrel.common.records import record
 from sorrel.inspection import frames, source
 from sorrel.languages import sublanguages

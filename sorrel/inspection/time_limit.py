@@ -4,6 +4,8 @@ An exception is raised in the thread by the interpreter, which it does between t
 Python code. Code in C that waits or computes for long is therefore never ended.
 """
 
+from __future__ import absolute_import
+
 import thread
 import time
 

@@ -1,5 +1,7 @@
 """What the bytecode of a function says about its try statements."""
 
+from __future__ import absolute_import
+
 import opcode
 
 from sorrel.inspection import bytecode

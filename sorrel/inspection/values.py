@@ -1,5 +1,7 @@
 """How values of the program are shown, whatever their own code does."""
 
+from __future__ import absolute_import
+
 import collections
 import itertools
 import sys

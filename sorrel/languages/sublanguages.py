@@ -5,6 +5,8 @@ which code objects enter the language, which files implement it, and which frame
 in files of the language; docs/terminal.md lists them.
 """
 
+from __future__ import absolute_import
+
 import sys
 
 import tmorvik26_vs2012_x64 as core

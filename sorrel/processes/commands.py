@@ -4,6 +4,8 @@ Commands are what execve() is given. Nothing here starts anything, and all of it
 between fork and exec.
 """
 
+from __future__ import absolute_import
+
 import os
 import re
 

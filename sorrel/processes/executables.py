@@ -5,6 +5,8 @@ between fork and exec, where whatever is started could do harm, or take its time
 is imported by now, and no lock is taken.
 """
 
+from __future__ import absolute_import
+
 import os
 import re
 import stat

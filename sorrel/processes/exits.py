@@ -3,6 +3,8 @@
 So end most of the processes that the program forks.
 """
 
+from __future__ import absolute_import
+
 import posix
 
 from sorrel.processes.replacements import Replacement, replace

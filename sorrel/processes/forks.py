@@ -1,5 +1,7 @@
 """Processes that the program forks, which are none of the server's."""
 
+from __future__ import absolute_import
+
 import threading
 
 

@@ -5,6 +5,8 @@ the end of what there is to read, the program and what it has started are to end
 they have been found by is to go.
 """
 
+from __future__ import absolute_import
+
 import os
 import subprocess
 

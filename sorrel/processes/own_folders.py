@@ -1,5 +1,7 @@
 """The folders that the server's own modules are found in, which are no business of the program's."""
 
+from __future__ import absolute_import
+
 import os
 
 try:

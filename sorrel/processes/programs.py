@@ -7,6 +7,8 @@ Python 2 by other words, so that it runs the same under the server (sorrel/child
 processes that were forked a moment ago: it takes no lock, and what it needs is imported by now.
 """
 
+from __future__ import absolute_import
+
 import os
 import posix
 import sys

@@ -1,5 +1,7 @@
 """What stands in the module `os` for functions of it in C while the program is debugged."""
 
+from __future__ import absolute_import
+
 import os
 import posix
 

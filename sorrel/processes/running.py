@@ -3,6 +3,8 @@
 Whatever speaks against it is found out before anything is done: the program runs on unharmed.
 """
 
+from __future__ import absolute_import
+
 import os
 import pwd
 

@@ -4,6 +4,8 @@ Only what is certain to be a command of its own is read; all else in a text is l
 so is a text in which the shell computes more than the values of variables.
 """
 
+from __future__ import absolute_import
+
 import re
 
 from sorrel.common.records import record

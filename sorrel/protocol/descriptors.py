@@ -1,5 +1,7 @@
 """Sockets in a program that may close their descriptors, and use the numbers again for itself."""
 
+from __future__ import absolute_import
+
 import os
 
 try:

@@ -1,5 +1,7 @@
 """How a program and the adapter that has started it recognise each other: the adapter's side."""
 
+from __future__ import absolute_import
+
 import os
 import shutil
 import socket

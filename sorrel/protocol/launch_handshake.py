@@ -5,6 +5,8 @@ the first, and believes to have found it when it hears the second. So do the pro
 program starts, which listen in the folder of that file.
 """
 
+from __future__ import absolute_import
+
 import os
 import socket
 

@@ -1,5 +1,7 @@
 """Messages of the protocol: JSON texts, each behind a header that tells its length."""
 
+from __future__ import absolute_import
+
 import json
 
 from sorrel.common.decoding import text

@@ -5,6 +5,8 @@ Number, or a dict for an object: the shapes of its attributes by their names. A 
 that the attribute may be missing or null; attributes without a shape are nobody's business.
 """
 
+from __future__ import absolute_import
+
 from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 

@@ -1,5 +1,7 @@
 """Secret words: whoever knows one may do what it is for."""
 
+from __future__ import absolute_import
+
 import binascii
 import os
 

@@ -4,6 +4,8 @@ Whoever runs code as this user can read the file, and could do whatever the prog
 Others can connect to a port, and so can a web page that this user opens.
 """
 
+from __future__ import absolute_import
+
 import errno
 import os
 import stat

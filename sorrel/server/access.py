@@ -1,5 +1,7 @@
 """Where clients come to, and what they have to show there."""
 
+from __future__ import absolute_import
+
 from sorrel.protocol import tokens
 from sorrel.server.frontend import tell
 from sorrel.server.listening_tree import ListeningTree

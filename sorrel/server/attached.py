@@ -3,6 +3,8 @@
 Nothing of it runs any more when that has left; the next client brings it again.
 """
 
+from __future__ import absolute_import
+
 import atexit
 import os
 import thread

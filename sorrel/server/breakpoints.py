@@ -1,5 +1,7 @@
 """The client's breakpoints: where they are in the program, and which of them are due at a stop."""
 
+from __future__ import absolute_import
+
 from sorrel.common import text_files
 from sorrel.common.decoding import text
 from sorrel.inspection import evaluation, source

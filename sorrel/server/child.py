@@ -1,5 +1,7 @@
 """The front end in a process that the program has started, for the client that its parent has."""
 
+from __future__ import absolute_import
+
 import atexit
 import os
 import time

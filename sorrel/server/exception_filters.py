@@ -1,5 +1,7 @@
 """At which exceptions the client wants the program to stop."""
 
+from __future__ import absolute_import
+
 import traceback
 
 from sorrel.common.decoding import text

@@ -1,5 +1,7 @@
 """The front end of the service for one process, whichever clients come and go."""
 
+from __future__ import absolute_import
+
 import json
 import os
 import signal

@@ -1,5 +1,7 @@
 """The processes of a program that listens: all are reached where the first one does."""
 
+from __future__ import absolute_import
+
 import os
 import thread
 import time

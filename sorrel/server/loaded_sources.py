@@ -1,9 +1,12 @@
 """What the program has loaded: modules and source files."""
 
+from __future__ import absolute_import
+
 import os
 import sys
 
 from sorrel.common.decoding import text
+from sorrel.common.real_paths import RealPaths
 from sorrel.inspection import libraries
 from sorrel.server.shared import sources
 
@@ -13,26 +16,27 @@ class LoadedSources(object):
     def __init__(self, session, program_path):
         self._session = session
         self._program_path = program_path
-        self._real_paths = {}
         # How many modules there were when is_loaded() last looked at their files.
         self._looked_at = 0
-        self._loaded = frozenset()
+        self._loaded = self._real_paths = None
         self.answers = {'modules': self._list_modules, 'loadedSources': self._list_sources,
                         'source': self._source}
 
     def is_loaded(self, path):
         count = len(sys.modules)
         if self._looked_at != count:
-            self._loaded = frozenset(self._real(known) for _, known in self._modules())
+            self._real_paths = RealPaths()
+            self._loaded = frozenset(self._real_paths.of(known) for _, known in self._modules())
             self._looked_at = count
-        return self._real(path) in self._loaded
+        return self._real_paths.of(path) in self._loaded
 
     def tell_loaded(self, loaded):
         """loaded: pairs of a path and whether it was loaded before."""
-        names = dict((self._real(path), name) for name, path in self._modules())
+        real_paths = RealPaths()
+        names = dict((real_paths.of(path), name) for name, path in self._modules())
         for path, was_known in loaded:
             path = sources.of_code(path)
-            name = names.get(self._real(path), os.path.basename(path))
+            name = names.get(real_paths.of(path), os.path.basename(path))
             self._session.event('module', {'reason': 'changed' if was_known else 'new',
                                            'module': self._describe(name, path)})
 
@@ -40,11 +44,6 @@ class LoadedSources(object):
         """(name, path) of the modules that are loaded from files; the program's comes first."""
         return [('__main__', self._program_path)] + [
             found for found in sources.loaded_modules() if found[0] != '__main__']
-
-    def _real(self, path):
-        if path not in self._real_paths:
-            self._real_paths[path] = os.path.realpath(path)
-        return self._real_paths[path]
 
     def _describe(self, name, path):
         return {'id': text(name), 'name': text(name),

@@ -1,5 +1,7 @@
 """A new program that a debugged one has started, for the client that its parent has."""
 
+from __future__ import absolute_import
+
 import json
 
 from sorrel.languages import sublanguages

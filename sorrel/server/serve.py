@@ -1,5 +1,7 @@
 """Runs a program that clients of the protocol can debug."""
 
+from __future__ import absolute_import
+
 import atexit
 
 from sorrel.processes import guard, programs

@@ -1,5 +1,7 @@
 """One client: what it asks for, answered in the network thread or in the thread that is stopped."""
 
+from __future__ import absolute_import
+
 import fnmatch
 import itertools
 import os

@@ -3,6 +3,8 @@
 What is asked here holds at once, also while the program runs.
 """
 
+from __future__ import absolute_import
+
 import bisect
 import os
 import thread

@@ -5,6 +5,8 @@ what its caller in Python is executing: an instruction, by its name, or a call o
 it is named in Python. The rows are asked in their order; the first that fits counts.
 """
 
+from __future__ import absolute_import
+
 from sorrel.common.records import record
 
 # What becomes of the exception: gone, or replaced by another one; printed as "ignored" and gone;

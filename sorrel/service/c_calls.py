@@ -1,5 +1,7 @@
 """How a frame has been called by the Python code that called it: directly, or by C code between."""
 
+from __future__ import absolute_import
+
 import __builtin__
 import collections
 import functools

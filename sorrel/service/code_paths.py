@@ -5,6 +5,8 @@ values: constants, variables, attributes as they are stored, and the exception. 
 come back with something unknown. What a way ends in is one of the words below.
 """
 
+from __future__ import absolute_import
+
 import __builtin__
 import opcode
 import sys

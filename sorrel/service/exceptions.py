@@ -1,5 +1,7 @@
 """Exceptions: at which of them the program stops, and which it has been stopped for already."""
 
+from __future__ import absolute_import
+
 import atexit
 import threading
 

@@ -1,5 +1,7 @@
 """The interpreter's main thread, for a server that begins in another one."""
 
+from __future__ import absolute_import
+
 import sys
 import thread
 

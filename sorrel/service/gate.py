@@ -8,6 +8,8 @@ of them whether it is debugged, and the answer waits. Where the others are to ru
 answer is no.
 """
 
+from __future__ import absolute_import
+
 import collections
 import sys
 import thread

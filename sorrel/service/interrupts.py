@@ -1,5 +1,7 @@
 """Ctrl-C breaks into the program instead of ending it."""
 
+from __future__ import absolute_import
+
 import signal
 
 

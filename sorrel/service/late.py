@@ -3,6 +3,8 @@
 Each who comes brings a front end, and takes the place of the one before, who has left.
 """
 
+from __future__ import absolute_import
+
 import os
 import thread
 

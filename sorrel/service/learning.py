@@ -4,6 +4,8 @@ That shows later: the frame that was left last goes on, or is gone and its calle
 of the program's is kept alive to see it.
 """
 
+from __future__ import absolute_import
+
 from sorrel.common.records import record
 from sorrel.inspection import frames, try_statements
 from sorrel.service import living

@@ -3,6 +3,8 @@
 The core's ids are no help: they are half an address, and many threads' addresses have another half.
 """
 
+from __future__ import absolute_import
+
 import sys
 import thread
 import threading

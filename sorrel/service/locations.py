@@ -1,5 +1,7 @@
 """Files and functions of the program as a person names them."""
 
+from __future__ import absolute_import
+
 import os
 import sys
 

@@ -4,6 +4,8 @@ Whatever the program prints in the end comes through one of these. The calls are
 breakpoints on the functions' first lines.
 """
 
+from __future__ import absolute_import
+
 import sys
 import types
 

@@ -5,6 +5,8 @@ clause, or a function in Python that this calls, calls one of the functions that
 or make texts of them. Nothing of the program's is run to find out.
 """
 
+from __future__ import absolute_import
+
 import __builtin__
 import types
 

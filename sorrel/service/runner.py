@@ -1,5 +1,7 @@
 """Runs a program the way the interpreter runs a script."""
 
+from __future__ import absolute_import
+
 import __builtin__
 import atexit
 import imp

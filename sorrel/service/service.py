@@ -23,6 +23,8 @@ only thread: what is to be the front end there, or None to let it go.
 what the program has loaded.
 """
 
+from __future__ import absolute_import
+
 import __builtin__
 import dis
 import os
@@ -105,15 +107,14 @@ class Service(object):
         frames.learn_own_modules()
         notice_import, self._import_count = _sorrel.import_watch(
             core.set_debug_thread_cb, self._asks_about_thread)
-        own_files = frames.own_files()
         core.init(_IDLE_PERIOD, 0, self._hook_threads, self._callback(self._on_idle),
                   self._callback(self._on_line), self._callback(self._on_return),
                   self._callback(self._on_exception), self._on_quit, notice_import,
-                  __builtin__.__import__, None, own_files)
+                  __builtin__.__import__, None, frames.own_files())
         self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
         self.exceptions = exceptions.Exceptions(self.breakpoints)
-        self.modules = modules.Modules(own_files)
+        self.modules = modules.Modules()
         _services[self._process] = self
 
     @staticmethod

@@ -1,5 +1,7 @@
 """The program's signal handlers, which may be called between any two instructions of the server's."""
 
+from __future__ import absolute_import
+
 import functools
 import signal
 import types

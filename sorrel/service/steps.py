@@ -4,6 +4,8 @@ The core counts a step in the innermost frame of a thread. One that is to count 
 out begins when the frames inside it have been left, one by one.
 """
 
+from __future__ import absolute_import
+
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import frames

@@ -1,5 +1,7 @@
 """What the service and its front ends tell each other."""
 
+from __future__ import absolute_import
+
 from sorrel.common.records import record
 from sorrel.inspection.evaluation import Evaluator
 

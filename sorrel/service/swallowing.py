@@ -4,6 +4,8 @@ Decided at the raise, by what the frames on the stack are in the midst of: with 
 finally clauses in each of them, and C code between one and its caller.
 """
 
+from __future__ import absolute_import
+
 from sorrel.inspection import frames
 from sorrel.service import c_calls, with_blocks
 from sorrel.service.c_callers import DROPPED, PERHAPS, PRINTED

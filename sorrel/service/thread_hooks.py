@@ -1,5 +1,7 @@
 """Tracing begins in every thread that the program starts, and is cleared up when it ends."""
 
+from __future__ import absolute_import
+
 import sys
 import thread
 import threading

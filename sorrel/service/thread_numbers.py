@@ -1,5 +1,7 @@
 """The numbers by which a person or a client knows threads."""
 
+from __future__ import absolute_import
+
 import collections
 import itertools
 

@@ -1,5 +1,7 @@
 """Whether what a with statement calls at its end will swallow an exception."""
 
+from __future__ import absolute_import
+
 import __builtin__
 import contextlib
 import types

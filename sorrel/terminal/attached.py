@@ -3,6 +3,8 @@
 What is typed comes from another process, sorrel.client.terminal, and what is shown goes there.
 """
 
+from __future__ import absolute_import
+
 import atexit
 import os
 import socket

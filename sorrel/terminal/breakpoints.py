@@ -1,5 +1,7 @@
 """Commands about breakpoints, with the standard debugger's names and argument forms."""
 
+from __future__ import absolute_import
+
 import os
 
 from sorrel.inspection import evaluation

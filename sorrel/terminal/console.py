@@ -1,5 +1,7 @@
 """Where a person types and reads, whatever the program makes of sys.stdin and sys.stdout."""
 
+from __future__ import absolute_import
+
 import os
 import sys
 

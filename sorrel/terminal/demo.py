@@ -1,5 +1,7 @@
 """Plays a recorded session over an example, through the terminal front end that a person uses."""
 
+from __future__ import absolute_import
+
 import sys
 
 from sorrel.service import runner

@@ -1,5 +1,7 @@
 """What is evaluated at the prompt does not wait for ever for threads that wait for the prompt."""
 
+from __future__ import absolute_import
+
 import thread
 import time
 

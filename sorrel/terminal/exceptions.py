@@ -1,5 +1,7 @@
 """Commands about exceptions: at which the program stops, and raising one in it."""
 
+from __future__ import absolute_import
+
 import re
 import types
 

@@ -4,6 +4,8 @@ Only the process group in the foreground can read from a terminal: a process tha
 given a group of its own has to bring that to the foreground first.
 """
 
+from __future__ import absolute_import
+
 import errno
 import marshal
 import os

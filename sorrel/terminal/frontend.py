@@ -1,5 +1,7 @@
 """Asks a person at each stop what to do, and carries it out."""
 
+from __future__ import absolute_import
+
 import inspect
 import itertools
 import os

@@ -1,5 +1,7 @@
 """A new program that a debugged one has started, at the terminal that its parent has."""
 
+from __future__ import absolute_import
+
 import json
 import os
 

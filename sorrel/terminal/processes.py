@@ -1,5 +1,7 @@
 """Commands about the processes that the program forks or starts, which stop like the first."""
 
+from __future__ import absolute_import
+
 import json
 import os
 

@@ -1,5 +1,7 @@
 """The sessions that the demo plays."""
 
+from __future__ import absolute_import
+
 import os
 from collections import namedtuple
 

@@ -1,5 +1,7 @@
 """Which lines are commands. Any other line is a statement: "n = 1" sets a variable."""
 
+from __future__ import absolute_import
+
 import re
 
 ALIASES = {

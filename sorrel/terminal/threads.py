@@ -1,5 +1,7 @@
 """Commands that look at the program's other threads and at its modules."""
 
+from __future__ import absolute_import
+
 from sorrel.inspection import source, stacks
 
 

@@ -5,6 +5,8 @@ of each process that one of them forks: so those are known, too, that have not s
 one that has ended, or has become another program, is not taken for what it was.
 """
 
+from __future__ import absolute_import
+
 import errno
 import mmap
 import os

@@ -5,6 +5,8 @@ for a process that is killed. Other files there say who had the prompt last, and
 next.
 """
 
+from __future__ import absolute_import
+
 import errno
 import os
 import time

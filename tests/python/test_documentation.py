@@ -11,6 +11,7 @@ TOP = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 REFERENCE = os.path.join(TOP, "docs/core.md")
 ROW = re.compile(r"^\| `(\w+)\(([^`]*)\)` \| (\*loose\*)?")
 IMPORT = re.compile(r"^\s*from (sorrel[\w.]*) import", re.MULTILINE)
+ANY_IMPORT = re.compile(r"^\s*(?:import|from \S+ import) ", re.MULTILINE)
 REFUSED = re.compile(r"takes exactly (\d+) argument")
 
 
@@ -98,6 +99,17 @@ class RoomsTest(harness.TestCase):
     def test_rooms_import_what_the_table_says(self):
         self.assertEqual(dict((room, sorted(names)) for room, names in self.imported().items()),
                          dict((room, sorted(names)) for room, names in self.documented().items()))
+
+    def test_imports_are_looked_for_where_they_are(self):
+        """Not in the own package first, which every new program would wait for."""
+        lacking = []
+        for folder, _, names in os.walk(os.path.join(TOP, "sorrel")):
+            for name in names:
+                path = os.path.join(folder, name)
+                if name.endswith(".py") and ANY_IMPORT.search(open(path).read()) \
+                        and "from __future__ import absolute_import\n" not in open(path).read():
+                    lacking.append(path)
+        self.assertEqual(lacking, [])
 
     def test_no_arrow_comes_back(self):
         left = self.documented()

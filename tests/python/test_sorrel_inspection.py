@@ -18,7 +18,8 @@ gate = threading.Lock()
 gate.acquire()
 other = threading.Thread(target=wait, args=('nobody',), name='other')
 other.start()
-while 6 not in [f.f_lineno for f in threading._sys._current_frames().values()]: pass
+while (6, 'wait') not in [(f.f_lineno, f.f_code.co_name)
+                          for f in threading._sys._current_frames().values()]: pass
 while sum(1 for _ in 'x'):
     if started:
         break
@@ -36,21 +37,21 @@ class OtherThreads(sorrel_session.TestCase):
 
     def test_another_threads_stack_is_looked_at_and_its_variables_changed(self):
         answers = self.answers([
-            'tbreak 18', 'c', 'threads', 'thread 2', 'p word', "word = 'somebody'", 'threads',
+            'tbreak 19', 'c', 'threads', 'thread 2', 'p word', "word = 'somebody'", 'threads',
             'up', 'where', 'thread', 'p word', 'c'])
         self.assertEqual(answers[2], '''\
-* 1  MainThread  stopped  prog.py(18)<module>()
+* 1  MainThread  stopped  prog.py(19)<module>()
   2  other  running  prog.py(6)wait()
 ''')
         self.assertEqual(answers[3], '> prog.py(6)wait()\n-> gate.acquire()\n')
         self.assertEqual(answers[4], "'nobody'\n")
         self.assertEqual(answers[6], '''\
-  1  MainThread  stopped  prog.py(18)<module>()
+  1  MainThread  stopped  prog.py(19)<module>()
 * 2  other  running  prog.py(6)wait()
 ''')
         self.assertEqual(re.findall(r'^(..).*\W(\w+)\(\)$', answers[8], re.M), [
             ('> ', 'run'), ('  ', 'wait'), ('->', 'acquire')])
-        self.assertEqual(answers[9], '> prog.py(18)<module>()\n-> gate.release()\n')
+        self.assertEqual(answers[9], '> prog.py(19)<module>()\n-> gate.release()\n')
         self.assertEqual(answers[10], "*** NameError: name 'word' is not defined\n")
         self.assertEqual(answers[11], '''\
 somebody went on
@@ -58,9 +59,9 @@ The program ended with exit status 0.
 ''')
 
     def test_steps_are_those_of_the_thread_that_has_stopped(self):
-        answers = self.answers(['tbreak 16', 'c', 'thread 2', 'n', 'thread 2', 'unt', 'c'])
-        self.assertEqual(answers[3], '> prog.py(17)<module>()\n-> break\n')
-        self.assertEqual(answers[5], '> prog.py(18)<module>()\n-> gate.release()\n')
+        answers = self.answers(['tbreak 17', 'c', 'thread 2', 'n', 'thread 2', 'unt', 'c'])
+        self.assertEqual(answers[3], '> prog.py(18)<module>()\n-> break\n')
+        self.assertEqual(answers[5], '> prog.py(19)<module>()\n-> gate.release()\n')
 
     def test_a_thread_that_there_is_not(self):
         answers = self.answers(['thread 7', 'thread 1', 'thread', 'c'])

@@ -4,6 +4,8 @@ Each has a small conversation, which tells nothing of the program: it introduces
 attach, with the token where one is needed.
 """
 
+from __future__ import absolute_import
+
 import time
 
 from sorrel.protocol import capabilities, messages

@@ -1,5 +1,7 @@
 """A socket and what goes through it, for a thread that waits for none."""
 
+from __future__ import absolute_import
+
 import collections
 import errno
 import socket

@@ -1,19 +1,19 @@
 """What the processes of a tree tell the one that leads it, and which clients go on to them."""
 
+from __future__ import absolute_import
+
 import time
 
 from sorrel.common.alive import is_alive
 from sorrel.common.records import record
 from sorrel.protocol import messages
-from sorrel.protocol.descriptors import above_streams, Descriptor
-from sorrel.server.network.connection import Connection, Gone, will_pass
+from sorrel.server.network.connection import Connection, Gone
+from sorrel.server.network.door import Door
 from sorrel.server.network.listening import Listening, Path
 from sorrel.server.network.relays import Relays
 
 # How long after its connection a process may end, in seconds.
 _END = 0.1
-# How long nobody is let in when the system allows no more connections.
-_CROWDED_PAUSE = 1.0
 # Taken now: a program may replace what the interpreter's modules offer.
 _now = time.time
 
@@ -41,8 +41,7 @@ class Hub(object):
         self._folder = folder
         self._on_member = on_member
         self._listening = Listening(Path(folder.hub))
-        self._listener = Descriptor(self._listening.socket)
-        self._no_listening_until = 0.0
+        self._door = Door(self._listening.socket)
         self._held = []
         self._relays = Relays()
         # When to look whether they have ended, for those that have hung up.
@@ -57,18 +56,18 @@ class Hub(object):
         return [held.connection for held in self._held] + self._relays.connections()
 
     def descriptors(self):
-        return [self._listener] + [
+        return [self._door.descriptor] + [
             connection.descriptor for connection in self.connections()]
 
     def reading(self):
-        return [self._listener.number] * (_now() >= self._no_listening_until) + [
+        return [self._door.descriptor.number] * (_now() >= self._door.closed_until) + [
             held.connection.descriptor.number for held in self._held] + self._relays.reading()
 
     def deadline(self):
         """When look() is to be called though nothing comes; None for never."""
         moments = self._ending.values()
-        if _now() < self._no_listening_until:
-            moments.append(self._no_listening_until)
+        if _now() < self._door.closed_until:
+            moments.append(self._door.closed_until)
         return min(moments) if moments else None
 
     def relay(self, stranger):
@@ -95,7 +94,7 @@ class Hub(object):
                 held.connection.send()
             except (Gone, messages.Broken):
                 self._leave(held)
-        if self._listener.number in readable:
+        if self._door.descriptor.number in readable:
             self._accept()
         self._relays.look(readable)
         self._clear_up(_now())
@@ -106,7 +105,7 @@ class Hub(object):
             if not held.connection.descriptor.is_there():
                 self._leave(held)
         self._relays.look_after_descriptors()
-        return self._listener.is_there()
+        return self._door.descriptor.is_there()
 
     def end_all(self):
         for held in list(self._held):
@@ -131,16 +130,13 @@ class Hub(object):
         for held in self._held:
             held.connection.close()
         del self._held[:]
-        self._listener.close()
+        self._door.descriptor.close()
         self._listening.remove()
         return has_others
 
     def _accept(self):
-        try:
-            connected = above_streams(self._listener.socket.accept)[0]
-        except EnvironmentError as error:
-            if not will_pass(error):
-                self._no_listening_until = _now() + _CROWDED_PAUSE
+        connected = self._door.let_in()
+        if connected is None:
             return
         try:
             self._held.append(_Held(connected))

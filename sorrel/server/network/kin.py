@@ -4,6 +4,8 @@ One of them leads: it listens there, and passes clients on to the others, which 
 it. When it is gone, another one that has noticed does that.
 """
 
+from __future__ import absolute_import
+
 import socket
 import time
 

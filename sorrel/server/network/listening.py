@@ -1,5 +1,7 @@
 """Where clients come to: a port, or a socket in the file system."""
 
+from __future__ import absolute_import
+
 import errno
 import os
 import socket

@@ -5,6 +5,8 @@ stopped in the middle of an import; and it relies on nothing that the program ma
 Nobody it talks to can keep it from its other work: what it does in one turn is bounded.
 """
 
+from __future__ import absolute_import
+
 import os
 import thread
 import time

@@ -4,6 +4,8 @@ What a client does not read in time must not fill the memory: what breakpoints l
 and it is said how much. Answers, stops and the like are never left out.
 """
 
+from __future__ import absolute_import
+
 import collections
 import thread
 import time

@@ -1,5 +1,7 @@
 """Waiting for sockets, however many files the program has open."""
 
+from __future__ import absolute_import
+
 import select
 
 # Taken now: a program may replace what the interpreter's modules offer.

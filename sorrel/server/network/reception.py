@@ -1,18 +1,18 @@
 """Where strangers come to, and how many of them may be there at a time."""
 
+from __future__ import absolute_import
+
 import time
 
 from sorrel.common.errors import print_error
-from sorrel.protocol.descriptors import above_streams, Descriptor
 from sorrel.server.network.authentication import Stranger
-from sorrel.server.network.connection import Gone, will_pass
+from sorrel.server.network.connection import Gone
+from sorrel.server.network.door import Door
 
 # So many have a conversation at a time. When more come the first ones go, but not before they had
 # some time, in seconds: whoever has nothing to say does not keep others out.
 _MOST_STRANGERS = 8
 _STRANGER_TIME = 0.5
-# How long nobody is let in when the system allows no more connections.
-_CROWDED_PAUSE = 1.0
 # Taken now: a program may replace what the interpreter's modules offer.
 _now = time.time
 
@@ -30,11 +30,11 @@ class Reception(object):
         whether to carry it out. is_kin: whether other processes of this one's tree come there, and
         speak for clients.
         """
-        self.descriptor = Descriptor(listener)
+        self._door = Door(listener)
+        self.descriptor = self._door.descriptor
         self._patience = patience
         self._is_token_shown = is_token_shown or _nothing_to_show
         self._is_kin = is_kin
-        self._no_listening_until = 0.0
         # The oldest comes first.
         self._strangers = []
 
@@ -78,15 +78,12 @@ class Reception(object):
 
     def _listens_again(self):
         if len(self._strangers) < _MOST_STRANGERS:
-            return self._no_listening_until
-        return max(self._no_listening_until, self._strangers[0].since + _STRANGER_TIME)
+            return self._door.closed_until
+        return max(self._door.closed_until, self._strangers[0].since + _STRANGER_TIME)
 
     def _accept(self):
-        try:
-            connected = above_streams(self.descriptor.socket.accept)[0]
-        except EnvironmentError as error:
-            if not will_pass(error):
-                self._no_listening_until = _now() + _CROWDED_PAUSE
+        connected = self._door.let_in()
+        if connected is None:
             return
         if len(self._strangers) >= _MOST_STRANGERS:
             self._send_away(self._strangers[0])

@@ -1,5 +1,7 @@
 """Clients that have come to one process for another one: what either says is passed on."""
 
+from __future__ import absolute_import
+
 import socket
 
 from sorrel.protocol import messages

@@ -4,6 +4,8 @@ It is for this user alone. The one that leads holds a lock on it, which the syst
 that process ends, however it does.
 """
 
+from __future__ import absolute_import
+
 import errno
 import os
 import stat

@@ -4,6 +4,8 @@ It is handed the client's requests, and seen to while it runs code of the progra
 wait for another thread, or never end, and is to hold up neither the program nor the client.
 """
 
+from __future__ import absolute_import
+
 import time
 
 from sorrel.server.shared.requests import Job, RUNNING

@@ -1,5 +1,7 @@
 """Waking a thread that waits for sockets, on every platform."""
 
+from __future__ import absolute_import
+
 import socket
 
 from sorrel.protocol.descriptors import above_streams, Descriptor

@@ -1,5 +1,7 @@
 """Requests and their answers."""
 
+from __future__ import absolute_import
+
 import sys
 import time
 

@@ -1,5 +1,7 @@
 """Files as the client knows them and as the program does."""
 
+from __future__ import absolute_import
+
 import os
 import re
 import sys

@@ -1,12 +1,14 @@
 """What could follow what has been typed."""
 
+from __future__ import absolute_import
+
 import keyword
-import string
 import __builtin__
 
 from sorrel.common.decoding import text
 
-_IN_NAMES = string.ascii_letters + string.digits + '_.'
+_DIGITS = '0123456789'
+_IN_NAMES = 'abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_.' + _DIGITS
 
 
 def complete(typed, column, frame, evaluator):
@@ -15,7 +17,7 @@ def complete(typed, column, frame, evaluator):
     column: how much of the text is before the cursor. evaluator: for what is typed there.
     """
     before = typed[:max(0, column)]
-    name = before[len(before.rstrip(_IN_NAMES)):].lstrip(string.digits + '.')
+    name = before[len(before.rstrip(_IN_NAMES)):].lstrip(_DIGITS + '.')
     path, dot, begun = name.rpartition('.')
     if dot:
         names = dir(evaluator.expression(path, frame))

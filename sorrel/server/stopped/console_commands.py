@@ -3,6 +3,8 @@
 None of them is a statement or an expression of Python.
 """
 
+from __future__ import absolute_import
+
 from sorrel.protocol.messages import Refused
 from sorrel.service import exceptions
 from sorrel.service.stops import RAISED

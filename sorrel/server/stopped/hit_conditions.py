@@ -1,5 +1,7 @@
 """Hit conditions and log messages: what the core does not do at a breakpoint by itself."""
 
+from __future__ import absolute_import
+
 import re
 import sys
 

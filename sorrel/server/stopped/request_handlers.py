@@ -3,6 +3,8 @@
 Only there is the program's code to be run, and only until the thread goes on.
 """
 
+from __future__ import absolute_import
+
 import os
 import sys
 import time

@@ -1,5 +1,7 @@
 """Which stops of the program the client is told of, and as what."""
 
+from __future__ import absolute_import
+
 from sorrel.common.records import record
 from sorrel.inspection import frames, libraries
 from sorrel.service import living

@@ -1,5 +1,7 @@
 """What the client is shown of values while a thread is stopped."""
 
+from __future__ import absolute_import
+
 import sys
 
 from sorrel.common import errors
