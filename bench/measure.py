@@ -4,18 +4,9 @@ All in one process: what the machine does meanwhile (its clock rate, its other l
 neighbouring samples alike, which is why a ratio is taken within each round.
 """
 
-from time import clock  # processor time
-
 from bench import variants
+from bench.timing import timed
 import morvik_counting
-
-
-def timed(program, times):
-    # A frame between the debugger's and the program's: some trace functions treat the first
-    # one that they see in a way of its own.
-    started = clock()
-    program.run(times)
-    return clock() - started
 
 
 def sample(variant, program, times):
@@ -23,8 +14,8 @@ def sample(variant, program, times):
     share = times
     if variant in variants.SLOW:
         share = max(1, times // 10)
-    with variant(program):
-        return timed(program, share) * times / share
+    with variant(program) as elsewhere:
+        return (elsewhere or timed)(program, share) * times / share
 
 
 def quantile(values, fraction):
@@ -35,6 +26,10 @@ def quantile(values, fraction):
     return values[below] + (values[above] - values[below]) * (position - below)
 
 
+def ratios_to(others, samples):
+    return [own / other for own, other in zip(samples, others)]
+
+
 def count_events(program, times):
     morvik_counting.start()
     program.run(times)
@@ -43,18 +38,20 @@ def count_events(program, times):
 
 def measure(program, times, rounds):
     """What is known of one program: its events, and for each variant the median processor
-    seconds, the median ratio to the yardstick and the quartiles of that ratio."""
+    seconds, the median ratio to the yardstick, the quartiles of that ratio, and the median ratio
+    to the program untraced."""
     seconds = dict((variant, []) for variant in variants.ALL)
     for _ in range(rounds):
         for variant in variants.ALL:
             seconds[variant].append(sample(variant, program, times))
     results = {}
     for variant in variants.ALL:
-        ratios = [own / yardstick
-                  for own, yardstick in zip(seconds[variant], seconds[variants.YARDSTICK])]
+        ratios = ratios_to(seconds[variants.YARDSTICK], seconds[variant])
         results[variant.__name__] = {
             "seconds": quantile(seconds[variant], 0.5),
             "ratio": quantile(ratios, 0.5),
             "quartiles": [quantile(ratios, 0.25), quantile(ratios, 0.75)],
+            "untraced_ratio": quantile(
+                ratios_to(seconds[variants.untraced], seconds[variant]), 0.5),
         }
     return {"times": times, "events": count_events(program, times), "variants": results}

@@ -17,8 +17,7 @@ def host():
 
 def heading(rounds):
     about = host()
-    return "CPython %s %s, medians of %d rounds; the time under %s is 1" % (
-        about["version"], about["flavour"], rounds, variants.YARDSTICK.__name__)
+    return "CPython %s %s, medians of %d rounds" % (about["version"], about["flavour"], rounds)
 
 
 def row(title, cells):
@@ -26,15 +25,22 @@ def row(title, cells):
 
 
 def table(results):
+    """Both, one below the other: beside the yardstick and beside the program untraced."""
     names = [programs.name(program) for program in programs.ALL
              if programs.name(program) in results]
-    rows = [row("", names)]
-    for variant in [function.__name__ for function in variants.ALL]:
-        rows.append(row(variant, ["%.2f" % results[name]["variants"][variant]["ratio"]
-                                  for name in names]))
+    rows = _ratios(results, names, variants.YARDSTICK, "ratio")
+    rows += [""] + _ratios(results, names, variants.untraced, "untraced_ratio")
     rows.append(row("(events traced)", [sum(results[name]["events"].values())
                                         for name in names]))
     return "\n".join(rows)
+
+
+def _ratios(results, names, against, key):
+    rows = [row("%s is 1" % against.__name__, names)]
+    for variant in [function.__name__ for function in variants.ALL]:
+        rows.append(row(variant, ["%.2f" % results[name]["variants"][variant][key]
+                                  for name in names]))
+    return rows
 
 
 def verdict(target):

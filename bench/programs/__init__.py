@@ -5,9 +5,9 @@ second or so under the trace function that only counts; hot, a function whose fi
 again and again; and quiet, a function of the same file that never runs.
 """
 
-from bench.programs import calls, lines, pystone, raises
+from bench.programs import builtins, callers, calls, lines, pickling, pystone, raises
 
-ALL = [lines, calls, raises, pystone]
+ALL = [lines, calls, raises, builtins, callers, pickling, pystone]
 
 
 def name(program):

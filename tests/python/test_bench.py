@@ -8,10 +8,10 @@ import tempfile
 import harness
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-PROGRAMS = ["calls", "lines", "pystone", "raises"]
+PROGRAMS = ["builtins", "callers", "calls", "lines", "pickling", "pystone", "raises"]
 VARIANTS = ["bdb", "bdb_condition", "bdb_elsewhere", "core", "core_breakpoints_elsewhere",
             "core_breakpoints_nearby", "core_condition", "core_policy", "core_stepping_over",
-            "core_unhandled", "counting", "untraced"]
+            "core_unhandled", "counting", "launched", "untraced"]
 
 
 def bench(*arguments):
@@ -42,11 +42,12 @@ class Bench(harness.TestCase):
             self.assertEqual(program["events"]["call"], program["events"]["return"])
             self.assertEqual(sorted(program["variants"]), VARIANTS)
             for variant in program["variants"].values():
-                self.assertEqual(sorted(variant), ["quartiles", "ratio", "seconds"])
+                self.assertEqual(sorted(variant), ["quartiles", "ratio", "seconds", "untraced_ratio"])
                 self.assertTrue(variant["seconds"] > 0)
                 self.assertTrue(variant["ratio"] > 0)
                 self.assertEqual(len(variant["quartiles"]), 2)
             self.assertEqual(program["variants"]["counting"]["ratio"], 1)
+            self.assertEqual(program["variants"]["untraced"]["untraced_ratio"], 1)
 
     def test_the_programs_are_what_they_are_called(self):
         output = tempfile.NamedTemporaryFile()
