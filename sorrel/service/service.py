@@ -249,7 +249,7 @@ class Service(object):
                 function(*arguments)
             finally:
                 self.heed_thread(ident)
-        thread_hooks.bare_start(thread_hooks.OwnThread(run), ())
+        thread_hooks.start_own(run)
 
     def threads(self):
         """A Thread for each one that runs code of the program, and the main one, by ident."""

@@ -6,6 +6,7 @@ import sys
 import thread
 import threading
 
+import _sorrel
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import frames
@@ -91,20 +92,24 @@ def _starter(start, trace, on_end):
     return start_new_thread
 
 
-# Starts a thread that none of this happens to.
-bare_start = thread.start_new_thread
+_bare_start = thread.start_new_thread
+
+
+def start_own(function):
+    """Starts a thread of the server's, which none of this happens to. Raises thread.error."""
+    _sorrel.start_thread(OwnThread(function))
 
 
 def install(on_end):
     """on_end: called in every thread that ends, as the last of what it runs."""
-    bare = _starter(bare_start, core.bootstrap_new_thread, on_end)
+    bare = _starter(_bare_start, core.bootstrap_new_thread, on_end)
     thread.start_new_thread = thread.start_new = bare
     # A Thread is traced from its run method on: until then, other threads may be waiting for it.
-    threading._start_new_thread = _starter(bare_start, None, on_end)
+    threading._start_new_thread = _starter(_bare_start, None, on_end)
     threading.settrace(core.bootstrap_new_thread)
 
 
 def remove():
-    thread.start_new_thread = thread.start_new = bare_start
-    threading._start_new_thread = bare_start
+    thread.start_new_thread = thread.start_new = _bare_start
+    threading._start_new_thread = _bare_start
     threading.settrace(None)

@@ -6,12 +6,13 @@ import thread
 import time
 
 from sorrel.inspection.time_limit import TimeLimit
+from sorrel.service import thread_hooks
 
 # How long the other threads wait for it, in seconds.
 _MOMENT = 0.3
 _LOOK = 0.01
-# Taken now: the program's threads are started by another function, which has them debugged.
-_start_thread, _new_lock = thread.start_new_thread, thread.allocate_lock
+# Taken now: a program may replace what the interpreter's modules offer.
+_new_lock = thread.allocate_lock
 
 
 class PromptEvaluation(object):
@@ -36,7 +37,7 @@ class PromptEvaluation(object):
         is_done, has_seen = _new_lock(), _new_lock()
         is_done.acquire()
         has_seen.acquire()
-        _start_thread(self._watch, (hold, is_done, has_seen))
+        thread_hooks.start_own(lambda: self._watch(hold, is_done, has_seen))
         try:
             return function(*arguments)
         finally:

@@ -16,6 +16,13 @@ int64_t wall_clock_seconds();
 // runs. Once per function.
 void call_in_forked_child(void (*function)());
 
+// Between the last two no other thread of the process forks: one that wants to waits. What is done
+// there waits for nothing that a thread may hold while it forks. The first one is to be called
+// before, once at least, while no thread forks; false where there is no memory for that.
+bool can_hold_forks();
+void hold_forks();
+void let_forks();
+
 // Has Ctrl-C (SIGINT) do what is set for it now only where the number at `front`, in memory that
 // processes share and that stays, is this process's id, or that of one that has ended. Elsewhere
 // nothing happens then: not even a system call ends early. To be called again whenever something

@@ -126,6 +126,9 @@ OwnedPath environment_folder(const char* name) {
     return OwnedPath(value != nullptr && *value != '\0' ? strdup(value) : nullptr);
 }
 
+// Held by a thread that forks, and by one that keeps others from it.
+pthread_mutex_t fork_mutex = PTHREAD_MUTEX_INITIALIZER;
+
 // The stream of the last wait that ended without input.
 FILE* left_behind = nullptr;
 
@@ -233,6 +236,18 @@ void on_interrupt(int number, siginfo_t* /*information*/, void* context) {
 int64_t wall_clock_seconds() { return static_cast<int64_t>(time(nullptr)); }
 
 void call_in_forked_child(void (*function)()) { pthread_atfork(nullptr, nullptr, function); }
+
+bool can_hold_forks() {
+    static bool can_hold = false;
+    if (!can_hold) {
+        can_hold = pthread_atfork(hold_forks, let_forks, let_forks) == 0;
+    }
+    return can_hold;
+}
+
+void hold_forks() { pthread_mutex_lock(&fork_mutex); }
+
+void let_forks() { pthread_mutex_unlock(&fork_mutex); }
 
 bool guard_interrupts(const volatile int32_t* front) {
     struct sigaction now = {};

@@ -196,6 +196,12 @@ void call_in_forked_child(void (* /*function*/)()) {
     // Processes do not fork here.
 }
 
+bool can_hold_forks() { return true; }
+
+void hold_forks() {}
+
+void let_forks() {}
+
 bool guard_interrupts(const volatile int32_t* /*front*/) { return false; }
 
 bool set_foreground_group(int /*terminal*/, int /*group*/) { return false; }

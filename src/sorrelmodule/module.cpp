@@ -9,6 +9,7 @@
 #include "sorrelmodule/deferring.h"
 #include "sorrelmodule/frame_state.h"
 #include "sorrelmodule/import_watch.h"
+#include "sorrelmodule/own_threads.h"
 
 namespace morvik {
 
@@ -116,6 +117,18 @@ PyObject* entry_deferring(PyObject* /*self*/, PyObject* args) {
     return new_deferring(function, defer).release();
 }
 
+PyObject* entry_start_thread(PyObject* /*self*/, PyObject* args) {
+    PyObject* function = nullptr;
+    if (PyArg_ParseTuple(args, "O:start_thread", &function) == 0) {
+        return nullptr;
+    }
+    if (PyCallable_Check(function) == 0) {
+        PyErr_SetString(PyExc_TypeError, "function must be callable");
+        return nullptr;
+    }
+    return start_own_thread(function) == 0 ? new_none() : nullptr;
+}
+
 PyObject* entry_disown_other_threads(PyObject* /*self*/, PyObject* /*args*/) {
     disown_other_threads();
     return new_none();
@@ -201,6 +214,11 @@ PyMethodDef methods[] = {
      "whichever instruction, defer(type, value, traceback) is called: when this is true, the new "
      "function returns True, else the exception passes.  What defer itself raises is treated the "
      "same, once."},
+    {"start_thread", entry_start_thread, METH_VARARGS,
+     "start_thread(function)\n\n"
+     "Calls the function in a new thread of the server's own.  Other threads may fork at any "
+     "moment of that; with thread.start_new_thread a forked process of 2.6 may wait for ever.  "
+     "Raises thread.error where there are too many threads."},
     {"disown_other_threads", entry_disown_other_threads, METH_NOARGS,
      "disown_other_threads()\n\n"
      "In a forked process: the interpreter keeps what it knows of threads that are not there any "
