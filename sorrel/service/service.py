@@ -329,8 +329,8 @@ class Service(object):
 
     def set_all_stop(self, on):
         """Whether all threads wait while one is stopped, or only that one does."""
+        # Not the core's doing: it would pass over what other threads come to during any event.
         self._stops_all = bool(on)
-        core.set_debug_all_threads(int(on))
 
     def has_other_threads(self):
         """Whether any could be made to wait by one that is stopped."""

@@ -181,13 +181,16 @@ while os.path.exists(sys.argv[1]):
     subprocess.call([sys.executable, '-c', 'result = 5'])
 ''', self.flag)
         adapter = self.attach_to(program, '# work')
-        for _ in range(2):
-            for who in 'forked', 'first':
-                self.assertEqual(adapter.stopped(), 'breakpoint work:4')
-                self.assertEqual(adapter.evaluate('who'), repr(who))
-                pid = int(adapter.evaluate('os.getpid()'))
-                self.assertEqual(pid == program.pid, who == 'first')
-                adapter.go()
+        expected = ['forked', 'first'] * 2
+        while expected:
+            self.assertEqual(adapter.stopped(), 'breakpoint work:4')
+            who = eval(adapter.evaluate('who'))
+            # At first it may be at work after a process that ended before anybody came.
+            if who == 'forked' or len(expected) < 4:
+                self.assertEqual(who, expected.pop(0))
+            pid = int(adapter.evaluate('os.getpid()'))
+            self.assertEqual(pid == program.pid, who == 'first')
+            adapter.go()
         self.leave(adapter)
         os.unlink(self.flag)
         self.assertEqual(program.ended()[1], 0)
