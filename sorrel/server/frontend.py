@@ -9,7 +9,6 @@ import stat
 import sys
 import time
 
-from sorrel.inspection import frames
 from sorrel.languages import sublanguages
 from sorrel.processes import programs
 from sorrel.server.network.polling import wait
@@ -137,14 +136,10 @@ class Program(object):
         # Its handler would be called, and could raise an exception, in whatever the main thread is
         # just doing: that has to be the program's.
         end = _now() + _TERMINATE_PATIENCE
-        while not self.is_waiting and self._is_in_server() and _now() < end:
+        while not self.is_waiting and living.is_in_server(self.service.main_thread) \
+                and _now() < end:
             _sleep(0.001)
         os.kill(os.getpid(), signal.SIGTERM)
-
-    def _is_in_server(self):
-        """Whether the main thread is."""
-        frame = living.current_frames().get(self.service.main_thread)
-        return frame is not None and not frames.is_program(frame)
 
     def is_being_left(self):
         """To be called before the program goes on without its client."""

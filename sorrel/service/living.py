@@ -16,10 +16,20 @@ current, _current_frames = thread.get_ident, sys._current_frames
 
 
 def current_frames():
-    """Where each thread is, by its ident."""
-    frames_by_ident = _current_frames()
-    frames_by_ident.pop(0, None)  # Of what is left in a forked process of its parent's threads.
-    return frames_by_ident
+    """Where each thread is in the program, by its ident; where one is not, its innermost frame.
+
+    The server's own frames are not handed out: one that held itself in its variables, by whatever
+    way, would keep the frames of the program that it was called from, and all that is in them.
+    """
+    # 0: of what is left in a forked process of its parent's threads.
+    return dict((ident, frames.without_own_calls(frame))
+                for ident, frame in _current_frames().items() if ident != 0)
+
+
+def is_in_server(thread):
+    """Whether the server's own code is what this thread, which is another one, just runs."""
+    frame = _current_frames().get(thread)
+    return frame is not None and not frames.is_program(frame)
 
 
 def idents():
