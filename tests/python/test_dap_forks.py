@@ -321,7 +321,7 @@ print os.system('exit 4') >> 8
         parent = self.launch("""
 import os
 x = 1  # here
-os.write(1, 'over\n')
+os.write(1, 'over\\n')
 """, '# here')
         self.assertEqual(parent.stopped(), 'breakpoint <module>:3')
         self.assertEqual(parent.evaluate(
