@@ -5,7 +5,7 @@ target_compile_definitions(handlers_fuzz PRIVATE
     MORVIK_HOST_EXECUTABLE="${MORVIK_HOST_executable}")
 add_graded_test(fuzz/handlers TIMEOUT 600 LONG_TIMEOUT 900 COMMAND handlers_fuzz)
 
-foreach(fuzzer entry_points handler_programs transport)
+foreach(fuzzer entry_points handler_programs stops transport)
     add_graded_test(fuzz/${fuzzer} TIMEOUT 600 LONG_TIMEOUT 900
         COMMAND morvik-python tests/fuzz/${fuzzer}.py)
 endforeach()
