@@ -22,9 +22,14 @@ INIT_ARGUMENTS = (
     "internal_modules_map")
 
 
+def is_sanitized():
+    """Whether this is a build with the sanitizers."""
+    return "libasan" in open("/proc/self/maps").read()
+
+
 def need_interpreter_alone(test):
     """Skips a test of the interpreter itself in a build that this cannot load."""
-    if "libasan" in open("/proc/self/maps").read():
+    if is_sanitized():
         test.skip("the interpreter alone does not load modules with sanitizers")
 
 
