@@ -97,6 +97,15 @@ class Screen(object):
     def interrupt(self):
         self.type('\x03')
 
+    def interrupt_prompt(self):
+        """The same where it has just appeared: the interpreter notices no signal that comes between
+        that and its waiting for what is typed."""
+        deadline = time.time() + PATIENCE
+        while open('/proc/%d/stat' % self._process).read().rpartition(')')[2].split()[0] != 'S' \
+                and time.time() < deadline:
+            time.sleep(0.001)
+        self.interrupt()
+
     def send(self, number):
         """Sends the program a signal."""
         os.kill(self._process, number)

@@ -181,7 +181,7 @@ while not os.path.exists('begun'):
     time.sleep(0.01)
 here = 1
 ''', 'b 5', 'c')
-        self.screen.interrupt()
+        self.screen.interrupt_prompt()
         self.assert_in('--KeyboardInterrupt--', self.prompt())
         time.sleep(0.5)
         self.assert_in('None\n', self.type('p worker.poll()'))
