@@ -1,9 +1,10 @@
 """A program that is launched as an editor launches it, and what the others take there."""
 
 import os
+import select
 import socket
 import subprocess
-import sys
+import time
 
 from bench import programs
 from sorrel.protocol import messages
@@ -29,9 +30,11 @@ class Launched(object):
              str(listener.getsockname()[1])], stdin=open(os.devnull), stdout=open(os.devnull, "w"))
         try:
             # The first who comes is the client's connection.
-            self._client = None
+            self._client, end = None, time.time() + _PATIENCE
             while self._client is None:
-                self._client = handshake.look(handshake.sockets())
+                if time.time() > end:
+                    raise EnvironmentError("the launched program does not come")
+                self._client = handshake.look(select.select(handshake.sockets(), [], [], 0.1)[0])
             self._client.settimeout(_PATIENCE)
             self._configure(place_of)
             listener.settimeout(_PATIENCE)

@@ -799,7 +799,7 @@ class Service(object):
     def _thread(self, ident, frame):
         stop = self._stops.get(ident)
         return Thread(ident, living.name(ident, frame),
-                      stop.frame if stop is not None else frames.without_own_calls(frame), stop)
+                      stop.frame if stop is not None else frame, stop)
 
 
 def _is_amid_line(frame, caller, offset):

@@ -23,6 +23,7 @@ import traceback
 
 import fuzzing
 import dap_session
+import harness
 
 from sorrel.protocol import messages, schema
 
@@ -35,7 +36,7 @@ TOKEN_PLACEHOLDER = "@token"
 PATIENCE = 15
 MEGABYTE = 1 << 20
 # How much the program may grow over the rounds of a batch. The sanitizers keep what was freed.
-GROWTH = 300 * MEGABYTE if "libasan" in open("/proc/self/maps").read() else 40 * MEGABYTE
+GROWTH = 300 * MEGABYTE if harness.is_sanitized() else 40 * MEGABYTE
 
 # What is evaluated can do no harm, whatever else is changed.
 EXPRESSIONS = ["number", "items", "thing", "1", "1 + 1", "len(items)", "missing", "1/0", "(",

@@ -42,7 +42,8 @@ class Bench(harness.TestCase):
             self.assertEqual(program["events"]["call"], program["events"]["return"])
             self.assertEqual(sorted(program["variants"]), VARIANTS)
             for variant in program["variants"].values():
-                self.assertEqual(sorted(variant), ["quartiles", "ratio", "seconds", "untraced_ratio"])
+                self.assertEqual(sorted(variant),
+                                 ["quartiles", "ratio", "seconds", "untraced_ratio"])
                 self.assertTrue(variant["seconds"] > 0)
                 self.assertTrue(variant["ratio"] > 0)
                 self.assertEqual(len(variant["quartiles"]), 2)

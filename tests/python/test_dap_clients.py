@@ -7,6 +7,7 @@ import struct
 import time
 
 import dap_session
+import harness
 
 PROGRAM = '''
 import sys, time
@@ -286,7 +287,7 @@ last = 1  # last
         self.assertTrue(left_out > 0)
         # All messages would have 120 MB in memory, most of it where they wait. The sanitizers keep
         # what is given back.
-        if 'libasan' not in open('/proc/self/maps').read():
+        if not harness.is_sanitized():
             self.assertTrue(int(client.evaluate('peak').strip("'")) < 80000)
 
     def top_of(self, client):

@@ -16,7 +16,7 @@ class StartThread(harness.TestCase):
     def test_a_function_is_called_in_another_thread(self):
         called = []
         _sorrel.start_thread(lambda: called.append(thread.get_ident()))
-        self.wait(lambda: called)
+        self.assertTrue(harness.wait_until(lambda: called))
         self.assertNotEqual(called, [thread.get_ident()])
 
     def test_what_cannot_be_called_is_refused(self):
@@ -42,7 +42,7 @@ class StartThread(harness.TestCase):
             time.sleep(0.1)
             self.assertEqual(said, [])
             _sorrel.start_thread(Failing(KeyError('x')))
-            self.wait(lambda: ''.join(said).endswith("KeyError: 'x'\n"))
+            self.assertTrue(harness.wait_until(lambda: ''.join(said).endswith("KeyError: 'x'\n")))
         finally:
             sys.stderr = errors
         self.assertEqual(''.join(said).split('\n')[0],
@@ -53,7 +53,7 @@ class StartThread(harness.TestCase):
         before = sys.getrefcount(function)
         for _ in range(20):
             _sorrel.start_thread(function)
-        self.wait(lambda: sys.getrefcount(function) == before)
+        self.assertTrue(harness.wait_until(lambda: sys.getrefcount(function) == before))
 
     def test_too_many_threads(self):
         try:
@@ -100,9 +100,3 @@ class StartThread(harness.TestCase):
         thread.start_new_thread(has_run.release, ())
         has_run.acquire()
         os._exit(0)
-
-    def wait(self, condition):
-        end = time.time() + 20
-        while not condition() and time.time() < end:
-            time.sleep(0.005)
-        self.assertTrue(condition())

@@ -22,6 +22,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(os.path.dirname(HERE), 'python'))
 
 import dap_session
+import harness
 
 SERVICE = os.path.join(HERE, 'service.py')
 THREADS = 300
@@ -34,7 +35,7 @@ CLIENT_SECONDS = 6.0
 # What may have come to stay since the first rest: caches of the host, and the memory's own holes.
 MORE_REFERENCES = 3000
 # The sanitizers keep what is given back, up to a limit of their own.
-MORE_KILOBYTES = 400000 if 'libasan' in open('/proc/self/maps').read() else 30000
+MORE_KILOBYTES = 400000 if harness.is_sanitized() else 30000
 _ROUND = re.compile(r'round (\d+): (\d+) answers, sum (\d+), (\d+) threads left, (\d+) references')
 # How long a step may take.
 _STEP_SECONDS = 3.0
