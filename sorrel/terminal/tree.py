@@ -25,10 +25,11 @@ ALL, PARENT, CHILD = 'all', 'parent', 'child'
 _SIZE = struct.calcsize('i')
 # In place of the process in front: all are to end.
 _END = -1
-# How long the others and then the first process may take for that, and for how long a folder is
-# left alone that nobody seems to need, in seconds.
+# How long the others and then the first process may take for that, and all others to meet with
+# Ctrl-C, and for how long a folder is left alone that nobody seems to need, in seconds.
 _KILL_PATIENCE = 5.0
 _END_PATIENCE = 1.0
+_INTERRUPT_PATIENCE = 1.0
 _NEW = 60.0
 _LOOK = 0.005
 _DELETED = ' (deleted)'
@@ -65,6 +66,7 @@ class Tree(object):
         self.remove(str(_getpid()))
         others = self.processes()
         if self.front() == _getpid():
+            self._wait_for_interrupts(others)
             self._set_front(others[0].pid if others else 0)
         # Some may still have to find out that they are let go.
         if not self._registered() and not self._members():
@@ -161,6 +163,14 @@ class Tree(object):
     def guard_interrupts(self):
         """It does something in the process in front alone, whichever that is when it comes."""
         _sorrel.guard_interrupts(self._front)
+
+    def _wait_for_interrupts(self, processes):
+        """On a busy machine one may have come to them that they have not met with yet: it was for
+        the calling process."""
+        end = _now() + _INTERRUPT_PATIENCE
+        for process in processes:
+            while _has_pending(process.pid, signal.SIGINT) and _now() < end:
+                _sleep(_LOOK)
 
     def _set_front(self, pid):
         self._front[:_SIZE] = struct.pack('i', pid)
@@ -316,6 +326,21 @@ def _state(pid):
         return ''  # It has ended meanwhile.
     finally:
         source.close()
+
+
+def _has_pending(pid, number):
+    """Whether a signal has come to a process that has not met with it yet."""
+    try:
+        source = _open('/proc/%d/status' % pid)
+    except IOError:
+        return False
+    try:
+        lines = [line.split() for line in source if line.startswith('ShdPnd:')]
+    except IOError:
+        return False  # It has ended meanwhile.
+    finally:
+        source.close()
+    return bool(lines) and int(lines[0][1], 16) >> (number - 1) & 1 == 1
 
 
 def _ignore_hangup():

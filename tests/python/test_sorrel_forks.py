@@ -1,6 +1,8 @@
 """Processes that a program forks, in the terminal: one at a time has the prompt."""
 
 import os
+import signal
+import time
 
 import dap_session
 import harness
@@ -75,7 +77,8 @@ parent = 1
         self.screen.type('c\n')
         self.assertEqual(self.screen.read_all(), ('c\n3\n', 0))
 
-    def test_ctrl_c_stops_the_one_in_front(self):
+    def running_child(self):
+        """It is in front, and the parent waits for it."""
         self.begin('''\
 import os, sys, time
 child = os.fork()
@@ -92,10 +95,24 @@ except OSError:
 ''', 'b 4', 'c')
         self.screen.type('c\n')
         self.screen.read_to('runs')
+
+    def test_ctrl_c_stops_the_one_in_front(self):
+        self.running_child()
         self.screen.interrupt()
         self.assert_in('--Interrupted--\n', self.prompt())
         self.assert_in('0\n', self.type('p child'))
         self.screen.type('os._exit(7)\n')
+        out, status = self.screen.read_all()
+        self.assert_in('%d\nThe program ended with exit status 0.\n' % (7 << 8), out)
+
+    def test_ctrl_c_that_comes_late_to_the_others(self):
+        self.running_child()
+        self.screen.send(signal.SIGSTOP)
+        self.screen.interrupt()
+        self.assert_in('--Interrupted--\n', self.prompt())
+        self.screen.type('os._exit(7)\n')
+        time.sleep(0.2)
+        self.screen.send(signal.SIGCONT)
         out, status = self.screen.read_all()
         self.assert_in('%d\nThe program ended with exit status 0.\n' % (7 << 8), out)
 
