@@ -100,11 +100,19 @@ class Screen(object):
     def interrupt_prompt(self):
         """The same where it has just appeared: the interpreter notices no signal that comes between
         that and its waiting for what is typed."""
+        self._wait_for_state('S')
+        self.interrupt()
+
+    def stop(self):
+        """The program meets with nothing any more, until it is sent SIGCONT."""
+        self.send(signal.SIGSTOP)
+        self._wait_for_state('T')
+
+    def _wait_for_state(self, state):
         deadline = time.time() + PATIENCE
-        while open('/proc/%d/stat' % self._process).read().rpartition(')')[2].split()[0] != 'S' \
+        while open('/proc/%d/stat' % self._process).read().rpartition(')')[2].split()[0] != state \
                 and time.time() < deadline:
             time.sleep(0.001)
-        self.interrupt()
 
     def send(self, number):
         """Sends the program a signal."""

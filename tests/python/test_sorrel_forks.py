@@ -107,7 +107,7 @@ except OSError:
 
     def test_ctrl_c_that_comes_late_to_the_others(self):
         self.running_child()
-        self.screen.send(signal.SIGSTOP)
+        self.screen.stop()
         self.screen.interrupt()
         self.assert_in('--Interrupted--\n', self.prompt())
         self.screen.type('os._exit(7)\n')
