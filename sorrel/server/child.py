@@ -185,7 +185,8 @@ class Child(Program):
         self._send_for_client()
         end = _now() + _PATIENCE
         while not self.has_client:
-            if self._is_forsaken or self.session is None or _now() > end or self._server.is_lost:
+            if self._is_forsaken or self.session is None or _now() > end \
+                    or self._server is None or self._server.is_lost:
                 return False
             _sleep(_LOOK)
         return True

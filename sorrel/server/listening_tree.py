@@ -18,8 +18,8 @@ from sorrel.server.network.shared_folder import SharedFolder
 # A process that is there for less than that, in seconds, or that runs something else by then, is
 # not made one that clients can come to.
 _WHILE = 0.3
-# How long the end of a process may wait until it is one, in seconds.
-_BEGIN_PATIENCE = 1.0
+# How long what a process does may wait until it is one, in seconds.
+_BEGIN_PATIENCE = 10.0
 # Taken now: a program may replace what the interpreter's modules offer.
 _now, _sleep, _getpid = time.time, time.sleep, os.getpid
 # Of the calling process; in one that has just been forked, of its parent.
@@ -190,17 +190,21 @@ class _Child(Child):
         try:
             self._unreached.pop()
         except IndexError:
-            # Another thread may be about to do that, and is not to meet with the end.
-            end = _now() + _BEGIN_PATIENCE
-            while self._server is None and not self._is_forsaken and _now() < end:
-                _sleep(0.001)
+            self._wait_until_reached()  # The other thread is not to meet with the end.
         Child._end(self, process)
 
     def _send_for_client(self):
         self._be_reached()
+        self._wait_until_reached()
         self._has_stopped = True
         if self._server is not None:
             self._server.can_be_reached()  # The thread looks at what has changed.
+
+    def _wait_until_reached(self):
+        """Where another thread is about to see to that."""
+        end = _now() + _BEGIN_PATIENCE
+        while self._server is None and not self._is_forsaken and _now() < end:
+            _sleep(0.001)
 
     def _be_reached(self):
         try:

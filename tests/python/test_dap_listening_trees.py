@@ -226,6 +226,36 @@ print os.waitpid(child, 0)[1] >> 8
         self.assertEqual(program.ended(), ('forked\nhere\n3\n', 0))
         self.assertEqual(program.errors(), '')
 
+    def test_a_stop_in_the_moment_in_which_a_process_begins_to_be_reached(self):
+        program = self.serve("""
+import os, sys, time
+from sorrel.server.network.network_thread import Server
+start = Server.start
+def start_slowly(*arguments):
+    start(*arguments)
+    time.sleep(1)
+Server.start = start_slowly
+child = os.fork()
+if not child:
+    while not os.path.exists(sys.argv[0] + '.go'):
+        pass
+    print 'here'  # here
+    os._exit(3)
+print os.waitpid(child, 0)[1] >> 8
+""", '--wait')
+        client = self.attach(program, '# here')
+        said, = self.told(client, 1).values()
+        open(program.path + '.go', 'w').close()
+        time.sleep(0.2)
+        worker = self.opened(dap_session.Client(str(said['socket'])))
+        worker.begin({})
+        self.break_at(worker, program, '# here')
+        worker.ask('configurationDone')
+        self.assertEqual(worker.stopped(), 'breakpoint <module>:13')
+        worker.go()
+        self.assertEqual(program.ended(), ('here\n3\n', 0))
+        self.assertEqual(program.errors(), '')
+
     def test_who_does_not_want_others_is_told_of_none(self):
         self.serve_workers()
         client = self.attach(self.program, subProcess=False)
