@@ -21,8 +21,8 @@ for number in range(2):
     if not child:
         os._exit(work(number))
     children.append(child)
-for child in children:
-    print os.waitpid(child, 0)[1]
+# Nothing is written while one of them has the terminal.
+print [os.waitpid(child, 0)[1] for child in children]
 here = 1  # line 13
 '''
 WORKER = '''\
