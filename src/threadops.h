@@ -13,24 +13,43 @@ namespace morvik {
 // One thread's record, owned by the thread table. Every object field holds a reference of its
 // own; where nullptr is not mentioned a field is never nullptr.
 struct ThreadData {
-    int frames_hooked;         // 1: every frame on the stack carries the trace function
-    int trace_installed;       // 1: the native trace function is installed in the thread
-    int32_t tstate_id;         // the id handed to Python: low 32 bits of the thread state's address
-    long thread_ident;         // the interpreter's ident of the thread
-    PyObject* thread_name;     // name of the thread's main function, None if unknown; nullptr
-                               // only while the thread is being hooked
-    PyObject* bot_frame;       // the bottom traced frame; None if unknown
-    PyObject* stop_frame;      // nullptr: run freely; None: stop at the next event; a frame: stop
-                               // in it, or once it has been left
+    int frames_hooked;      // 1: every frame on the stack carries the trace function, but for those
+                            // in which the thread rests
+    int trace_installed;    // 1: the thread is traced by the core
+    int32_t tstate_id;      // the id handed to Python: low 32 bits of the thread state's address
+    int exiting_on_exc;     // 1: an exception was seen leaving bot_frame
+    long thread_ident;      // the interpreter's ident of the thread
+    PyObject* thread_name;  // name of the thread's main function, None if unknown; nullptr
+                            // only while the thread is being hooked
+    PyObject* bot_frame;    // the bottom traced frame; None if unknown
+    PyObject* stop_frame;   // nullptr: run freely; None: stop at the next event; a frame: stop
+                            // in it, or once it has been left
     PyObject* return_frame;    // the frame whose return stops, or None
     PyObject* curr_frame;      // the frame of the event at hand, None between events
     int line_first;            // inclusive range of lines of stop_frame that are stepped over;
     int line_last;             // -1, -1 for none
     PyObject* sub_lang_frame;  // the frame that activated the hook, or nullptr
     PyObject* sub_lang_hook;   // the active sub-language hook, or nullptr
-    int exiting_on_exc;        // 1: an exception was seen leaving bot_frame
     PyObject* pending_exc;     // exception to raise at the next event, or nullptr
+
+    // Frames that are borrowed: they go from here with their return events. nullptr for none.
+    PyFrameObject* in_step;  // one on the stack that stop_frame was found to have called, if not
+                             // directly
+    PyFrameObject* woken_frame;  // the one in whose midst the thread got its events back, until its
+                                 // next line event
+    PyFrameObject* unwound_frame;  // one that runs its handlers for an exception which none of them
+                                   // may take
+
+    int woken_at;        // the offset at which woken_frame was then
+    int woken_reach;     // and the furthest one at which it can have gone on
+    int last_tick;       // how much the interpreter had done in the thread at the last beat
+    unsigned last_beat;  // the number of that beat; 0 for none
 };
+
+// 2.6 writes into the freed state of a thread that has ended when a generator that was made there
+// is traced in another one. Blocks of that size are not to be records.
+static_assert(sizeof(ThreadData) + sizeof(long) < sizeof(PyThreadState),
+              "the allocator would take one for the other");
 
 struct ThreadTable {
     HashTable records;             // thread-state address to ThreadData

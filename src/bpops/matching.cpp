@@ -181,7 +181,58 @@ void note_passed(BreakpointTable* table, const Location& location) {
     }
 }
 
+// Whether any line of the code passes the test.
+template <typename Test>
+bool any_line(const PyCodeObject* code, Test test) {
+    int line = code->co_firstlineno;
+    if (!PyString_Check(code->co_lnotab)) {
+        return true;
+    }
+    const auto* const steps =
+        reinterpret_cast<const unsigned char*>(PyString_AS_STRING(code->co_lnotab));
+    const Py_ssize_t size = PyString_GET_SIZE(code->co_lnotab);
+    for (Py_ssize_t i = 0; i + 1 < size; i += 2) {
+        if (steps[i] != 0 && test(line)) {
+            return true;
+        }
+        line += steps[i + 1];
+    }
+    return test(line);
+}
+
+bool any_belongs(BreakpointTable* table, const BreakpointRecord* breakpoint,
+                 const Location& location) {
+    for (; breakpoint != nullptr; breakpoint = breakpoint->next) {
+        if (breakpoint->removed == 0 && breakpoint->deleted == 0 && breakpoint->enabled != 0 &&
+            files_match(table, breakpoint, location)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
+
+MayStop bp_ask_code(BreakpointTable* table, PyFrameObject* frame) {
+    const ErrnoGuard keep_errno;
+    const PendingErrorGuard keep_error;
+    const BreakpointPin pin(table);
+    const PyCodeObject* const code = frame->f_code;
+    const unsigned shortages = out_of_memory_count();
+    if (!any_line(code, [table](int line) { return bp_first_on_line(table, line) != nullptr; })) {
+        return MayStop::kNo;
+    }
+    Location location = {frame, nullptr, Ref(), nullptr, nullptr, 0};
+    find_code_file(table, &location);
+    const uint32_t edition = table->edition;
+    const bool may_stop = location.file == nullptr || any_line(code, [table, &location](int line) {
+                              return any_belongs(table, bp_first_on_line(table, line), location);
+                          });
+    if (edition != table->edition || out_of_memory_count() != shortages) {
+        return MayStop::kPerhaps;
+    }
+    return may_stop ? MayStop::kYes : MayStop::kNo;
+}
 
 int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* frame, int record) {
     // A hook is asked even where no breakpoint is set: it may count on being asked.

@@ -13,6 +13,12 @@ namespace morvik {
 // or a condition; the pending exception is the same afterwards.
 int bp_check(BreakpointTable* table, int event, PyObject* hook, PyFrameObject* frame, int record);
 
+// Whether an enabled breakpoint may stop a thread anywhere in the frame's code, as a frame of plain
+// Python. The answer holds for the code as long as the table's edition is the same; kPerhaps for
+// this time only. Python code may run; errno and the pending exception are kept.
+enum class MayStop { kNo, kYes, kPerhaps };
+MayStop bp_ask_code(BreakpointTable* table, PyFrameObject* frame);
+
 }  // namespace morvik
 
 #endif

@@ -14,7 +14,7 @@ namespace {
 // Keeps a copy of `text` under `key`; the copy, or nullptr when out of memory, with no entry then.
 const char* store_copy(BreakpointTable* owner, const char* key, const char* text) {
     HashTable* const table = &owner->module_files;
-    bp_forget_passed(owner);
+    bp_widen(owner);
     int is_new = 0;
     OwnedText copy(strdup(text));
     HashEntry* const entry = hash_create(table, key, &is_new);
@@ -76,7 +76,7 @@ void resolve_waiting_breakpoints(BreakpointTable* table) {
                     ? add_synonym(table, record->user_filename, table->name_buf)
                     : nullptr;
             if (module_file != nullptr) {
-                bp_forget_passed(table);
+                bp_widen(table);
                 record->module_filename = strdup(module_file);
                 if (record->module_filename == nullptr) {
                     report_out_of_memory("the file of a breakpoint");
@@ -158,7 +158,7 @@ int find_bp_filename_synonyms(BreakpointTable* table, BreakpointRecord* record) 
                 "No loaded module for the bp... exiting find_bp_filename_synonyms\n");
         return 1;
     }
-    bp_forget_passed(table);
+    bp_widen(table);
     record->module_filename = strdup(modfile);
     dprintf(kLogBreakpoints, "bp->module_filename = %s\n", text_or_null(record->module_filename));
     if (record->module_filename == nullptr) {

@@ -66,7 +66,7 @@ bool link_to_line(BreakpointTable* table, BreakpointRecord* record) {
     if (entry == nullptr) {
         return false;
     }
-    bp_forget_passed(table);
+    bp_widen(table);
     record->next = static_cast<BreakpointRecord*>(hash_get_value(entry));
     record->on_line_list = 1;
     hash_set_value(entry, record);
@@ -255,8 +255,8 @@ int bp_enable(BreakpointTable* table, const char* filename, int lineno, int enab
     int any_enabled = 0;
     for (BreakpointRecord* record = first_of_file(table, filename, lineno); record != nullptr;
          record = next_of_file(record->next, filename)) {
-        bp_forget_passed(table);
         record->enabled = enabled != 0 ? 1 : 0;
+        bp_widen(table);
         any_enabled |= record->enabled;
     }
     return any_enabled;

@@ -63,12 +63,22 @@ struct BreakpointTable {
     // Counts whatever may change which code a breakpoint stops at.
     uint32_t edition;
     PassedLine passed[kPassedLines];
+    // Told when breakpoints may stop where they did not before; may be nullptr.
+    void (*widened)();
 };
 
 constexpr int64_t kNoBreakpoint = -1;
 
 // What was learnt about lines that no breakpoint stops at holds no more.
 inline void bp_forget_passed(BreakpointTable* table) { ++table->edition; }
+
+// The same where a breakpoint may stop at more than before.
+inline void bp_widen(BreakpointTable* table) {
+    bp_forget_passed(table);
+    if (table->widened != nullptr) {
+        table->widened();
+    }
+}
 
 inline PassedLine* passed_slot(BreakpointTable* table, const PyCodeObject* code, int line) {
     constexpr unsigned kAlignmentBits = 4;

@@ -19,6 +19,7 @@ struct OpcodeTable {
     int compare_op;
     int jump_if_false;  // follows the comparison of an except clause
     int load_global;
+    int setup_loop;
     int setup_except;  // also the type of the block that it sets up
     int load_fast;
     int extended_arg;
@@ -30,10 +31,10 @@ struct OpcodeTable {
 // The argument of compare_op for an exception match, in both.
 inline constexpr int kCompareExceptionMatch = 10;
 
-inline constexpr OpcodeTable kOpcodes26 = {90,  1,   4,   93,  100, 101, 102,  105,
-                                           106, 111, 116, 121, 124, 143, false};
+inline constexpr OpcodeTable kOpcodes26 = {90,  1,   4,   93,  100, 101, 102, 105,
+                                           106, 111, 116, 120, 121, 124, 143, false};
 inline constexpr OpcodeTable kOpcodes27 = {90,  1,   4,   93,  100, 101, 102, 106,
-                                           107, 114, 116, 121, 124, 145, true};
+                                           107, 114, 116, 120, 121, 124, 145, true};
 
 #if PY_VERSION_HEX < 0x02070000
 inline constexpr const OpcodeTable& kHostOpcodes = kOpcodes26;

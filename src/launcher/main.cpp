@@ -6,6 +6,7 @@
 // heap begins right behind it.
 
 #include <Python.h>
+#include <frameobject.h>
 #include <malloc.h>
 
 // The wrong configuration links all the same, and the module then fails in odd ways.
@@ -13,6 +14,25 @@
 static_assert(MORVIK_HOST_IS_DEBUG, "a release host with a debug host's headers");
 #else
 static_assert(!MORVIK_HOST_IS_DEBUG, "a debug host with a release host's headers");
+#endif
+
+#if MORVIK_TELLS_RAISES
+// The core sets this, to hear of every exception at the place where the interpreter would make an
+// event of it for a trace function.
+extern "C" {
+void (*morvik_raised)(PyFrameObject* frame) = nullptr;
+
+int __real_PyTraceBack_Here(PyFrameObject* frame);
+int __wrap_PyTraceBack_Here(PyFrameObject* frame);
+
+int __wrap_PyTraceBack_Here(PyFrameObject* frame) {
+    const int result = __real_PyTraceBack_Here(frame);
+    if (morvik_raised != nullptr) {
+        morvik_raised(frame);
+    }
+    return result;
+}
+}
 #endif
 
 int main(int argc, char** argv) {

@@ -5,6 +5,7 @@
 #include "exceptops/ignored_locations.h"
 #include "host/ref.h"
 #include "morvikmodule/entry_points.h"
+#include "tracercore/rest.h"
 #include "tracercore/state.h"
 
 namespace morvik {
@@ -18,6 +19,7 @@ PyObject* set_types(PyObject* args, const char* format, PyObject** slot) {
         return nullptr;
     }
     set_slot(*slot, PyTuple_GET_SIZE(types) > 0 ? types : nullptr);
+    wake_all_threads();
     return new_none();
 }
 
@@ -36,6 +38,7 @@ PyObject* entry_set_exception_mode(PyObject* /*self*/, PyObject* args) {
         return nullptr;
     }
     core.exception_mode = mode;
+    wake_all_threads();
     return new_none();
 }
 

@@ -4,6 +4,7 @@
 #include "host/ref.h"
 #include "morvikmodule/entry_points.h"
 #include "tracercore/install.h"
+#include "tracercore/rest.h"
 #include "tracercore/state.h"
 
 namespace morvik {
@@ -104,6 +105,10 @@ PyObject* entry_add_to_tstate_tracing(PyObject* /*self*/, PyObject* args) {
         return nullptr;
     }
     add_to_tracing(current_thread_state(), value);
+    ThreadData* const record = thread_table_find(&core.threads, current_thread_state());
+    if (record != nullptr) {
+        record->in_step = nullptr;  // frames may end unseen
+    }
     return new_none();
 }
 
@@ -134,7 +139,9 @@ PyObject* entry_acquire_sorrel_mutex(PyObject* /*self*/, PyObject* args) {
     if (PyArg_ParseTuple(args, ":acquire_sorrel_mutex") == 0) {
         return nullptr;
     }
-    return PyInt_FromLong(acquire_sorrel_mutex());
+    const int acquired = acquire_sorrel_mutex();
+    wake_all_threads();  // to wait for it at their next events
+    return PyInt_FromLong(acquired);
 }
 
 PyObject* entry_release_sorrel_mutex(PyObject* /*self*/, PyObject* args) {
@@ -177,6 +184,7 @@ PyObject* entry_raise_exception(PyObject* /*self*/, PyObject* args) {
     if (exception != Py_None) {
         record->pending_exc = new_reference(exception);
         ++core.pending_raise_count;
+        wake_thread(current_thread_state());
     }
     return new_none();
 }

@@ -6,6 +6,7 @@
 #include "host/ref.h"
 #include "morvikmodule/entry_points.h"
 #include "tracercore/install.h"
+#include "tracercore/rest.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
 
@@ -121,11 +122,14 @@ PyObject* entry_set_idle_period(PyObject* /*self*/, PyObject* args) {
         return nullptr;
     }
     core.idle_period = seconds;
+    wake_all_threads();
     return new_none();
 }
 
 PyObject* entry_set_debug_all_threads(PyObject* /*self*/, PyObject* args) {
-    return store_int(args, "i:set_debug_all_threads", &core.debug_all_threads);
+    PyObject* const result = store_int(args, "i:set_debug_all_threads", &core.debug_all_threads);
+    wake_all_threads();
+    return result;
 }
 
 PyObject* entry_set_debug_thread_cb(PyObject* /*self*/, PyObject* args) {

@@ -23,6 +23,14 @@ bool can_hold_forks();
 void hold_forks();
 void let_forks();
 
+// Has a function called every so many milliseconds, in a thread of the process's own in which no
+// signal is handled. Until it is ended, which waits for nothing, there is only one. False where
+// there can be no thread.
+bool begin_beats(void (*beat)(), int milliseconds);
+void end_beats();
+// In a forked child, where there is no such thread.
+void forget_beats();
+
 // Has Ctrl-C (SIGINT) do what is set for it now only where the number at `front`, in memory that
 // processes share and that stays, is this process's id, or that of one that has ended. Elsewhere
 // nothing happens then: not even a system call ends early. To be called again whenever something

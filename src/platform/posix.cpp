@@ -231,7 +231,90 @@ void on_interrupt(int number, siginfo_t* /*information*/, void* context) {
     errno = saved;
 }
 
+// Which beats are wanted is told by their number: a thread whose number is another ends.
+struct Beats {
+    pthread_mutex_t mutex;
+    pthread_cond_t changed;
+    unsigned wanted;
+    unsigned given;
+    void (*beat)();
+    int milliseconds;
+};
+Beats beats = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, 0, nullptr, 0};
+
+// Waits for a while. Whether these beats are still wanted.
+bool is_time_to_beat(unsigned number) {
+    timespec end = {};
+    clock_gettime(CLOCK_REALTIME, &end);
+    const int64_t nanoseconds = end.tv_nsec + static_cast<int64_t>(beats.milliseconds) * 1000000;
+    end.tv_sec += nanoseconds / 1000000000;
+    end.tv_nsec = nanoseconds % 1000000000;
+    int error = 0;
+    pthread_mutex_lock(&beats.mutex);
+    while (beats.wanted == number && error == 0) {
+        error = pthread_cond_timedwait(&beats.changed, &beats.mutex, &end);
+    }
+    const bool is_wanted = beats.wanted == number;
+    pthread_mutex_unlock(&beats.mutex);
+    return is_wanted;
+}
+
+void* run_beats(void* number) {
+    while (is_time_to_beat(static_cast<unsigned>(reinterpret_cast<uintptr_t>(number)))) {
+        beats.beat();
+    }
+    return nullptr;
+}
+
+bool start_thread_without_signals(void* (*function)(void*), void* argument) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) {
+        return false;
+    }
+    pthread_t thread = {};
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const bool is_started = pthread_create(&thread, &attributes, function, argument) == 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_attr_destroy(&attributes);
+    return is_started;
+}
+
 }  // namespace
+
+bool begin_beats(void (*beat)(), int milliseconds) {
+    pthread_mutex_lock(&beats.mutex);
+    const bool is_there = beats.wanted != 0;
+    if (!is_there) {
+        beats.beat = beat;
+        beats.milliseconds = milliseconds;
+        beats.wanted = ++beats.given != 0 ? beats.given : ++beats.given;
+    }
+    const unsigned number = beats.wanted;
+    pthread_mutex_unlock(&beats.mutex);
+    if (!is_there &&
+        !start_thread_without_signals(run_beats, reinterpret_cast<void*>(uintptr_t{number}))) {
+        end_beats();
+        return false;
+    }
+    return true;
+}
+
+void end_beats() {
+    pthread_mutex_lock(&beats.mutex);
+    beats.wanted = 0;
+    pthread_cond_broadcast(&beats.changed);
+    pthread_mutex_unlock(&beats.mutex);
+}
+
+void forget_beats() {
+    pthread_mutex_init(&beats.mutex, nullptr);
+    pthread_cond_init(&beats.changed, nullptr);
+    beats.wanted = 0;
+}
 
 int64_t wall_clock_seconds() { return static_cast<int64_t>(time(nullptr)); }
 

@@ -190,6 +190,24 @@ StreamWait wait_for_reader(DWORD milliseconds) {
     return outcome == WAIT_FAILED ? StreamWait::kFailed : StreamWait::kTimeOut;
 }
 
+struct Beats {
+    HANDLE ended;  // its thread's own; set when it is not wanted any more
+    void (*beat)();
+    DWORD milliseconds;
+};
+
+HANDLE beats_ended = nullptr;
+
+unsigned __stdcall run_beats(void* argument) {
+    auto* const beats = static_cast<Beats*>(argument);
+    while (WaitForSingleObject(beats->ended, beats->milliseconds) == WAIT_TIMEOUT) {
+        beats->beat();
+    }
+    CloseHandle(beats->ended);
+    free(beats);
+    return 0;
+}
+
 }  // namespace
 
 void call_in_forked_child(void (* /*function*/)()) {
@@ -205,6 +223,42 @@ void let_forks() {}
 bool guard_interrupts(const volatile int32_t* /*front*/) { return false; }
 
 bool set_foreground_group(int /*terminal*/, int /*group*/) { return false; }
+
+bool begin_beats(void (*beat)(), int milliseconds) {
+    if (beats_ended != nullptr) {
+        return true;
+    }
+    auto* const beats = static_cast<Beats*>(malloc(sizeof(Beats)));
+    const HANDLE ended = beats != nullptr ? CreateEventA(nullptr, TRUE, FALSE, nullptr) : nullptr;
+    const HANDLE process = GetCurrentProcess();
+    HANDLE own = nullptr;
+    if (ended != nullptr &&
+        DuplicateHandle(process, ended, process, &own, 0, FALSE, DUPLICATE_SAME_ACCESS) != 0) {
+        *beats = {own, beat, static_cast<DWORD>(milliseconds)};
+        const uintptr_t thread = _beginthreadex(nullptr, 0, run_beats, beats, 0, nullptr);
+        if (thread != 0) {
+            CloseHandle(reinterpret_cast<HANDLE>(thread));
+            beats_ended = ended;
+            return true;
+        }
+        CloseHandle(own);
+    }
+    if (ended != nullptr) {
+        CloseHandle(ended);
+    }
+    free(beats);
+    return false;
+}
+
+void end_beats() {
+    if (beats_ended != nullptr) {
+        SetEvent(beats_ended);
+        CloseHandle(beats_ended);
+        beats_ended = nullptr;
+    }
+}
+
+void forget_beats() {}
 
 int64_t wall_clock_seconds() { return _time64(nullptr); }
 

@@ -4,6 +4,7 @@
 
 #include "dbgcommon.h"
 #include "host/ref.h"
+#include "host/tracing.h"
 
 namespace morvik {
 
@@ -31,18 +32,6 @@ bool is_thread(const PyThreadState* wanted) {
         thread = thread->next;
     }
     return thread != nullptr;
-}
-
-// The interpreter counts the threads that have a trace function, and makes line events only
-// while there are any. Its count is changed by a thread state that is nobody's: were it one of a
-// real thread, that thread could take itself for the holder of the interpreter lock meanwhile.
-void count_traced_thread(Py_tracefunc before, Py_tracefunc after) {
-    PyThreadState nobody = {};
-    nobody.c_tracefunc = before;
-    PyThreadState* const self = _PyThreadState_Current;
-    _PyThreadState_Current = &nobody;
-    PyEval_SetTrace(after, nullptr);
-    _PyThreadState_Current = self;
 }
 
 void install(PyThreadState* thread, Py_tracefunc function, PyObject* object) {
@@ -182,6 +171,17 @@ Py_tracefunc function_with(const PyObject* trace_object) {
     return nullptr;
 }
 
+// The core takes its function from threads that it needs no events of just now, perhaps from all.
+// Called for no event that there is, its trace object puts it into the calling thread again.
+bool show_function(PyObject* trace_object) {
+    const PyThreadState* const thread = current_thread_state();
+    if (thread->c_traceobj != trace_object || thread->c_tracefunc != nullptr) {
+        return true;
+    }
+    return static_cast<bool>(Ref::steal(
+        PyObject_CallFunction(trace_object, const_cast<char*>("OsO"), Py_None, "", Py_None)));
+}
+
 // Whether the thread has no frames, or its outermost one has one of these namespaces.
 bool is_left_out(const PyThreadState* thread, PyObject* left_out) {
     PyFrameObject* outermost = thread->frame;
@@ -196,7 +196,7 @@ bool is_left_out(const PyThreadState* thread, PyObject* left_out) {
 }
 
 bool is_wanted(const PyThreadState* thread, PyObject* left_out) {
-    return thread->c_tracefunc == nullptr &&
+    return thread->c_tracefunc == nullptr && thread->c_traceobj == nullptr &&
            (left_out == nullptr || !is_left_out(thread, left_out));
 }
 
@@ -246,6 +246,9 @@ int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_o
         PyErr_SetString(PyExc_MemoryError, "Out of memory");
         return -1;
     }
+    if (!show_function(trace_object)) {
+        return -1;
+    }
     const Py_tracefunc function = function_with(trace_object);
     Py_ssize_t used = 0;
     for (PyThreadState* thread = first_thread(); function != nullptr && thread != nullptr;
@@ -264,7 +267,7 @@ int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_o
 
 void untrace_all_threads(PyObject* trace_object) {
     for (PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
-        if (thread->c_tracefunc != nullptr && thread->c_traceobj == trace_object) {
+        if (thread->c_traceobj == trace_object) {
             const Ref object = uninstall(thread);  // Not its last reference.
         }
         unhook_frames(thread, trace_object);

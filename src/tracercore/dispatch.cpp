@@ -8,7 +8,9 @@
 #include "tracercore/install.h"
 #include "tracercore/policy.h"
 #include "tracercore/quiet.h"
+#include "tracercore/rest.h"
 #include "tracercore/state.h"
+#include "tracercore/stepping.h"
 
 namespace morvik {
 
@@ -88,8 +90,9 @@ Outcome handle_call(PyFrameObject* frame) {
         dprintf(kLogCore, "TRACER CALL STOPPED TRACER\n");
         return {true, false};
     }
-    if (current_thread_state()->c_traceobj == core.trace_dispatch && is_frame(frame) &&
-        frame->f_trace == nullptr) {
+    const PyThreadState* const thread = current_thread_state();
+    if (thread->c_tracefunc != nullptr && thread->c_traceobj == core.trace_dispatch &&
+        is_frame(frame) && frame->f_trace == nullptr) {
         set_frame_trace(frame, core.trace_dispatch);
     }
     return {false, false};
@@ -141,9 +144,7 @@ bool serialised_event(PyFrameObject* frame, int event, PyObject* argument) {
     return outcome.propagate;
 }
 
-// Apart, so that what it keeps in registers costs a quiet event nothing.
-[[gnu::noinline]] int dispatch_the_long_way(PyFrameObject* frame, int event, PyObject* argument) {
-    const ErrnoGuard keep_errno;
+int dispatch_in_turn(PyFrameObject* frame, int event, PyObject* argument) {
     const long ident = get_thread_ident();
     if (core.pending_raise_count != 0 && raise_pending_exception()) {
         return -1;
@@ -164,6 +165,30 @@ bool serialised_event(PyFrameObject* frame, int event, PyObject* argument) {
         return 0;
     }
     return serialised_event(frame, event, argument) ? -1 : 0;
+}
+
+// Apart, so that what it keeps in registers costs a quiet event nothing.
+[[gnu::noinline]] int dispatch_the_long_way(PyFrameObject* frame, int event, PyObject* argument) {
+    const ErrnoGuard keep_errno;
+    ThreadData* record = thread_table_current(&core.threads);
+    if (record != nullptr && is_left_over(record, frame, event)) {
+        return 0;
+    }
+    const int result = dispatch_in_turn(frame, event, argument);
+    record = thread_table_current(&core.threads);
+    if (event == kEventReturn && record != nullptr) {
+        leave_step_place(record, frame);
+    }
+    watch_calls();
+    if (event == kEventException && record != nullptr && is_frame(frame) && argument != nullptr &&
+        PyTuple_Check(argument) && PyTuple_GET_SIZE(argument) > 0) {
+        note_exception(record, frame, PyTuple_GET_ITEM(argument, 0));
+    }
+    // What goes on after a call or a return is settled when the interpreter profiles it.
+    if ((event == kEventLine || event == kEventException) && is_frame(frame)) {
+        settle(frame);
+    }
+    return result;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "tracercore/exceptions.h"
 #include "tracercore/imports.h"
 #include "tracercore/policy.h"
+#include "tracercore/rest.h"
 #include "tracercore/stepping.h"
 
 namespace morvik {
@@ -47,6 +48,10 @@ bool register_function_code(PyFrameObject* frame) {
 
 HandlerResult call_server(PyObject* callback, PyFrameObject* frame, PyObject* argument) {
     const Ref held = Ref::share(callback);
+    const CompleteFrames complete;
+    if (core.debug_all_threads != 0) {
+        wake_all_threads();  // to wait at their next events
+    }
     const Ref changed = Ref::steal(bp_take_changed(&core.breakpoints));
     Ref result;
     if (changed && argument == nullptr) {

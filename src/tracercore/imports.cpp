@@ -9,6 +9,7 @@
 #include "host/ref.h"
 #include "tracercore/dispatch.h"
 #include "tracercore/install.h"
+#include "tracercore/rest.h"
 #include "tracercore/state.h"
 #include "tracercore/sublanguages.h"
 
@@ -19,7 +20,7 @@ namespace {
 // An import is often the first thing that a new thread does.
 void trace_importing_thread() {
     PyThreadState* const thread = current_thread_state();
-    if (thread->c_tracefunc != nullptr) {
+    if (thread->c_tracefunc != nullptr || is_without_events(thread)) {
         return;
     }
     ThreadData* const record = thread_table_find(&core.threads, thread);

@@ -10,6 +10,8 @@
 #include "tracercore/dispatch.h"
 #include "tracercore/events.h"
 #include "tracercore/imports.h"
+#include "tracercore/pulse.h"
+#include "tracercore/rest.h"
 #include "tracercore/state.h"
 
 namespace morvik {
@@ -146,6 +148,8 @@ int start_trace() {
 void __tracer_stop_trace() {
     dprintf(kLogCore, "in __tracer_stop_trace()\n");
     core.tracing = 0;
+    pulse_end();
+    wake_all_threads();  // to find out
     for_each_thread(remove_from_thread);
     set_trace_for_current_thread(0);
     call_install_thread_hooks(0);
@@ -163,6 +167,7 @@ void insert_into_thread(PyThreadState* thread) {
     record->curr_frame = new_none();
     record->bot_frame = new_none();
     record->thread_name = nullptr;
+    record->in_step = nullptr;
     const Ref frames = frames_of_thread(thread);
     for (Py_ssize_t i = 0; frames && i < PyList_GET_SIZE(frames.get()); ++i) {
         insert_into_frame(thread, as_frame(PyList_GET_ITEM(frames.get(), i)));
@@ -203,7 +208,9 @@ int set_trace_for_current_thread(int on) {
     record->trace_installed = on;
     if (on != 0) {
         PyEval_SetTrace(c_dispatch, core.trace_dispatch);
+        watch_calls();
     } else {
+        stop_watching_calls();
         PyEval_SetTrace(nullptr, nullptr);
     }
     return 1;
@@ -214,7 +221,7 @@ void untrace_current_thread() {
     remove_from_thread(thread);
     // A record made after a reset does not know that its thread was traced before.
     ThreadData* const record = thread_table_find(&core.threads, thread);
-    if (record != nullptr && thread->c_tracefunc == c_dispatch) {
+    if (record != nullptr && is_traced_here(thread)) {
         record->trace_installed = 1;
     }
     set_trace_for_current_thread(0);

@@ -5,32 +5,14 @@
 #include "host/ref.h"
 #include "platform/platform.h"
 #include "tracercore/exceptions.h"
+#include "tracercore/policy.h"
+#include "tracercore/rest.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
 
 namespace morvik {
 
 namespace {
-
-enum class Policy { kDebug, kIgnore, kUnknown };
-
-Policy known_policy(const PyThreadState* thread) {
-    if (core.debug_thread_cb == nullptr) {
-        return Policy::kDebug;
-    }
-    if (core.last_debugged == thread->thread_id) {
-        return Policy::kDebug;
-    }
-    const HashEntry* const entry = hash_find(&core.debug_thread_map, &thread->thread_id);
-    if (entry == nullptr) {
-        return Policy::kUnknown;
-    }
-    if (hash_get_value(entry) == nullptr) {
-        return Policy::kIgnore;
-    }
-    core.last_debugged = thread->thread_id;
-    return Policy::kDebug;
-}
 
 // Whether no idle call is due. Counts the event only then.
 bool idle_is_quiet() {
@@ -48,7 +30,7 @@ bool idle_is_quiet() {
     return true;
 }
 
-bool step_is_quiet(const ThreadData* record, PyFrameObject* frame) {
+bool step_is_quiet(ThreadData* record, PyFrameObject* frame) {
     return record->sub_lang_hook == nullptr &&
            (core.import_cb_thread != kNoOwner || !is_stop(decide_step(record, frame)));
 }
@@ -67,17 +49,17 @@ bool is_passed_line(const PyCodeObject* code, int line) {
     return true;
 }
 
-bool line_is_quiet(const ThreadData* record, PyFrameObject* frame) {
+bool line_is_quiet(ThreadData* record, PyFrameObject* frame) {
     return step_is_quiet(record, frame) && is_passed_line(frame->f_code, frame->f_lineno);
 }
 
-bool return_is_quiet(const ThreadData* record, PyFrameObject* frame, const PyObject* value) {
+bool return_is_quiet(ThreadData* record, PyFrameObject* frame, const PyObject* value) {
     return (value != nullptr || !is_printed_stop(core.exception_mode)) &&
            record->return_frame != as_object(frame) && record->bot_frame != as_object(frame) &&
            step_is_quiet(record, frame);
 }
 
-bool exception_is_quiet(const ThreadData* record, PyFrameObject* frame, PyObject* exception) {
+bool exception_is_quiet(ThreadData* record, PyFrameObject* frame, PyObject* exception) {
     return exception != nullptr && PyTuple_Check(exception) && PyTuple_GET_SIZE(exception) > 0 &&
            step_is_quiet(record, frame) &&
            !may_stop_at_exception(record, frame, PyTuple_GET_ITEM(exception, 0));
@@ -88,7 +70,7 @@ bool call_is_quiet(const ThreadData* record, const PyFrameObject* frame) {
            core.sub_languages.registered == 0 && is_recently_registered(&code_names, frame->f_code);
 }
 
-bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event, PyObject* argument) {
+bool event_is_quiet(ThreadData* record, PyFrameObject* frame, int event, PyObject* argument) {
     switch (event) {
         case kEventException:
             return exception_is_quiet(record, frame, argument);
@@ -105,21 +87,26 @@ bool event_is_quiet(const ThreadData* record, PyFrameObject* frame, int event, P
 
 // What the handler of a quiet event would leave behind, other than one of a line. Apart, so that
 // what it keeps in registers costs a line nothing.
-[[gnu::noinline]] void leave_traces(const PyThreadState* thread, PyFrameObject* frame, int event,
-                                    PyObject* argument) {
+[[gnu::noinline]] void leave_traces(const PyThreadState* thread, ThreadData* record,
+                                    PyFrameObject* frame, int event, PyObject* argument) {
     if (event == kEventCall) {
         count_registry_call(&code_names);
-        if (thread->c_traceobj == core.trace_dispatch && frame->f_trace == nullptr) {
+        if (thread->c_tracefunc != nullptr && thread->c_traceobj == core.trace_dispatch &&
+            frame->f_trace == nullptr) {
             set_frame_trace(frame, core.trace_dispatch);
         }
     } else if (event == kEventException) {
         const ErrnoGuard keep_errno;
+        note_exception(record, frame, PyTuple_GET_ITEM(argument, 0));
         if (set_frame_exc_info(&core.catch_info, frame, argument) != 0) {
             PyErr_Clear();
         }
-    } else if (event == kEventReturn && core.catch_info.frame_exc_info != nullptr) {
-        const ErrnoGuard keep_errno;
-        clear_frame_exc_info(&core.catch_info, frame);
+    } else if (event == kEventReturn) {
+        leave_step_place(record, frame);
+        if (core.catch_info.frame_exc_info != nullptr) {
+            const ErrnoGuard keep_errno;
+            clear_frame_exc_info(&core.catch_info, frame);
+        }
     }
 }
 
@@ -132,12 +119,16 @@ bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
     }
     PyThreadState* const thread = current_thread_state();
     const Policy policy = known_policy(thread);
+    ThreadData* const record = thread_table_find(&core.threads, thread);
     if (policy != Policy::kDebug) {
+        if (record != nullptr) {
+            record->in_step = nullptr;  // nothing is kept up to date in such a thread
+        }
         return policy == Policy::kIgnore;
     }
-    ThreadData* const record = thread_table_find(&core.threads, thread);
     if (record == nullptr || record->frames_hooked == 0 || record->trace_installed == 0 ||
-        !event_is_quiet(record, frame, event, argument) || !idle_is_quiet()) {
+        record->woken_frame == frame || !event_is_quiet(record, frame, event, argument) ||
+        !idle_is_quiet()) {
         return false;
     }
     ++core.event_count;
@@ -145,7 +136,7 @@ bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
         record->thread_ident = thread->thread_id;
     }
     if (event != kEventLine) {
-        leave_traces(thread, frame, event, argument);
+        leave_traces(thread, record, frame, event, argument);
     }
     return true;
 }

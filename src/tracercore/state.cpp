@@ -7,6 +7,8 @@
 #include "platform/platform.h"
 #include "tracercore/imports.h"
 #include "tracercore/install.h"
+#include "tracercore/pulse.h"
+#include "tracercore/rest.h"
 
 namespace morvik {
 
@@ -69,6 +71,11 @@ void forget_other_threads_in_child() {
     if (core.import_cb_thread != ident) {
         core.import_cb_thread = kNoOwner;
     }
+    pulse_forget();
+    PyThreadState* const thread = current_thread_state();
+    if (thread != nullptr && thread->thread_id == ident) {
+        wake_thread(thread);  // to begin anew with all of that
+    }
 }
 
 // Fetches an attribute into an owning slot. False with an error set.
@@ -126,11 +133,12 @@ void forget_code(PyCodeObject* code) {
 }
 
 // A category, once found out, stays the code object's.
-void forget_name(PyCodeObject* /*code*/) { bp_forget_passed(&core.breakpoints); }
+void forget_name(PyCodeObject* /*code*/) { bp_widen(&core.breakpoints); }
 
 bool init_breakpoints() {
     code_names.let_go = forget_code;
     code_names.renamed = forget_name;
+    core.breakpoints.widened = wake_all_threads;
     if (core.initialised) {
         bp_table_reset(&core.breakpoints, &code_names);
     } else {
@@ -163,6 +171,7 @@ int core_init(const CoreSettings& settings) {
     if (!trace_dispatch) {
         return 0;
     }
+    wake_all_threads();
     dprintf_set_file(settings.debug_stream);
     dprintf(kLogCore, "INIT CORE\n");
     core.tracing = 0;
@@ -179,6 +188,7 @@ int core_init(const CoreSettings& settings) {
         !fetch_objects(settings.module, trace_dispatch.get())) {
         return 0;
     }
+    rest_init();
     reset_policies();
     core.idle_event_count = 0;
     core.idle_check_interval = kIdleCheckInterval;
@@ -261,6 +271,7 @@ void clear_thread_policies() {
     core.last_debugged = kNoOwner;
     hash_delete_table(&core.debug_thread_map);
     hash_init(&core.debug_thread_map, sizeof(long));
+    wake_all_threads();
 }
 
 void forget_thread(PyThreadState* thread) {

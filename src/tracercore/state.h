@@ -21,7 +21,7 @@ enum TraceEvent {
     kEventException = 1,
     kEventLine = 2,
     kEventReturn = 3,
-    // 4 to 6 are those of built-in functions.
+    kEventBuiltinCall = 4,  // for profile functions alone, and so are 5 and 6
 };
 
 // Event codes that stop tests, sub-language hooks and the breakpoint matcher receive.
@@ -55,9 +55,11 @@ struct Callbacks {
 struct CoreState {
     bool initialised;  // init() has run; everything below is blank before
 
-    int tracing;        // 1 between start and stop of tracing
-    float idle_period;  // seconds; only tested to be above 0
-    long idle_thread;   // ident of the thread that runs idle_cb, kNoOwner for none
+    bool always_trace;     // no thread ever rests
+    bool raises_are_told;  // of each exception, by the launcher
+    int tracing;           // 1 between start and stop of tracing
+    float idle_period;     // seconds; only tested to be above 0
+    long idle_thread;      // ident of the thread that runs idle_cb, kNoOwner for none
     int exception_mode;
     int autoquit;                // quit_cb is called when a thread's bottom frame returns
     int debug_all_threads;       // 0: while one thread is stopped the others are ignored
@@ -65,6 +67,7 @@ struct CoreState {
     HashTable debug_thread_map;  // thread ident to the policy's answer, 0 or 1
     long last_debugged;          // an ident in it whose answer is 1, kNoOwner for none
 
+    bool some_are_awake;   // set by every thread that gets its events back
     int idle_event_count;  // events since the clock was last read
     int idle_check_interval;
     int64_t next_idle_time;  // wall-clock seconds; no idle_cb before

@@ -3,6 +3,7 @@
 #include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
+#include "tracercore/rest.h"
 
 namespace morvik {
 
@@ -16,23 +17,32 @@ bool in_line_range(const ThreadData* record, const PyFrameObject* frame) {
     return record->line_first <= line && line <= record->line_last;
 }
 
-// Walking outward from a frame: was the stop frame left, so that the thread's bottom frame comes
-// first?
-bool stop_frame_was_left(const ThreadData* record, PyFrameObject* frame) {
-    for (; frame != nullptr; frame = frame_back(frame)) {
-        if (as_object(frame) == record->stop_frame) {
+}  // namespace
+
+bool stop_frame_was_left(ThreadData* record, PyFrameObject* frame) {
+    if (record->in_step != nullptr) {
+        if (record->in_step == frame) {
             return false;
         }
-        if (as_object(frame) == record->bot_frame) {
+        if (record->in_step == frame->f_back && record->bot_frame != as_object(frame)) {
+            record->in_step = frame;
+            return false;
+        }
+    }
+    record->in_step = nullptr;
+    for (PyFrameObject* outer = frame; outer != nullptr; outer = frame_back(outer)) {
+        if (as_object(outer) == record->stop_frame) {
+            record->in_step = frame;
+            return false;
+        }
+        if (as_object(outer) == record->bot_frame) {
             return true;
         }
     }
     return false;
 }
 
-}  // namespace
-
-StepDecision decide_step_request(const ThreadData* record, PyFrameObject* frame) {
+StepDecision decide_step_request(ThreadData* record, PyFrameObject* frame) {
     if (record->stop_frame == Py_None) {
         return StepDecision::kStopAnywhere;
     }
@@ -51,7 +61,7 @@ bool stop_here(PyFrameObject* frame, StopEvent event) {
         dprintf(kLogCore, "Not stopping here because no longer tracing\n");
         return false;
     }
-    const ThreadData* record = thread_table_current(&core.threads);
+    ThreadData* record = thread_table_current(&core.threads);
     if (record != nullptr && record->sub_lang_hook != nullptr) {
         if (sub_language_stop_test(frame, event)) {
             return true;
@@ -100,6 +110,10 @@ void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return
     record->return_frame = return_frame;
     record->line_first = line_first;
     record->line_last = line_last;
+    record->in_step = nullptr;
+    if (stop_frame != nullptr) {
+        wake_thread(current_thread_state());
+    }
 }
 
 }  // namespace morvik

@@ -21,9 +21,23 @@ inline bool is_stop(StepDecision decision) {
     return decision != StepDecision::kRunFreely && decision != StepDecision::kRunOn;
 }
 
+// Walking outward from a frame: was the stop frame, which is not None, left, so that the thread's
+// bottom frame comes first? Remembers in the record how far the answer holds, so that the walk is
+// taken once for a stack: whoever asks at every call and return is told by a comparison.
+bool stop_frame_was_left(ThreadData* record, PyFrameObject* frame);
+
+// To be called when a frame's return event is over: what is remembered goes with the frame.
+inline void leave_step_place(ThreadData* record, const PyFrameObject* frame) {
+    if (record->in_step == frame) {
+        record->in_step = record->stop_frame == reinterpret_cast<const PyObject*>(frame)
+                              ? nullptr
+                              : frame->f_back;
+    }
+}
+
 // Runs no Python code.
-StepDecision decide_step_request(const ThreadData* record, PyFrameObject* frame);
-inline StepDecision decide_step(const ThreadData* record, PyFrameObject* frame) {
+StepDecision decide_step_request(ThreadData* record, PyFrameObject* frame);
+inline StepDecision decide_step(ThreadData* record, PyFrameObject* frame) {
     return record->stop_frame == nullptr ? StepDecision::kRunFreely
                                          : decide_step_request(record, frame);
 }

@@ -1,0 +1,542 @@
+#include "tracercore/rest.h"
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "bpops/matching.h"
+#include "conames.h"
+#include "dbgcommon.h"
+#include "dprintf.h"
+#include "exceptops/handlers.h"
+#include "host/ref.h"
+#include "host/tracing.h"
+#include "tracercore/dispatch.h"
+#include "tracercore/exceptions.h"
+#include "tracercore/policy.h"
+#include "tracercore/pulse.h"
+#include "tracercore/state.h"
+#include "tracercore/stepping.h"
+
+namespace morvik {
+
+namespace {
+
+// Of the launcher's, where it is the one that this is written for: what it calls for each exception
+// that the interpreter is about to make an event of.
+constexpr char kRaisedHook[] = "morvik_raised";
+using RaisedHook = void (*)(PyFrameObject* frame);
+
+int dispatch_at_rest(PyObject* profile_object, PyFrameObject* frame, int event, PyObject* argument);
+
+bool exceptions_need_events(const ThreadData* record, PyFrameObject* frame) {
+    return !core.raises_are_told &&
+           (core.exception_mode != kExcNeverStop || core.always_stop_excepts != nullptr ||
+            record->bot_frame == as_object(frame));
+}
+
+// A first idle call comes with the thread's first events, and later ones, where no events are, with
+// the pulse.
+bool idle_needs_events() {
+    return core.idle_period > 0.0F && (core.next_idle_time == 0 || !pulse_begin());
+}
+
+// The line that a return is at is not always that of its instruction, but that of the last event.
+bool step_needs_events(ThreadData* record, PyFrameObject* frame) {
+    return record->return_frame == as_object(frame) || record->unwound_frame == frame ||
+           (record->stop_frame != nullptr &&
+            (record->stop_frame == Py_None || record->stop_frame == as_object(frame) ||
+             stop_frame_was_left(record, frame)));
+}
+
+// What can be told without running Python code: all but whether a breakpoint may stop in the frame.
+bool thread_needs_events(const PyThreadState* thread, ThreadData* record, PyFrameObject* frame) {
+    if (record == nullptr || core.always_trace || core.tracing == 0 || dprintf_file != nullptr ||
+        core.mutex_owner != kNoOwner || core.pending_raise_count != 0 ||
+        record->frames_hooked == 0 || record->trace_installed == 0) {
+        return true;
+    }
+    const Policy policy = known_policy(thread);
+    if (policy != Policy::kDebug) {
+        return policy == Policy::kUnknown;
+    }
+    return record->sub_lang_hook != nullptr || step_needs_events(record, frame) ||
+           exceptions_need_events(record, frame) || idle_needs_events();
+}
+
+// What can be told of all frames of some code.
+enum class Kind : uint8_t {
+    kUnknown,
+    kPassed,    // nothing stops in them
+    kMayStop,   // a breakpoint may
+    kProfiles,  // they may have the interpreter call a profile function of the program's
+};
+
+// What was found out, as long as the breakpoints are the same and the code is there: their edition
+// tells both.
+struct KnownCode {
+    const PyCodeObject* code;
+    uint32_t edition;
+    Kind kind;
+};
+
+constexpr uint32_t kKnownCodes = 4096;
+
+KnownCode known_codes[kKnownCodes];
+
+KnownCode* known_slot(const PyCodeObject* code) {
+    constexpr unsigned kAlignmentBits = 4;
+    const auto address = reinterpret_cast<uintptr_t>(code) >> kAlignmentBits;
+    return &known_codes[(address ^ (address >> 12)) % kKnownCodes];
+}
+
+Kind known_kind(const PyCodeObject* code) {
+    const KnownCode* const slot = known_slot(code);
+    return slot->code == code && slot->edition == core.breakpoints.edition ? slot->kind
+                                                                           : Kind::kUnknown;
+}
+
+bool is_passed_code(const PyCodeObject* code) { return known_kind(code) == Kind::kPassed; }
+
+// The interpreter tells a profile function that the call of a built-in function has ended if there
+// was one when it began. That of the program is not to hear so of the call that sets it: where the
+// code says its name there must be none before.
+bool names_setprofile(const PyCodeObject* code) {
+    constexpr char kName[] = "setprofile";
+    for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(code->co_names); ++i) {
+        PyObject* const name = PyTuple_GET_ITEM(code->co_names, i);
+        if (PyString_Check(name) && strcmp(PyString_AS_STRING(name), kName) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// May run Python code.
+Kind kind_of(PyFrameObject* frame) {
+    PyCodeObject* const code = frame->f_code;
+    Kind kind = known_kind(code);
+    if (kind != Kind::kUnknown) {
+        return kind;
+    }
+    if (names_setprofile(code)) {
+        kind = Kind::kProfiles;
+    } else {
+        const MayStop answer = bp_ask_code(&core.breakpoints, frame);
+        if (answer == MayStop::kPerhaps) {
+            return Kind::kMayStop;
+        }
+        kind = answer == MayStop::kYes ? Kind::kMayStop : Kind::kPassed;
+    }
+    const ErrnoGuard keep_errno;
+    const PendingErrorGuard keep_error;
+    const uint32_t edition = core.breakpoints.edition;
+    // The registry keeps such code, and tells of its end.
+    if (registered_pathname(&code_names, code) != nullptr && edition == core.breakpoints.edition) {
+        *known_slot(code) = {code, edition, kind};
+    }
+    return kind;
+}
+
+// The frame goes on with its events, for which the interpreter's own notes of where in the frame it
+// was are those of its last one.
+void note_wake(ThreadData* record, PyFrameObject* frame, int reach) {
+    record->woken_frame = frame;
+    record->woken_at = frame->f_lasti;
+    record->woken_reach = reach;
+}
+
+// What will not be seen to as the thread comes back to its frames.
+void complete_frames(const PyThreadState* thread) {
+    for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
+        if (frame->f_trace == nullptr) {
+            set_frame_trace(frame, core.trace_dispatch);
+        }
+    }
+}
+
+void wake_in(PyThreadState* thread, PyFrameObject* frame, int reach) {
+    ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (frame != nullptr && frame->f_trace == nullptr) {
+        if (record != nullptr && frame->f_lasti >= 0) {
+            note_wake(record, frame, reach);
+        }
+        set_frame_trace(frame, core.trace_dispatch);
+    }
+    count_traced_thread(nullptr, c_dispatch);
+    thread->c_tracefunc = c_dispatch;
+    core.some_are_awake = true;
+}
+
+void rest_in(PyThreadState* thread, ThreadData* record, PyFrameObject* frame) {
+    if (frame->f_trace != nullptr && frame->f_trace == core.trace_dispatch) {
+        clear_slot(frame->f_trace);  // Not its last reference.
+    }
+    if (record->woken_frame == frame) {
+        record->woken_frame = nullptr;
+    }
+    if (thread->c_tracefunc != nullptr) {
+        count_traced_thread(c_dispatch, nullptr);
+        thread->c_tracefunc = nullptr;
+    }
+}
+
+// `is_new`: whether the interpreter begins with the frame, or begins with it again.
+void settle_in(PyThreadState* thread, PyFrameObject* frame, bool is_new) {
+    ThreadData* record = thread_table_find(&core.threads, thread);
+    bool needed = thread_needs_events(thread, record, frame);
+    Kind kind = known_kind(frame->f_code);
+    if (!needed) {
+        kind = kind_of(frame);
+        record = thread_table_find(&core.threads, thread);  // Python code may have run.
+        needed = kind != Kind::kPassed || thread_needs_events(thread, record, frame);
+    } else if (kind == Kind::kUnknown && names_setprofile(frame->f_code)) {
+        kind = Kind::kProfiles;
+    }
+    if (!is_traced_here(thread)) {
+        return;
+    }
+    if (!needed && record != nullptr) {
+        rest_in(thread, record, frame);
+        return;
+    }
+    if (frame->f_trace == nullptr) {
+        if (!is_new && record != nullptr) {
+            note_wake(record, frame, next_offset(frame->f_code, frame->f_lasti));
+        }
+        set_frame_trace(frame, core.trace_dispatch);
+    }
+    if (thread->c_tracefunc == nullptr) {
+        PyEval_SetTrace(c_dispatch, core.trace_dispatch);
+        core.some_are_awake = true;
+    }
+    if (kind == Kind::kProfiles) {
+        stop_watching_calls();
+    }
+}
+
+// Whether this call will have the interpreter call something else for calls and returns, or for
+// lines: from then on nobody would wake the thread. Nothing is harmed by a wrong yes.
+bool replaces_functions(PyObject* function) {
+    if (function == nullptr || !PyCFunction_Check(function)) {
+        return false;
+    }
+    const char* const name = reinterpret_cast<PyCFunctionObject*>(function)->m_ml->ml_name;
+    switch (*name) {
+        case 'e':
+            return strcmp(name, "enable") == 0;  // of cProfile
+        case 'r':
+            return strcmp(name, "runcall") == 0 || strcmp(name, "runcode") == 0;  // of hotshot
+        case 's':
+            return strcmp(name, "setprofile") == 0 || strcmp(name, "settrace") == 0 ||
+                   strcmp(name, "start") == 0;
+        default:
+            return false;
+    }
+}
+
+bool call_passes(const ThreadData* record, const PyFrameObject* frame) {
+    return frame->f_locals != frame->f_globals && record->bot_frame != Py_None &&
+           record->bot_frame != reinterpret_cast<const PyObject*>(frame) &&
+           core.sub_languages.registered == 0 && frame->f_trace == nullptr &&
+           is_recently_registered(&code_names, frame->f_code) && is_passed_code(frame->f_code);
+}
+
+bool return_passes(const ThreadData* record, const PyFrameObject* frame, const PyObject* value) {
+    const PyFrameObject* const next = frame->f_back;
+    const auto is_at = [frame, next](const PyObject* place) {
+        return place == reinterpret_cast<const PyObject*>(frame) ||
+               place == reinterpret_cast<const PyObject*>(next);
+    };
+    return next != nullptr && next->f_trace == nullptr && !is_at(record->return_frame) &&
+           !is_at(record->bot_frame) && is_passed_code(next->f_code) &&
+           (value != nullptr || !is_printed_stop(core.exception_mode)) &&
+           record->woken_frame != frame;
+}
+
+// Where a step request waits further out, the record's place in the stack goes along.
+bool step_passes_call(ThreadData* record, PyFrameObject* frame) {
+    if (record->stop_frame == nullptr) {
+        return true;
+    }
+    const bool passes = record->in_step != nullptr && record->in_step == frame->f_back &&
+                        record->stop_frame != as_object(frame);
+    if (passes) {
+        record->in_step = frame;
+    }
+    return passes;
+}
+
+bool step_passes_return(ThreadData* record, PyFrameObject* frame) {
+    if (record->stop_frame == nullptr) {
+        return true;
+    }
+    const bool passes = record->in_step == frame && record->stop_frame != as_object(frame) &&
+                        record->stop_frame != as_object(frame->f_back);
+    if (passes) {
+        record->in_step = frame->f_back;
+    }
+    return passes;
+}
+
+// The shortest way, for a thread that rests and goes on resting. It does so since nothing could
+// stop it; whatever changes that has woken it, so that the frame alone is left to look at.
+bool passes_at_rest(PyThreadState* thread, PyFrameObject* frame, int event,
+                    const PyObject* argument) {
+    ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (thread->c_tracefunc != nullptr || thread->c_traceobj != core.trace_dispatch ||
+        core.mutex_owner != kNoOwner || record == nullptr) {
+        return false;
+    }
+    if (event == kEventReturn) {
+        if (!return_passes(record, frame, argument) || !step_passes_return(record, frame)) {
+            return false;
+        }
+    } else {
+        if (!call_passes(record, frame) || !step_passes_call(record, frame)) {
+            return false;
+        }
+        count_registry_call(&code_names);
+    }
+    ++core.event_count;
+    if (event == kEventReturn && core.catch_info.frame_exc_info != nullptr) {
+        const ErrnoGuard keep_errno;
+        clear_frame_exc_info(&core.catch_info, frame);
+        return is_resting(thread);  // Something may have been released, and have run code.
+    }
+    return true;
+}
+
+// Whether a thread that has its events is about to go on where a breakpoint may stop, as one does
+// that is in a loop of such code.
+bool stays_awake(const PyThreadState* thread, const PyFrameObject* next) {
+    return thread->c_tracefunc == c_dispatch && next != nullptr &&
+           next->f_trace == core.trace_dispatch && known_kind(next->f_code) == Kind::kMayStop;
+}
+
+// The profile function. Where the thread has its events, the trace function has had this one.
+int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int event,
+                     PyObject* argument) {
+    PyThreadState* const thread = current_thread_state();
+    if (event != kEventCall && event != kEventReturn) {
+        if (event == kEventBuiltinCall && replaces_functions(argument) && is_resting(thread)) {
+            wake_thread(thread);
+            complete_frames(thread);
+        }
+        return 0;
+    }
+    if (passes_at_rest(thread, frame, event, argument)) {
+        return 0;
+    }
+    if (stays_awake(thread, event == kEventCall ? frame : frame->f_back)) {
+        return 0;
+    }
+    int result = 0;
+    if (is_resting(thread)) {
+        result = c_dispatch(thread->c_traceobj, frame, event, argument);
+    }
+    if (thread->c_profilefunc != dispatch_at_rest) {
+        return result;
+    }
+    if (!is_traced_here(thread)) {
+        stop_watching_calls();
+        return result;
+    }
+    if (event == kEventReturn) {
+        ThreadData* const record = thread_table_find(&core.threads, thread);
+        if (record != nullptr && record->woken_frame == frame) {
+            record->woken_frame = nullptr;
+        }
+        if (record != nullptr && record->unwound_frame == frame) {
+            record->unwound_frame = nullptr;
+        }
+    }
+    const bool is_new = event == kEventCall && result == 0;
+    PyFrameObject* const next = is_new ? frame : frame_back(frame);
+    if (next != nullptr) {
+        settle_in(thread, next, is_new);
+    }
+    return result;
+}
+
+// Whether an except clause of the frame takes the exception, as far as can be told without running
+// Python code.
+bool is_handled_here(PyFrameObject* frame, PyObject* type) {
+    return frame->f_iblock != 0 &&
+           exception_is_handled(frame, core.ignored_handlers, type, HandlerMatch::kAny, true,
+                                kHostOpcodes, ClassTests::kWithoutCode) != 0;
+}
+
+// Whether an exception has the frame run code of its own, though it leaves the frame, so that it
+// may do so at another line than that of its last instruction.
+bool is_unwound(PyFrameObject* frame, bool is_handled) {
+    for (int i = 0; !is_handled && i < frame->f_iblock; ++i) {
+        if (frame->f_blockstack[i].b_type != kHostOpcodes.setup_loop) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// For each exception in a frame, right before the interpreter makes an event of it for the trace
+// function that is there then. The error is set.
+void raised(PyFrameObject* frame) {
+    PyThreadState* const thread = current_thread_state();
+    if (!is_resting(thread) || thread->tracing != 0 || thread->frame != frame ||
+        thread->curexc_type == nullptr) {
+        return;
+    }
+    const Policy policy = known_policy(thread);
+    if (policy == Policy::kIgnore) {
+        return;
+    }
+    ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (record == nullptr || policy == Policy::kUnknown || core.tracing == 0) {
+        wake_in(thread, frame, INT_MAX);
+        return;
+    }
+    const bool is_handled = is_handled_here(frame, thread->curexc_type);
+    if (is_unwound(frame, is_handled)) {
+        record->unwound_frame = frame;
+    }
+    const bool is_settled = is_handled && core.always_stop_excepts == nullptr &&
+                            core.exception_mode != kExcAlwaysStop &&
+                            !is_printed_stop(core.exception_mode);
+    if (record->unwound_frame == frame || is_stop(decide_step(record, frame)) ||
+        (!is_settled && may_stop_at_exception(record, frame, thread->curexc_type))) {
+        wake_in(thread, frame, INT_MAX);
+    }
+}
+
+}  // namespace
+
+void rest_init() {
+    const char* const always = getenv("MORVIK_ALWAYS_TRACE");
+    core.always_trace = always != nullptr && strcmp(always, "1") == 0;
+    auto* const hook = static_cast<RaisedHook*>(python_library_symbol(kRaisedHook));
+    core.raises_are_told = hook != nullptr;
+    if (hook != nullptr) {
+        *hook = raised;
+    }
+}
+
+bool is_without_events(const PyThreadState* thread) {
+    return thread->c_tracefunc == nullptr && thread->c_traceobj != nullptr &&
+           thread->c_traceobj == core.trace_dispatch;
+}
+
+bool is_resting(const PyThreadState* thread) {
+    return is_without_events(thread) && thread->c_profilefunc == dispatch_at_rest;
+}
+
+bool is_traced_here(const PyThreadState* thread) {
+    return thread->c_tracefunc == c_dispatch || is_resting(thread);
+}
+
+void settle(PyFrameObject* frame) {
+    PyThreadState* const thread = current_thread_state();
+    if (thread->c_profilefunc == dispatch_at_rest && is_traced_here(thread) &&
+        !stays_awake(thread, frame)) {
+        settle_in(thread, frame, false);
+    }
+}
+
+void note_exception(ThreadData* record, PyFrameObject* frame, PyObject* type) {
+    if (may_rest(current_thread_state()) && is_unwound(frame, is_handled_here(frame, type))) {
+        record->unwound_frame = frame;
+    }
+}
+
+void watch_calls() {
+    const PyThreadState* const thread = current_thread_state();
+    if (thread->c_profilefunc == nullptr && thread->c_tracefunc == c_dispatch &&
+        !core.always_trace && dprintf_file == nullptr &&
+        (thread->frame == nullptr || !names_setprofile(thread->frame->f_code))) {
+        PyEval_SetProfile(dispatch_at_rest, nullptr);
+    }
+}
+
+void stop_watching_calls() {
+    if (current_thread_state()->c_profilefunc == dispatch_at_rest) {
+        PyEval_SetProfile(nullptr, nullptr);
+    }
+}
+
+void wake_thread(PyThreadState* thread) {
+    if (is_without_events(thread)) {
+        PyFrameObject* const frame = thread->frame;
+        wake_in(thread, frame, frame != nullptr ? next_offset(frame->f_code, frame->f_lasti) : 0);
+    }
+}
+
+void let_rest(PyThreadState* thread) {
+    PyFrameObject* const frame = thread->frame;
+    ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (thread->c_tracefunc == c_dispatch && thread->c_profilefunc == dispatch_at_rest &&
+        thread->tracing == 0 && frame != nullptr && is_passed_code(frame->f_code) &&
+        !thread_needs_events(thread, record, frame)) {
+        rest_in(thread, record, frame);
+    }
+}
+
+bool may_rest(const PyThreadState* thread) {
+    return thread->c_profilefunc == dispatch_at_rest && is_traced_here(thread);
+}
+
+void wake_all_threads() {
+    for (PyInterpreterState* interpreter = PyInterpreterState_Head(); interpreter != nullptr;
+         interpreter = PyInterpreterState_Next(interpreter)) {
+        for (PyThreadState* thread = PyInterpreterState_ThreadHead(interpreter); thread != nullptr;
+             thread = PyThreadState_Next(thread)) {
+            wake_thread(thread);
+        }
+    }
+}
+
+CompleteFrames::CompleteFrames() {
+    const auto is_bare = [](const PyFrameObject* frame) { return frame->f_trace == nullptr; };
+    PyFrameObject* const innermost = current_thread_state()->frame;
+    size_t bare = 0;
+    for (PyFrameObject* frame = innermost; frame != nullptr; frame = frame_back(frame)) {
+        bare += is_bare(frame) ? 1 : 0;
+    }
+    if (bare != 0) {
+        frames_ = static_cast<PyFrameObject**>(malloc(bare * sizeof(PyFrameObject*)));
+    }
+    for (PyFrameObject* frame = innermost; frame != nullptr; frame = frame_back(frame)) {
+        if (is_bare(frame)) {
+            if (frames_ != nullptr) {
+                frames_[count_++] = frame;
+            }
+            set_frame_trace(frame, core.trace_dispatch);
+        }
+    }
+}
+
+CompleteFrames::~CompleteFrames() {
+    for (size_t i = 0; i < count_; ++i) {
+        if (frames_[i]->f_trace == core.trace_dispatch) {
+            clear_slot(frames_[i]->f_trace);  // Not its last reference.
+        }
+    }
+    free(frames_);
+}
+
+bool is_left_over(ThreadData* record, PyFrameObject* frame, int event) {
+    if (record->woken_frame != frame) {
+        return false;
+    }
+    if (event == kEventException) {
+        record->woken_reach = INT_MAX;  // It may go on in any handler.
+    }
+    if (event != kEventLine) {
+        return false;
+    }
+    record->woken_frame = nullptr;
+    const int offset = frame->f_lasti;
+    frame->f_lineno = PyCode_Addr2Line(frame->f_code, offset);
+    return offset > record->woken_at && offset <= record->woken_reach &&
+           !begins_line(frame->f_code, offset);
+}
+
+}  // namespace morvik
