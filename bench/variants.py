@@ -42,8 +42,12 @@ def step_on(frame, changed_breakpoints):
     morvik.step_over()
 
 
-morvik.init(1.0, 0, ignore, ignore, step_on, ignore, ignore, ignore, None, builtin_import, None,
-            {})
+def init():
+    morvik.init(1.0, 0, ignore, ignore, step_on, ignore, ignore, ignore, None, builtin_import, None,
+                {})
+
+
+init()
 
 
 @contextmanager
@@ -55,6 +59,19 @@ def core(program):
         yield
     finally:
         morvik.reset()
+
+
+@contextmanager
+def core_always_traced(program):
+    """The same with the events of everything."""
+    os.environ["MORVIK_ALWAYS_TRACE"] = "1"
+    init()
+    try:
+        with core(program):
+            yield
+    finally:
+        del os.environ["MORVIK_ALWAYS_TRACE"]
+        init()
 
 
 @contextmanager
@@ -179,8 +196,9 @@ def bdb_condition(program):
     return bdb_with_breakpoint(program.hot, "0")
 
 
-ALL = [untraced, counting, core, core_policy, core_stepping_over, core_breakpoints_elsewhere,
-       core_breakpoints_nearby, core_condition, core_unhandled, launched, bdb, bdb_elsewhere, bdb_condition]
+ALL = [untraced, counting, core, core_always_traced, core_policy, core_stepping_over,
+       core_breakpoints_elsewhere, core_breakpoints_nearby, core_condition, core_unhandled, launched,
+       bdb, bdb_elsewhere, bdb_condition]
 
 # Those that get a tenth of the work to do.
 SLOW = [bdb, bdb_elsewhere, bdb_condition]

@@ -9,7 +9,8 @@ import harness
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 PROGRAMS = ["builtins", "callers", "calls", "lines", "pickling", "pystone", "raises"]
-VARIANTS = ["bdb", "bdb_condition", "bdb_elsewhere", "core", "core_breakpoints_elsewhere",
+VARIANTS = ["bdb", "bdb_condition", "bdb_elsewhere", "core", "core_always_traced",
+            "core_breakpoints_elsewhere",
             "core_breakpoints_nearby", "core_condition", "core_policy", "core_stepping_over",
             "core_unhandled", "counting", "launched", "untraced"]
 
