@@ -208,6 +208,7 @@ print 'read', set(len(one.read()) for one in files) == set([os.path.getsize(__fi
         client = self.waiting('''
 import os, time
 out = open(__file__ + '.out', 'w')
+os.closerange(3, out.fileno())
 os.closerange(out.fileno() + 1, 64)
 files = [os.dup(out.fileno()) for _ in range(20)]
 print 'begun'
