@@ -316,31 +316,27 @@ def _parent(pid):
 
 def _state(pid):
     """From its state on, what the system says of a process; '' where it does not."""
-    try:
-        source = _open('/proc/%d/stat' % pid)
-    except IOError:
-        return ''
-    try:
-        return source.read().rpartition(')')[2].strip()
-    except IOError:
-        return ''  # It has ended meanwhile.
-    finally:
-        source.close()
+    return _said_of(pid, 'stat').rpartition(')')[2].strip()
 
 
 def _has_pending(pid, number):
     """Whether a signal has come to a process that has not met with it yet."""
+    pending = _said_of(pid, 'status').partition('\nShdPnd:')[2].split()
+    return bool(pending) and int(pending[0], 16) >> (number - 1) & 1 == 1
+
+
+def _said_of(pid, name):
+    """What is in the system's file of this name about a process; '' where that says nothing."""
     try:
-        source = _open('/proc/%d/status' % pid)
+        source = _open('/proc/%d/%s' % (pid, name))
     except IOError:
-        return False
+        return ''
     try:
-        lines = [line.split() for line in source if line.startswith('ShdPnd:')]
+        return source.read()
     except IOError:
-        return False  # It has ended meanwhile.
+        return ''  # It has ended meanwhile.
     finally:
         source.close()
-    return bool(lines) and int(lines[0][1], 16) >> (number - 1) & 1 == 1
 
 
 def _ignore_hangup():

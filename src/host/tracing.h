@@ -5,6 +5,7 @@
 
 #include "host/opcodes.h"
 #include "host/python.h"
+#include "host/ref.h"
 
 namespace morvik {
 
@@ -18,6 +19,15 @@ inline void count_traced_thread(Py_tracefunc before, Py_tracefunc after) {
     _PyThreadState_Current = &nobody;
     PyEval_SetTrace(after, nullptr);
     _PyThreadState_Current = self;
+}
+
+// Gives every frame on a thread's stack that has no trace function this one.
+inline void hook_frames(const PyThreadState* thread, PyObject* trace) {
+    for (PyFrameObject* frame = thread->frame; is_frame(frame); frame = frame->f_back) {
+        if (frame->f_trace == nullptr) {
+            set_frame_trace(frame, trace);
+        }
+    }
 }
 
 // Whether the interpreter would make a line event for coming to this offset in order.

@@ -52,14 +52,6 @@ Ref uninstall(PyThreadState* thread) {
     return object;
 }
 
-void hook_frames(const PyThreadState* thread, PyObject* object) {
-    for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
-        if (frame->f_trace == nullptr) {
-            set_frame_trace(frame, object);
-        }
-    }
-}
-
 void unhook_frames(const PyThreadState* thread, const PyObject* object) {
     for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
         if (frame->f_trace == object) {

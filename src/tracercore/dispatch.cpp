@@ -90,11 +90,7 @@ Outcome handle_call(PyFrameObject* frame) {
         dprintf(kLogCore, "TRACER CALL STOPPED TRACER\n");
         return {true, false};
     }
-    const PyThreadState* const thread = current_thread_state();
-    if (thread->c_tracefunc != nullptr && thread->c_traceobj == core.trace_dispatch &&
-        is_frame(frame) && frame->f_trace == nullptr) {
-        set_frame_trace(frame, core.trace_dispatch);
-    }
+    hook_called_frame(current_thread_state(), frame);
     return {false, false};
 }
 
@@ -177,7 +173,7 @@ int dispatch_in_turn(PyFrameObject* frame, int event, PyObject* argument) {
     const int result = dispatch_in_turn(frame, event, argument);
     record = thread_table_current(&core.threads);
     if (event == kEventReturn && record != nullptr) {
-        leave_step_place(record, frame);
+        forget_ended_frame(record, frame);
     }
     watch_calls();
     if (event == kEventException && record != nullptr && is_frame(frame) && argument != nullptr &&

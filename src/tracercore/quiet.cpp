@@ -91,10 +91,7 @@ bool event_is_quiet(ThreadData* record, PyFrameObject* frame, int event, PyObjec
                                     PyFrameObject* frame, int event, PyObject* argument) {
     if (event == kEventCall) {
         count_registry_call(&code_names);
-        if (thread->c_tracefunc != nullptr && thread->c_traceobj == core.trace_dispatch &&
-            frame->f_trace == nullptr) {
-            set_frame_trace(frame, core.trace_dispatch);
-        }
+        hook_called_frame(thread, frame);
     } else if (event == kEventException) {
         const ErrnoGuard keep_errno;
         note_exception(record, frame, PyTuple_GET_ITEM(argument, 0));
@@ -102,7 +99,7 @@ bool event_is_quiet(ThreadData* record, PyFrameObject* frame, int event, PyObjec
             PyErr_Clear();
         }
     } else if (event == kEventReturn) {
-        leave_step_place(record, frame);
+        forget_ended_frame(record, frame);
         if (core.catch_info.frame_exc_info != nullptr) {
             const ErrnoGuard keep_errno;
             clear_frame_exc_info(&core.catch_info, frame);

@@ -146,13 +146,10 @@ void note_wake(ThreadData* record, PyFrameObject* frame, int reach) {
     record->woken_reach = reach;
 }
 
-// What will not be seen to as the thread comes back to its frames.
-void complete_frames(const PyThreadState* thread) {
-    for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
-        if (frame->f_trace == nullptr) {
-            set_frame_trace(frame, core.trace_dispatch);
-        }
-    }
+void give_events(PyThreadState* thread) {
+    count_traced_thread(nullptr, c_dispatch);
+    thread->c_tracefunc = c_dispatch;
+    core.some_are_awake = true;
 }
 
 void wake_in(PyThreadState* thread, PyFrameObject* frame, int reach) {
@@ -163,9 +160,7 @@ void wake_in(PyThreadState* thread, PyFrameObject* frame, int reach) {
         }
         set_frame_trace(frame, core.trace_dispatch);
     }
-    count_traced_thread(nullptr, c_dispatch);
-    thread->c_tracefunc = c_dispatch;
-    core.some_are_awake = true;
+    give_events(thread);
 }
 
 void rest_in(PyThreadState* thread, ThreadData* record, PyFrameObject* frame) {
@@ -207,8 +202,7 @@ void settle_in(PyThreadState* thread, PyFrameObject* frame, bool is_new) {
         set_frame_trace(frame, core.trace_dispatch);
     }
     if (thread->c_tracefunc == nullptr) {
-        PyEval_SetTrace(c_dispatch, core.trace_dispatch);
-        core.some_are_awake = true;
+        give_events(thread);
     }
     if (kind == Kind::kProfiles) {
         stop_watching_calls();
@@ -321,7 +315,8 @@ int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int eve
     if (event != kEventCall && event != kEventReturn) {
         if (event == kEventBuiltinCall && replaces_functions(argument) && is_resting(thread)) {
             wake_thread(thread);
-            complete_frames(thread);
+            // Nobody will see to them as the thread comes back to them.
+            hook_frames(thread, core.trace_dispatch);
         }
         return 0;
     }
@@ -341,15 +336,6 @@ int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int eve
     if (!is_traced_here(thread)) {
         stop_watching_calls();
         return result;
-    }
-    if (event == kEventReturn) {
-        ThreadData* const record = thread_table_find(&core.threads, thread);
-        if (record != nullptr && record->woken_frame == frame) {
-            record->woken_frame = nullptr;
-        }
-        if (record != nullptr && record->unwound_frame == frame) {
-            record->unwound_frame = nullptr;
-        }
     }
     const bool is_new = event == kEventCall && result == 0;
     PyFrameObject* const next = is_new ? frame : frame_back(frame);
@@ -435,8 +421,7 @@ bool is_traced_here(const PyThreadState* thread) {
 
 void settle(PyFrameObject* frame) {
     PyThreadState* const thread = current_thread_state();
-    if (thread->c_profilefunc == dispatch_at_rest && is_traced_here(thread) &&
-        !stays_awake(thread, frame)) {
+    if (may_rest(thread) && !stays_awake(thread, frame)) {
         settle_in(thread, frame, false);
     }
 }
@@ -472,8 +457,7 @@ void wake_thread(PyThreadState* thread) {
 void let_rest(PyThreadState* thread) {
     PyFrameObject* const frame = thread->frame;
     ThreadData* const record = thread_table_find(&core.threads, thread);
-    if (thread->c_tracefunc == c_dispatch && thread->c_profilefunc == dispatch_at_rest &&
-        thread->tracing == 0 && frame != nullptr && is_passed_code(frame->f_code) &&
+    if (thread->tracing == 0 && frame != nullptr && is_passed_code(frame->f_code) &&
         !thread_needs_events(thread, record, frame)) {
         rest_in(thread, record, frame);
     }
@@ -503,14 +487,13 @@ CompleteFrames::CompleteFrames() {
     if (bare != 0) {
         frames_ = static_cast<PyFrameObject**>(malloc(bare * sizeof(PyFrameObject*)));
     }
-    for (PyFrameObject* frame = innermost; frame != nullptr; frame = frame_back(frame)) {
+    for (PyFrameObject* frame = innermost; frames_ != nullptr && frame != nullptr;
+         frame = frame_back(frame)) {
         if (is_bare(frame)) {
-            if (frames_ != nullptr) {
-                frames_[count_++] = frame;
-            }
-            set_frame_trace(frame, core.trace_dispatch);
+            frames_[count_++] = frame;
         }
     }
+    hook_frames(current_thread_state(), core.trace_dispatch);
 }
 
 CompleteFrames::~CompleteFrames() {

@@ -13,7 +13,9 @@
 #include <cstddef>
 
 #include "host/python.h"
+#include "host/ref.h"
 #include "threadops.h"
+#include "tracercore/state.h"
 
 namespace morvik {
 
@@ -51,8 +53,8 @@ void wake_all_threads();
 // Whether the thread rests where it can.
 bool may_rest(const PyThreadState* thread);
 
-// Has one rest that is in the midst of a frame, if it can be told without running Python code that
-// this is right. It must not be in an event.
+// Has one rest that may, and does not, if it can be told without running Python code that this is
+// right.
 void let_rest(PyThreadState* thread);
 
 // For a scope, every frame on the calling thread's stack carries the trace function and knows its
@@ -70,6 +72,15 @@ class CompleteFrames {
     PyFrameObject** frames_ = nullptr;  // the thread is in their midst: they stay
     size_t count_ = 0;
 };
+
+// At a call event of a thread that has its events: the frame, which is new, is to have the trace
+// function, too.
+inline void hook_called_frame(const PyThreadState* thread, PyFrameObject* frame) {
+    if (thread->c_tracefunc != nullptr && thread->c_traceobj == core.trace_dispatch &&
+        is_frame(frame) && frame->f_trace == nullptr) {
+        set_frame_trace(frame, core.trace_dispatch);
+    }
+}
 
 // Whether an event of a frame in whose midst the thread has been woken is none: the interpreter
 // goes by where the frame was when it had its last one. Brings the frame's line up to date for its

@@ -27,11 +27,17 @@ inline bool is_stop(StepDecision decision) {
 bool stop_frame_was_left(ThreadData* record, PyFrameObject* frame);
 
 // To be called when a frame's return event is over: what is remembered goes with the frame.
-inline void leave_step_place(ThreadData* record, const PyFrameObject* frame) {
+inline void forget_ended_frame(ThreadData* record, const PyFrameObject* frame) {
     if (record->in_step == frame) {
         record->in_step = record->stop_frame == reinterpret_cast<const PyObject*>(frame)
                               ? nullptr
                               : frame->f_back;
+    }
+    if (record->woken_frame == frame) {
+        record->woken_frame = nullptr;
+    }
+    if (record->unwound_frame == frame) {
+        record->unwound_frame = nullptr;
     }
 }
 

@@ -1,5 +1,7 @@
 #include "sorrelmodule/all_threads.h"
 
+#include "host/tracing.h"
+
 #include "python_fixture.h"
 
 namespace morvik {
@@ -62,24 +64,14 @@ class AllThreadsTest : public PythonTest {
         do {
             line_events = 0;
             ++counted;
-            count(count_lines, nullptr);
+            count_traced_thread(count_lines, nullptr);
             run("lines()");
         } while (line_events > 0 && counted < kMost);
         for (int i = 0; i < counted; ++i) {
-            count(nullptr, count_lines);
+            count_traced_thread(nullptr, count_lines);
         }
         PyEval_SetTrace(nullptr, nullptr);
         return counted - 1;
-    }
-
-  private:
-    static void count(Py_tracefunc before, Py_tracefunc after) {
-        PyThreadState other = {};
-        other.c_tracefunc = before;
-        PyThreadState* const self = _PyThreadState_Current;
-        _PyThreadState_Current = &other;
-        PyEval_SetTrace(after, nullptr);
-        _PyThreadState_Current = self;
     }
 };
 

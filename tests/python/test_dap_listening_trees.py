@@ -33,6 +33,15 @@ print 'forked'
 while not os.path.exists(sys.argv[0] + '.over'):
     time.sleep(0.01)  # parent
 '''
+# Comes to its line when it is told to.
+CHILD = '''\
+child = os.fork()
+if not child:
+    while not os.path.exists(sys.argv[0] + '.go'):
+        pass
+    print 'here'  # here
+    os._exit(3)
+'''
 
 
 class TestCase(dap_session.TestCase):
@@ -208,15 +217,9 @@ print 'over'
     def test_who_waits_for_a_client_that_has_left_runs_on(self):
         program = self.serve("""
 import os, sys
-child = os.fork()
-if not child:
-    while not os.path.exists(sys.argv[0] + '.go'):
-        pass
-    print 'here'  # here
-    os._exit(3)
-print 'forked'
+%sprint 'forked'
 print os.waitpid(child, 0)[1] >> 8
-""", '--wait')
+""" % CHILD, '--wait')
         client = self.attach(program, '# here')
         program.wrote('forked')
         self.told(client, 1)
@@ -235,14 +238,8 @@ def start_slowly(*arguments):
     start(*arguments)
     time.sleep(1)
 Server.start = start_slowly
-child = os.fork()
-if not child:
-    while not os.path.exists(sys.argv[0] + '.go'):
-        pass
-    print 'here'  # here
-    os._exit(3)
-print os.waitpid(child, 0)[1] >> 8
-""", '--wait')
+%sprint os.waitpid(child, 0)[1] >> 8
+""" % CHILD, '--wait')
         client = self.attach(program, '# here')
         said, = self.told(client, 1).values()
         open(program.path + '.go', 'w').close()

@@ -138,7 +138,7 @@ while len(calls) < 3 and not late:
     def test_idle_calls_where_no_thread_was_ever_started(self):
         """The interpreter has no lock there that anybody could take."""
         status, errors = harness.run_host("-c", """\
-import thread, time
+import time
 import harness
 calls = []
 server = harness.Server()
@@ -179,7 +179,6 @@ for _ in range(20):
                 self.assertEqual(os.waitpid(child, 0)[1], 0)
             del calls[:]
             return not child
-        late = []
         end = time.time() + 10
         self.debug("""\
 def wait():
@@ -194,7 +193,6 @@ if fork():
                               "leave": os._exit})
 
     def test_switched_off_by_the_environment(self):
-        environment = dict(os.environ, MORVIK_ALWAYS_TRACE="1")
         saved = os.environ.get("MORVIK_ALWAYS_TRACE")
         os.environ["MORVIK_ALWAYS_TRACE"] = "1"
         try:
