@@ -231,17 +231,50 @@ Py_ssize_t find_clause(PyFrameObject* frame, int handler_offset, PyObject* excep
     return kNoClause;
 }
 
+// Whether it is plain that a key is neither the frame nor its code.
+bool is_other(PyObject* key, PyFrameObject* frame) {
+    if (!PyCode_Check(key)) {
+        return PyFrame_Check(key) && key != as_object(frame);
+    }
+    const auto* const one = reinterpret_cast<PyCodeObject*>(key);
+    const PyCodeObject* const other = frame->f_code;
+    return one->co_firstlineno != other->co_firstlineno || one->co_argcount != other->co_argcount ||
+           one->co_nlocals != other->co_nlocals || one->co_flags != other->co_flags;
+}
+
+// Whether the frame or its code may be a key of the dictionary. Looking code up in one takes the
+// hash of all its constants and names, at every exception that a frame may handle.
+bool may_be_key(PyFrameObject* frame, PyObject* dict) {
+    constexpr Py_ssize_t kLargeMask = 63;
+    const auto* const table = reinterpret_cast<PyDictObject*>(dict);
+    if (table->ma_mask > kLargeMask) {
+        return true;
+    }
+    for (Py_ssize_t i = 0; i <= table->ma_mask; ++i) {
+        const PyDictEntry& entry = table->ma_table[i];
+        if (entry.me_value != nullptr && !is_other(entry.me_key, frame)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Where in the frame the exception goes on: a clause, kLoopEnd or kNoClause.
-Py_ssize_t find_in_frame(PyFrameObject* frame, PyObject* exception, HandlerMatch mode,
-                         const OpcodeTable& opcodes, ClassTests tests) {
+Py_ssize_t find_in_frame(PyFrameObject* frame, PyObject* ignored, PyObject* exception,
+                         HandlerMatch mode, const OpcodeTable& opcodes, ClassTests tests) {
     CodeRange range = {};
     if (!code_range(frame, &range)) {
         return kNoClause;
     }
+    bool is_heeded = false;
     for (int i = frame->f_iblock - 1; i >= 0; --i) {
         const PyTryBlock& block = frame->f_blockstack[i];
         if (block.b_type != opcodes.setup_except) {
             continue;
+        }
+        is_heeded = is_heeded || handler_is_ignored(frame, ignored) == 0;
+        if (!is_heeded) {
+            return kNoClause;
         }
         const Py_ssize_t clause =
             find_clause(frame, block.b_handler, exception, range, mode, opcodes, tests);
@@ -249,7 +282,10 @@ Py_ssize_t find_in_frame(PyFrameObject* frame, PyObject* exception, HandlerMatch
             return clause;
         }
     }
-    return loop_ends_on_exception(frame, exception, range, opcodes) != 0 ? kLoopEnd : kNoClause;
+    return loop_ends_on_exception(frame, exception, range, opcodes) != 0 &&
+                   (is_heeded || handler_is_ignored(frame, ignored) == 0)
+               ? kLoopEnd
+               : kNoClause;
 }
 
 }  // namespace
@@ -258,8 +294,7 @@ int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exce
                          HandlerMatch mode, bool this_frame_only, const OpcodeTable& opcodes,
                          ClassTests tests) {
     for (; is_frame(frame); frame = frame_back(frame)) {
-        if (handler_is_ignored(frame, ignored) == 0 &&
-            find_in_frame(frame, exception, mode, opcodes, tests) != kNoClause) {
+        if (find_in_frame(frame, ignored, exception, mode, opcodes, tests) != kNoClause) {
             return 1;
         }
         if (this_frame_only) {
@@ -271,10 +306,8 @@ int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exce
 
 FoundHandler find_handler(PyFrameObject* frame, PyObject* ignored, PyObject* exception) {
     for (; is_frame(frame); frame = frame_back(frame)) {
-        const Py_ssize_t clause = handler_is_ignored(frame, ignored) == 0
-                                      ? find_in_frame(frame, exception, HandlerMatch::kAny,
-                                                      kHostOpcodes, ClassTests::kAll)
-                                      : kNoClause;
+        const Py_ssize_t clause = find_in_frame(frame, ignored, exception, HandlerMatch::kAny,
+                                                kHostOpcodes, ClassTests::kAll);
         if (clause != kNoClause) {
             return {frame, clause};
         }
@@ -283,7 +316,8 @@ FoundHandler find_handler(PyFrameObject* frame, PyObject* ignored, PyObject* exc
 }
 
 int handler_is_ignored(PyFrameObject* frame, PyObject* ignored) {
-    if (ignored == nullptr || !PyDict_Check(ignored) || !is_frame(frame)) {
+    if (ignored == nullptr || !PyDict_Check(ignored) || !is_frame(frame) ||
+        !may_be_key(frame, ignored)) {
         return 0;
     }
     return PyDict_GetItem(ignored, reinterpret_cast<PyObject*>(frame->f_code)) != nullptr ||

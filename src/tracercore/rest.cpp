@@ -29,10 +29,14 @@ using RaisedHook = void (*)(PyFrameObject* frame);
 
 int dispatch_at_rest(PyObject* profile_object, PyFrameObject* frame, int event, PyObject* argument);
 
+bool some_always_stop() {
+    const PyObject* const types = core.always_stop_excepts;
+    return types != nullptr && !(PyTuple_Check(types) && PyTuple_GET_SIZE(types) == 0);
+}
+
 bool exceptions_need_events(const ThreadData* record, PyFrameObject* frame) {
-    return !core.raises_are_told &&
-           (core.exception_mode != kExcNeverStop || core.always_stop_excepts != nullptr ||
-            record->bot_frame == as_object(frame));
+    return !core.raises_are_told && (core.exception_mode != kExcNeverStop || some_always_stop() ||
+                                     record->bot_frame == as_object(frame));
 }
 
 // A first idle call comes with the thread's first events, and later ones, where no events are, with
@@ -220,7 +224,8 @@ bool replaces_functions(PyObject* function) {
         case 'e':
             return strcmp(name, "enable") == 0;  // of cProfile
         case 'r':
-            return strcmp(name, "runcall") == 0 || strcmp(name, "runcode") == 0;  // of hotshot
+            return name[1] == 'u' &&  // Of a stream, "read" is called often.
+                   (strcmp(name, "runcall") == 0 || strcmp(name, "runcode") == 0);  // of hotshot
         case 's':
             return strcmp(name, "setprofile") == 0 || strcmp(name, "settrace") == 0 ||
                    strcmp(name, "start") == 0;
@@ -385,7 +390,7 @@ void raised(PyFrameObject* frame) {
     if (is_unwound(frame, is_handled)) {
         record->unwound_frame = frame;
     }
-    const bool is_settled = is_handled && core.always_stop_excepts == nullptr &&
+    const bool is_settled = is_handled && !some_always_stop() &&
                             core.exception_mode != kExcAlwaysStop &&
                             !is_printed_stop(core.exception_mode);
     if (record->unwound_frame == frame || is_stop(decide_step(record, frame)) ||

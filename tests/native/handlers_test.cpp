@@ -933,6 +933,21 @@ TEST_P(CallersTest, HandlersOfIgnoredCodeDoNotCount) {
     EXPECT_EQ(handled(inner, kTyped, false, ignored.get()), 0);
 }
 
+TEST_P(CallersTest, HandlersOfEqualCodeDoNotCount) {
+    const Ref named = frame("('Mine',)", Ref());
+    const Ref equal = frame("('Mine',)", Ref());
+    const Ref other = frame("('Base',)", Ref());
+    ASSERT_NE(as(named)->f_code, as(equal)->f_code);
+    const Ref ignored = Ref::steal(PyDict_New());
+    PyDict_SetItem(ignored.get(), reinterpret_cast<PyObject*>(as(named)->f_code), Py_None);
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(handler_is_ignored(as(equal), ignored.get()), 1) << i;
+        ASSERT_EQ(handler_is_ignored(as(other), ignored.get()), 0) << i;
+        const Ref number = Ref::steal(PyInt_FromLong(i));
+        PyDict_SetItem(ignored.get(), number.get(), Py_None);
+    }
+}
+
 TEST_P(CallersTest, HandlersOfAnIgnoredFrameDoNotCount) {
     const Ref outer = frame("('Mine',)", Ref());
     const Ref inner = frame("('Mine',)", outer);
