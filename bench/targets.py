@@ -11,6 +11,7 @@ TARGETS = [(program, variant, "untraced", _FREE[program])
     ("lines", "core_stepping_over", "untraced", 1.1),
     ("calls", "core_stepping_over", "untraced", 1.5),
     ("raises", "core_unhandled", "untraced", 1.8),
+    ("raises", "launched", "untraced", 1.8),
     ("lines", "core_condition", "bdb_condition", 0.2),
     # Where there are events, what the core itself costs.
     ("lines", "core_always_traced", "counting", 1.5),
