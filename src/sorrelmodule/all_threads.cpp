@@ -174,12 +174,27 @@ bool show_function(PyObject* trace_object) {
         PyObject_CallFunction(trace_object, const_cast<char*>("OsO"), Py_None, "", Py_None)));
 }
 
-// Whether the thread has no frames, or its outermost one has one of these namespaces.
-bool is_left_out(const PyThreadState* thread, PyObject* left_out) {
-    PyFrameObject* outermost = thread->frame;
-    for (PyFrameObject* frame = outermost; frame != nullptr; frame = frame_back(frame)) {
+PyFrameObject* outermost_frame(const PyThreadState* thread) {
+    PyFrameObject* outermost = nullptr;
+    for (PyFrameObject* frame = thread->frame; frame != nullptr; frame = frame_back(frame)) {
         outermost = frame;
     }
+    return outermost;
+}
+
+// Whether the frame is that of what brings the debug server into a program that runs already, which
+// may be tried while it is debugged. That is known by the namespace it has been given.
+bool brings_server(const PyFrameObject* outermost) {
+    PyObject* const globals = outermost->f_globals;
+    const bool is_it =
+        PyDict_GetItemString(globals, "modules") == current_thread_state()->interp->modules &&
+        PyDict_GetItemString(globals, "__name__") == nullptr;
+    PyErr_Clear();
+    return is_it;
+}
+
+// Whether a thread has no frames, or its outermost one has one of these namespaces.
+bool is_left_out(const PyFrameObject* outermost, PyObject* left_out) {
     const Ref id =
         Ref::steal(outermost != nullptr ? PyLong_FromVoidPtr(outermost->f_globals) : nullptr);
     const int is_in = id ? PySet_Contains(left_out, id.get()) : 1;
@@ -188,8 +203,12 @@ bool is_left_out(const PyThreadState* thread, PyObject* left_out) {
 }
 
 bool is_wanted(const PyThreadState* thread, PyObject* left_out) {
-    return thread->c_tracefunc == nullptr && thread->c_traceobj == nullptr &&
-           (left_out == nullptr || !is_left_out(thread, left_out));
+    if (thread->c_tracefunc != nullptr || thread->c_traceobj != nullptr) {
+        return false;
+    }
+    const PyFrameObject* const outermost = outermost_frame(thread);
+    return (outermost == nullptr || !brings_server(outermost)) &&
+           (left_out == nullptr || !is_left_out(outermost, left_out));
 }
 
 Py_ssize_t count_wanted(PyObject* left_out) {

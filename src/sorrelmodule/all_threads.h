@@ -15,7 +15,8 @@ namespace morvik {
 // is done. `on_end` (a callable without arguments) is called in each of these threads as the last
 // of what it runs, unless tracing has been taken from it before. `left_out`: nullptr, or a set of
 // the id()s of namespaces: threads without frames are passed by then, and those whose outermost
-// frame has one of these as its globals. 0, or -1 with MemoryError set and nothing changed.
+// frame has one of these as its globals. A thread that brings the debug server into the program is
+// passed by in any case. 0, or -1 with MemoryError set and nothing changed.
 int trace_all_threads(PyObject* on_end, PyObject* trace_object, PyObject* left_out);
 
 // Takes the trace function that has this trace object from every thread, the calling one

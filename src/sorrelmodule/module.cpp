@@ -173,7 +173,7 @@ PyMethodDef methods[] = {
      "none, the frames on its stack included, wherever the thread is.  on_end() is called in each "
      "of them as the last of what it runs, unless it is untraced before.  With left_out, a set of "
      "the ids of global namespaces, threads are passed by that have no frames, or whose outermost "
-     "frame has one of these."},
+     "frame has one of these.  So is one that is just bringing the server into the program."},
     {"untrace_all_threads", entry_untrace_all_threads, METH_VARARGS,
      "untrace_all_threads(trace_object)\n\n"
      "Takes the trace function with this object from every thread, the calling one included, and "

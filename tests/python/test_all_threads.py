@@ -11,6 +11,15 @@ import tmorvik26_vs2012_x64 as core
 import harness
 
 
+LOOP = '''
+def loop():
+    seen.append('come')
+    while len(seen) == 1:
+        pass
+    seen.append(gettrace())
+'''
+
+
 class Runner(threading.Thread):
     """A thread that runs what it is told, at a depth of some frames."""
 
@@ -100,6 +109,18 @@ class AllThreadsTest(harness.TestCase):
         self.trace_all(None, set([id(Runner.run.im_func.func_globals)]))
         runner.end()
         self.assertEqual(self.lines, ['inner', 'outer', 'run'])
+
+    def test_a_thread_that_brings_the_server_is_not_traced(self):
+        for names, is_traced in ({}, False), ({'__name__': 'module'}, True):
+            seen = []
+            namespace = dict(names, modules=sys.modules, seen=seen, gettrace=sys.gettrace)
+            exec LOOP in namespace
+            thread.start_new_thread(namespace['loop'], ())
+            self.wait_for(lambda: seen)
+            trace = self.trace_all()
+            seen.append('go')
+            self.wait_for(lambda: len(seen) == 3)
+            self.assertEqual(seen[2], trace if is_traced else None)
 
     def test_the_calling_thread_is_untraced_too(self):
         self._trace = self.trace
