@@ -33,6 +33,12 @@ def need_interpreter_alone(test):
         test.skip("the interpreter alone does not load modules with sanitizers")
 
 
+def need_forks_beside_threads(test):
+    """Skips a test that forks while other threads may be allocating."""
+    if is_sanitized():
+        test.skip("the forked process may wait for a lock of the sanitizer's allocator for ever")
+
+
 def launcher():
     """The program to start for another process of this host."""
     # sys.executable is the interpreter that the launcher stands for.

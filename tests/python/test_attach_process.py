@@ -132,6 +132,7 @@ print 'over', os.waitpid(child, 0)[1] >> 8
         self.assertEqual(program.ended()[0].splitlines()[1:], ['over 3'])
 
     def test_a_child_of_one_that_is_debugged(self):
+        harness.need_forks_beside_threads(self)
         program = self.run_unaware('''
 import os, sys, time
 def work(who):

@@ -74,8 +74,7 @@ class StartThread(harness.TestCase):
             resource.setrlimit(resource.RLIMIT_AS, limits)
 
     def test_a_process_forked_meanwhile_can_start_threads(self):
-        if harness.is_sanitized():
-            self.skip('a process forked while a thread allocates waits for a sanitizer\'s lock')
+        harness.need_forks_beside_threads(self)
         running = [None]
 
         def start_threads():
