@@ -37,13 +37,14 @@ struct ThreadData {
                              // directly
     PyFrameObject* woken_frame;  // the one in whose midst the thread got its events back, until its
                                  // next line event
-    PyFrameObject* unwound_frame;  // one that runs its handlers for an exception which none of them
-                                   // may take
+    PyFrameObject* unwound_frame;  // one that runs its handlers for an exception which they may not
+                                   // take, up to the block whose handlers do
 
-    int woken_at;        // the offset at which woken_frame was then
-    int woken_reach;     // and the furthest one at which it can have gone on
-    int last_tick;       // how much the interpreter had done in the thread at the last beat
-    unsigned last_beat;  // the number of that beat; 0 for none
+    int16_t unwound_to;   // the index of that block; -1 for none
+    bool woken_may_jump;  // whether woken_frame may have gone on anywhere
+    int woken_at;         // the offset at which it was then
+    int last_tick;        // how much the interpreter had done in the thread at the last beat
+    unsigned last_beat;   // the number of that beat; 0 for none
 };
 
 // 2.6 writes into the freed state of a thread that has ended when a generator that was made there

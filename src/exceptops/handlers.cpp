@@ -259,12 +259,19 @@ bool may_be_key(PyFrameObject* frame, PyObject* dict) {
     return false;
 }
 
-// Where in the frame the exception goes on: a clause, kLoopEnd or kNoClause.
-Py_ssize_t find_in_frame(PyFrameObject* frame, PyObject* ignored, PyObject* exception,
-                         HandlerMatch mode, const OpcodeTable& opcodes, ClassTests tests) {
+// Where in a frame an exception goes on.
+struct Place {
+    Py_ssize_t clause;  // kLoopEnd or kNoClause for none
+    int block;          // the one that it is a clause of; the innermost one's for kLoopEnd
+};
+
+constexpr Place kNowhere = {kNoClause, kNoBlock};
+
+Place find_in_frame(PyFrameObject* frame, PyObject* ignored, PyObject* exception, HandlerMatch mode,
+                    const OpcodeTable& opcodes, ClassTests tests) {
     CodeRange range = {};
     if (!code_range(frame, &range)) {
-        return kNoClause;
+        return kNowhere;
     }
     bool is_heeded = false;
     for (int i = frame->f_iblock - 1; i >= 0; --i) {
@@ -274,18 +281,18 @@ Py_ssize_t find_in_frame(PyFrameObject* frame, PyObject* ignored, PyObject* exce
         }
         is_heeded = is_heeded || handler_is_ignored(frame, ignored) == 0;
         if (!is_heeded) {
-            return kNoClause;
+            return kNowhere;
         }
         const Py_ssize_t clause =
             find_clause(frame, block.b_handler, exception, range, mode, opcodes, tests);
         if (clause != kNoClause) {
-            return clause;
+            return {clause, i};
         }
     }
     return loop_ends_on_exception(frame, exception, range, opcodes) != 0 &&
                    (is_heeded || handler_is_ignored(frame, ignored) == 0)
-               ? kLoopEnd
-               : kNoClause;
+               ? Place{kLoopEnd, frame->f_iblock - 1}
+               : kNowhere;
 }
 
 }  // namespace
@@ -294,7 +301,7 @@ int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exce
                          HandlerMatch mode, bool this_frame_only, const OpcodeTable& opcodes,
                          ClassTests tests) {
     for (; is_frame(frame); frame = frame_back(frame)) {
-        if (find_in_frame(frame, ignored, exception, mode, opcodes, tests) != kNoClause) {
+        if (find_in_frame(frame, ignored, exception, mode, opcodes, tests).clause != kNoClause) {
             return 1;
         }
         if (this_frame_only) {
@@ -307,12 +314,19 @@ int exception_is_handled(PyFrameObject* frame, PyObject* ignored, PyObject* exce
 FoundHandler find_handler(PyFrameObject* frame, PyObject* ignored, PyObject* exception) {
     for (; is_frame(frame); frame = frame_back(frame)) {
         const Py_ssize_t clause = find_in_frame(frame, ignored, exception, HandlerMatch::kAny,
-                                                kHostOpcodes, ClassTests::kAll);
+                                                kHostOpcodes, ClassTests::kAll)
+                                      .clause;
         if (clause != kNoClause) {
             return {frame, clause};
         }
     }
     return {nullptr, kNoClause};
+}
+
+int taking_block(PyFrameObject* frame, PyObject* ignored, PyObject* exception) {
+    return find_in_frame(frame, ignored, exception, HandlerMatch::kAny, kHostOpcodes,
+                         ClassTests::kWithoutCode)
+        .block;
 }
 
 int handler_is_ignored(PyFrameObject* frame, PyObject* ignored) {

@@ -44,6 +44,12 @@ inline constexpr Py_ssize_t kLoopEnd = -1;
 // The handler that exception_is_handled() would find, with a bare "except:" as good as any.
 FoundHandler find_handler(PyFrameObject* frame, PyObject* ignored, PyObject* exception);
 
+inline constexpr int kNoBlock = -1;
+
+// The index of the frame's block whose clauses take the exception, as far as can be told without
+// running Python code; that of the innermost block where it ends a loop. kNoBlock for none.
+int taking_block(PyFrameObject* frame, PyObject* ignored, PyObject* exception);
+
 // 1 if `ignored` is a dictionary that has the frame or its code object as a key.
 int handler_is_ignored(PyFrameObject* frame, PyObject* ignored);
 

@@ -1,6 +1,5 @@
 #include "tracercore/rest.h"
 
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -45,9 +44,17 @@ bool idle_needs_events() {
     return core.idle_period > 0.0F && (core.next_idle_time == 0 || !pulse_begin());
 }
 
+// Whether an exception that came up in the frame is on its way through the frame's own code.
+bool is_unwinding(ThreadData* record, const PyFrameObject* frame) {
+    if (record->unwound_frame == frame && frame->f_iblock <= record->unwound_to) {
+        record->unwound_frame = nullptr;
+    }
+    return record->unwound_frame == frame;
+}
+
 // The line that a return is at is not always that of its instruction, but that of the last event.
 bool step_needs_events(ThreadData* record, PyFrameObject* frame) {
-    return record->return_frame == as_object(frame) || record->unwound_frame == frame ||
+    return record->return_frame == as_object(frame) || is_unwinding(record, frame) ||
            (record->stop_frame != nullptr &&
             (record->stop_frame == Py_None || record->stop_frame == as_object(frame) ||
              stop_frame_was_left(record, frame)));
@@ -144,10 +151,10 @@ Kind kind_of(PyFrameObject* frame) {
 
 // The frame goes on with its events, for which the interpreter's own notes of where in the frame it
 // was are those of its last one.
-void note_wake(ThreadData* record, PyFrameObject* frame, int reach) {
+void note_wake(ThreadData* record, PyFrameObject* frame, bool may_jump) {
     record->woken_frame = frame;
     record->woken_at = frame->f_lasti;
-    record->woken_reach = reach;
+    record->woken_may_jump = may_jump;
 }
 
 void give_events(PyThreadState* thread) {
@@ -156,11 +163,12 @@ void give_events(PyThreadState* thread) {
     core.some_are_awake = true;
 }
 
-void wake_in(PyThreadState* thread, PyFrameObject* frame, int reach) {
+// `may_jump`: whether the frame may go on anywhere, as it does in a handler.
+void wake_in(PyThreadState* thread, PyFrameObject* frame, bool may_jump) {
     ThreadData* const record = thread_table_find(&core.threads, thread);
     if (frame != nullptr && frame->f_trace == nullptr) {
         if (record != nullptr && frame->f_lasti >= 0) {
-            note_wake(record, frame, reach);
+            note_wake(record, frame, may_jump);
         }
         set_frame_trace(frame, core.trace_dispatch);
     }
@@ -201,7 +209,7 @@ void settle_in(PyThreadState* thread, PyFrameObject* frame, bool is_new) {
     }
     if (frame->f_trace == nullptr) {
         if (!is_new && record != nullptr) {
-            note_wake(record, frame, next_offset(frame->f_code, frame->f_lasti));
+            note_wake(record, frame, false);
         }
         set_frame_trace(frame, core.trace_dispatch);
     }
@@ -350,23 +358,17 @@ int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int eve
     return result;
 }
 
-// Whether an except clause of the frame takes the exception, as far as can be told without running
-// Python code.
-bool is_handled_here(PyFrameObject* frame, PyObject* type) {
-    return frame->f_iblock != 0 &&
-           exception_is_handled(frame, core.ignored_handlers, type, HandlerMatch::kAny, true,
-                                kHostOpcodes, ClassTests::kWithoutCode) != 0;
-}
-
-// Whether an exception has the frame run code of its own, though it leaves the frame, so that it
-// may do so at another line than that of its last instruction.
-bool is_unwound(PyFrameObject* frame, bool is_handled) {
-    for (int i = 0; !is_handled && i < frame->f_iblock; ++i) {
+// Notes that an exception has the frame run code of its own before it is taken, or has left: what
+// lines the frame is at meanwhile is not always told by its instructions. `block`: the one whose
+// clauses take it.
+void note_unwinding(ThreadData* record, PyFrameObject* frame, int block) {
+    for (int i = frame->f_iblock - 1; i > block; --i) {
         if (frame->f_blockstack[i].b_type != kHostOpcodes.setup_loop) {
-            return true;
+            record->unwound_frame = frame;
+            record->unwound_to = static_cast<int16_t>(block);
+            return;
         }
     }
-    return false;
 }
 
 // For each exception in a frame, right before the interpreter makes an event of it for the trace
@@ -383,19 +385,17 @@ void raised(PyFrameObject* frame) {
     }
     ThreadData* const record = thread_table_find(&core.threads, thread);
     if (record == nullptr || policy == Policy::kUnknown || core.tracing == 0) {
-        wake_in(thread, frame, INT_MAX);
+        wake_in(thread, frame, true);
         return;
     }
-    const bool is_handled = is_handled_here(frame, thread->curexc_type);
-    if (is_unwound(frame, is_handled)) {
-        record->unwound_frame = frame;
-    }
-    const bool is_settled = is_handled && !some_always_stop() &&
+    const int block = taking_block(frame, core.ignored_handlers, thread->curexc_type);
+    note_unwinding(record, frame, block);
+    const bool is_settled = block != kNoBlock && !some_always_stop() &&
                             core.exception_mode != kExcAlwaysStop &&
                             !is_printed_stop(core.exception_mode);
     if (record->unwound_frame == frame || is_stop(decide_step(record, frame)) ||
         (!is_settled && may_stop_at_exception(record, frame, thread->curexc_type))) {
-        wake_in(thread, frame, INT_MAX);
+        wake_in(thread, frame, true);
     }
 }
 
@@ -432,8 +432,8 @@ void settle(PyFrameObject* frame) {
 }
 
 void note_exception(ThreadData* record, PyFrameObject* frame, PyObject* type) {
-    if (may_rest(current_thread_state()) && is_unwound(frame, is_handled_here(frame, type))) {
-        record->unwound_frame = frame;
+    if (may_rest(current_thread_state())) {
+        note_unwinding(record, frame, taking_block(frame, core.ignored_handlers, type));
     }
 }
 
@@ -454,8 +454,7 @@ void stop_watching_calls() {
 
 void wake_thread(PyThreadState* thread) {
     if (is_without_events(thread)) {
-        PyFrameObject* const frame = thread->frame;
-        wake_in(thread, frame, frame != nullptr ? next_offset(frame->f_code, frame->f_lasti) : 0);
+        wake_in(thread, thread->frame, false);
     }
 }
 
@@ -515,7 +514,7 @@ bool is_left_over(ThreadData* record, PyFrameObject* frame, int event) {
         return false;
     }
     if (event == kEventException) {
-        record->woken_reach = INT_MAX;  // It may go on in any handler.
+        record->woken_may_jump = true;
     }
     if (event != kEventLine) {
         return false;
@@ -523,7 +522,8 @@ bool is_left_over(ThreadData* record, PyFrameObject* frame, int event) {
     record->woken_frame = nullptr;
     const int offset = frame->f_lasti;
     frame->f_lineno = PyCode_Addr2Line(frame->f_code, offset);
-    return offset > record->woken_at && offset <= record->woken_reach &&
+    return offset > record->woken_at &&
+           (record->woken_may_jump || offset <= next_offset(frame->f_code, record->woken_at)) &&
            !begins_line(frame->f_code, offset);
 }
 

@@ -344,6 +344,33 @@ f(2)
         self.assertEqual(notes, [9, (11, 5), 12] * 2)
 
 
+    def test_lines_past_a_clause_that_takes_something_else(self):
+        """An instruction that no line is made of ends the clauses."""
+        lines = []
+
+        def look(frame):
+            lines.append((frame.f_lineno, frame.f_back.f_lineno))
+            core.continue_run()
+        self.debug("""\
+def g():
+    try:
+        yield 1
+    finally:
+        note('dropped')
+def f():
+    try:
+        for each in g():
+            try:
+                raise KeyError
+            except IndexError:
+                note('taken')
+    except KeyError:
+        note(is_at_rest())
+f()
+""", "continue_run", look, breaks=[5], exception_mode=2)
+        self.assertEqual(lines, [(5, 11)])
+
+
 class ProfilerTest(TestCase):
     """Others' trace and profile functions."""
 
