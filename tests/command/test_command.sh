@@ -79,6 +79,14 @@ check "standard error" "$err" "morvik: no such interpreter: $scratch/python2.6"
 run 0 build --python "$host"
 check "standard error of a build with nothing to do" "$err" ""
 folder=${out##*$'\n'}
+ln -s "$host" "$scratch/other name"
+mkdir "$scratch/folder"
+for name in "$scratch/other name" "$scratch/folder/../other name"; do
+    run 0 build --python "$name"
+    check "standard error of a build by another name" "$err" ""
+    check "the folder of a build by another name" "$out" "$folder"
+done
+called="morvik build --python $host"
 check "modules in $folder" "$(find "$folder" -name 'tmorvik26_vs2012_x64*.so' | wc -l)" 1
 
 run 7 python --python "$host" -- -c \
