@@ -16,6 +16,7 @@ from sorrel.common.records import record
 from sorrel.inspection import frames, given_texts
 from sorrel.languages import sublanguages
 from sorrel.processes import own_folders
+from sorrel.service import namesakes
 from sorrel.service.stops import Outcome
 
 # The interpreter empties a module that nothing refers to; the server was started by this one.
@@ -52,8 +53,13 @@ def prepare(script, args, hooks=()):
 def set_up(script, args):
     """The same for a process that was started for the program alone."""
     if script.folder is not None:
-        sys.path[0] = script.folder
+        _begin_path(script.folder)
     sys.argv[:] = [script.name] + args
+
+
+def _begin_path(folder):
+    sys.path[0] = folder
+    namesakes.make_way(folder)
 
 
 def run(script, service, attached=True):
@@ -144,7 +150,7 @@ def _holds_modules(path):
 
 
 def _find_main(path):
-    sys.path[0] = path
+    _begin_path(path)
     # Not get_loader(): that would ask the module of this name that there is.
     loader = pkgutil.find_loader('__main__')
     code = loader and loader.get_code('__main__')
@@ -156,7 +162,7 @@ def _find_main(path):
 def find_module(name):
     """The Script that a module is. Raises CannotRead."""
     # The current folder, as with the interpreter's option -m.
-    sys.path[0] = ''
+    _begin_path('')
     try:
         loader = pkgutil.get_loader(name)
         if loader is not None and loader.is_package(name):
@@ -183,7 +189,7 @@ def find_text(text):
 
 
 def _of_text(text, path, name):
-    sys.path[0] = ''
+    _begin_path('')
     return Script(path, None, None, name, text, {})
 
 

@@ -228,6 +228,62 @@ class InterpretersOptionsTest(StartingTest):
 
 class ShadowTest(StartingTest):
 
+    def assert_own(self, names, *words):
+        """The program, which prints the files of these modules, has them from its own folder."""
+        out, err, status = self.assert_same(*words)
+        found = [os.path.basename(os.path.splitext(line)[0]) for line in out.splitlines()]
+        self.assertEqual([name for name in found if name != '__init__'], list(names))
+
+    def own_modules(self, names, folder=''):
+        """Makes some, and returns the text of a program that prints their files."""
+        for name in names:
+            self.script('', os.path.join(folder, name + '.py'))
+        return 'for name in %r: print __import__(name).__file__\n' % (names,)
+
+    def test_the_programs_modules_come_before_the_interpreters(self):
+        os.environ['PYTHONDONTWRITEBYTECODE'] = '1'
+        names = 'copy', 'random', 'tempfile', 'collections', 'cmd', 'pprint', 'json', 'dis'
+        os.mkdir(os.path.join(self.folder, 'sub'))
+        text = self.own_modules(names, 'sub')
+        for name in 'prog.py', '__main__.py':
+            self.script(text, os.path.join('sub', name))
+        self.assert_own(names, os.path.join('sub', 'prog.py'))
+        self.assert_own(names, 'sub')
+        archive = zipfile.ZipFile(os.path.join(self.folder, 'sub.zip'), 'w')
+        for name in names + ('__main__',):
+            archive.write(os.path.join(self.folder, 'sub', name + '.py'), name + '.py')
+        archive.close()
+        self.assert_own(names, 'sub.zip')
+        self.own_modules(names)
+        self.script(text, 'prog.py')
+        self.assert_own(names, '-m', 'prog')
+        self.assert_own(names, '-c', text)
+        self.script('print __file__\n', 'json.py')
+        self.assert_own(['json'], '-m', 'json')
+
+    def test_a_package_has_its_own_modules(self):
+        os.mkdir(os.path.join(self.folder, 'json'))
+        self.script('', os.path.join('json', '__init__.py'))
+        self.script("name = 'mine'\n", os.path.join('json', 'decoder.py'))
+        self.script('import json.decoder\nprint json.decoder.name, dir(json)\n', 'prog.py')
+        self.assert_same('prog.py')
+
+    def test_a_program_among_the_interpreters_modules_has_the_same_as_the_server(self):
+        os.symlink(os.path.join(os.path.dirname(os.__file__), 'pprint.py'),
+                   os.path.join(self.folder, 'pprint.py'))
+        self.script("import pprint, gc\nprint len([one for one in gc.get_objects() if "
+                    "getattr(one, '__name__', '') == 'PrettyPrinter'])\n", 'prog.py')
+        self.assert_same('prog.py')
+
+    def test_the_debugger_goes_on_with_its_own(self):
+        self.own_modules(('pprint', 'repr', 'rlcompleter', 'inspect', 'json', 'threading'))
+        self.script('import pprint\nx = [1]\ndef f(y):\n    return x\nf(2)\n', 'prog.py')
+        out, err, status = self.start_by_file(
+            'prog.py', input='b f\nc\npp x\na\nw\nthreads\nr\nc\n')
+        self.assertEqual((err, status), ('', 0))
+        self.assert_in('(sorrel) [1]\n(sorrel) y = 2\n', out)
+        self.assert_in('--Return--\n', out)
+
     def test_the_checkouts_folders_are_not_the_programs(self):
         os.environ['PYTHONDONTWRITEBYTECODE'] = '1'
         checkout = os.path.dirname(os.path.dirname(START))
@@ -240,7 +296,7 @@ class ShadowTest(StartingTest):
         self.assert_same('prog.py')
         self.assert_same('-m', 'prog')
 
-    def test_neither_are_they_of_what_the_program_starts(self):
+    def test_neither_are_they_those_of_what_the_program_starts(self):
         self.script('''\
 import subprocess, sys
 print subprocess.Popen([sys.executable, '-c', 'import sys; print sys.path'],
