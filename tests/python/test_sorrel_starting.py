@@ -19,12 +19,13 @@ NATIVE = os.path.dirname(os.path.abspath(core.__file__))
 # All that a program can see of how it was started.
 TELL = '''\
 """What it is."""
-import inspect, os, sys, traceback
+import inspect, os, signal, sys, traceback
 print sorted(globals().items())
 print sys.argv, sys.path, sys.flags, sys.warnoptions, os.environ.get('PYTHONPATH')
 print sys.modules['__main__'].__dict__ is globals(), sys._getframe().f_code.co_flags
 print [frame[1:] for frame in inspect.stack() if 'runpy' not in frame[1]]
 print [frame for frame in traceback.extract_stack() if 'runpy' not in frame[0]]
+print [signal.getsignal(number) for number in range(1, 32)]
 print sys.exc_info(), compile('1/2', '', 'eval').co_flags
 '''
 
