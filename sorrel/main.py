@@ -18,6 +18,7 @@ import optparse
 
 import sorrel
 
+_SHORT = 'debug'
 # The interpreter's options that are handed on to it.
 _FLAGS, _WITH_VALUE = '3BEORSbdstuv', 'QW'
 _SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
@@ -76,10 +77,14 @@ def _add_interpreter_options(parser):
         parser.add_option('-' + letter, action='callback', callback=_take_option,
                           type='string' if letter in _WITH_VALUE else None,
                           help=optparse.SUPPRESS_HELP)
+    parser.set_defaults(interpreter=[])
+
+
+def _add_kinds(parser):
     for letter, name, what in ('m', 'MODULE', 'a module by its name'), ('c', 'TEXT', 'this text'):
         parser.add_option('-' + letter, action='callback', callback=_take_what, type='string',
                           metavar=name, help='debug ' + what)
-    parser.set_defaults(kind='', interpreter=[])
+    parser.set_defaults(kind='')
 
 
 def _take_option(option, text, value, parser):
@@ -99,6 +104,7 @@ def _parse_short(arguments):
     _add_listen_options(parser)
     _add_program_options(parser)
     _add_interpreter_options(parser)
+    _add_kinds(parser)
     parser.add_option('--pid', help='debug the program that runs in this process')
     parser.set_defaults(handshake=None)
     options, words = parser.parse_args(arguments)
@@ -124,6 +130,7 @@ def _parse(arguments):
     command = words[0]
     if command in ('terminal', 'serve'):
         _add_program_options(parser)
+        _add_interpreter_options(parser)
         parser.add_option('--module', action='store_const', dest='kind', const='-m', default='',
                           help='PROGRAM is a module by name')
     if command == 'serve':
@@ -248,22 +255,24 @@ def _complaint_of_core():
     return complaint and 'cannot load the native core: ' + complaint
 
 
-def _complaint_of_restart(options, arguments):
+def _complaint_of_restart(options, start_words):
     """Why the interpreter cannot be given these options; None when it has them."""
     if options:
         from sorrel.processes import restart
         try:
-            restart.with_options(options, arguments)
+            restart.with_options(options, start_words)
         except restart.CannotRestart as error:
             return str(error)
     return None
 
 
-def _run(command, options, words):
+def _run(command, options, words, start_words):
+    """start_words: as for start(), the same command line."""
     if command == 'dap':
         from sorrel.adapter import adapter
         return adapter.run()
-    complaint = _complaint_of_core()
+    complaint = _complaint_of_core() or _complaint_of_restart(
+        getattr(options, 'interpreter', None), start_words)
     if complaint is not None:
         sys.stderr.write('sorrel: %s\n' % complaint)
         return 2
@@ -277,17 +286,17 @@ def _run(command, options, words):
 
 
 def main(arguments):
-    return _run(*_parse(arguments))
+    return _run(*_parse(arguments) + (arguments,))
 
 
 def debug(arguments):
     """The shorter command line, for people."""
-    command, options, words = _parse_short(arguments)
-    complaint = _complaint_of_core() or _complaint_of_restart(options.interpreter, arguments)
-    if complaint is not None:
-        sys.stderr.write('sorrel: %s\n' % complaint)
-        return 2
-    return _run(command, options, words)
+    return _run(*_parse_short(arguments) + ([_SHORT] + arguments,))
+
+
+def start(words):
+    """Either of the two: the longer one, or what follows the word "debug"."""
+    return debug(words[1:]) if words[:1] == [_SHORT] else main(words)
 
 
 if __name__ == '__main__':

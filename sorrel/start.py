@@ -1,9 +1,9 @@
 """Runs the debug server by this file, so that sys.path is the program's from the beginning:
 
-    .../sorrel/start.py FOLDER [OPTIONS] [--] PROGRAM [ARGS...]
+    .../sorrel/start.py FOLDER (debug | COMMAND) [OPTIONS] [--] PROGRAM [ARGS...]
 
-FOLDER holds the native modules; the rest is what sorrel.main.debug() is given. The interpreter's
-options -E, -s and -S make no difference here.
+FOLDER holds the native modules; the rest is for sorrel.main.start(). The interpreter's options -E,
+-s and -S make no difference here.
 """
 
 from __future__ import absolute_import
@@ -37,7 +37,7 @@ def _run(words):
             _load(name, words[0])
     except ImportError:
         pass  # What speaks against it is said there.
-    return main.debug(words[1:])
+    return main.start(words[1:])
 
 
 if __name__ == '__main__':

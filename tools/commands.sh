@@ -110,7 +110,7 @@ debug_program() {
     shift
     build "$exe" ''
     dir=$(build_dir "$exe" '')
-    exec "$dir/bin/morvik-python" "$root/sorrel/start.py" "$dir/lib" "$@"
+    exec "$dir/bin/morvik-python" "$root/sorrel/start.py" "$dir/lib" debug "$@"
 }
 
 # in_host EXE ASAN ARGS...: becomes morvik-python, built, with the module and sorrel importable.

@@ -16,11 +16,11 @@ class CannotRestart(Exception):
     """The text says in one line what to do instead."""
 
 
-def with_options(options, arguments):
+def with_options(options, start_words):
     """Returns where the interpreter was started with these options; else the process becomes such a
     one, which runs the same command line. Raises CannotRestart.
 
-    options: words, one for each. arguments: the command line, for sorrel.main.debug().
+    options: words, one for each. start_words: the command line, for sorrel.main.start().
     """
     try:
         words = open('/proc/self/cmdline').read().split('\0')[:-1]
@@ -30,7 +30,7 @@ def with_options(options, arguments):
         if given is not None:
             folder = os.path.dirname(os.path.abspath(core.__file__))
             os.execv(os.readlink('/proc/self/exe'),
-                     words[:1] + given + options + [_STARTER, folder] + arguments)
+                     words[:1] + given + options + [_STARTER, folder] + start_words)
     except EnvironmentError:
         pass
     raise CannotRestart('%s is for the interpreter itself: %s %s -m sorrel ...' % (

@@ -36,7 +36,7 @@ class StartingTest(sorrel_session.TestCase):
         """As ./morvik run does; returns (stdout, stderr, exit status)."""
         environment = dict(os.environ)
         sorrel_session.own_folders.hide(environment)
-        process = self.popen([START, NATIVE] + list(words), stdin=subprocess.PIPE,
+        process = self.popen([START, NATIVE, 'debug'] + list(words), stdin=subprocess.PIPE,
                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=environment)
         return self.finish(process, files.get('input', 'c\n'))
 
@@ -147,7 +147,7 @@ print deeper(0), sys._getframe().f_back
 
     def test_the_standard_input_without_a_terminal(self):
         process = self.popen(['-c', 'import os; os.setsid(); os.execvp(%r, %r)' % (
-            harness.launcher(), [harness.launcher(), START, NATIVE, '-'])],
+            harness.launcher(), [harness.launcher(), START, NATIVE, 'debug', '-'])],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.assertEqual(self.finish(process, 'print 1\n'), (
             '', 'sorrel: the program is in the standard input, and there is no terminal to ask '
