@@ -236,8 +236,8 @@ PyMethodDef methods[] = {
      "same, once."},
     {"run_outermost", entry_run_outermost, METH_VARARGS,
      "run_outermost(code, variables)\n\n"
-     "Executes the code in this namespace.  Its frame has no caller, and as much of the stack as "
-     "the outermost frame of an interpreter."},
+     "Executes the code in this namespace, which has to hold its __builtins__.  Its frame has no "
+     "caller, and as much of the stack as the outermost frame of an interpreter."},
     {"run_file_outermost", entry_run_file_outermost, METH_VARARGS,
      "run_file_outermost(path, variables)\n\n"
      "The same for a file, which is read as the interpreter reads a script, errors included."},

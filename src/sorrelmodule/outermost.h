@@ -6,9 +6,9 @@
 
 namespace morvik {
 
-// Executes code in a namespace. Its frame has no caller, and as much of the stack as the outermost
-// frame of an interpreter. None, or nothing with an error set, whose traceback goes on in the frame
-// that has called this.
+// Executes code in a namespace, which has to hold its builtins. Its frame has no caller to have
+// them from, and as much of the stack as the outermost frame of an interpreter. None, or nothing
+// with an error set, whose traceback goes on in the frame that has called this.
 Ref run_outermost(PyObject* code, PyObject* variables);
 
 // The same for a file, as the interpreter reads a script, errors included.
