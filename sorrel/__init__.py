@@ -9,6 +9,9 @@ from __future__ import absolute_import
 
 import sys
 
+# The names of the modules that there were before any of the server's.
+imported_before = frozenset(sys.modules)
+
 from sorrel.api import Error
 
 __all__ = ['Error', 'listen', 'wait_for_client', 'is_client_connected', 'stop', 'breakpoint',

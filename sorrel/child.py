@@ -51,10 +51,8 @@ def _run(settings, words):
             from sorrel.service import late, runner
             if lines[2]:
                 __import__(lines[2])
-        find = runner.find_script
-        if words[0] in ('-c', '-m'):
-            find = {'-c': runner.find_text, '-m': runner.find_module}[words[0]]
-        if words[0] in ('-c', '-m', '--'):
+        kind = words[0] if words[0] in ('-c', '-m') else ''
+        if kind or words[0] == '--':
             del words[0]
         begin = sys.modules[lines[2]].begin_child if lines[2] else None
     except Exception:
@@ -66,9 +64,9 @@ def _run(settings, words):
     # What a module is in is imported to find it.
     sys.argv[:] = ['-c'] + words[1:]
     try:
-        script = find(words[0])
+        script = runner.find(words[0], kind)
     except runner.CannotRead, error:
-        if find is not runner.find_module:
+        if kind != '-m':
             return None
         sys.stderr.write('%s: %s\n' % (sys.executable, error))
         return 1

@@ -18,13 +18,17 @@ import optparse
 
 import sorrel
 
+_SHORT = 'debug'
+# The interpreter's options that are handed on to it.
+_FLAGS, _WITH_VALUE = '3BEORSbdstuv', 'QW'
 _SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
-       and -m MODULE instead of PROGRAM
+       and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
        python -m sorrel --pid PID'''
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
-Protocol that come to a port. Or, in the terminal, one that runs already.'''
+Protocol that come to a port. Or, in the terminal, one that runs already. The interpreter is started
+anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
 _USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [--]
              PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
@@ -68,9 +72,28 @@ def _add_listen_options(parser):
     parser.add_option('--wait', action='store_true', help='run only when one has')
 
 
-def _take_module(option, text, value, parser):
-    """As with the interpreter, all that follows is the module's."""
-    parser.values.module = True
+def _add_interpreter_options(parser):
+    for letter in _FLAGS + _WITH_VALUE:
+        parser.add_option('-' + letter, action='callback', callback=_take_option,
+                          type='string' if letter in _WITH_VALUE else None,
+                          help=optparse.SUPPRESS_HELP)
+    parser.set_defaults(interpreter=[])
+
+
+def _add_kinds(parser):
+    for letter, name, what in ('m', 'MODULE', 'a module by its name'), ('c', 'TEXT', 'this text'):
+        parser.add_option('-' + letter, action='callback', callback=_take_what, type='string',
+                          metavar=name, help='debug ' + what)
+    parser.set_defaults(kind='')
+
+
+def _take_option(option, text, value, parser):
+    parser.values.interpreter.append(text + (value or ''))
+
+
+def _take_what(option, text, value, parser):
+    """As with the interpreter, all that follows is the program's."""
+    parser.values.kind = text
     parser.largs.append(value)
     parser.largs.extend(parser.rargs)
     del parser.rargs[:]
@@ -80,8 +103,8 @@ def _parse_short(arguments):
     parser = _parser(_SHORT_USAGE, _SHORT_DESCRIPTION, version='Morvik ' + sorrel.__version__)
     _add_listen_options(parser)
     _add_program_options(parser)
-    parser.add_option('-m', action='callback', callback=_take_module, type='string',
-                      dest='module', metavar='MODULE', help='debug a module by its name')
+    _add_interpreter_options(parser)
+    _add_kinds(parser)
     parser.add_option('--pid', help='debug the program that runs in this process')
     parser.set_defaults(handshake=None)
     options, words = parser.parse_args(arguments)
@@ -107,7 +130,9 @@ def _parse(arguments):
     command = words[0]
     if command in ('terminal', 'serve'):
         _add_program_options(parser)
-        parser.add_option('--module', action='store_true', help='PROGRAM is a module by name')
+        _add_interpreter_options(parser)
+        parser.add_option('--module', action='store_const', dest='kind', const='-m', default='',
+                          help='PROGRAM is a module by name')
     if command == 'serve':
         _add_listen_options(parser)
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
@@ -161,9 +186,17 @@ def _debug(options, program, arguments):
     from sorrel.service import runner
     from sorrel.terminal.console import Console
     from sorrel.terminal import frontend
-    terminal = frontend.over_service(Console(), bool(options.post_mortem))
+    console = Console()
+    if program == '-' and not options.kind:
+        # The standard input holds the program's text.
+        console = Console.of_child('/dev/tty')
+    if console is None:
+        sys.stderr.write('sorrel: the program is in the standard input, and there is no terminal '
+                         'to ask at\n')
+        return 2
+    terminal = frontend.over_service(console, bool(options.post_mortem))
     try:
-        script = runner.find(program, bool(options.module))
+        script = runner.find(program, options.kind)
         runner.prepare(script, arguments, options.hook)
         terminal.share(os.path.basename(script.path))
         return runner.run(script, terminal.service)
@@ -176,7 +209,7 @@ def _serve(options, program, arguments):
     from sorrel.service import runner
     from sorrel.server import serve
     try:
-        return serve.serve(program, arguments, bool(options.module), options.listen,
+        return serve.serve(program, arguments, options.kind, options.listen,
                            bool(options.wait), options.handshake, options.hook,
                            options.token_file, not options.no_token, bool(options.post_mortem))
     except (runner.CannotRead, serve.CannotServe) as error:
@@ -210,24 +243,38 @@ def _play(name):
 
 def _complaint_of_core():
     """Why the native core cannot be used here; None when it can."""
+    complaint = None
     try:
         import _sorrel
         import tmorvik26_vs2012_x64
+        version = '.'.join(_sorrel.HOST_VERSION.split('.')[:2])
+        if version != '%d.%d' % sys.version_info[:2]:
+            complaint = 'it was built for Python %s' % version
     except ImportError as error:
-        return str(error)
-    version = '.'.join(_sorrel.HOST_VERSION.split('.')[:2])
-    if version != '%d.%d' % sys.version_info[:2]:
-        return 'it was built for Python %s' % version
+        complaint = str(error)
+    return complaint and 'cannot load the native core: ' + complaint
+
+
+def _complaint_of_restart(options, start_words):
+    """Why the interpreter cannot be given these options; None when it has them."""
+    if options:
+        from sorrel.processes import restart
+        try:
+            restart.with_options(options, start_words)
+        except restart.CannotRestart as error:
+            return str(error)
     return None
 
 
-def _run(command, options, words):
+def _run(command, options, words, start_words):
+    """start_words: as for start(), the same command line."""
     if command == 'dap':
         from sorrel.adapter import adapter
         return adapter.run()
-    complaint = _complaint_of_core()
+    complaint = _complaint_of_core() or _complaint_of_restart(
+        getattr(options, 'interpreter', None), start_words)
     if complaint is not None:
-        sys.stderr.write('sorrel: cannot load the native core: %s\n' % complaint)
+        sys.stderr.write('sorrel: %s\n' % complaint)
         return 2
     if command == 'demo':
         return _play(words[0])
@@ -239,12 +286,17 @@ def _run(command, options, words):
 
 
 def main(arguments):
-    return _run(*_parse(arguments))
+    return _run(*_parse(arguments) + (arguments,))
 
 
 def debug(arguments):
     """The shorter command line, for people."""
-    return _run(*_parse_short(arguments))
+    return _run(*_parse_short(arguments) + ([_SHORT] + arguments,))
+
+
+def start(words):
+    """Either of the two: the longer one, or what follows the word "debug"."""
+    return debug(words[1:]) if words[:1] == [_SHORT] else main(words)
 
 
 if __name__ == '__main__':

@@ -10,6 +10,7 @@ usage: ./morvik COMMAND [OPTIONS]
   python --as-is --python EXE -- ARGS     the same where it is built for EXE, else with what is
                                           installed for it
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
+  run ... [-O ...] -m MODULE | -c TEXT    what else the interpreter takes, with its options
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
   run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
@@ -40,6 +41,7 @@ declare -A option_values=(
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
 # hosts, asan, as_is, long, listen, wait, post_mortem, hooks, token, target, and the others in rest.
+# With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
     hosts=() asan='' as_is='' long='' listen='' wait='' post_mortem='' hooks=() token=()
@@ -50,7 +52,9 @@ read_options() {
     done
     shift
     while (($#)); do
-        if [[ $1 == -- ]]; then
+        if [[ $allowed == *' - '* && $1 != --?* ]]; then
+            break
+        elif [[ $1 == -- ]]; then
             shift
             break
         fi
@@ -97,6 +101,16 @@ one_host() {
     else
         default_host
     fi
+}
+
+# debug_program EXE ARGS...: becomes morvik-python, built, which debugs a program. Its environment is
+# as it was.
+debug_program() {
+    local exe=$1 dir
+    shift
+    build "$exe" ''
+    dir=$(build_dir "$exe" '')
+    exec "$dir/bin/morvik-python" "$root/sorrel/start.py" "$dir/lib" debug "$@"
 }
 
 # in_host EXE ASAN ARGS...: becomes morvik-python, built, with the module and sorrel importable.
@@ -159,16 +173,16 @@ command_python() {
 }
 
 command_run() {
-    local exe front_end=(terminal)
-    read_options --listen --wait --post-mortem --hook --token-file --no-token -- "$@"
+    local exe words=()
+    read_options --listen --wait --post-mortem --hook --token-file --no-token - -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
-    [[ -f ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
+    [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
     ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
-    [[ -z $listen ]] || front_end=(serve --listen "$listen" ${wait:+--wait} "${token[@]}")
     exe=$(one_host) || exit
-    [[ -z $post_mortem ]] || front_end+=(--post-mortem)
-    in_host "$exe" '' -m sorrel.main "${front_end[@]}" "${hooks[@]}" -- "${rest[@]}"
+    [[ -z $listen ]] || words=(--listen "$listen" ${wait:+--wait} "${token[@]}")
+    [[ -z $post_mortem ]] || words+=(--post-mortem)
+    debug_program "$exe" "${words[@]}" "${hooks[@]}" "${rest[@]}"
 }
 
 # host_of_process PID: the interpreter that the process runs, where that can be a host.

@@ -95,7 +95,12 @@ flavour = "release"
 if hasattr(sys, "gettotalrefcount"):
     flavour = "debug"
 
-for key, value in (("executable", sys.executable),
+# By whichever link it is called it finds its library by the file, and needs one build.
+executable = sys.executable
+if not hasattr(sys, "real_prefix"):
+    executable = os.path.realpath(executable)
+
+for key, value in (("executable", executable),
                    ("version", "%d.%d" % version[:2]),
                    ("flavour", flavour),
                    ("includes", ";".join(includes)),

@@ -6,7 +6,7 @@ import os
 import subprocess
 
 from sorrel.adapter import interpreters
-from sorrel.processes import guard, own_folders
+from sorrel.processes import commands, guard, own_folders
 from sorrel.protocol.launch_callers import Handshake
 
 _TERMINALS = {'integratedTerminal': 'integrated', 'externalTerminal': 'external'}
@@ -79,11 +79,19 @@ class Launch(object):
         program, module = self._arguments.get('program'), self._arguments.get('module')
         if bool(program) == bool(module):
             raise CannotLaunch('name either a program or a module')
-        command = ['--module'] if module else []
+        # The interpreter gets them from the server: -E and -S would have that not be found.
+        command = self._options()
+        command += ['--module'] if module else []
         for hook in self._arguments.get('hooks', ()):
             command += ['--hook', hook]
         command += ['--', program or module] + self._arguments.get('args', [])
         return [word.encode('utf-8') for word in command]
+
+    def _options(self):
+        options = self._arguments.get('pythonArgs', [])
+        if commands.options_of(options) != options:
+            raise CannotLaunch('pythonArgs: no options of the interpreter: %s' % ' '.join(options))
+        return options[:]
 
     def _full_command(self):
         return self._interpreter + ['-u', '-m', 'sorrel.main', 'serve',

@@ -14,9 +14,9 @@ from sorrel.inspection import nesting, raised
 _ONLY_AST = 0x400
 # Of a text that is evaluated, in characters.
 _TEXT_LIMIT = 64 * 1024
-_FUTURE_FLAGS = reduce(
-    lambda flags, name: flags | getattr(__future__, name).compiler_flag,
-    __future__.all_feature_names, 0)
+# Different bits, where a feature has one.
+_FUTURE_FLAGS = sum(set([getattr(__future__, name).compiler_flag
+                         for name in __future__.all_feature_names]))
 
 
 def compiled(source, name, mode, flags=0, limit=_TEXT_LIMIT, branches=nesting.IN_THREAD):

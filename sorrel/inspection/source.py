@@ -5,6 +5,8 @@ from __future__ import absolute_import
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import file_lines, text_files
+from sorrel.inspection import given_texts
+
 
 def file_name(frame):
     """The full name of the frame's file; names such as "<stdin>" stay as they are."""
@@ -30,6 +32,8 @@ def line(entry, number):
 
     For a thread of the program: the loader of the module may be asked.
     """
+    if _is_no_file(entry.path):
+        return given_texts.line(entry.frame.f_code, number)
     return file_lines.line(entry.path, number) or file_lines.pick(
         of_loader(entry.path, entry.frame.f_globals).splitlines(True), number)
 

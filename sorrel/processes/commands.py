@@ -62,6 +62,12 @@ def find(path, argv, environment, is_host):
     return _of_interpreter(path, argv, environment)
 
 
+def options_of(words):
+    """Those that an interpreter's command line begins with, without -m or -c; None for others."""
+    found = _options(words, _FLAGS + '3ix')
+    return None if found is None else found[0]
+
+
 def _of_interpreter(path, argv, environment):
     """The Command of an interpreter's command line, read as its main program does."""
     found = _options(argv[1:])
@@ -76,7 +82,7 @@ def _of_interpreter(path, argv, environment):
     return Command(path, argv[0], options, kind, rest[0], rest[1:])
 
 
-def _options(words):
+def _options(words, flags=_FLAGS):
     """(options, whether -E is among them, kind, what follows); None where they are left alone."""
     has_own_environment = False
     at = 0
@@ -102,7 +108,7 @@ def _options(words):
                 if letter == 'Q' and attached not in _DIVISIONS:
                     return None
                 break
-            if letter not in _FLAGS:
+            if letter not in flags:
                 return None  # Also --help, --version.
             has_own_environment = has_own_environment or letter == 'E'
         at += 1

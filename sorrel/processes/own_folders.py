@@ -27,8 +27,8 @@ def _own():
 _FOLDERS = _own()
 
 
-def hide(environment):
-    """Takes them out of the PYTHONPATH of an environment.
+def hide(environment, path=None):
+    """Takes them out of the PYTHONPATH of an environment, and out of a sys.path that has them by it.
 
     Where both are one, the server is installed, and what else lies there may be the program's.
     """
@@ -36,7 +36,11 @@ def hide(environment):
         return
     folders = environment.get('PYTHONPATH', '').split(os.pathsep)
     left = [folder for folder in folders if folder not in _FOLDERS]
+    if left == folders:
+        return
     if left and left != ['']:
         environment['PYTHONPATH'] = os.pathsep.join(left)
-    elif 'PYTHONPATH' in environment:
+    else:
         del environment['PYTHONPATH']
+    if path is not None:
+        path[:] = path[:1] + [folder for folder in path[1:] if folder not in _FOLDERS]

@@ -34,7 +34,8 @@ DEBUGGING = {
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{
     'program?': unicode, 'module?': unicode, 'args?': [unicode], 'cwd?': unicode, 'env?': Mapping(),
-    'python?': unicode, 'build?': bool, 'hooks?': [unicode], 'noDebug?': bool,
+    'python?': unicode, 'pythonArgs?': [unicode], 'build?': bool, 'hooks?': [unicode],
+    'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(DEBUGGING, **{
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,

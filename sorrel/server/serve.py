@@ -21,16 +21,16 @@ class CannotServe(Exception):
     """There will be no client; the text says why, in one line."""
 
 
-def serve(name, args, is_module, place=None, wait=False, handshake_file=None, hooks=(),
+def serve(what, args, kind='', place=None, wait=False, handshake_file=None, hooks=(),
           token_file=None, has_token=True, post_mortem=False):
     """Runs the program; returns its exit status. Raises CannotServe or runner.CannotRead.
 
-    place: where to listen, a Port or a Path; or handshake_file: where to find the one client there
-    is, which has started this process. hooks: as for runner.prepare. token_file, has_token: what
-    clients who come have to show. post_mortem: whether the process waits for a client where the
-    program has ended by an exception that none has seen.
+    what, kind: as for runner.find. place: where to listen, a Port or a Path; or handshake_file:
+    where to find the one client there is, which has started this process. hooks: as for
+    runner.prepare. token_file, has_token: what clients who come have to show. post_mortem: whether
+    the process waits for a client where the program has ended by an exception that none has seen.
     """
-    script = runner.find(name, is_module)
+    script = runner.find(what, kind)
     path = sources.full_name(script.path)
     waits = bool(wait or handshake_file)
     program = Program(path, 'launch' if handshake_file else 'attach', waits, post_mortem)

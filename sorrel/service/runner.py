@@ -5,19 +5,28 @@ from __future__ import absolute_import
 import __builtin__
 import atexit
 import imp
+import marshal
 import os
 import pkgutil
 import sys
+import types
 
 from sorrel.common import errors
 from sorrel.common.records import record
-from sorrel.inspection import frames
+from sorrel.inspection import frames, given_texts
 from sorrel.languages import sublanguages
 from sorrel.processes import own_folders
+from sorrel.service import namesakes
 from sorrel.service.stops import Outcome
 
 # The interpreter empties a module that nothing refers to; the server was started by this one.
 _started_by = sys.modules['__main__']
+
+
+# What an exit status can be, for this version of the interpreter.
+_NUMBERS = (int, long) if sys.version_info >= (2, 7) else int
+# What a compiled file begins with, and how many bytes follow before its code.
+_MAGIC, _TIME_SIZE = imp.get_magic(), 4
 
 
 class CannotRead(Exception):
@@ -26,8 +35,8 @@ class CannotRead(Exception):
 
 # What is to be run. path: of its file; code: None when it is still to be compiled, from the file or
 # from `text`. package: of a module, its name. name: what sys.argv begins with. variables: what the
-# interpreter gives it besides.
-Script = record('Script', 'path code package name text variables')
+# interpreter gives it besides. folder: what sys.path is to begin with, None where it does.
+Script = record('Script', 'path code package name text variables folder', None)
 
 
 def prepare(script, args, hooks=()):
@@ -36,17 +45,21 @@ def prepare(script, args, hooks=()):
     hooks: names of sub-language hooks, to be found from the program's folder. Raises CannotRead.
     """
     set_up(script, args)
-    own_folders.hide(os.environ)
+    own_folders.hide(os.environ, sys.path)
     for hook in hooks:
         _load(hook)
 
 
 def set_up(script, args):
     """The same for a process that was started for the program alone."""
-    if script.code is None and script.text is None:
-        # The script's folder, where the interpreter would have put it.
-        sys.path[0] = os.path.dirname(os.path.realpath(script.path))
+    if script.folder is not None:
+        _begin_path(script.folder)
     sys.argv[:] = [script.name] + args
+
+
+def _begin_path(folder):
+    sys.path[0] = folder
+    namesakes.make_way(folder)
 
 
 def run(script, service, attached=True):
@@ -80,20 +93,53 @@ def _load(hook):
             hook, errors.error_text(type(error), error)))
 
 
-def find(name, is_module):
-    """The Script in a file, or the one that a module is. Raises CannotRead."""
-    return find_module(name) if is_module else find_script(name)
+def find(what, kind=''):
+    """The Script that a command line names. Raises CannotRead.
+
+    kind: '-m' for a module or '-c' for text, as with the interpreter.
+    """
+    return _FINDERS[kind](what)
 
 
 def find_script(path):
-    """The Script in a file, or in a folder or archive that holds a __main__. Raises CannotRead."""
+    """The Script in a file, or in a folder or archive that holds a __main__. Raises CannotRead.
+
+    In the standard input, as with the interpreter, where the path is "-".
+    """
+    if path == '-':
+        return _find_in_input()
     if _holds_modules(path):
         return _find_main(path)
     try:
-        open(path).close()
+        code = _compiled(path)
     except IOError as error:
         raise CannotRead("can't open program '%s': %s" % (path, error.strerror))
-    return Script(path, None, None, path, None, {'__file__': path})
+    return Script(path, code, None, path, None, {'__file__': path},
+                  os.path.dirname(os.path.realpath(path)))
+
+
+def _compiled(path):
+    """The code in a file that the interpreter has compiled; None where it is another one."""
+    program = open(path, 'rb')
+    try:
+        # A pipe can be read only once. A compiled file may have any name.
+        magic = program.read(len(_MAGIC)) if os.path.isfile(path) else ''
+        if magic[:2] != _MAGIC[:2] and not path.endswith('.pyc'):
+            return None
+        program.read(_TIME_SIZE)
+        code = marshal.load(program) if magic == _MAGIC else None
+    except (ValueError, EOFError, TypeError):
+        code = None
+    finally:
+        program.close()
+    if not isinstance(code, types.CodeType):
+        raise CannotRead("'%s' was not compiled by this version of the interpreter" % path)
+    return code
+
+
+def _find_in_input():
+    script = _of_text(sys.stdin.read(), '<stdin>', '-')
+    return script._replace(variables={'__file__': script.path})
 
 
 def _holds_modules(path):
@@ -104,7 +150,7 @@ def _holds_modules(path):
 
 
 def _find_main(path):
-    sys.path[0] = path
+    _begin_path(path)
     # Not get_loader(): that would ask the module of this name that there is.
     loader = pkgutil.find_loader('__main__')
     code = loader and loader.get_code('__main__')
@@ -116,7 +162,7 @@ def _find_main(path):
 def find_module(name):
     """The Script that a module is. Raises CannotRead."""
     # The current folder, as with the interpreter's option -m.
-    sys.path[0] = ''
+    _begin_path('')
     try:
         loader = pkgutil.get_loader(name)
         if loader is not None and loader.is_package(name):
@@ -139,12 +185,24 @@ def _of_loader(loader, name, code):
 
 def find_text(text):
     """The Script that is given as text, as with the interpreter's option -c."""
-    sys.path[0] = ''
-    return Script('<string>', None, None, '-c', text, {})
+    return _of_text(text, '<string>', '-c')
+
+
+def _of_text(text, path, name):
+    _begin_path('')
+    return Script(path, None, None, name, text, {})
+
+
+_FINDERS = {'': find_script, '-m': find_module, '-c': find_text}
 
 
 def _code(script):
-    return script.code if script.text is None else compile(script.text + '\n', script.path, 'exec')
+    if script.text is None:
+        return script.code
+    # The future of this module is not the program's.
+    code = compile(script.text + '\n', script.path, 'exec', 0, True)
+    given_texts.keep(code, script.text)
+    return code
 
 
 def _new_main(script):
@@ -159,7 +217,10 @@ def _new_main(script):
 def _status(code):
     if code is None:
         return 0
-    return code if isinstance(code, int) else 1
+    if not isinstance(code, _NUMBERS):
+        return 1
+    # The part that the system takes.
+    return code & 0xff if -sys.maxint <= code <= sys.maxint else 0xff
 
 
 def report_error():

@@ -142,11 +142,11 @@ class Service(object):
             _leave_bottom_frame()
             core.step_into()
         try:
+            # None of the frames here is to be seen below the program's.
             if code is not None:
-                exec code in namespace
+                _sorrel.run_outermost(code, namespace)
             else:
-                # Reads the file as the interpreter reads a script, errors included.
-                execfile(path, namespace)
+                _sorrel.run_file_outermost(path, namespace)
         finally:
             if self.attached:
                 # What is left on this thread is not the program's.

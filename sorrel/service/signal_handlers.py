@@ -6,10 +6,13 @@ import functools
 import signal
 import types
 
+# Taken now: what stands for it later says what the program is to see.
+_getsignal = signal.getsignal
+
 
 def have_raised(traceback):
     """Whether one that the program has set by now was running where an exception was raised."""
-    codes = [_code(signal.getsignal(number)) for number in range(1, signal.NSIG)]
+    codes = [_code(_getsignal(number)) for number in range(1, signal.NSIG)]
     while traceback is not None:
         if traceback.tb_frame.f_code in codes:
             return True

@@ -9,6 +9,7 @@
 #include "sorrelmodule/deferring.h"
 #include "sorrelmodule/frame_state.h"
 #include "sorrelmodule/import_watch.h"
+#include "sorrelmodule/outermost.h"
 #include "sorrelmodule/own_threads.h"
 
 namespace morvik {
@@ -117,6 +118,25 @@ PyObject* entry_deferring(PyObject* /*self*/, PyObject* args) {
     return new_deferring(function, defer).release();
 }
 
+PyObject* entry_run_outermost(PyObject* /*self*/, PyObject* args) {
+    PyObject* code = nullptr;
+    PyObject* variables = nullptr;
+    if (PyArg_ParseTuple(args, "O!O!:run_outermost", &PyCode_Type, &code, &PyDict_Type,
+                         &variables) == 0) {
+        return nullptr;
+    }
+    return run_outermost(code, variables).release();
+}
+
+PyObject* entry_run_file_outermost(PyObject* /*self*/, PyObject* args) {
+    const char* path = nullptr;
+    PyObject* variables = nullptr;
+    if (PyArg_ParseTuple(args, "sO!:run_file_outermost", &path, &PyDict_Type, &variables) == 0) {
+        return nullptr;
+    }
+    return run_file_outermost(path, variables).release();
+}
+
 PyObject* entry_start_thread(PyObject* /*self*/, PyObject* args) {
     PyObject* function = nullptr;
     if (PyArg_ParseTuple(args, "O:start_thread", &function) == 0) {
@@ -214,6 +234,13 @@ PyMethodDef methods[] = {
      "whichever instruction, defer(type, value, traceback) is called: when this is true, the new "
      "function returns True, else the exception passes.  What defer itself raises is treated the "
      "same, once."},
+    {"run_outermost", entry_run_outermost, METH_VARARGS,
+     "run_outermost(code, variables)\n\n"
+     "Executes the code in this namespace, which has to hold its __builtins__.  Its frame has no "
+     "caller, and as much of the stack as the outermost frame of an interpreter."},
+    {"run_file_outermost", entry_run_file_outermost, METH_VARARGS,
+     "run_file_outermost(path, variables)\n\n"
+     "The same for a file, which is read as the interpreter reads a script, errors included."},
     {"start_thread", entry_start_thread, METH_VARARGS,
      "start_thread(function)\n\n"
      "Calls the function in a new thread of the server's own.  Other threads may fork at any "

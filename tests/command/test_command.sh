@@ -79,6 +79,14 @@ check "standard error" "$err" "morvik: no such interpreter: $scratch/python2.6"
 run 0 build --python "$host"
 check "standard error of a build with nothing to do" "$err" ""
 folder=${out##*$'\n'}
+ln -s "$host" "$scratch/other name"
+mkdir "$scratch/folder"
+for name in "$scratch/other name" "$scratch/folder/../other name"; do
+    run 0 build --python "$name"
+    check "standard error of a build by another name" "$err" ""
+    check "the folder of a build by another name" "$out" "$folder"
+done
+called="morvik build --python $host"
 check "modules in $folder" "$(find "$folder" -name 'tmorvik26_vs2012_x64*.so' | wc -l)" 1
 
 run 7 python --python "$host" -- -c \
@@ -106,6 +114,17 @@ check "the stop at the end" "$(sed -n '/^--Post/,/^>/p' <<<"$out")" \
     "--Post-mortem: the program has ended--
 KeyError: 'x'
 > $scratch/dying.py(1)<module>()"
+mkdir "$scratch/package"
+echo 'import sys; print sys.flags.optimize, sys.argv[1:]; sys.exit(300)' >"$scratch/package/__main__.py"
+run 44 run --python "$host" -O -Wignore "$scratch/package" --post-mortem <<<continue
+check "a folder and options of the interpreter" "${out##*'(sorrel) '}" \
+    $'1 [\'--post-mortem\']\nThe program ended with exit status 44.'
+run 0 run --python "$host" -m timeit -n1 -r1 <<<continue
+check "a module" "$(grep -c '1 loops, best of 1' <<<"$out")" 1
+run 0 run --python "$host" -c 'print __name__' <<<continue
+check "a text" "${out##*'(sorrel) '}" $'__main__\nThe program ended with exit status 0.'
+run 2 run --python "$host" -Z program.py
+check "standard error" "$err" "sorrel: no such option: -Z"
 run 2 run --python "$host" --listen 0 --hook=weft.debugging:Hoop "$bills"
 missing="AttributeError: 'module' object has no attribute 'Hoop'"
 check "standard error" "${err#*$'\n'}" "sorrel: can't load hook 'weft.debugging:Hoop': $missing"

@@ -9,6 +9,7 @@ import subprocess
 import time
 
 import harness
+from sorrel.processes import own_folders
 
 PROMPT = '(sorrel) '
 PATIENCE = 60
@@ -37,6 +38,14 @@ class TestCase(harness.TestCase):
         """Runs the host to its end without input; returns (stdout, stderr, exit status)."""
         return self.finish(self.popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                       stderr=subprocess.PIPE), '')
+
+    def call_alone(self, *arguments, **files):
+        """The same for a program that does not know of the debugger; files: an `input`."""
+        environment = dict(os.environ)
+        own_folders.hide(environment)
+        return self.finish(
+            self.popen(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                       stderr=subprocess.PIPE, env=environment), files.get('input', ''))
 
     def debug(self, text, commands, args=()):
         """Debugs the text of a program with these commands; returns (stdout, stderr, status)."""

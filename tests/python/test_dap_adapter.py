@@ -77,6 +77,10 @@ class AdapterTest(dap_session.TestCase):
                 ({'program': self.path, 'env': {'A': 1}}, 'env.A is no string'),
                 ({'program': self.path, 'cwd': []}, 'cwd is no string'),
                 ({'program': self.path, 'hooks': [None]}, 'hooks[0] is no string'),
+                ({'program': self.path, 'pythonArgs': ['-O', 'x']},
+                 'pythonArgs: no options of the interpreter: -O x'),
+                ({'program': self.path, 'pythonArgs': ['-m', 'x']},
+                 'pythonArgs: no options of the interpreter: -m x'),
                 ({'program': self.path, 'console': 'none'},
                  'console is none of externalTerminal, integratedTerminal, internalConsole'),
                 ({'program': self.path, 'pathMappings': [{'localRoot': '/a'}]},
@@ -110,6 +114,13 @@ class AdapterTest(dap_session.TestCase):
             self.adapter.refusal('launch', program=path),
             "the program could not be started: sorrel: can't open program '%s': "
             "No such file or directory" % path)
+        self.adapter.event('terminated')
+
+    def test_options_that_the_interpreter_does_not_take_here_are_refused_with_the_reason(self):
+        self.adapter.ask('initialize')
+        self.assertEqual(
+            self.adapter.refusal('launch', program=self.path, pythonArgs=['-i']),
+            'the program could not be started: sorrel: no such option: -i')
         self.adapter.event('terminated')
 
     # Ends.

@@ -69,9 +69,9 @@ class TestCase(installed_case.TestCase):
         return [name for name in os.listdir(folder) if name != 'hosts'] \
             if os.path.isdir(folder) else []
 
-    def debugged(self, adapter, **arguments):
+    def debugged(self, adapter, text=PROGRAM, **arguments):
         """The output of the program, which has stopped once."""
-        path = self.script(PROGRAM)
+        path = self.script(text)
         adapter.launch(program=path, python=sys.executable, **arguments)
         adapter.ask('setBreakpoints', source={'path': path}, breakpoints=[{'line': 3}])
         adapter.ask('configurationDone')
@@ -89,6 +89,15 @@ class LaunchTest(TestCase):
         self.install()
         self.assertEqual(self.debugged(self.start()), '42 %s\n' % sys.executable)
         self.assertEqual(self.built(), [])
+
+    def test_with_options_of_the_interpreter(self):
+        self.install()
+        tell = PROGRAM + 'print sys.flags[-8:], sys.warnoptions, sys.path[0], len(sys.argv)\n'
+        options = ['-O', '-S', '-E', '-W', 'error']
+        path = self.script(tell)
+        alone = subprocess.Popen([sys.executable] + options + [path], stdout=subprocess.PIPE,
+                                 stderr=subprocess.PIPE).communicate()[0]
+        self.assertEqual(self.debugged(self.start(), tell, pythonArgs=options), alone)
 
     def test_neither_built_nor_installed(self):
         adapter = self.start()

@@ -35,7 +35,8 @@ class ProgramTest(dap_session.TestCase):
         self.assert_ends(self.waiting('print 1\n'), '1\n')
 
     def test_ends_by_sys_exit(self):
-        for code, status, errors in (('3', 3, ''), ('', 0, ''), ('"why"', 1, 'why\n')):
+        for code, status, errors in (
+                ('3', 3, ''), ('300', 44, ''), ('', 0, ''), ('"why"', 1, 'why\n')):
             self.assert_ends(self.waiting('import sys\nsys.exit(%s)\n' % code), '', status, errors)
 
     def test_ends_by_an_exception(self):

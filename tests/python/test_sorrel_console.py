@@ -245,6 +245,32 @@ print signal.getsignal(signal.SIGINT) is handle
         self.assertEqual(screen.read_all(),
                          ('^CTrue\nThe program ended with exit status 0.\n', 0))
 
+    def test_a_program_sees_the_interpreters_handler_and_can_set_it_again(self):
+        screen = self.open('''\
+import signal, time
+print signal.getsignal(signal.SIGINT) is signal.default_int_handler
+print signal.signal(signal.SIGINT, signal.SIG_IGN) is signal.default_int_handler
+print signal.getsignal(signal.SIGINT) == signal.SIG_IGN, signal.getsignal, signal.signal
+print signal.signal(signal.SIGINT, signal.default_int_handler) == signal.SIG_IGN
+print 'running'
+while True:
+    time.sleep(0.01)
+''')
+        screen.read_to(PROMPT)
+        screen.type('c\n')
+        self.assertEqual(screen.read_to('running\r\n'), '''\
+c
+True
+True
+True <built-in function getsignal> <built-in function signal>
+True
+running
+''')
+        screen.interrupt()
+        self.assert_in('--Interrupted--\n', screen.read_to(PROMPT))
+        screen.type('q\n')
+        self.assertEqual(screen.read_all()[1], 0)
+
     def test_ctrl_c_after_detaching_is_what_it_is_alone(self):
         screen = self.open('''\
 import time

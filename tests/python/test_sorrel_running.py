@@ -11,7 +11,7 @@ class Running(sorrel_session.TestCase):
 
     def alone(self, text, args=()):
         self.script(text, 'prog.py')
-        return self.call('prog.py', *args)
+        return self.call_alone('prog.py', *args)
 
     def assert_same(self, text, args=()):
         """The program's output, errors and exit status are what they are without debugger."""
@@ -47,7 +47,7 @@ print sys.modules['__main__'].__dict__ is globals()
                     os.path.join('sub', 'tool.py'))
         os.symlink(os.path.join('sub', 'tool.py'), os.path.join(self.folder, 'link.py'))
         for name in os.path.join('sub', 'tool.py'), 'link.py':
-            alone = self.call(name, 'a')
+            alone = self.call_alone(name, 'a')
             process = self.start(name, ['a'], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                  stderr=subprocess.PIPE)
             out, err, status = self.finish(process, 'c\n')
