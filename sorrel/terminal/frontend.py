@@ -39,6 +39,7 @@ from sorrel.terminal.threads import ThreadCommands
 from sorrel.terminal.typed import TypedLines
 
 _LINES_SHOWN = 11
+_DETACH = 'Detach, and let the program run on by itself? (y or n) '
 # In place of the thread that stopped last, when that has ended.
 _ENDED = object()
 
@@ -188,7 +189,7 @@ class Terminal(
 
     def _agreed(self, question):
         answer = self._console.read_line(question, None)
-        return answer is not None and answer.strip().lower() in ('y', 'yes')
+        return answer is not None and _is_yes(answer)
 
     def _one_command(self):
         try:
@@ -197,7 +198,7 @@ class Terminal(
                 return
             line = self._next_line()
             if line is None:
-                self._detach()
+                self._end_of_input()
             else:
                 self._carry_out(line)
         except (KeyboardInterrupt, Overtime):
@@ -258,9 +259,24 @@ class Terminal(
         self._end_others()
         self._resume = Resume(QUIT)
 
-    def _detach(self):
-        self._say('' if self._has_ended() else '\nDetached: the program runs on.')
+    def do_detach(self, argument):
+        """detach: let the program run on by itself, at full speed."""
+        self._say('Detached: the program runs on.')
         self._resume = Resume(DETACH)
+
+    def _end_of_input(self):
+        self._say('')
+        if self._has_ended():
+            self._resume = Resume(DETACH)
+            return
+        if self._console.name is not None:
+            # A terminal that is gone answers with another end of input.
+            answer = self._console.read_line(_DETACH, None)
+            if answer is not None and not _is_yes(answer):
+                return
+            if answer is None:
+                self._say('')
+        self.do_detach('')
 
     # Commands that show.
 
@@ -422,6 +438,10 @@ class Terminal(
         if stop.thread == self.service.main_thread:
             return 'the program'
         return 'thread ' + self._thread_of(stop.thread).name
+
+
+def _is_yes(answer):
+    return answer.strip().lower() in ('y', 'yes')
 
 
 def _short(value):

@@ -35,7 +35,7 @@ _ARGUMENTS = {
     'delete': _WORDS, 'enable': _WORDS, 'disable': _WORDS, 'ignore': _WORDS, 'condition': _WORDS,
     'catch': _WORDS, 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
     'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
-    'quit': r'(\(\))?$'}
+    'detach': _NOTHING, 'quit': r'(\(\))?$'}
 
 _ASSIGNMENT = re.compile(r'\s*([-+*/%&|^]|\*\*|//|<<|>>)?=(?!=)')
 # Signs that may begin an expression, too, go on with one where they follow the word at once, or
