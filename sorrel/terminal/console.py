@@ -11,6 +11,11 @@ except ImportError:
     fcntl = None  # Another platform: nothing is forked there.
 
 from sorrel.protocol.descriptors import above_streams
+from sorrel.terminal.history import History
+
+
+# What a word that is completed lies between.
+_DELIMITERS = ' \t\n`~!@#$%^&*()-=+[{]}\\|;:\'",<>/?'
 
 
 class Closed(Exception):
@@ -31,6 +36,7 @@ class Console(object):
                 self.name = os.ttyname(self._stdin.fileno())
                 import readline
                 self._readline = readline
+                self._history = History(readline)
         except (ImportError, EnvironmentError, ValueError):
             # A host built without it: lines are then read as they come. Or a stream that the
             # program has closed, which is found out where it is needed.
@@ -81,16 +87,24 @@ class Console(object):
         # raw_input edits lines only on what sys.stdin and sys.stdout are.
         program_files = sys.stdin, sys.stdout
         program_completer = self._readline.get_completer()
+        program_delimiters = self._readline.get_completer_delims()
         sys.stdin, sys.stdout = self._stdin, self._stdout
         self._readline.set_completer(complete)
+        self._readline.set_completer_delims(_DELIMITERS)
         self._readline.parse_and_bind('tab: complete')
+        self._history.enter()
+        typed = None
         try:
-            return raw_input(prompt)
+            typed = raw_input(prompt)
         except EOFError:
-            return None
+            pass
         finally:
+            # An answer to a question is no line to come back to.
+            self._history.leave(typed if complete is not None else None)
+            self._readline.set_completer_delims(program_delimiters)
             self._readline.set_completer(program_completer)
             sys.stdin, sys.stdout = program_files
+        return typed
 
     def _plain_line(self):
         try:

@@ -8,7 +8,6 @@ import os
 import pprint
 import re
 import repr as shortened
-import rlcompleter
 import sys
 from cmd import Cmd
 
@@ -25,6 +24,7 @@ from sorrel.terminal import syntax
 from sorrel.terminal.aliases import AliasCommands
 from sorrel.terminal.breakpoints import BreakpointCommands
 from sorrel.terminal.command_files import CommandFiles
+from sorrel.terminal.completion import Completion
 from sorrel.terminal.console import Closed
 from sorrel.terminal.displays import DisplayCommands
 from sorrel.terminal.evaluation import PromptEvaluation
@@ -64,8 +64,8 @@ def over_service(console, post_mortem=False):
 
 
 class Terminal(
-        AliasCommands, BreakpointCommands, CatchCommands, CommandFiles, DisplayCommands,
-        InteractCommand, JumpCommand, ListingCommands, ProcessCommands, StackCommands,
+        AliasCommands, BreakpointCommands, CatchCommands, CommandFiles, Completion,
+        DisplayCommands, InteractCommand, JumpCommand, ListingCommands, ProcessCommands, StackCommands,
         SteppingCommands, ThreadCommands, TypedLines, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
@@ -242,17 +242,6 @@ class Terminal(
 
     def _is_variable(self, name):
         return name in self._frame().f_locals or name in self._frame().f_globals
-
-    def completedefault(self, text, line, begin, end):
-        try:
-            evaluation.check_size(text)
-        except SyntaxError:
-            return []  # What is before its last dot would be evaluated.
-        names = dict(self._frame().f_globals)
-        names.update(self._frame().f_locals)
-        names = dict(self._evaluator.names, **names)
-        completer = rlcompleter.Completer(names)
-        return completer.attr_matches(text) if '.' in text else completer.global_matches(text)
 
     def do_quit(self, argument):
         """quit, q, exit: end the program at once, with exit status 0."""
