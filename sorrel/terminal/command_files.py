@@ -38,7 +38,7 @@ class CommandFiles(object):
             return
         self.cmdqueue[:0] = [Line(text, name, number) for number, text in enumerate(lines, 1)]
 
-    def _read_start_files(self):
+    def read_start_files(self):
         """What is carried out before the first prompt."""
         home = os.path.join(os.path.expanduser('~'), _START_FILE)
         here = os.path.abspath(_START_FILE)

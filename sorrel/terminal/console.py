@@ -4,6 +4,7 @@ from __future__ import absolute_import
 
 import os
 import sys
+import tempfile
 
 try:
     import fcntl
@@ -105,6 +106,42 @@ class Console(object):
             self._readline.set_completer(program_completer)
             sys.stdin, sys.stdout = program_files
         return typed
+
+    def hand_over(self):
+        """The process is about to begin anew, with the same input.
+
+        What has been read of it and not been used is left to be read again where that is possible;
+        else it is returned.
+        """
+        if self.name is not None:
+            return ''
+        number = self._stdin.fileno()
+        try:
+            os.lseek(number, self._stdin.tell(), os.SEEK_SET)
+            return ''
+        except EnvironmentError:
+            pass  # It is a pipe.
+        rest, has_ended = self._rest(number)
+        if not has_ended:
+            return rest
+        file = tempfile.TemporaryFile()
+        file.write(rest)
+        file.seek(0)
+        os.dup2(file.fileno(), number)
+        return ''
+
+    def _rest(self, number):
+        """What a pipe has just now, and whether nothing can follow."""
+        flags = fcntl.fcntl(number, fcntl.F_GETFL)
+        fcntl.fcntl(number, fcntl.F_SETFL, flags | os.O_NONBLOCK)
+        rest = ''
+        try:
+            rest = self._stdin.read()
+            return rest, not os.read(number, 1)
+        except (EnvironmentError, ValueError):
+            return rest, False
+        finally:
+            fcntl.fcntl(number, fcntl.F_SETFL, flags)
 
     def _plain_line(self):
         try:

@@ -33,6 +33,7 @@ from sorrel.terminal.interaction import InteractCommand
 from sorrel.terminal.jumping import JumpCommand
 from sorrel.terminal.listings import ListingCommands
 from sorrel.terminal.processes import ProcessCommands
+from sorrel.terminal.restarting import RestartCommand
 from sorrel.terminal.stack import StackCommands
 from sorrel.terminal.stepping import SteppingCommands
 from sorrel.terminal.threads import ThreadCommands
@@ -65,8 +66,8 @@ def over_service(console, post_mortem=False):
 
 class Terminal(
         AliasCommands, BreakpointCommands, CatchCommands, CommandFiles, Completion,
-        DisplayCommands, InteractCommand, JumpCommand, ListingCommands, ProcessCommands, StackCommands,
-        SteppingCommands, ThreadCommands, TypedLines, Cmd):
+        DisplayCommands, InteractCommand, JumpCommand, ListingCommands, ProcessCommands,
+        RestartCommand, StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.

@@ -103,7 +103,7 @@ class ProcessCommands(object):
 
     def share(self, name):
         """Processes that the program, of this name, forks or starts are to have turns here."""
-        self._read_start_files()
+        self.begin()
         if self._console.is_terminal():
             self.name = name
             self._join(Tree())

@@ -10,7 +10,8 @@ ALIASES = {
     's': 'step', 'n': 'next', 'r': 'return', 'c': 'continue', 'cont': 'continue', 'unt': 'until',
     'w': 'where', 'bt': 'where', 'u': 'up', 'd': 'down', 'l': 'list', 'a': 'args', 'p': 'print',
     'pretty-print': 'pp', 'b': 'break', 'cl': 'clear', 'h': 'help', 'q': 'quit', 'exit': 'quit',
-    'll': 'longlist', 'f': 'frame', 'j': 'jump', 'rv': 'retval', 'i': 'info'}
+    'll': 'longlist', 'f': 'frame', 'j': 'jump', 'rv': 'retval', 'i': 'info',
+    'restart': 'run'}
 
 _WORD = re.compile(r'(pretty-print\b|[^\W\d]\w*)(.*)$', re.DOTALL)
 
@@ -35,7 +36,7 @@ _ARGUMENTS = {
     'delete': _WORDS, 'enable': _WORDS, 'disable': _WORDS, 'ignore': _WORDS, 'condition': _WORDS,
     'catch': _WORDS, 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
     'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
-    'detach': _NOTHING, 'quit': r'(\(\))?$'}
+    'run': _NOTHING, 'detach': _NOTHING, 'quit': r'(\(\))?$'}
 
 _ASSIGNMENT = re.compile(r'\s*([-+*/%&|^]|\*\*|//|<<|>>)?=(?!=)')
 # Signs that may begin an expression, too, go on with one where they follow the word at once, or
