@@ -8,10 +8,8 @@ import UserDict
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import nesting, private_names, raised, scopes
+from sorrel.inspection import nesting, private_names, raised, scopes, trees
 
-# As the module _ast has it, which is a large one for a program that evaluates nothing.
-_ONLY_AST = 0x400
 # As the module codeop has it: a block may go on after the end of the text.
 _NO_END_OF_BLOCK = 0x200
 # Of a text that is evaluated, in characters.
@@ -34,7 +32,7 @@ def compiled(source, name, mode, flags=0, limit=_TEXT_LIMIT, branches=nesting.IN
 def check_expression(source):
     """Raises SyntaxError or TypeError, or MemoryError, for what is none."""
     # No more than the tree is made: in code, the compiler would compute what is constant.
-    compiled(source, '<condition>', 'eval', _ONLY_AST)
+    compiled(source, '<condition>', 'eval', trees.ONLY_TREE)
 
 
 def check_size(source, mode='eval', limit=_TEXT_LIMIT, branches=nesting.IN_THREAD):
@@ -73,7 +71,7 @@ def is_begun(source, frame):
 
 
 def _tree(source, mode, frame, flags=0):
-    return compiled(source, '<stdin>', mode, _flags(frame) | flags | _ONLY_AST)
+    return compiled(source, '<stdin>', mode, _flags(frame) | flags | trees.ONLY_TREE)
 
 
 def _flags(frame):

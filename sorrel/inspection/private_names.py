@@ -5,11 +5,17 @@ from __future__ import absolute_import
 import re
 import types
 
+from sorrel.inspection import trees
+
 _PRIVATE = re.compile(r'\b__(?!\w*__\b)\w')
 # The flag of a code object that the body of a class lacks.
 _OPTIMIZED = 1
 _mro_of = type.__dict__['__mro__'].__get__
 _variables_of = type.__dict__['__dict__'].__get__
+_STRING_OR_PRIVATE = re.compile(
+    r'("(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\')|\b__(?!\w*__\b)\w+')
+# Where nodes of a tree have names.
+_NAMING = 'id', 'attr', 'name', 'vararg', 'kwarg'
 # Of functions that decorators have wrapped.
 _DEPTH = 3
 
@@ -25,20 +31,31 @@ def of_class(tree, class_name):
         _mangle(tree, prefix)
 
 
+def in_text_of_class(text, class_name):
+    """The text of an expression with the names that of_class() gives its tree."""
+    prefix = '_' + class_name.lstrip('_')
+    if prefix == '_':
+        return text
+    return _STRING_OR_PRIVATE.sub(
+        lambda found: found.group() if found.group(1) else prefix + found.group(), text)
+
+
 def _mangle(node, prefix):
-    import _ast as ast
     if isinstance(node, list):
         for part in node:
             _mangle(part, prefix)
-    elif isinstance(node, ast.Global):
+        return
+    kind = trees.name_of(node)
+    if not trees.is_node(node) or kind == 'alias':
+        return
+    if kind == 'Global':
         node.names = [_mangled(name, prefix) for name in node.names]
-    elif isinstance(node, ast.AST) and not isinstance(node, ast.alias):
-        for field in node._fields or ():
-            part = getattr(node, field, None)
-            if isinstance(part, str) and field in ('id', 'attr', 'name', 'vararg', 'kwarg'):
-                setattr(node, field, _mangled(part, prefix))
-            elif not (isinstance(node, ast.ClassDef) and field == 'body'):
-                _mangle(part, prefix)  # A class within has its own.
+    for field in node._fields or ():
+        part = getattr(node, field, None)
+        if isinstance(part, str) and field in _NAMING:
+            setattr(node, field, _mangled(part, prefix))
+        elif not (kind == 'ClassDef' and field == 'body'):
+            _mangle(part, prefix)  # A class within has its own.
 
 
 def _mangled(name, prefix):
@@ -48,7 +65,7 @@ def _mangled(name, prefix):
 def class_of(frame):
     """The name of the class whose body the frame's code stands in; None where that is unknown."""
     code = frame.f_code
-    if code.co_names[:2] == ('__name__', '__module__') and not code.co_flags & _OPTIMIZED:
+    if is_class_body(code):
         return code.co_name
     for kind in _candidates(frame):
         for base in _bases(kind):
@@ -56,6 +73,10 @@ def class_of(frame):
                 if _is_made_by(member, code, _DEPTH):
                     return base.__name__
     return None
+
+
+def is_class_body(code):
+    return code.co_names[:2] == ('__name__', '__module__') and not code.co_flags & _OPTIMIZED
 
 
 def _candidates(frame):

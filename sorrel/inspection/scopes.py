@@ -11,7 +11,7 @@ import __builtin__
 import re
 import types
 
-from sorrel.inspection import bytecode
+from sorrel.inspection import bytecode, trees
 
 _NAME = re.compile(r'[^\W\d]\w*$')
 _STORED = 'STORE_NAME', 'DELETE_NAME'
@@ -39,10 +39,10 @@ def value(tree, code, globals, variables, compiled):
 
     compiled: as compile(), for a tree and a mode.
     """
-    import _ast as ast
+    kinds = trees.Kinds()
     names = _names_of(variables, code)
-    function = ast.Lambda(_parameters(ast, names), tree.body)
-    made = eval(compiled(ast.Expression(_placed(function)), 'eval'), globals)
+    function = kinds.Lambda(_parameters(kinds, names), tree.body)
+    made = eval(compiled(kinds.Expression(_placed(function)), 'eval'), globals)
     return made(*[variables[name] for name in names])
 
 
@@ -50,18 +50,18 @@ class Statement(object):
 
     def __init__(self, tree, code, globals, variables, compiled):
         """With the same arguments. Raises SyntaxError for what can stand in a module alone."""
-        import _ast as ast
+        kinds = trees.Kinds()
         self._globals = globals
         self._variables = variables
         self._given = _given(code, globals, variables)
         self._names = list(self._given)
-        _display_values(ast, tree.body)
-        save = _call(ast, _SAVE, [_call(ast, _LOCALS, [])])
-        end = _placed(ast.Expr(save), _last_line(ast, tree))
-        body = [_placed(ast.TryFinally(tree.body, [end]))]
-        parameters = _parameters(ast, [_DISPLAY, _LOCALS, _SAVE] + self._names)
-        self._code = compiled(ast.Interactive(
-            [_placed(ast.FunctionDef(_FUNCTION, parameters, body, []))]), 'single')
+        _display_values(kinds, tree.body)
+        save = _call(kinds, _SAVE, [_call(kinds, _LOCALS, [])])
+        end = _placed(kinds.Expr(save), _last_line(tree))
+        body = [_placed(kinds.TryFinally(tree.body, [end]))]
+        parameters = _parameters(kinds, [_DISPLAY, _LOCALS, _SAVE] + self._names)
+        self._code = compiled(kinds.Interactive(
+            [_placed(kinds.FunctionDef(_FUNCTION, parameters, body, []))]), 'single')
 
     def run(self, display):
         """display: called with the values of expressions that are statements."""
@@ -124,34 +124,29 @@ def _placed(node, line=1):
     return node
 
 
-def _last_line(ast, node):
+def _last_line(tree):
     """The compiler of 2.6 takes no statement that stands above the one before."""
-    lines = [getattr(node, 'lineno', 1)]
-    for field in node._fields or ():
-        parts = getattr(node, field, None)
-        for part in parts if isinstance(parts, list) else [parts]:
-            if isinstance(part, ast.AST):
-                lines.append(_last_line(ast, part))
-    return max(lines)
+    return max([1] + [node.lineno for node in trees.nodes(tree) if hasattr(node, 'lineno')])
 
 
-def _parameters(ast, names):
-    return ast.arguments([_placed(ast.Name(name, ast.Param())) for name in names], None, None, [])
+def _parameters(kinds, names):
+    parameters = [_placed(kinds.Name(name, kinds.Param())) for name in names]
+    return kinds.arguments(parameters, None, None, [])
 
 
-def _call(ast, name, arguments):
-    return _placed(ast.Call(_placed(ast.Name(name, ast.Load())), arguments, [], None, None))
+def _call(kinds, name, arguments):
+    return _placed(kinds.Call(_placed(kinds.Name(name, kinds.Load())), arguments, [], None, None))
 
 
-def _display_values(ast, statements):
+def _display_values(kinds, statements):
     """Expressions that are statements do what they do at an interpreter's prompt."""
     for statement in statements:
-        if isinstance(statement, ast.Expr):
-            statement.value = _call(ast, _DISPLAY, [statement.value])
-        elif not isinstance(statement, (ast.FunctionDef, ast.ClassDef)):
+        if trees.name_of(statement) == 'Expr':
+            statement.value = _call(kinds, _DISPLAY, [statement.value])
+        elif trees.name_of(statement) not in ('FunctionDef', 'ClassDef'):
             for name in 'body', 'orelse', 'finalbody':
                 block = getattr(statement, name, None)
                 if isinstance(block, list):
-                    _display_values(ast, block)
+                    _display_values(kinds, block)
             for handler in getattr(statement, 'handlers', None) or []:
-                _display_values(ast, handler.body)
+                _display_values(kinds, handler.body)

@@ -106,6 +106,27 @@ for i in range(6):
         self.assertEqual([answers[2], answers[4], answers[7]], ['2\n', '3\n', '5\n'])
 
 
+    def test_nothing_is_imported_for_that(self):
+        answers = self.answers('''\
+import imp, sys, threading
+def hold():
+    imp.acquire_lock()
+    held.set()
+    done.wait()
+    imp.release_lock()
+
+held, done = threading.Event(), threading.Event()
+thread = threading.Thread(target=hold)
+thread.start()
+held.wait()
+def f(n):
+    done.set()
+f(5)
+''', ['tbreak 13', 'c', 'p map(lambda x: x + n, [1])', 'm = (lambda: n)(); m',
+      "p '_ast' in sys.modules", 'c'])
+        self.assertEqual(answers[2:5], ['[6]\n', '5\n', 'False\n'])
+
+
 class PrivateNamesTest(TestCase):
 
     def test_they_are_those_of_the_class_of_the_method(self):
@@ -128,6 +149,18 @@ class PrivateNamesTest(TestCase):
             'tbreak 16', 'c', 'p __shared', 'tbreak 24', 'c', 'p value.__x', 'tbreak 28', 'c', 'n',
             'p self.__x', 'c'])
         self.assertEqual([answers[2], answers[5], answers[9]], ["'shared'\n", '2\n', '3\n'])
+
+    def test_in_conditions(self):
+        answers = self.answers(PRIVATE, [
+            "break 12, self.__x == 1 and '__x' == '_' + '_x'", 'c', 'b',
+            'condition 1 self.__x == 2',
+            'tbreak 21, self.__x == 2 and __local == 8', 'c', 'c'])
+        self.assertEqual(answers[1], '> prog.py(12)base()\n-> return self.__x\n')
+        self.assert_in("stop only if self.__x == 1 and '__x' == '_' + '_x'\n", answers[2])
+        self.assertEqual(
+            answers[5], "Deleted breakpoint 2\n> prog.py(21)derived()\n"
+            "-> return [(lambda: self.__x)() for _ in 'a']\n")
+        self.assertEqual(answers[6], 'The program ended with exit status 0.\n')
 
     def test_other_names_with_underscores_stay(self):
         answers = self.answers(PRIVATE, [
