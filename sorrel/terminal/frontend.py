@@ -127,7 +127,7 @@ class Terminal(
             if os.getpid() == process:
                 self._give_turn(self._resume)
             # Nothing of the program is kept alive while it runs.
-            self._stop = self._evaluator = None
+            self._stop = self._evaluator = self._namespace = None
             self._stack = []
         return self._resume
 
@@ -227,7 +227,7 @@ class Terminal(
     def _complaint(self, line):
         """Why a line that is no command cannot be a statement either; None where it can be one."""
         name, rest = syntax.split(line)
-        if not name or syntax.goes_on(rest):
+        if not name or name.startswith('_') or syntax.goes_on(rest):
             return None
         command = getattr(self, 'do_' + name, None)
         if command is not None:

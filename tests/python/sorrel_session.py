@@ -21,10 +21,10 @@ class TestCase(harness.TestCase):
         return self.popen(['-m', 'sorrel.main', 'terminal', '--', program] + list(args), **files)
 
     def popen(self, arguments, **files):
-        files.setdefault('env', self.environment())
+        files.setdefault('env', self.persons_environment())
         return subprocess.Popen([harness.launcher()] + list(arguments), cwd=self.folder, **files)
 
-    def environment(self):
+    def persons_environment(self):
         """That of a person whose own files are in the test's folder."""
         return dict(os.environ, HOME=self.folder)
 

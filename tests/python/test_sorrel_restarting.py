@@ -21,11 +21,12 @@ AGAIN = 'Running the program again.\n> prog.py(1)<module>()\n-> import os, signa
 
 class TestCase(sorrel_session.TestCase):
 
-    def environment(self):
+    def persons_environment(self):
         temporary = os.path.join(self.folder, 'temporary')
         if not os.path.isdir(temporary):
             os.mkdir(temporary)
-        return dict(sorrel_session.TestCase.environment(self), TMPDIR=temporary, HERE='there')
+        return dict(sorrel_session.TestCase.persons_environment(self),
+                    TMPDIR=temporary, HERE='there')
 
     def answers(self, text, commands, args=()):
         """What is seen after each of the commands."""

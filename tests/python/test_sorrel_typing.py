@@ -192,7 +192,7 @@ nonsense 5
 
 class StartFilesTest(TestCase):
 
-    def environment(self):
+    def persons_environment(self):
         return dict(os.environ, HOME=self.home)
 
     def setUp(self):
