@@ -56,6 +56,8 @@ def is_begun(source, frame):
 
     As code.compile_command() has it: a block is complete when an empty line follows.
     """
+    if not source.strip():
+        return False
     errors = []
     for end in '', '\n', '\n\n':
         try:

@@ -2,6 +2,7 @@
 
 from __future__ import absolute_import
 
+import __future__
 import inspect
 import itertools
 import os
@@ -41,6 +42,7 @@ from sorrel.terminal.typed import TypedLines
 
 _LINES_SHOWN = 11
 _DETACH = 'Detach, and let the program run on by itself? (y or n) '
+_PRINTS_BY_FUNCTION = __future__.print_function.compiler_flag
 # In place of the thread that stopped last, when that has ended.
 _ENDED = object()
 
@@ -242,7 +244,9 @@ class Terminal(
         return set(name[3:] for name in self.get_names() if name.startswith('do_'))
 
     def _is_variable(self, name):
-        return name in self._frame().f_locals or name in self._frame().f_globals
+        frame = self._frame()
+        return name in frame.f_locals or name in frame.f_globals \
+            or name == 'print' and bool(frame.f_code.co_flags & _PRINTS_BY_FUNCTION)
 
     def do_quit(self, argument):
         """quit, q, exit: end the program at once, with exit status 0."""

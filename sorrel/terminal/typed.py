@@ -43,10 +43,12 @@ class TypedLines(object):
 
     def _carry_out(self, line):
         commands = [line._replace(text=text) for text in self.commands_in(line.text)]
-        self.cmdqueue[:0] = commands[1:]
-        first = commands[0].text.strip()
-        if first.startswith('#') or not first and (line.file is not None or len(commands) > 1):
+        if line.file is not None or len(commands) > 1:
+            # Only typed alone, nothing is the last command once more.
+            commands = [command for command in commands if command.text.strip()]
+        if not commands or commands[0].text.strip().startswith('#'):
             return
+        self.cmdqueue[:0] = commands[1:]
         whole = self._whole(commands[0])
         if whole is None:
             return

@@ -56,6 +56,11 @@ class WordsTest(TestCase):
             "*** NameError: name 'p' is not defined\n", "*** NameError: name 'c' is not defined\n"])
         self.assertEqual((answers[-1], self.status), ('', 0))
 
+    def test_where_print_is_a_function(self):
+        answers = self.answers('from __future__ import print_function\nx = 5\n', [
+            "print('a', 1)", "print ('a', 1)", "p 'a'", 'c'])
+        self.assertEqual(answers[:-1], ['a 1\n', "('a', 1)\n", "'a'\n"])
+
     def test_words_that_are_nothing(self):
         answers = self.answers('x = 5\nprint x\n', [
             'nxt', 'contineu 3', 'xyzzy', 'where am i', 'up there', 'return 5', 'x y', 'foo.bar',
@@ -92,6 +97,12 @@ class SeveralTest(TestCase):
     done
     The program ended with exit status 0.
     ''')
+
+    def test_nothing_between_commands_is_nothing(self):
+        answers = self.answers(ADD, ['p 5', ';;', ';; p 1', 'p 2;;', 'p 3;; ;; p 4', '', '!', 'c'])
+        self.assertEqual(answers[:-1], [
+            '5\n', '', '1\n', '2\n', '3\n4\n', '4\n',
+            '*** SyntaxError: unexpected EOF while parsing\n'])
 
     def test_statements_over_several_lines(self):
         answers = self.answers(ADD, [
