@@ -188,6 +188,8 @@ class Terminal(
             elif self._stop.called_by_c:
                 self._say('No handler in Python code; called by C code.')
         self._show_frame(self._index)
+        if self._is_sticky:
+            self.do_longlist('')
         self._show_displays()
 
     def _agreed(self, question):
@@ -233,6 +235,8 @@ class Terminal(
             return None
         command = getattr(self, 'do_' + name, None)
         if command is not None:
+            if not rest.strip() and self._is_variable(syntax.typed_word(line)[0]):
+                return None
             return 'Usage: ' + inspect.getdoc(command).partition(':')[0]
         if syntax.is_keyword(name) or name in self._evaluator.names \
                 or evaluation.is_of_program(name, self._frame()):

@@ -10,6 +10,15 @@ from sorrel.inspection import definitions, source
 
 class ListingCommands(object):
 
+    # Whether each stop shows more than its line.
+    _is_sticky = False
+
+    def do_sticky(self, argument):
+        """sticky: show the whole function at each stop, or, said again, only the line."""
+        self._is_sticky = not self._is_sticky
+        if self._is_sticky:
+            self.do_longlist('')
+
     def do_longlist(self, argument):
         """longlist, ll: show all lines of this function, or of the module."""
         entry = self._entry()

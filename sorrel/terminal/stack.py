@@ -25,7 +25,7 @@ class StackCommands(object):
                 self._show_locals(self._stack[index].frame, '        ')
 
     def do_frame(self, argument):
-        """frame, f [NUMBER]: go to a frame; 0 is the innermost one, 1 its caller."""
+        """frame [NUMBER]: go to a frame; 0 is the innermost one, 1 its caller."""
         index = len(self._stack) - 1 - int(argument) if argument else self._index
         if index < 0:
             self._say('*** No frame %s' % argument)
@@ -54,11 +54,11 @@ class StackCommands(object):
                 source.file_name(raised.tb_frame), raised.tb_lineno))
 
     def do_info(self, argument):
-        """info, i SUBJECT: show the breakpoints, the threads, the locals or the args.
+        """info SUBJECT: show the breakpoints, the threads, the locals or the args.
 
         The first letters of a subject are enough.
         """
-        found = [subject for subject in _SUBJECTS if argument and subject.startswith(argument)]
+        found = [subject for subject in _SUBJECTS if subject.startswith(argument)]
         if not found:
             self._say('*** info about what? One of: %s' % ', '.join(_SUBJECTS))
         elif found[0] == 'locals':

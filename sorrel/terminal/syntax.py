@@ -10,8 +10,7 @@ ALIASES = {
     's': 'step', 'n': 'next', 'r': 'return', 'c': 'continue', 'cont': 'continue', 'unt': 'until',
     'w': 'where', 'bt': 'where', 'u': 'up', 'd': 'down', 'l': 'list', 'a': 'args', 'p': 'print',
     'pretty-print': 'pp', 'b': 'break', 'cl': 'clear', 'h': 'help', 'q': 'quit', 'exit': 'quit',
-    'll': 'longlist', 'f': 'frame', 'j': 'jump', 'rv': 'retval', 'i': 'info',
-    'restart': 'run'}
+    'll': 'longlist', 'j': 'jump', 'rv': 'retval', 'restart': 'run'}
 
 _WORD = re.compile(r'(pretty-print\b|[^\W\d]\w*)(.*)$', re.DOTALL)
 
@@ -29,10 +28,10 @@ _PLACE = r'(((\.{0,2}[/\\]|[\w~])[^=]*:\s*)?\w[\w.]*\s*(,.*)?)?$'
 _ARGUMENTS = {
     'step': _COUNT, 'next': _COUNT, 'return': _NOTHING, 'continue': _NOTHING,
     'until': _COUNT, 'jump': r'\d+$', 'where': r'((full\b)?\s*\d*|\d+\s+full)$', 'frame': _COUNT,
-    'up': _COUNT, 'down': _COUNT, 'list': _LINES, 'longlist': _NOTHING, 'args': _NOTHING,
-    'retval': _NOTHING, 'exceptions': _NOTHING, 'info': _WORDS, 'interact': _NOTHING,
-    'source': r'(?!=)\S', 'alias': _WORDS, 'unalias': r'\w+$', 'help': _WORDS,
-    'break': _PLACE, 'tbreak': _PLACE, 'clear': _WORDS_OR_PATH,
+    'up': _COUNT, 'down': _COUNT, 'list': _LINES, 'longlist': _NOTHING, 'sticky': _NOTHING,
+    'args': _NOTHING, 'retval': _NOTHING, 'exceptions': _NOTHING, 'info': r'\w',
+    'interact': _NOTHING, 'source': r'(?!=)\S', 'alias': _WORDS, 'unalias': r'\w+$',
+    'help': _WORDS, 'break': _PLACE, 'tbreak': _PLACE, 'clear': _WORDS_OR_PATH,
     'delete': _WORDS, 'enable': _WORDS, 'disable': _WORDS, 'ignore': _WORDS, 'condition': _WORDS,
     'catch': _WORDS, 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
     'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
@@ -73,6 +72,8 @@ def is_statement(name, rest, is_variable):
     """
     if _ASSIGNMENT.match(rest):
         return True
+    if not rest.strip():
+        return is_variable and not is_command(name, '')
     if _CONTINUATION.match(rest):
         return is_variable or not is_command(name, rest.strip())
     return is_variable and _LIKELY_CONTINUATION.match(rest) is not None \

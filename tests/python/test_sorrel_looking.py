@@ -58,6 +58,15 @@ class ListingTest(TestCase):
         self.assertEqual(answers[3], self.listed(3, 10, 6))
         self.assertEqual(answers[5], self.listed(1, 29, 29))
 
+    def test_at_each_stop(self):
+        answers = self.answers(PROGRAM, [
+            'tbreak 5', 'c', 'sticky', 'n', 'up', 'sticky', 'n', 'c'])
+        self.assertEqual(answers[2], self.listed(3, 10, 5))
+        self.assertEqual(answers[3], '> prog.py(6)outer()\n-> total = inner(n, word)\n'
+                         + self.listed(3, 10, 6))
+        self.assertEqual(answers[4:6], ['> prog.py(29)<module>()\n-> outer(2)\n', ''])
+        self.assertEqual(answers[6].count('\n'), 3)
+
     def test_code_without_source(self):
         answers = self.answers("exec 'x = 1'\n", ['s', 'll', 'c'])
         self.assertEqual(answers[1], '*** The source is not there\n')
@@ -93,7 +102,8 @@ class StackTest(TestCase):
 
     def test_frames_by_their_numbers(self):
         answers = self.answers(PROGRAM, [
-            'tbreak 17', 'c', 'frame 1', 'p total', 'frame', 'f 2', 'f 0', 'frame 3', 'up', 'c'])
+            'tbreak 17', 'c', 'frame 1', 'p total', 'frame', 'frame 2', 'frame 0', 'frame 3',
+            'up', 'c'])
         self.assertEqual(answers[2:-1], [
             '> prog.py(6)outer()\n-> total = inner(n, word)\n',
             "*** NameError: name 'total' is not defined\n",
@@ -124,14 +134,16 @@ except KeyError:
 
     def test_info(self):
         answers = self.answers(PROGRAM, [
-            'break 17', 'c', 'info breakpoints', 'info b', 'info locals', 'info args', 'i threads',
+            'break 17', 'c', 'info breakpoints', 'info b', 'info locals', 'info args',
+            'info threads',
             'info', 'info nothing', 'c'])
         self.assert_in('1   breakpoint   keep yes   at prog.py:17\n', answers[2])
         self.assertEqual(answers[3], answers[2])
         self.assertEqual(answers[4:6], ["n = 3\nword = 'ww'\n"] * 2)
         self.assertEqual(answers[6], '* 1  MainThread  stopped  prog.py(17)inner()\n')
         self.assertEqual(answers[7:9], [
-            '*** info about what? One of: args, breakpoints, locals, threads\n'] * 2)
+            '*** Usage: info SUBJECT\n',
+            '*** info about what? One of: args, breakpoints, locals, threads\n'])
 
 
 class DisplayTest(TestCase):

@@ -56,6 +56,12 @@ class WordsTest(TestCase):
             "*** NameError: name 'p' is not defined\n", "*** NameError: name 'c' is not defined\n"])
         self.assertEqual((answers[-1], self.status), ('', 0))
 
+    def test_a_name_alone_where_the_command_needs_more(self):
+        answers = self.answers('source = info = 5\ni = 6\nx = 1\n', [
+            'info', 'n 2', 'source', 'info', 'i', 'jump', 'c'])
+        self.assertEqual(answers[0], '*** Usage: info SUBJECT\n')
+        self.assertEqual(answers[2:-1], ['5\n', '5\n', '6\n', '*** Usage: jump, j LINE\n'])
+
     def test_where_print_is_a_function(self):
         answers = self.answers('from __future__ import print_function\nx = 5\n', [
             "print('a', 1)", "print ('a', 1)", "p 'a'", 'c'])
