@@ -51,6 +51,7 @@ class TypedLines(object):
         self.cmdqueue[:0] = commands[1:]
         whole = self._whole(commands[0])
         if whole is None:
+            self._say('')
             return
         repeated = self.lastcmd
         self._line = line

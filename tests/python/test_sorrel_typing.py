@@ -123,7 +123,7 @@ class SeveralTest(TestCase):
 
     def test_the_end_of_input_amid_a_statement(self):
         answers = self.answers(ADD, ['for i in range(2):'])
-        self.assertEqual(answers, ['... ', '\nDetached: the program runs on.\ndone\n'])
+        self.assertEqual(answers, ['... \n', '\nDetached: the program runs on.\ndone\n'])
 
 
 class AliasesTest(TestCase):
