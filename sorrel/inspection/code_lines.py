@@ -5,7 +5,7 @@ from __future__ import absolute_import
 import re
 import types
 
-from sorrel.inspection import evaluation, nesting
+from sorrel.inspection import evaluation, nesting, private_names
 
 # The interpreter lock is held while a text is compiled: for about a second for so much.
 _COMPILED_LIMIT = 1024 * 1024
@@ -38,6 +38,24 @@ def functions(code, outer=''):
             yield name, constant
             for found in functions(constant, name + '.'):
                 yield found
+
+
+def class_at(code, line):
+    """The name of the class that a line stands in, by the code of its module; None for none."""
+    return _class_at(code, line, None)[1]
+
+
+def _class_at(code, line, name):
+    """(whether the line is there, the name of its class)"""
+    if private_names.is_class_body(code):
+        name = code.co_name
+    for inner in code.co_consts:
+        if isinstance(inner, types.CodeType):
+            found = _class_at(inner, line, name)
+            if found[0]:
+                return found
+    is_here = line in of_code(code)
+    return is_here, name if is_here else None
 
 
 def compiled(text, path):

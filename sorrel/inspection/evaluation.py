@@ -8,10 +8,10 @@ import UserDict
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import nesting, raised
+from sorrel.inspection import nesting, private_names, raised, scopes, trees
 
-# As the module _ast has it, which is a large one for a program that evaluates nothing.
-_ONLY_AST = 0x400
+# As the module codeop has it: a block may go on after the end of the text.
+_NO_END_OF_BLOCK = 0x200
 # Of a text that is evaluated, in characters.
 _TEXT_LIMIT = 64 * 1024
 # Different bits, where a feature has one.
@@ -32,7 +32,7 @@ def compiled(source, name, mode, flags=0, limit=_TEXT_LIMIT, branches=nesting.IN
 def check_expression(source):
     """Raises SyntaxError or TypeError, or MemoryError, for what is none."""
     # No more than the tree is made: in code, the compiler would compute what is constant.
-    compiled(source, '<condition>', 'eval', _ONLY_AST)
+    compiled(source, '<condition>', 'eval', trees.ONLY_TREE)
 
 
 def check_size(source, mode='eval', limit=_TEXT_LIMIT, branches=nesting.IN_THREAD):
@@ -42,9 +42,79 @@ def check_size(source, mode='eval', limit=_TEXT_LIMIT, branches=nesting.IN_THREA
     nesting.check(source, mode == 'eval', branches)
 
 
-def _compile(source, mode, frame):
+def is_whole(source, frame):
+    """Whether a line is a statement by itself."""
+    try:
+        _tree(source + '\n', 'single', frame)
+    except Exception:
+        return False
+    return True
+
+
+def is_begun(source, frame):
+    """Whether a text is the beginning of a statement, which further lines may complete.
+
+    As code.compile_command() has it: a block is complete when an empty line follows.
+    """
+    if not source.strip():
+        return False
+    errors = []
+    for end in '', '\n', '\n\n':
+        try:
+            _tree(source + end, 'single', frame, _NO_END_OF_BLOCK)
+            if not end:
+                return False
+            errors.append(None)
+        except SyntaxError as error:
+            errors.append(repr(error))
+        except Exception:
+            return False
+    return errors[1] is None or errors[1] != errors[2]
+
+
+def _tree(source, mode, frame, flags=0):
+    return compiled(source, '<stdin>', mode, _flags(frame) | flags | trees.ONLY_TREE)
+
+
+def _flags(frame):
     # Understood as the frame's own module understands its source.
-    return compiled(source, '<stdin>', mode, frame.f_code.co_flags & _FUTURE_FLAGS)
+    return frame.f_code.co_flags & _FUTURE_FLAGS
+
+
+class _Text(object):
+    """What is evaluated in a frame, with the meaning that it would have there."""
+
+    def __init__(self, source, mode, frame):
+        self._source = source
+        self._mode = mode
+        self._frame = frame
+        self._class = private_names.class_of(frame) if private_names.are_in(source) else None
+        if self._class is None:
+            self.code = compiled(source, '<stdin>', mode, _flags(frame))
+        else:
+            self.code = self.compiled(self.tree(), mode)
+
+    def tree(self):
+        """A new one each time: it may be changed."""
+        tree = _tree(self._source, self._mode, self._frame)
+        if self._class is not None:
+            private_names.of_class(tree, self._class)
+        return tree
+
+    def compiled(self, tree, mode):
+        return compile(tree, '<stdin>', mode, _flags(self._frame), True)
+
+    def needs_function(self, variables):
+        return self._frame.f_locals is not self._frame.f_globals \
+            and scopes.has_functions_with(self.code, variables)
+
+    def function(self, variables):
+        """A statement as a function; None for one that can stand in a module alone."""
+        try:
+            return scopes.Statement(
+                self.tree(), self.code, self._frame.f_globals, variables, self.compiled)
+        except SyntaxError:
+            return None
 
 
 def expression(source, frame, lent={}):
@@ -52,8 +122,11 @@ def expression(source, frame, lent={}):
 
     lent: values for names that are not the program's.
     """
-    code = _compile(source.strip(), 'eval', frame)
-    return eval(code, frame.f_globals, _variables(code, frame, lent))
+    text = _Text(source.strip(), 'eval', frame)
+    variables = _variables(text.code, frame, lent)
+    if text.needs_function(variables):
+        return scopes.value(text.tree(), text.code, frame.f_globals, variables, text.compiled)
+    return eval(text.code, frame.f_globals, variables)
 
 
 def statement(source, frame, display, lent={}):
@@ -62,16 +135,36 @@ def statement(source, frame, display, lent={}):
     The value of a statement that is an expression is given to `display`, if both aren't None.
     Raises whatever executing it raises.
     """
-    code = _compile(source.strip() + '\n', 'single', frame)
-    displayhook = sys.displayhook
+    text = _Text(source.strip() + '\n', 'single', frame)
     # Once: asking for f_locals again would bring back the old values.
-    variables = _variables(code, frame, lent)
-    sys.displayhook = lambda value: display and value is not None and display(value)
+    variables = _variables(text.code, frame, lent)
+    function = text.needs_function(variables) and text.function(variables)
     try:
-        exec code in frame.f_globals, variables
+        if function:
+            function.run(_shown_by(display))
+        else:
+            _execute(text.code, frame.f_globals, variables, display)
+    finally:
+        core.locals_to_fast(frame)
+
+
+def statement_apart(source, frame, namespace, display):
+    """The same where neither the frame nor its variables change, but a namespace of its own."""
+    code = compiled(source.strip() + '\n', '<stdin>', 'single', _flags(frame))
+    _execute(code, namespace, namespace, display)
+
+
+def _execute(code, globals, variables, display):
+    displayhook = sys.displayhook
+    sys.displayhook = _shown_by(display)
+    try:
+        exec code in globals, variables
     finally:
         sys.displayhook = displayhook
-        core.locals_to_fast(frame)
+
+
+def _shown_by(display):
+    return lambda value: display and value is not None and display(value)
 
 
 def assigner(frame):
@@ -103,6 +196,9 @@ class Evaluator(object):
     def statement(self, source, frame, display):
         self.call(statement, source, frame, display, self.names)
 
+    def statement_apart(self, source, frame, namespace, display):
+        self.call(statement_apart, source, frame, namespace, display)
+
     def remember(self, value):
         """The value of what was typed last has a name, too."""
         if value is not None:
@@ -121,7 +217,8 @@ def is_of_program(name, frame):
 
 def _variables(code, frame, lent):
     """The frame's own dictionary, unless the code makes use of a name that is only lent."""
-    used = [name for name in code.co_names if name in lent and not is_of_program(name, frame)]
+    used = [name for name in scopes.names_used(code)
+            if name in lent and not is_of_program(name, frame)]
     variables = frame.f_locals
     return _Lending(variables, dict((name, lent[name]) for name in used)) if used else variables
 

@@ -12,7 +12,7 @@ import thread
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import text_files
-from sorrel.inspection import code_lines, evaluation, nesting, source
+from sorrel.inspection import code_lines, evaluation, nesting, private_names, source
 
 _PYTHON = ('.py', '.pyw')
 _DESCRIBED = 'path', 'line', 'condition', 'temporary', 'ignore_count', 'enabled'
@@ -49,6 +49,8 @@ class Breakpoints(object):
     def __init__(self):
         self._last_number = 0
         self._lines = {}
+        # By path, line and condition, what the core is given for it.
+        self._meant = {}
         # Front ends ask from threads of their own, too.
         self._lock = thread.allocate_lock()
         self.forget()
@@ -87,7 +89,7 @@ class Breakpoints(object):
         """
         path = os.path.abspath(path)
         line = self.code_line(path, line)
-        condition = self._checked(condition, path)
+        condition = self._checked(condition, path, line)
         with self._lock:
             self._last_number += 1
             breakpoint = Breakpoint(
@@ -120,7 +122,8 @@ class Breakpoints(object):
 
     def set_condition(self, breakpoint, condition):
         """condition: an expression, or None. Raises Refused."""
-        self._change(breakpoint, 'condition', self._checked(condition, breakpoint.path))
+        self._change(breakpoint, 'condition', self._checked(
+            condition, breakpoint.path, breakpoint.line))
 
     def all(self):
         """The Breakpoints that there are now, by number."""
@@ -180,7 +183,7 @@ class Breakpoints(object):
         except text_files.Unreadable as error:
             return (), 'cannot read %s: %s' % (path, error)
 
-    def _checked(self, condition, path):
+    def _checked(self, condition, path, line):
         condition = condition and condition.strip()
         if not condition:
             return None
@@ -192,6 +195,8 @@ class Breakpoints(object):
                 evaluation.check_size(condition)
         except (SyntaxError, TypeError) as error:
             raise Refused('the condition is no expression: %s' % error)
+        if private_names.are_in(condition):
+            self._meant[path, line, condition] = _as_in_class(condition, path, line)
         return condition
 
     def _change(self, breakpoint, attribute, value):
@@ -215,7 +220,8 @@ class Breakpoints(object):
     def _set(self, breakpoint):
         breakpoint.id = core.set_break(
             breakpoint.path, breakpoint.line, int(breakpoint.enabled), int(breakpoint.temporary),
-            breakpoint.condition, breakpoint.ignore_count)
+            self._meant.get((breakpoint.path, breakpoint.line, breakpoint.condition),
+                            breakpoint.condition), breakpoint.ignore_count)
 
     def _refresh(self):
         """Learns what has happened to the breakpoints meanwhile."""
@@ -238,6 +244,15 @@ def _holds(condition, frame):
         return bool(evaluation.expression(condition, frame))
     except Exception:
         return True  # As in the core: whoever wrote it is to see it.
+
+
+def _as_in_class(condition, path, line):
+    """The text of a condition with private names as the class has them that the line stands in."""
+    try:
+        name = code_lines.class_at(code_lines.compiled(text_files.text(path), path), line)
+    except (text_files.Unreadable, SyntaxError, TypeError):
+        return condition
+    return private_names.in_text_of_class(condition, name) if name is not None else condition
 
 
 def _read_lines(path):

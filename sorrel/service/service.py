@@ -406,12 +406,17 @@ class Service(object):
 
     def quit(self, status=0):
         """Ends the process at once, whatever the program's threads are doing."""
+        self.flush()
+        os._exit(status)
+
+    @staticmethod
+    def flush():
+        """What the program has written is not lost with the process."""
         for stream in (sys.stdout, sys.stderr, sys.__stdout__):
             try:
                 stream.flush()
             except Exception:
                 pass  # The program's own object, or closed: nothing more to save.
-        os._exit(status)
 
     # The core's callbacks. An error in one would be lost, and end the tracing of its thread.
 

@@ -112,11 +112,14 @@ class _AttachedTerminal(Terminal):
 
     def do_quit(self, argument):
         """quit, q, exit: leave the program, which runs on."""
-        self._detach()
+        self.do_detach('')
 
 
 class _Console(object):
     """As a Console, for the front end; heard() is for another thread."""
+
+    # It is another process that has the terminal.
+    name = None
 
     def __init__(self):
         self._descriptor = None

@@ -4,6 +4,7 @@ from __future__ import absolute_import
 
 import os
 import sys
+import tempfile
 
 try:
     import fcntl
@@ -11,6 +12,11 @@ except ImportError:
     fcntl = None  # Another platform: nothing is forked there.
 
 from sorrel.protocol.descriptors import above_streams
+from sorrel.terminal.history import History
+
+
+# What a word that is completed lies between.
+_DELIMITERS = ' \t\n`~!@#$%^&*()-=+[{]}\\|;:\'",<>/?'
 
 
 class Closed(Exception):
@@ -31,6 +37,7 @@ class Console(object):
                 self.name = os.ttyname(self._stdin.fileno())
                 import readline
                 self._readline = readline
+                self._history = History(readline)
         except (ImportError, EnvironmentError, ValueError):
             # A host built without it: lines are then read as they come. Or a stream that the
             # program has closed, which is found out where it is needed.
@@ -81,16 +88,60 @@ class Console(object):
         # raw_input edits lines only on what sys.stdin and sys.stdout are.
         program_files = sys.stdin, sys.stdout
         program_completer = self._readline.get_completer()
+        program_delimiters = self._readline.get_completer_delims()
         sys.stdin, sys.stdout = self._stdin, self._stdout
         self._readline.set_completer(complete)
+        self._readline.set_completer_delims(_DELIMITERS)
         self._readline.parse_and_bind('tab: complete')
+        self._history.enter()
+        typed = None
         try:
-            return raw_input(prompt)
+            typed = raw_input(prompt)
         except EOFError:
-            return None
+            pass
         finally:
+            # An answer to a question is no line to come back to.
+            self._history.leave(typed if complete is not None else None)
+            self._readline.set_completer_delims(program_delimiters)
             self._readline.set_completer(program_completer)
             sys.stdin, sys.stdout = program_files
+        return typed
+
+    def hand_over(self):
+        """The process is about to begin anew, with the same input.
+
+        What has been read of it and not been used is left to be read again where that is possible;
+        else it is returned.
+        """
+        if self.name is not None:
+            return ''
+        number = self._stdin.fileno()
+        try:
+            os.lseek(number, self._stdin.tell(), os.SEEK_SET)
+            return ''
+        except EnvironmentError:
+            pass  # It is a pipe.
+        rest, has_ended = self._rest(number)
+        if not has_ended:
+            return rest
+        file = tempfile.TemporaryFile()
+        file.write(rest)
+        file.seek(0)
+        os.dup2(file.fileno(), number)
+        return ''
+
+    def _rest(self, number):
+        """What a pipe has just now, and whether nothing can follow."""
+        flags = fcntl.fcntl(number, fcntl.F_GETFL)
+        fcntl.fcntl(number, fcntl.F_SETFL, flags | os.O_NONBLOCK)
+        rest = ''
+        try:
+            rest = self._stdin.read()
+            return rest, not os.read(number, 1)
+        except (EnvironmentError, ValueError):
+            return rest, False
+        finally:
+            fcntl.fcntl(number, fcntl.F_SETFL, flags)
 
     def _plain_line(self):
         try:

@@ -2,13 +2,13 @@
 
 from __future__ import absolute_import
 
+import __future__
 import inspect
 import itertools
 import os
 import pprint
 import re
 import repr as shortened
-import rlcompleter
 import sys
 from cmd import Cmd
 
@@ -19,18 +19,30 @@ from sorrel.languages import sublanguages
 from sorrel.service import exceptions
 from sorrel.service.service import Service
 from sorrel.service.stops import (
-    CONTINUE, DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
-    STEP_OVER, STEP_OVER_RANGE, TRACEBACK, evaluator)
+    DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, TRACEBACK, evaluator)
 from sorrel.service.thread_numbers import Threads
 from sorrel.terminal import syntax
+from sorrel.terminal.aliases import AliasCommands
 from sorrel.terminal.breakpoints import BreakpointCommands
+from sorrel.terminal.command_files import CommandFiles
+from sorrel.terminal.completion import Completion
 from sorrel.terminal.console import Closed
+from sorrel.terminal.displays import DisplayCommands
 from sorrel.terminal.evaluation import PromptEvaluation
 from sorrel.terminal.exceptions import CatchCommands
+from sorrel.terminal.interaction import InteractCommand
+from sorrel.terminal.jumping import JumpCommand
+from sorrel.terminal.listings import ListingCommands
 from sorrel.terminal.processes import ProcessCommands
+from sorrel.terminal.restarting import RestartCommand
+from sorrel.terminal.stack import StackCommands
+from sorrel.terminal.stepping import SteppingCommands
 from sorrel.terminal.threads import ThreadCommands
+from sorrel.terminal.typed import TypedLines
 
 _LINES_SHOWN = 11
+_DETACH = 'Detach, and let the program run on by itself? (y or n) '
+_PRINTS_BY_FUNCTION = __future__.print_function.compiler_flag
 # In place of the thread that stopped last, when that has ended.
 _ENDED = object()
 
@@ -54,7 +66,10 @@ def over_service(console, post_mortem=False):
     return terminal
 
 
-class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommands, Cmd):
+class Terminal(
+        AliasCommands, BreakpointCommands, CatchCommands, CommandFiles, Completion,
+        DisplayCommands, InteractCommand, JumpCommand, ListingCommands, ProcessCommands,
+        RestartCommand, StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -76,6 +91,10 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
         self._resume = None
         # Of modules that are not loaded yet: "always" or "never" by their names.
         self._awaited_types = {}
+        self._aliases = {}
+        self._displays = {}
+        # The temporary breakpoints that the program has stopped at.
+        self._fired = []
 
     def use(self, service, has_ctrl_c=True):
         """has_ctrl_c: whether Ctrl-C raises KeyboardInterrupt in the program's main thread."""
@@ -89,6 +108,10 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
         if self._is_let_go():
             return Resume(DETACH)
         process = os.getpid()
+        self._fired += self.service.breakpoints.take_fired()
+        next_step = self._next_step(stop)
+        if next_step is not None:
+            return next_step
         self._stop = stop
         self._evaluator = evaluator(stop)
         self._look_at(stop.thread, stacks.at_stop(stop))
@@ -106,7 +129,7 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
             if os.getpid() == process:
                 self._give_turn(self._resume)
             # Nothing of the program is kept alive while it runs.
-            self._stop = self._evaluator = None
+            self._stop = self._evaluator = self._namespace = None
             self._stack = []
         return self._resume
 
@@ -148,8 +171,8 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
             if self._thread is not None:
                 self._say('[%s]' % self._thread_of(self._stop.thread).name)
             self._thread = self._stop.thread
-        for breakpoint in self.service.breakpoints.take_fired():
-            self._say('Deleted breakpoint %d' % breakpoint.number)
+        while self._fired:
+            self._say('Deleted breakpoint %d' % self._fired.pop(0).number)
         if self._stop.reason == INTERRUPTED:
             self._say('--Interrupted--')
         elif self._stop.reason == RETURNED:
@@ -165,85 +188,95 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
             elif self._stop.called_by_c:
                 self._say('No handler in Python code; called by C code.')
         self._show_frame(self._index)
+        if self._is_sticky:
+            self.do_longlist('')
+        self._show_displays()
 
     def _agreed(self, question):
         answer = self._console.read_line(question, None)
-        return answer is not None and answer.strip().lower() in ('y', 'yes')
+        return answer is not None and _is_yes(answer)
 
     def _one_command(self):
         try:
-            line = self._console.read_line(self.prompt, self.complete)
+            if self._namespace is not None:
+                self._interact()
+                return
+            line = self._next_line()
             if line is None:
-                self._detach()
+                self._end_of_input()
             else:
-                self._evaluation.call(self._stop, self.onecmd, line)
+                self._carry_out(line)
         except (KeyboardInterrupt, Overtime):
+            del self.cmdqueue[:]
             self._say('\n--KeyboardInterrupt--')
 
     def parseline(self, line):
         line = line.strip()
-        if line.startswith('pretty-print'):  # No name of a command for the base class.
-            line = line.replace('pretty-print', 'pp', 1)
-        command, argument, line = Cmd.parseline(self, line)
-        command = syntax.ALIASES.get(command, command)
-        if not command or not syntax.is_command(command, argument):
+        name, rest = syntax.split(line)
+        if not hasattr(self, 'do_' + name) or not syntax.is_command(name, rest.strip()) \
+                or syntax.is_statement(name, rest, self._is_variable(syntax.typed_word(line)[0])):
             return '', None, line
-        return command, argument, line
+        return name, rest.strip(), line
 
     def default(self, line):
-        if line.startswith('!'):
-            line = line[1:]
-        self._try(self._evaluator.statement, line, self._frame(), self._show_value)
+        complaint = self._complaint(line)
+        if complaint is not None:
+            self._say('*** ' + complaint)
+        else:
+            self._try(self._evaluator.statement, line.lstrip('!'), self._frame(), self._show_value)
 
-    def completedefault(self, text, line, begin, end):
-        try:
-            evaluation.check_size(text)
-        except SyntaxError:
-            return []  # What is before its last dot would be evaluated.
-        names = dict(self._frame().f_globals)
-        names.update(self._frame().f_locals)
-        names = dict(self._evaluator.names, **names)
-        completer = rlcompleter.Completer(names)
-        return completer.attr_matches(text) if '.' in text else completer.global_matches(text)
+    def is_statement(self, line):
+        return bool(line) and not self.parseline(line)[0] and self._complaint(line) is None
 
-    # Commands that go on.
+    def _complaint(self, line):
+        """Why a line that is no command cannot be a statement either; None where it can be one."""
+        name, rest = syntax.split(line)
+        if not name or name.startswith('_') or syntax.goes_on(rest):
+            return None
+        command = getattr(self, 'do_' + name, None)
+        if command is not None:
+            if not rest.strip() and self._is_variable(syntax.typed_word(line)[0]):
+                return None
+            return 'Usage: ' + inspect.getdoc(command).partition(':')[0]
+        if syntax.is_keyword(name) or name in self._evaluator.names \
+                or evaluation.is_of_program(name, self._frame()):
+            return None
+        meant = syntax.like(name, self.command_names())
+        return 'No such command: %s%s' % (name, '. Did you mean %s?' % meant if meant else '')
 
-    def do_step(self, argument):
-        """step, s: run to the next line, in whatever function it is."""
-        self._resume = Resume(STEP_INTO)
+    def command_names(self):
+        return set(name[3:] for name in self.get_names() if name.startswith('do_'))
 
-    def do_next(self, argument):
-        """next, n: run to the next line of this function, or to its return."""
-        self._resume = Resume(STEP_OVER, self._step_frame())
-
-    def do_until(self, argument):
-        """until, unt: as next, but only forward: a loop is run to its end."""
-        self._resume = Resume(
-            STEP_OVER_RANGE, self._step_frame(), 0, self._step_frame().f_lineno)
-
-    def do_return(self, argument):
-        """return, r: run until this function returns."""
-        self._resume = Resume(STEP_OUT, self._step_frame())
-
-    def do_continue(self, argument):
-        """continue, cont, c: run on."""
-        self._resume = Resume(CONTINUE)
+    def _is_variable(self, name):
+        frame = self._frame()
+        return name in frame.f_locals or name in frame.f_globals \
+            or name == 'print' and bool(frame.f_code.co_flags & _PRINTS_BY_FUNCTION)
 
     def do_quit(self, argument):
         """quit, q, exit: end the program at once, with exit status 0."""
         self._end_others()
         self._resume = Resume(QUIT)
 
-    def _detach(self):
-        self._say('' if self._has_ended() else '\nDetached: the program runs on.')
+    def do_detach(self, argument):
+        """detach: let the program run on by itself, at full speed."""
+        self._say('Detached: the program runs on.')
         self._resume = Resume(DETACH)
 
-    # Commands that show.
+    def _end_of_input(self):
+        self._say('')
+        if self._has_ended():
+            self._resume = Resume(DETACH)
+            return
+        if self._console.name is not None:
+            # A terminal that is gone answers with another end of input.
+            answer = self._console.read_line(_DETACH, None)
+            if answer is not None and not _is_yes(answer):
+                return
+            if answer is None:
+                self._say('')
+        self.do_detach('')
 
-    def do_where(self, argument):
-        """where, w, bt: show the stack, the innermost frame last."""
-        for index in range(len(self._stack)):
-            self._show_frame(index)
+    # Commands that show.
 
     def do_up(self, argument):
         """up, u [COUNT]: go to the frame that called this one."""
@@ -296,15 +329,15 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
             command = getattr(self, 'do_' + syntax.ALIASES.get(argument, argument), None)
             self._say(inspect.getdoc(command) if command else '*** No command %s' % argument)
             return
-        for name in sorted(set(name for name in self.get_names() if name.startswith('do_'))):
-            self._say(inspect.getdoc(getattr(self, name)).splitlines()[0])
+        for name in sorted(self.command_names()):
+            self._say(inspect.getdoc(getattr(self, 'do_' + name)).splitlines()[0])
         self._say('Anything else is executed as a statement, and so is what follows a "!".')
         self._say('An empty line repeats the last command. End of input lets the program run on.')
 
     # Helpers.
 
     def _say(self, text):
-        self._console.write(text + '\n')
+        self._console.write(self._placed(text) + '\n')
 
     def _look_at(self, thread, stack):
         self._shown_thread = thread
@@ -323,14 +356,16 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
         return self._frame() if self._shown_thread == self._stop.thread else self._stop.frame
 
     def _value(self, expression):
+        value = self._computed(expression)
+        self._evaluator.remember(value)
+        return value
+
+    def _computed(self, expression):
         in_its_language = sublanguages.evaluator(
             sublanguages.at_work(self._shown_thread), self._frame())
         if in_its_language is not None:
-            value = self._evaluator.call(in_its_language, expression)
-        else:
-            value = self._evaluator.expression(expression, self._frame())
-        self._evaluator.remember(value)
-        return value
+            return self._evaluator.call(in_its_language, expression)
+        return self._evaluator.expression(expression, self._frame())
 
     def _show_value(self, value):
         self._evaluator.remember(value)
@@ -384,9 +419,11 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
             if not line:
                 self._say('[EOF]')
                 break
-            mark = '->' if number == self._entry().line else '  '
-            self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
+            self._say_line(number, line, number == self._entry().line)
             self._next_listed = number + 1
+
+    def _say_line(self, number, line, is_current):
+        self._say(('%3d  %s\t%s' % (number, '->' if is_current else '  ', line)).rstrip())
 
     def _has_ended(self):
         """Whether the stop is one at the end of the program."""
@@ -399,6 +436,10 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
         if stop.thread == self.service.main_thread:
             return 'the program'
         return 'thread ' + self._thread_of(stop.thread).name
+
+
+def _is_yes(answer):
+    return answer.strip().lower() in ('y', 'yes')
 
 
 def _short(value):

@@ -68,6 +68,7 @@ class ProcessCommands(object):
             self._tree.let_go(self._process)
         self._console = self.stdout = console
         self._thread = None
+        del self.cmdqueue[:]
         self._join(self._tree)
         return self
 
@@ -102,6 +103,7 @@ class ProcessCommands(object):
 
     def share(self, name):
         """Processes that the program, of this name, forks or starts are to have turns here."""
+        self.begin()
         if self._console.is_terminal():
             self.name = name
             self._join(Tree())

@@ -1,6 +1,7 @@
 #include "bpops/matching.h"
 
 #include <cstring>
+#include <utility>
 
 #include "bpops/resolution.h"
 #include "dbgcommon.h"
@@ -42,15 +43,35 @@ struct Location {
     int line;
 };
 
+bool has_functions(const PyCodeObject* code) {
+    for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(code->co_consts); ++i) {
+        if (PyCode_Check(PyTuple_GET_ITEM(code->co_consts, i))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What is global for functions in a condition: they are to see the local variables, too.
+Ref globals_and_locals(PyObject* globals, PyObject* locals) {
+    Ref both = Ref::steal(PyDict_Copy(globals));
+    return both && PyDict_Update(both.get(), locals) == 0 ? std::move(both) : Ref();
+}
+
 // New reference, or nullptr with an error set. Changes that the condition makes to locals are not
 // written back to the frame.
 Ref evaluate_in_python(BreakpointRecord* record, PyFrameObject* frame) {
     const Ref code = condition_code(record);
-    const Ref globals = Ref::share(frame->f_globals);
+    Ref globals = Ref::share(frame->f_globals);
     const Ref locals = Ref::share(frame->f_locals);
-    return code && locals ? Ref::steal(PyEval_EvalCode(reinterpret_cast<PyCodeObject*>(code.get()),
-                                                       globals.get(), locals.get()))
-                          : Ref();
+    if (!code || !locals) {
+        return Ref();
+    }
+    auto* const compiled = reinterpret_cast<PyCodeObject*>(code.get());
+    if (has_functions(compiled) && locals.get() != globals.get()) {
+        globals = globals_and_locals(globals.get(), locals.get());
+    }
+    return globals ? Ref::steal(PyEval_EvalCode(compiled, globals.get(), locals.get())) : Ref();
 }
 
 Ref evaluate_in_sub_language(const BreakpointRecord* record, const Location& location) {

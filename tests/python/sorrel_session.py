@@ -22,7 +22,12 @@ class TestCase(harness.TestCase):
         return self.popen(['-m', 'sorrel.main', 'terminal', '--', program] + list(args), **files)
 
     def popen(self, arguments, **files):
+        files.setdefault('env', self.persons_environment())
         return subprocess.Popen([harness.launcher()] + list(arguments), cwd=self.folder, **files)
+
+    def persons_environment(self):
+        """That of a person whose own files are in the test's folder."""
+        return dict(os.environ, HOME=self.folder)
 
     def finish(self, process, text):
         """Feeds text to a process; returns (stdout, stderr, exit status)."""
@@ -95,6 +100,7 @@ class Screen(object):
             try:
                 os.chdir(test.folder)
                 os.environ['TERM'] = 'dumb'
+                os.environ['HOME'] = test.folder
                 os.execv(command[0], command)
             finally:
                 os._exit(99)

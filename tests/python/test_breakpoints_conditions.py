@@ -42,6 +42,14 @@ class ConditionTestCase(breakpoint_case.BreakpointTestCase):
         core.clear_breaks(self.path, 2)
 
 
+class FunctionsTest(ConditionTestCase):
+
+    def test_functions_in_a_condition_see_local_and_global_variables(self):
+        self.set_break(self.path, 3, cond="any(x == act(n) and y for n in [1, 7])")
+        self.run_program(self.path, act=lambda x: x + 1)
+        self.assertEqual(self.stops, ["program.py:3"])
+
+
 class ClearingTest(ConditionTestCase):
 
     def clear_on_first(self, x):
@@ -480,7 +488,8 @@ class ReferencesTest(ConditionTestCase):
         code = compile(LOOP, self.path, "exec")
 
         def one_round():
-            for cond in ("x == 1", "act(x)", "no_such_name", "", "x ="):
+            for cond in ("x == 1", "act(x)", "no_such_name", "", "x =",
+                         "any(x == n for n in [1])"):
                 self.set_break(self.path, 2, cond=cond)
                 self.set_break(self.path, 3, cond=cond, temporary=1)
             self.run_code(code, act=lambda x: core.clear_breaks(self.path, 2))

@@ -824,7 +824,9 @@ x = 1
 
     A LAST smaller than FIRST is a number of lines.
     (sorrel) h n
-    next, n: run to the next line of this function, or to its return.
+    next, n [COUNT]: run to the next line of this function, or to its return; so many times.
+
+    A stop for another reason ends the count.
     (sorrel) ?q
     quit, q, exit: end the program at once, with exit status 0.
     (sorrel) help nonsense
@@ -1024,9 +1026,9 @@ print f(1)
     (sorrel) p p, u, d
     (4, 3, 3)
     (sorrel) p == 4
-    *** SyntaxError: invalid syntax
+    True
     (sorrel) step twice
-    *** SyntaxError: invalid syntax
+    *** Usage: step, s [COUNT]
     (sorrel) c
     The program ended with exit status 0.
     ''')

@@ -5,6 +5,7 @@ import time
 import sorrel_session
 
 PROMPT = sorrel_session.PROMPT
+ASKED = 'Detach, and let the program run on by itself? (y or n) '
 
 
 class Screens(sorrel_session.TestCase):
@@ -116,11 +117,31 @@ text = sys.stdout.getvalue()
         screen.type('c\n')
         self.assertEqual(screen.read_all()[1], 0)
 
-    def test_end_of_input_detaches(self):
+    def test_end_of_input_asks_before_it_detaches(self):
         screen = self.open("x = 1\nprint 'on'\n")
         screen.read_to(PROMPT)
         screen.type('\x04')
+        self.assertEqual(screen.read_to(ASKED), '\n' + ASKED)
+        screen.type('n\n')
+        self.assertEqual(screen.read_to(PROMPT), 'n\n' + PROMPT)
+        screen.type('\x04')
+        screen.read_to(ASKED)
+        screen.type('yes\n')
+        self.assertEqual(screen.read_all(), ('yes\nDetached: the program runs on.\non\n', 0))
+
+    def test_end_of_input_twice_detaches(self):
+        screen = self.open("x = 1\nprint 'on'\n")
+        screen.read_to(PROMPT)
+        screen.type('\x04')
+        screen.read_to(ASKED)
+        screen.type('\x04')
         self.assertEqual(screen.read_all(), ('\nDetached: the program runs on.\non\n', 0))
+
+    def test_detaching_by_a_command(self):
+        screen = self.open("x = 1\nprint 'on'\n")
+        screen.read_to(PROMPT)
+        screen.type('detach\n')
+        self.assertEqual(screen.read_all(), ('detach\nDetached: the program runs on.\non\n', 0))
 
     def test_ctrl_c_at_the_prompt_gives_a_new_prompt(self):
         screen = self.open('x = 1\n')
@@ -281,7 +302,7 @@ except KeyboardInterrupt:
     print 'interrupted'
 ''')
         screen.read_to(PROMPT)
-        screen.type('\x04')
+        screen.type('detach\n')
         screen.read_to('ready\r\n')
         screen.interrupt()
         self.assertEqual(screen.read_all(), ('^Cinterrupted\n', 0))

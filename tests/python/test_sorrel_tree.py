@@ -199,7 +199,7 @@ if not child:
 while True:
     time.sleep(0.01)
 ''', 'b 5', 'c', shell=SHELL)
-        self.screen.type('\x04')
+        self.screen.type('detach\n')
         self.screen.read_to('alone\r\n')
         self.screen.interrupt()
         self.assert_in('--Interrupted--\n', self.prompt())
@@ -272,7 +272,7 @@ here = 2
 
     def test_nothing_is_left_of_a_program_that_runs_on(self):
         self.begin('print 1\n')
-        self.assertEqual(self.end('\x04')[1], 0)
+        self.assertEqual(self.end('detach')[1], 0)
         self.assert_nothing_left()
 
     def test_nothing_is_left_where_the_last_one_ends_at_once(self):

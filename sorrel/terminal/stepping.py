@@ -1,0 +1,75 @@
+"""Commands that let the program go on for a while."""
+
+from __future__ import absolute_import
+
+from sorrel.inspection import evaluation, source
+from sorrel.service.stops import (
+    CONTINUE, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER, STEP_OVER_RANGE, STEPPED)
+
+
+class SteppingCommands(object):
+
+    # The action of a step that is taken several times, how often still, and in which thread.
+    _repeated = None, 0, None
+
+    def do_step(self, argument):
+        """step, s [COUNT]: run to the next line, in whatever function it is; so many times."""
+        self._resume = Resume(STEP_INTO)
+        self._repeat(argument)
+
+    def do_next(self, argument):
+        """next, n [COUNT]: run to the next line of this function, or to its return; so many times.
+
+        A stop for another reason ends the count.
+        """
+        self._resume = Resume(STEP_OVER, self._step_frame())
+        self._repeat(argument)
+
+    def do_until(self, argument):
+        """until, unt [LINE]: as next, but only forward: a loop is run to its end.
+
+        With LINE, run until this function gets to that line or a later one.
+        """
+        line = self._step_frame().f_lineno
+        last = int(argument) - 1 if argument else line
+        if last < line:
+            self._say('*** Not after line %d: %s' % (line, argument))
+            return
+        self._resume = Resume(STEP_OVER_RANGE, self._step_frame(), 0, last)
+
+    def do_return(self, argument):
+        """return, r: run until this function returns."""
+        self._resume = Resume(STEP_OUT, self._step_frame())
+
+    def do_continue(self, argument):
+        """continue, cont, c: run on."""
+        self._resume = Resume(CONTINUE)
+
+    def _repeat(self, argument):
+        self._repeated = self._resume.action, int(argument or 1) - 1, self._stop.thread
+
+    def _next_step(self, stop):
+        """A Resume where this stop is only one of the steps that were asked for; None else."""
+        action, left, thread = self._repeated
+        if left < 1 or stop.thread != thread or stop.reason not in (STEPPED, RETURNED) \
+                or stop.policy is not None or self._is_at_breakpoint(stop):
+            self._repeated = None, 0, None
+            return None
+        self._repeated = action, left - 1, thread
+        return Resume(action)
+
+    def _is_at_breakpoint(self, stop):
+        if self._fired:
+            return True
+        if stop.reason == RETURNED:
+            return False
+        there = self.service.breakpoints.at(source.file_name(stop.frame), stop.frame.f_lineno)
+        return bool([breakpoint for breakpoint in there if breakpoint.enabled
+                     and not breakpoint.ignore_count and _holds(breakpoint, stop.frame)])
+
+
+def _holds(breakpoint, frame):
+    try:
+        return not breakpoint.condition or bool(evaluation.expression(breakpoint.condition, frame))
+    except Exception:
+        return True
