@@ -4,7 +4,7 @@ from __future__ import absolute_import
 
 from sorrel.common import text_files
 from sorrel.common.decoding import text
-from sorrel.inspection import evaluation, source
+from sorrel.inspection import evaluation, log_messages, source
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.stopped import hit_conditions
@@ -193,7 +193,7 @@ class Breakpoints(object):
             return False
         if not breakpoint.log_message:
             return True
-        self._session.output('console', hit_conditions.logged(breakpoint.log_message, frame) + '\n',
+        self._session.output('console', log_messages.logged(breakpoint.log_message, frame) + '\n',
                              (breakpoint.path, breakpoint.line))
         return False
 
