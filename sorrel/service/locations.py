@@ -9,6 +9,10 @@ from sorrel.common import text_files
 from sorrel.inspection import code_lines, modules
 from sorrel.service.breakpoints import Refused
 
+class NoFile(Refused):
+    """There is none of this name."""
+
+
 # Each word of a name may be the last of a module's.
 _NAME_LIMIT = 1000
 
@@ -35,7 +39,7 @@ def find_file(name):
     except text_files.Unreadable as error:
         if not error.is_missing:
             raise Refused('cannot read %s: %s' % (name, error))
-    raise Refused('no file %s' % name)
+    raise NoFile('no file %s' % name)
 
 
 def find_function(name, path):
@@ -61,28 +65,28 @@ def find_function(name, path):
 
 
 def _line_in(path, name):
-    return _lines_of_functions(path).get(name)
+    code = functions_of(path).get(name)
+    return code and code_lines.of_code(code)[0]
 
 
-def _lines_of_functions(path):
-    """The first lines of a file's functions, by their names."""
+def functions_of(path):
+    """The code of a file's functions and classes, by their names."""
     try:
         version = text_files.version(path)
         if _functions.get(path, (None,))[0] != version:
-            _functions[path] = version, _read_functions(path)
+            _functions[path] = version, functions_in(text_files.text(path), path)
         return _functions[path][1]
     except text_files.Unreadable:
         return {}
 
 
-def _read_functions(path):
-    text = text_files.text(path)
+def functions_in(text, path):
+    """The same for the text of a file."""
     try:
         code = code_lines.compiled(text, path)
     except (SyntaxError, TypeError):
         return {}
-    return dict((found, code_lines.of_code(inner)[0])
-                for found, inner in reversed(list(code_lines.functions(code))))
+    return dict(reversed(list(code_lines.functions(code))))
 
 
 # What has been read of files, with what tells whether they have changed.

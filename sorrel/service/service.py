@@ -11,6 +11,8 @@ A third, `ending(stop)`, may be there, too: it is called instead of `stopped` wh
 that the front end has been told of, or is not to be, is about to end its thread.
 So may be `idle()`, called about once a second while the program runs, in one of its threads, and
 `thread_ended(ident)`, called in a thread that has run its last: the ident may come again.
+And `log(breakpoint, frame)`, which writes what a breakpoint with a message says, in its thread; it
+returns what `stopped` does.
 And a fifth, `imported()`: there are other modules than before; the thread that has imported them
 goes on when it returns. And `interrupt()`, called at Ctrl-C while threads are stopped: whether that
 was for what one of them evaluates. And `wants_post_mortem()`: the program has ended by an exception
@@ -515,15 +517,37 @@ class Service(object):
 
     def _at_line(self, frame, changed_bps):
         thread = living.current()
-        if source.is_made_up(frame) and thread not in self._interrupted \
+        due = self._due_checked(thread, frame)
+        if due is None and source.is_made_up(frame) and thread not in self._interrupted \
                 and not self._steps.stops_at(thread, frame) \
                 and sublanguages.location(sublanguages.at_work(thread), frame) is None:
             return  # For the core it is code of the module's file, whose lines are not these.
         if self.exceptions.print_calls.is_at(frame) and self._is_print(thread, frame):
             return
+        if due is not None and not due and thread not in self._interrupted \
+                and not self._steps.stops_at_line(thread, frame):
+            return
+        if due:
+            self._steps.arrive(thread)
         if self._steps.is_awaited(thread) and self.breakpoints.have_fired(frame, changed_bps):
             self._steps.arrive(thread)
         self._stopped(frame, STEPPED, None)
+
+    def _due_checked(self, thread, frame):
+        """Breakpoints that stop the thread, of a line where that is decided here; else None.
+
+        What others of them say is written.
+        """
+        path, line = sublanguages.location(sublanguages.at_work(thread), frame) \
+            or (core.get_frame_file(frame), frame.f_lineno)
+        checked = self.breakpoints.checked_at(path, line)
+        if not checked:
+            return None
+        due = self.breakpoints.reach(checked, thread, frame)
+        for breakpoint in due:
+            if breakpoint.message is not None:
+                self._resume(thread, frame, self._guarded(self._front_end.log, breakpoint, frame))
+        return [breakpoint for breakpoint in due if breakpoint.message is None]
 
     def _is_print(self, thread, frame):
         """Whether a line event is there only for an exception that is printed, and done with."""
@@ -701,11 +725,11 @@ class Service(object):
         # Detached meanwhile, it is not to detach whoever came next.
         return resume if era == self._era else None
 
-    def _guarded(self, function, stop):
+    def _guarded(self, function, *arguments):
         """Asks the front end; whatever goes wrong there, the program goes on."""
         while True:
             try:
-                return function(stop)
+                return function(*arguments)
             except KeyboardInterrupt:
                 pass  # Ctrl-C at a moment when the front end was not ready for it.
             except:

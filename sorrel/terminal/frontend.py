@@ -23,11 +23,15 @@ from sorrel.service.stops import (
     STEP_OVER, STEP_OVER_RANGE, TRACEBACK, evaluator)
 from sorrel.service.thread_numbers import Threads
 from sorrel.terminal import syntax
+from sorrel.terminal.breakpoint_stops import BreakpointStops
 from sorrel.terminal.breakpoints import BreakpointCommands
+from sorrel.terminal.command_lists import CommandLists
 from sorrel.terminal.console import Closed
 from sorrel.terminal.evaluation import PromptEvaluation
 from sorrel.terminal.exceptions import CatchCommands
+from sorrel.terminal.logpoints import LogpointCommands
 from sorrel.terminal.processes import ProcessCommands
+from sorrel.terminal.saving import SaveCommands
 from sorrel.terminal.threads import ThreadCommands
 
 _LINES_SHOWN = 11
@@ -54,7 +58,8 @@ def over_service(console, post_mortem=False):
     return terminal
 
 
-class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommands, Cmd):
+class Terminal(BreakpointCommands, BreakpointStops, CommandLists, LogpointCommands, SaveCommands,
+               CatchCommands, ProcessCommands, ThreadCommands, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -64,6 +69,8 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
 
     def __init__(self, console, post_mortem):
         Cmd.__init__(self, stdout=console)
+        BreakpointStops.__init__(self)
+        CommandLists.__init__(self)
         self._console = console
         self._post_mortem = post_mortem
         self._thread = None
@@ -96,6 +103,7 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
         try:
             self._take_turn()
             self._evaluation.call(stop, self._announce)
+            self._run_commands()
             while self._resume is None:
                 self._one_command()
                 if os.getpid() != process:
@@ -148,8 +156,7 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
             if self._thread is not None:
                 self._say('[%s]' % self._thread_of(self._stop.thread).name)
             self._thread = self._stop.thread
-        for breakpoint in self.service.breakpoints.take_fired():
-            self._say('Deleted breakpoint %d' % breakpoint.number)
+        self._look_at_breakpoints()
         if self._stop.reason == INTERRUPTED:
             self._say('--Interrupted--')
         elif self._stop.reason == RETURNED:
@@ -164,7 +171,8 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
                 self._say('It is about to end %s.' % self._what_ends(self._stop))
             elif self._stop.called_by_c:
                 self._say('No handler in Python code; called by C code.')
-        self._show_frame(self._index)
+        if not self._is_silent():
+            self._show_frame(self._index)
 
     def _agreed(self, question):
         answer = self._console.read_line(question, None)
@@ -179,6 +187,7 @@ class Terminal(BreakpointCommands, CatchCommands, ProcessCommands, ThreadCommand
                 self._evaluation.call(self._stop, self.onecmd, line)
         except (KeyboardInterrupt, Overtime):
             self._say('\n--KeyboardInterrupt--')
+            self._drop_command_list()
 
     def parseline(self, line):
         line = line.strip()

@@ -13,7 +13,7 @@ ALIASES = {
 _NOTHING = r'$'
 _COUNT = r'\d*$'
 _LINES = r'(\d+(\s*,\s*|\s+)?(\d+)?)?$'
-_WORDS = r'$|\w'
+_WORDS = r'$|\w|\$bpnum\b'
 _WORDS_OR_PATH = r'$|\w|~|\.{0,2}[/\\]'
 _EXPRESSION = r'(?!=[^=])'
 # A file is told from the attribute of a variable by its first characters.
@@ -23,7 +23,8 @@ _ARGUMENTS = {
     'until': _NOTHING, 'where': _NOTHING, 'up': _COUNT, 'down': _COUNT, 'list': _LINES,
     'args': _NOTHING, 'break': _PLACE, 'tbreak': _PLACE, 'clear': _WORDS_OR_PATH,
     'delete': _WORDS, 'enable': _WORDS, 'disable': _WORDS, 'ignore': _WORDS, 'condition': _WORDS,
-    'catch': _WORDS, 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
+    'catch': _WORDS, 'commands': _WORDS, 'logpoint': _PLACE, 'save': r'breakpoints\s+\S',
+    'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
     'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
     'quit': r'(\(\))?$'}
 

@@ -1,0 +1,235 @@
+"""Where a breakpoint is to be, as a person at a stop names it.
+
+A file is named by any end of its path that only one of them has. A function is found by what the
+program has under its name or, where that is not there yet, in the text of its file.
+"""
+
+from __future__ import absolute_import
+
+import os
+import sys
+
+from sorrel.common import text_files
+from sorrel.common.real_paths import RealPaths
+from sorrel.inspection import functions, module_files, modules, source
+from sorrel.service import breakpoints, locations
+from sorrel.service.breakpoints import Place, Refused
+
+
+class NotLoaded(Refused):
+    """What is named may still come; the text says what there is not yet."""
+
+
+class Places(object):
+    """all_breakpoints: the service's Breakpoints."""
+
+    def __init__(self, all_breakpoints):
+        self._breakpoints = all_breakpoints
+
+    def find(self, named, shown, evaluate):
+        """The Place that is named. Raises Refused, NotLoaded.
+
+        shown: the path of the file that is looked at. evaluate: gives the value of an expression,
+        or raises whatever that raises.
+        """
+        file, rest = _split(named)
+        if file:
+            return self.in_file(find_file(file, shown), rest)
+        if rest.isdigit():
+            return self.in_file(shown, int(rest))
+        return self._function(rest, shown, evaluate)
+
+    def find_loaded(self, named):
+        """The Place in what is loaded by now, for one that was not. Raises Refused, NotLoaded."""
+        file, rest = _split(named)
+        if not file:
+            return _in_modules(rest, False)
+        paths = _loaded_files(file)
+        if not paths:
+            raise NotLoaded('no file %s' % file)
+        return self.in_file(paths[0], rest)
+
+    def in_file(self, path, wanted):
+        """The Place of a line, by its number, or of a function, by its name. Raises as `find`."""
+        if str(wanted).isdigit():
+            return self._line(path, int(wanted))
+        for _, variables, loaded_path in module_files.loaded():
+            if loaded_path == path:
+                place = _live(variables, wanted.split('.'))
+                if place is not None:
+                    return place
+        place = _in_text(path, wanted)
+        if place is None:
+            raise Refused('no function %s in %s' % (wanted, path))
+        return place
+
+    def _line(self, path, line):
+        if text_files.is_file(path):
+            return Place(path, self._breakpoints.code_line(path, line))
+        lines, refusal = breakpoints.lines_of_text(_text(path), path)
+        if refusal is not None:
+            raise Refused(refusal)
+        return Place(path, breakpoints.next_line(lines, line, path))
+
+    def _function(self, name, shown, evaluate):
+        words = name.split('.')
+        try:
+            value = evaluate(name)
+        except Exception:
+            pass  # Not defined yet, perhaps.
+        else:
+            return _named(of_function(functions.behind(value, words[-1]) or value), name)
+        place = _in_text(shown, name)
+        if place is not None:
+            return place
+        if len(words) > 1 and (modules.namespace(sys.modules.get(words[0]))
+                               or not _has(words[0], shown, evaluate)):
+            return _in_modules(name, True)
+        raise Refused('no function %s in %s' % (name, shown))
+
+
+def find_file(name, shown=None):
+    """The path of the file that is meant. Raises Refused, NotLoaded."""
+    name = os.path.expanduser(name)
+    if not name.startswith((os.sep, './', '../')):
+        found = _loaded_files(name, [shown] if shown else [])
+        found += [path for path in _in_search_path(name) if path not in found]
+        found = _different(found)
+        if len(found) > 1:
+            raise Refused('%s is one of several files: %s' % (name, ', '.join(found)))
+        if found:
+            return found[0]
+    try:
+        return locations.find_file(name)
+    except Refused, error:
+        if module_files.is_readable(name):
+            return os.path.abspath(name)
+        if isinstance(error, locations.NoFile):
+            raise NotLoaded(str(error))
+        raise
+
+
+def of_function(function):
+    """The Place of a function or method. Raises Refused."""
+    in_python = functions.in_python(function)
+    if in_python is None:
+        raise Refused('not a function in Python: %s' % type(function).__name__)
+    code = in_python.func_code
+    path, line = code.co_filename, functions.entry_line(code)
+    if text_files.is_file(path):
+        path = os.path.abspath(path)
+        return Place(path, line, None, functions.entry(code, path))
+    of_module = in_python.func_globals.get('__file__')
+    of_module = module_files.path_of(of_module) if isinstance(of_module, str) else path
+    if not source.is_made_up_name(path, in_python.func_globals):
+        # Compiled elsewhere, or in an archive.
+        return Place(of_module, line, None, functions.entry(code, of_module))
+    # For the core, only this one name of what is no file is not the module's.
+    return Place(path, line, path if path == '<string>' else of_module,
+                 functions.Entry(code.co_name, code.co_firstlineno, code))
+
+
+def _split(named):
+    file, _, rest = named.rpartition(':')
+    return file.strip(), rest.strip()
+
+
+# Files.
+
+def _loaded_files(name, others=()):
+    """The paths of loaded modules, and of others, that end with this name."""
+    ends = tuple([os.sep + os.path.normpath(name) + suffix for suffix in ('', '.py')])
+    paths = list(others) + [path for _, _, path in module_files.loaded()]
+    return _different([path for path in paths if (os.sep + path).endswith(ends)])
+
+
+def _in_search_path(name):
+    found = []
+    for folder in [''] + [folder for folder in sys.path if isinstance(folder, str)]:
+        for path in os.path.join(folder, name), os.path.join(folder, name + '.py'):
+            if text_files.is_file(path) \
+                    or text_files.is_file(folder) and module_files.is_readable(path):
+                found.append(os.path.abspath(path))
+    return found
+
+
+def _different(paths):
+    real_paths = RealPaths()
+    found, seen = [], set()
+    for path in paths:
+        real = real_paths.of(path)
+        if real not in seen:
+            seen.add(real)
+            found.append(path)
+    return found
+
+
+# Functions.
+
+def _has(name, shown, evaluate):
+    """Whether the program has something of this name here, or will have."""
+    try:
+        evaluate(name)
+    except Exception:
+        return name in _codes(shown)
+    return True
+
+
+def _in_modules(name, with_others):
+    """A function whose name begins with a module's. with_others: also where that is not loaded."""
+    words = name.split('.')
+    refusal = None
+    for count in range(len(words) - 1, 0, -1):
+        module, rest = '.'.join(words[:count]), words[count:]
+        variables = modules.namespace(sys.modules.get(module))
+        path = variables.get('__file__')
+        path = module_files.path_of(path) if isinstance(path, str) \
+            else module_files.of_module(module) if with_others else None
+        place = _live(variables, rest) or path and _in_text(path, '.'.join(rest))
+        if place:
+            return place
+        may_come = not variables or not with_others and len(rest) > 1 and '__path__' in variables
+        if refusal is None and (path or variables):
+            refusal = (NotLoaded if may_come else Refused)(
+                'no function %s in %s' % ('.'.join(rest), path or module))
+    raise refusal or NotLoaded('no module %s' % '.'.join(words[:-1]))
+
+
+def _live(variables, names):
+    """The Place of what a loaded module has under a name; None where that is no function."""
+    try:
+        function = functions.behind(functions.in_namespace(variables, names), names[-1])
+    except LookupError:
+        return None
+    return function and _named(of_function(function), '.'.join(names))
+
+
+def _named(place, name):
+    """The same with its name, if that is how its file has it."""
+    code = _codes(place.path).get(name)
+    is_that = code is not None and functions.entry_line(code) == place.line
+    return place._replace(name=name) if is_that else place
+
+
+def _in_text(path, name):
+    code = _codes(path).get(name)
+    if code is None:
+        return None
+    return Place(path, functions.entry_line(code), None, functions.entry(code, path), name)
+
+
+def _text(path):
+    try:
+        return module_files.text(path)
+    except text_files.Unreadable, error:
+        raise Refused('cannot read %s: %s' % (path, error))
+
+
+def _codes(path):
+    """The code of a file's functions and classes, by their names."""
+    if text_files.is_file(path):
+        return locations.functions_of(path)
+    try:
+        return locations.functions_in(module_files.text(path), path)
+    except text_files.Unreadable:
+        return {}
