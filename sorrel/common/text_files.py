@@ -42,6 +42,11 @@ def version(path):
 
 def text(path):
     """The text of a regular file, whose lines end with a newline alone. Raises Unreadable."""
+    return content(path).replace('\r\n', '\n').replace('\r', '\n')
+
+
+def content(path):
+    """What is in a regular file. Raises Unreadable."""
     version(path)  # Opening alone can have effects, on a device.
     file = _asked(os.open, path, os.O_RDONLY | _FLAGS)
     try:
@@ -62,7 +67,7 @@ def text(path):
     # Some files of the system tell of no size.
     if not left:
         raise Unreadable(_TOO_LARGE)
-    return ''.join(pieces).replace('\r\n', '\n').replace('\r', '\n')
+    return ''.join(pieces)
 
 
 def write(path, text):

@@ -58,15 +58,6 @@ def compiled(text, path):
         raise nesting.TooMuch('its encoding matters')
 
 
-def of_text(text, path):
-    """All lines with code of a source file, sorted. Raises as `compiled` does."""
-    code = compiled(text, path)
-    lines = set(of_code(code))
-    for _, function in functions(code):
-        lines.update(of_code(function))
-    return sorted(lines)
-
-
 def filled(text):
     """The lines of a text that are not blank."""
     return [number for number, line in enumerate(text.split('\n'), 1) if line.strip()]

@@ -5,7 +5,6 @@ What is asked here holds at once, also while the program runs.
 
 from __future__ import absolute_import
 
-import bisect
 import os
 import thread
 
@@ -13,10 +12,9 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import text_files
 from sorrel.common.records import record
-from sorrel.inspection import code_lines, evaluation, nesting, source
+from sorrel.inspection import evaluation, file_code, source
 from sorrel.service.checks import Checks
 
-_PYTHON = ('.py', '.pyw')
 _DESCRIBED = ('path', 'line', 'name', 'waits_for', 'condition', 'temporary', 'ignore_count',
               'message', 'enabled')
 
@@ -73,7 +71,6 @@ class Breakpoints(object):
 
     def __init__(self):
         self._last_number = 0
-        self._lines = {}
         self._checks = Checks()
         # Front ends ask from threads of their own, too.
         self._lock = thread.allocate_lock()
@@ -227,27 +224,17 @@ class Breakpoints(object):
 
     def code_line(self, path, line):
         """This line of the file, or the next one that has code. Raises Refused."""
-        lines, refusal = self._lines_of(path)
-        if refusal is not None and line > 0:
-            raise Refused(refusal)
-        return next_line(lines, line, path)
-
-    def _lines_of(self, path):
-        """The lines with code of a file, and why there can be no breakpoint in it, or None."""
         try:
-            version = text_files.version(path)
-            if self._lines.get(path, (None,))[0] != version:
-                self._lines[path] = version, _read_lines(path)
-            return self._lines[path][1]
+            return next_line(file_code.of_file(path), line, path)
         except text_files.Unreadable as error:
-            return (), 'cannot read %s: %s' % (path, error)
+            raise Refused('cannot read %s: %s' % (path, error))
 
     def _valid(self, condition, path):
         condition = condition and condition.strip()
         if not condition:
             return None
         try:
-            if path is None or path.endswith(_PYTHON):
+            if path is None or path.endswith(file_code.PYTHON):
                 evaluation.check_expression(condition)
             else:
                 # The frames there may be of plain Python all the same.
@@ -324,28 +311,13 @@ def _holds(condition, frame):
         return True  # As in the core: whoever wrote it is to see it.
 
 
-def _read_lines(path):
-    return lines_of_text(text_files.text(path), path)
-
-
-def lines_of_text(text, path):
-    """The lines with code of a file, and why there can be no breakpoint in it, or None."""
-    try:
-        return code_lines.of_text(text, path), None
-    except nesting.TooMuch:
-        pass
-    except (SyntaxError, TypeError) as error:
-        if path.endswith(_PYTHON):
-            return (), '%s is no Python program: %s' % (path, error)
-    # Of a sub-language, whose hook alone knows more; or too much to find out more.
-    return code_lines.filled(text), None
-
-
-def next_line(lines, line, path):
-    """This one of a file's lines with code, which are sorted, or the next. Raises Refused."""
+def next_line(code, line, path):
+    """This line of a file, of which this is the FileCode, or the next with code. Raises Refused."""
     if line < 1:
         raise Refused('lines are counted from 1')
-    after = bisect.bisect_left(lines, line)
-    if after == len(lines):
+    if code.refusal is not None:
+        raise Refused(code.refusal)
+    found = code.next_line(line)
+    if found is None:
         raise Refused('no code from line %d of %s on' % (line, path))
-    return lines[after]
+    return found

@@ -6,7 +6,7 @@ import os
 import sys
 
 from sorrel.common import text_files
-from sorrel.inspection import code_lines, modules
+from sorrel.inspection import code_lines, file_code, modules
 from sorrel.service.breakpoints import Refused
 
 class NoFile(Refused):
@@ -72,22 +72,6 @@ def _line_in(path, name):
 def functions_of(path):
     """The code of a file's functions and classes, by their names."""
     try:
-        version = text_files.version(path)
-        if _functions.get(path, (None,))[0] != version:
-            _functions[path] = version, functions_in(text_files.text(path), path)
-        return _functions[path][1]
+        return file_code.of_file(path).functions()
     except text_files.Unreadable:
         return {}
-
-
-def functions_in(text, path):
-    """The same for the text of a file."""
-    try:
-        code = code_lines.compiled(text, path)
-    except (SyntaxError, TypeError):
-        return {}
-    return dict(reversed(list(code_lines.functions(code))))
-
-
-# What has been read of files, with what tells whether they have changed.
-_functions = {}

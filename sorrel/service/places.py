@@ -11,7 +11,7 @@ import sys
 
 from sorrel.common import text_files
 from sorrel.common.real_paths import RealPaths
-from sorrel.inspection import functions, module_files, modules, source
+from sorrel.inspection import file_code, functions, module_files, modules, source
 from sorrel.service import breakpoints, locations
 from sorrel.service.breakpoints import Place, Refused
 
@@ -64,12 +64,10 @@ class Places(object):
         return place
 
     def _line(self, path, line):
-        if text_files.is_file(path):
-            return Place(path, self._breakpoints.code_line(path, line))
-        lines, refusal = breakpoints.lines_of_text(_text(path), path)
-        if refusal is not None:
-            raise Refused(refusal)
-        return Place(path, breakpoints.next_line(lines, line, path))
+        try:
+            return Place(path, breakpoints.next_line(_code(path), line, path))
+        except text_files.Unreadable, error:
+            raise Refused('cannot read %s: %s' % (path, error))
 
     def _function(self, name, shown, evaluate):
         words = name.split('.')
@@ -218,18 +216,16 @@ def _in_text(path, name):
     return Place(path, functions.entry_line(code), None, functions.entry(code, path), name)
 
 
-def _text(path):
-    try:
-        return module_files.text(path)
-    except text_files.Unreadable, error:
-        raise Refused('cannot read %s: %s' % (path, error))
+def _code(path):
+    """The FileCode of a file, also of one in an archive. Raises text_files.Unreadable."""
+    if text_files.is_file(path):
+        return file_code.of_file(path)
+    return file_code.of_text(module_files.text(path), path)
 
 
 def _codes(path):
     """The code of a file's functions and classes, by their names."""
-    if text_files.is_file(path):
-        return locations.functions_of(path)
     try:
-        return locations.functions_in(module_files.text(path), path)
+        return _code(path).functions()
     except text_files.Unreadable:
         return {}
