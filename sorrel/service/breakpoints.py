@@ -208,6 +208,10 @@ class Breakpoints(object):
         """Those on a line at which the service decides; all of the line's, or none."""
         return self._checks.at(path, line)
 
+    def may_be_due(self, checked, frame):
+        """Whether any of these may be, at a line event in this frame."""
+        return [1 for breakpoint in checked if self._checks.is_reached(breakpoint, frame)] != []
+
     def reach(self, checked, thread, frame):
         """The calling thread, whose ident this is, has come to these: which of them are due."""
         due = [breakpoint for breakpoint in checked

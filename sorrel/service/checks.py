@@ -28,10 +28,14 @@ class Checks(object):
         return there and [breakpoint for breakpoint in there
                           if self._is_same(path, breakpoint.real_path)]
 
+    def is_reached(self, breakpoint, frame):
+        """Whether a line event at its line is one for this breakpoint."""
+        return breakpoint.enabled and (
+            breakpoint.entry is None or functions.is_entry(breakpoint.entry, frame))
+
     def is_due(self, breakpoint, thread, frame):
         """Whether this one stops the calling thread, whose ident this is; counts that."""
-        if not breakpoint.enabled or breakpoint.entry is not None and \
-                not functions.is_entry(breakpoint.entry, frame):
+        if not self.is_reached(breakpoint, frame):
             return False
         breakpoint.hits += 1
         holds, error = conditions.judge(breakpoint.condition, thread, frame)

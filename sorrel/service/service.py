@@ -421,7 +421,8 @@ class Service(object):
         return _sorrel.deferring(method, self.defer)
 
     def _on_line(self, frame, changed_bps):
-        self._in_turn(self._at_line, frame, changed_bps)
+        if not self._passes_by(frame):
+            self._in_turn(self._at_line, frame, changed_bps)
 
     def _on_return(self, frame, value, changed_bps):
         self._in_turn(self._stopped, frame, RETURNED, value)
@@ -532,6 +533,18 @@ class Service(object):
         if self._steps.is_awaited(thread) and self.breakpoints.have_fired(frame, changed_bps):
             self._steps.arrive(thread)
         self._stopped(frame, STEPPED, None)
+
+    def _passes_by(self, frame):
+        """Whether a line event is there only for functions that don't begin at it.
+
+        There may be one in each turn of a loop: this is asked before the thread waits for its turn.
+        """
+        checked = self.breakpoints.checked_at(core.get_frame_file(frame), frame.f_lineno)
+        if not checked or self.breakpoints.may_be_due(checked, frame):
+            return False
+        thread = living.current()
+        return thread not in self._interrupted and not self._steps.stops_at_line(thread, frame) \
+            and not self.exceptions.print_calls.is_at(frame)
 
     def _due_checked(self, thread, frame):
         """Breakpoints that stop the thread, of a line where that is decided here; else None.
