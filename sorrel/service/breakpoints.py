@@ -81,21 +81,26 @@ class Breakpoints(object):
         return [[getattr(breakpoint, name) for name in _DESCRIBED] for breakpoint in self.all()]
 
     def add_described(self, described, find):
-        """find: gives the Place of a line, and of a function by its name, in a file."""
-        for values in described:
-            known = dict(zip(_DESCRIBED, [
-                value.encode('utf-8') if isinstance(value, unicode) else value
-                for value in values]))
-            is_enabled = known.pop('enabled')
-            path, line, name = known.pop('path'), known.pop('line'), known.pop('name')
-            waits_for = known.pop('waits_for')
-            try:
-                breakpoint = self.add_pending(waits_for, **known) if waits_for \
-                    else self.add_at(find(path, name or line), **known)
-            except Refused:
-                continue  # The file has changed meanwhile.
-            if not is_enabled:
-                self.enable(breakpoint, False)
+        """The Breakpoints that were described; None for one that cannot be here.
+
+        find: gives the Place of a line, and of a function by its name, in a file.
+        """
+        return [self._add_described(values, find) for values in described]
+
+    def _add_described(self, values, find):
+        known = dict(zip(_DESCRIBED, [
+            value.encode('utf-8') if isinstance(value, unicode) else value for value in values]))
+        is_enabled = known.pop('enabled')
+        path, line, name = known.pop('path'), known.pop('line'), known.pop('name')
+        waits_for = known.pop('waits_for')
+        try:
+            breakpoint = self.add_pending(waits_for, **known) if waits_for \
+                else self.add_at(find(path, name or line), **known)
+        except Refused:
+            return None  # The file has changed meanwhile.
+        if not is_enabled:
+            self.enable(breakpoint, False)
+        return breakpoint
 
     def forget_other_threads(self):
         """In a forked process: one of them may have been in the middle of a change."""
@@ -105,6 +110,7 @@ class Breakpoints(object):
         """The core has been reset."""
         self._known = []
         self._fired = []
+        self._checks.set(self._known)
 
     def add(self, path, line, condition=None, temporary=False, ignore_count=0):
         """Sets a breakpoint in a file, on this line or the next one that has code.

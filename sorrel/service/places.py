@@ -39,12 +39,15 @@ class Places(object):
             return self.in_file(shown, int(rest))
         return self._function(rest, shown, evaluate)
 
-    def find_loaded(self, named):
-        """The Place in what is loaded by now, for one that was not. Raises Refused, NotLoaded."""
+    def find_loaded(self, named, *others):
+        """The Place in what is loaded by now, for one that was not. Raises Refused, NotLoaded.
+
+        others: paths of files that are about to be.
+        """
         file, rest = _split(named)
         if not file:
             return _in_modules(rest, False)
-        paths = _loaded_files(file)
+        paths = _loaded_files(file, others)
         if not paths:
             raise NotLoaded('no file %s' % file)
         return self.in_file(paths[0], rest)

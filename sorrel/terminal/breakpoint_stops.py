@@ -24,6 +24,16 @@ class BreakpointStops(object):
         # Why others have not, by their numbers; told.
         self._unsettled = {}
 
+    def set_as(self, described, commands, path):
+        """Sets breakpoints as in another process, before a program in this file runs."""
+        breakpoints = self.service.breakpoints
+        for breakpoint, lines in zip(
+                breakpoints.add_described(described, Places(breakpoints).in_file), commands):
+            if breakpoint is not None and lines:
+                self._command_lists[breakpoint.number] = [line.encode('utf-8') for line in lines]
+        for breakpoint in breakpoints.pending():
+            self._settle(breakpoint, path)
+
     # For the service.
 
     def imported(self):
@@ -48,11 +58,15 @@ class BreakpointStops(object):
             self._say('Deleted breakpoint %d' % breakpoint.number)
         self._due = self._find_due(fired) if is_at_line(self._stop) else []
 
-    def _settle(self, breakpoint):
-        """Why a pending one has found no place in what is loaded, if there is more to say."""
+    def _settle(self, breakpoint, *paths):
+        """Why a pending one has found no place in what is loaded, if there is more to say.
+
+        paths: of files that are about to be loaded.
+        """
         places = Places(self.service.breakpoints)
         try:
-            self.service.breakpoints.settle(breakpoint, places.find_loaded(breakpoint.waits_for))
+            self.service.breakpoints.settle(
+                breakpoint, places.find_loaded(breakpoint.waits_for, *paths))
         except NotLoaded:
             return None
         except Refused, refusal:

@@ -36,6 +36,11 @@ class CommandLists(object):
             self._listed_lines = []
             self.prompt = _PROMPT
 
+    def described_commands(self):
+        """What set_as() takes, in another process: the list of each breakpoint."""
+        return [self._command_lists.get(breakpoint.number)
+                for breakpoint in self.service.breakpoints.all()]
+
     def onecmd(self, line):
         if self._listed_number is None:
             return Cmd.onecmd(self, line)

@@ -7,7 +7,6 @@ import os
 
 from sorrel.languages import sublanguages
 from sorrel.service import late
-from sorrel.service.places import Places
 from sorrel.terminal import frontend
 from sorrel.terminal.console import Console
 
@@ -20,7 +19,7 @@ def begin_child(script, text):
         return late.service(), False
     terminal = frontend.over_service(console, said['post_mortem'])
     service = terminal.service
-    service.breakpoints.add_described(said['breakpoints'], Places(service.breakpoints).in_file)
+    terminal.set_as(said['breakpoints'], said['commands'], os.path.abspath(script.path))
     terminal.catch_as(said['catching'])
     sublanguages.load_those_of_parent(said['hooks'])
     terminal.join(said['folder'].encode('utf-8'), os.path.basename(script.path))

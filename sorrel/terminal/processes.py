@@ -80,6 +80,7 @@ class ProcessCommands(object):
         return programs.Settings('sorrel.terminal.new_program', json.dumps({
             'folder': self._tree.folder, 'terminal': self._console.name,
             'breakpoints': self.service.breakpoints.described(),
+            'commands': self.described_commands(),
             'catching': self.described_catching(), 'hooks': sublanguages.loaded,
             'post_mortem': self.wants_post_mortem()}))
 
