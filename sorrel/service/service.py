@@ -18,7 +18,8 @@ goes on when it returns. And `interrupt()`, called at Ctrl-C while threads are s
 was for what one of them evaluates. And `wants_post_mortem()`: the program has ended by an exception
 that the front end does not know of; whether that is to be a stop, though all that can follow is the
 end. And `detached()`: the service has let the program go. And `replaced()`: another front end is
-about to take the program. And `in_child()`, called in a process that the program has forked, in its
+about to take the program. And `tracing_taken()`: the calling thread is about to have a trace
+function of the program's own. And `in_child()`, called in a process that the program has forked, in its
 only thread: what is to be the front end there, or None to let it go.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
@@ -40,7 +41,8 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common import errors
 from sorrel.inspection import frames, modules, raised, source
 from sorrel.languages import sublanguages
-from sorrel.service import breakpoints, exceptions, living, signal_handlers, thread_hooks
+from sorrel.service import (
+    breakpoints, exceptions, living, own_tracing, signal_handlers, thread_hooks)
 from sorrel.service.exceptions import NO_JUDGEMENT
 from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
@@ -268,7 +270,7 @@ class Service(object):
         """
         self._trace_all(*left_out)
         # What was given to all others is not for this one.
-        sys.settrace(None)
+        own_tracing.end()
 
     def attach_from_program(self):
         """The same, for a thread of the program, which is debugged, too. Raises thread.error."""
@@ -461,8 +463,26 @@ class Service(object):
     def _hook_threads(self, on):
         if on:
             thread_hooks.install(self._on_thread_end)
+            own_tracing.install(self._on_tracing_taken, self._on_tracing_returned)
         else:
             thread_hooks.remove()
+            own_tracing.remove()
+
+    def _on_tracing_taken(self):
+        if living.current() not in self._ignored:
+            self._call_if_there('tracing_taken')
+
+    def _on_tracing_returned(self):
+        """The program traces the calling thread no more: this is debugged again."""
+        ident = living.current()
+        if not self.is_tracing or ident in self._ignored or self._is_forked():
+            return
+        was_stepped = self._steps.is_on_step(ident)
+        core.bootstrap_new_thread(sys._getframe(), 'line', None)
+        if was_stepped:
+            self._steps.stop_anywhere(ident)
+        else:
+            self._steps.give_up(ident)
 
     def _on_thread_end(self):
         """The next thread may get the same ident."""

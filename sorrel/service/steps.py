@@ -50,6 +50,9 @@ class Steps(object):
         self.forget(thread)
         core.continue_run()
 
+    def is_on_step(self, thread):
+        return thread in self._targets
+
     def stops_at(self, thread, frame):
         """Whether the thread stops at any event in this frame, for the sake of its step."""
         target = self._targets.get(thread, _NO_TARGET)
