@@ -59,6 +59,10 @@ class Breakpoint(object):
         self.file = file or self.path
         self.real_path = self.file and os.path.realpath(self.file)
 
+    def is_in_no_file(self):
+        """Whether it is at a function that the program has made of text."""
+        return self.entry is not None and self.entry.code is not None
+
     def is_special(self):
         """Whether it is more than the core knows of."""
         return self.entry is not None or self.message is not None
@@ -209,6 +213,10 @@ class Breakpoints(object):
                     and (condition is None or _holds(condition, frame)):
                 return True
         return False
+
+    def any_checked(self):
+        """Whether the service decides at any line."""
+        return self._checks.any()
 
     def checked_at(self, path, line):
         """Those on a line at which the service decides; all of the line's, or none."""

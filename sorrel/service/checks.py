@@ -23,6 +23,9 @@ class Checks(object):
         self._by_line = by_line
         self._are_same = {}
 
+    def any(self):
+        return bool(self._by_line)
+
     def at(self, path, line):
         there = self._by_line.get(line)
         return there and [breakpoint for breakpoint in there

@@ -423,7 +423,7 @@ class Service(object):
         return _sorrel.deferring(method, self.defer)
 
     def _on_line(self, frame, changed_bps):
-        if not self._passes_by(frame):
+        if not self._with_room(self._passes_by, frame):
             self._in_turn(self._at_line, frame, changed_bps)
 
     def _on_return(self, frame, value, changed_bps):
@@ -571,6 +571,8 @@ class Service(object):
 
         What others of them say is written.
         """
+        if not self.breakpoints.any_checked():
+            return None
         path, line = sublanguages.location(sublanguages.at_work(thread), frame) \
             or (core.get_frame_file(frame), frame.f_lineno)
         checked = self.breakpoints.checked_at(path, line)

@@ -15,6 +15,9 @@ class SaveCommands(object):
         path = os.path.expanduser(argument.partition(' ')[2].strip())
         lines = []
         for breakpoint in self.service.breakpoints.all():
+            if breakpoint.is_in_no_file():
+                self._say('*** Breakpoint %d is left out: its code is in no file' % breakpoint.number)
+                continue
             lines += _commands(breakpoint)
             if breakpoint.number in self._command_lists:
                 lines += ['commands ' + LAST] + self._command_lists[breakpoint.number] + ['end']

@@ -263,6 +263,25 @@ Num Type         Disp Enb   Where
 	ignore next 2 hits
 ''')
 
+    def test_what_is_in_no_file_is_left_out(self):
+        self.assert_session('exec "def f(x):\\n    return x"\nf(1)\n', '''
+    > prog.py(1)<module>()
+    -> exec "def f(x):\\n    return x"
+    (sorrel) n
+    > prog.py(2)<module>()
+    -> f(1)
+    (sorrel) b f
+    Breakpoint 1 at <string>:2
+    (sorrel) b 2
+    Breakpoint 2 at prog.py:2
+    (sorrel) save breakpoints saved
+    *** Breakpoint 1 is left out: its code is in no file
+    Saved to saved
+    (sorrel) q
+    ''')
+        self.assertEqual(self.clean(open(os.path.join(self.folder, 'saved')).read()),
+                         'break prog.py:2\n')
+
     def test_a_file_that_cannot_be_written(self):
         os.mkfifo(os.path.join(self.folder, 'pipe'))
         self.assert_session(LOOP, '''

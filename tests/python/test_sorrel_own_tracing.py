@@ -2,7 +2,6 @@
 
 import sys
 
-import harness
 import sorrel_session
 
 PROGRAM = '''\

@@ -208,6 +208,46 @@ b.only.f()
     (sorrel) q
     ''')
 
+    def test_modules_that_only_a_loader_can_read(self):
+        self.assert_session('''\
+import imp, sys
+class Loader(object):
+    text = 'def f(x):\\n\\n    return x\\n'
+    def find_module(self, name, path=None):
+        return self if name == 'kept' else None
+    def get_source(self, name):
+        return self.text
+    def load_module(self, name):
+        module = sys.modules[name] = imp.new_module(name)
+        module.__file__, module.__loader__ = 'memory/kept.py', self
+        exec compile(self.text, 'memory/kept.py', 'exec') in module.__dict__
+        return module
+sys.meta_path.append(Loader())
+import kept
+kept.f(1)
+kept.f(2)
+''', '''
+    > prog.py(1)<module>()
+    -> import imp, sys
+    (sorrel) tbreak kept.f
+    Breakpoint 1 is pending: no module kept yet
+    (sorrel) c
+    Breakpoint 1 is at memory/kept.py:3 now
+    Deleted breakpoint 1
+    > memory/kept.py(3)f()
+    -> return x
+    (sorrel) b kept.py:2
+    Breakpoint 2 at memory/kept.py:3
+    (sorrel) b 4
+    *** no code from line 4 of memory/kept.py on
+    (sorrel) c
+    > memory/kept.py(3)f()
+    -> return x
+    (sorrel) p x
+    2
+    (sorrel) q
+    ''')
+
     def test_a_large_module_that_is_loaded_is_known_by_what_was_compiled_of_it(self):
         self.script('def f():\n' + '    # %s\n' % ('x' * 90) * 12000 + '    return 1\n', 'large.py')
         py_compile.compile(os.path.join(self.folder, 'large.py'))
