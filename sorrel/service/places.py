@@ -145,13 +145,19 @@ def _loaded_files(name, others=()):
 
 
 def _in_search_path(name):
-    found = []
-    for folder in [''] + [folder for folder in sys.path if isinstance(folder, str)]:
+    """The file that an import would find, and that of the current folder."""
+    found = _in_folders(name, [''])
+    return found + _in_folders(name, [folder for folder in sys.path if isinstance(folder, str)])
+
+
+def _in_folders(name, folders):
+    """The first such file there, in a list."""
+    for folder in folders:
         for path in os.path.join(folder, name), os.path.join(folder, name + '.py'):
             if text_files.is_file(path) \
                     or text_files.is_file(folder) and module_files.is_readable(path):
-                found.append(os.path.abspath(path))
-    return found
+                return [os.path.abspath(path)]
+    return []
 
 
 def _different(paths):

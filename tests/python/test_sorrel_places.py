@@ -208,6 +208,34 @@ b.only.f()
     (sorrel) q
     ''')
 
+    def test_of_the_search_path_the_first_counts_and_the_current_folder(self):
+        for path in 'a/util.py', 'b/util.py', 'code.py':
+            self.file(path, 'x = 1\n')
+        self.assert_session('''\
+import os, sys
+sys.path[1:1] = [os.path.abspath('a'), os.path.abspath('b')]
+y = 1
+''', '''
+    > prog.py(1)<module>()
+    -> import os, sys
+    (sorrel) tbreak 3
+    Breakpoint 1 at prog.py:3
+    (sorrel) c
+    Deleted breakpoint 1
+    > prog.py(3)<module>()
+    -> y = 1
+    (sorrel) b code.py:1
+    Breakpoint 2 at code.py:1
+    (sorrel) b util.py:1
+    Breakpoint 3 at a/util.py:1
+    (sorrel) os.chdir('b')
+    (sorrel) b util.py:1
+    *** util.py is one of several files: b/util.py, a/util.py
+    (sorrel) b ./util.py:1
+    Breakpoint 4 at b/util.py:1
+    (sorrel) q
+    ''')
+
     def test_modules_that_only_a_loader_can_read(self):
         self.assert_session('''\
 import imp, sys
