@@ -14,7 +14,7 @@ class NoFile(Refused):
 
 
 # Each word of a name may be the last of a module's.
-_NAME_LIMIT = 1000
+NAME_LIMIT = 1000
 
 
 def find_file(name):
@@ -47,7 +47,7 @@ def find_function(name, path):
 
     Where the file has none, the first words of the name may be a module's. Raises Refused.
     """
-    if len(name) > _NAME_LIMIT:
+    if len(name) > NAME_LIMIT:
         raise Refused('no function has so long a name')
     line = _line_in(path, name)
     if line is not None:

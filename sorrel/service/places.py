@@ -33,6 +33,8 @@ class Places(object):
         or raises whatever that raises.
         """
         file, rest = _split(named)
+        if len(rest) > locations.NAME_LIMIT:
+            raise Refused('no function has so long a name')
         if file:
             return self.in_file(find_file(file, shown), rest)
         if rest.isdigit():
@@ -74,6 +76,8 @@ class Places(object):
 
     def _function(self, name, shown, evaluate):
         words = name.split('.')
+        if '' in words:
+            raise Refused('%s is no name of a function' % name)
         try:
             value = evaluate(name)
         except Exception:

@@ -8,6 +8,8 @@ from sorrel.service.places import NotLoaded, Places
 
 # What stands for the number of the breakpoint that was set last, as in gdb.
 LAST = '$bpnum'
+# What the core can count.
+_MOST_IGNORED = 2 ** 31 - 1
 
 
 class BreakpointCommands(object):
@@ -74,7 +76,7 @@ class BreakpointCommands(object):
             self._ignore_breakpoint(number, count.strip() or '0')
 
     def _ignore_breakpoint(self, number, count):
-        if not count.isdigit():
+        if not count.isdigit() or int(count) > _MOST_IGNORED:
             self._say('*** Not a count: %s' % count)
             return
         for breakpoint in self._one_breakpoint(number):
@@ -152,10 +154,9 @@ class BreakpointCommands(object):
         return found
 
     def _one_breakpoint(self, number):
-        if number == LAST:
-            number = str(self._last_breakpoint)
+        wanted = str(self._last_breakpoint) if number == LAST else number
         for breakpoint in self.service.breakpoints.all():
-            if str(breakpoint.number) == number:
+            if str(breakpoint.number) == wanted:
                 return [breakpoint]
         self._say('*** No breakpoint %s' % number)
         return []

@@ -14,7 +14,7 @@ _NOTHING = r'$'
 _COUNT = r'\d*$'
 _LINES = r'(\d+(\s*,\s*|\s+)?(\d+)?)?$'
 _WORDS = r'$|\w|\$bpnum\b'
-_WORDS_OR_PATH = r'$|\w|~|\.{0,2}[/\\]'
+_WORDS_OR_PATH = r'$|\w|\$bpnum\b|~|\.{0,2}[/\\]'
 _EXPRESSION = r'(?!=[^=])'
 # A file is told from the attribute of a variable by its first characters.
 _PLACE = r'(((\.{0,2}[/\\]|[\w~])[^=]*:\s*)?\w[\w.]*\s*(,.*)?)?$'

@@ -229,6 +229,29 @@ class Logpoints(sorrel_session.TestCase):
 
 class Saving(sorrel_session.TestCase):
 
+    def test_the_breakpoint_set_last_has_a_name(self):
+        self.assert_session(LOOP, '''
+    > prog.py(1)<module>()
+    -> def f(x):
+    (sorrel) disable $bpnum
+    *** No breakpoint $bpnum
+    (sorrel) b 6
+    Breakpoint 1 at prog.py:6
+    (sorrel) tbreak 7
+    Breakpoint 2 at prog.py:7
+    (sorrel) condition $bpnum i > 7
+    (sorrel) disable $bpnum
+    (sorrel) b
+    Num Type         Disp Enb   Where
+    1   breakpoint   keep yes   at prog.py:6
+    2   breakpoint   del  no    at prog.py:7
+    	stop only if i > 7
+    (sorrel) enable 1 $bpnum
+    (sorrel) clear $bpnum
+    Deleted breakpoint 2
+    (sorrel) q
+    ''')
+
     def test_what_is_saved_sets_the_same(self):
         self.debug(LOOP, [
             'b f, x == 1', 'tbreak 7', 'disable 2', 'logpoint 3, y is {y}', 'condition 3 y > 2',

@@ -289,6 +289,8 @@ class Changing(sorrel_session.TestCase):
     Will stop next time breakpoint 1 is reached.
     (sorrel) ignore 1 many
     *** Not a count: many
+    (sorrel) ignore 1 2147483648
+    *** Not a count: 2147483648
     (sorrel) ignore 7 1
     *** No breakpoint 7
     (sorrel) c

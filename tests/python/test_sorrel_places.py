@@ -357,6 +357,22 @@ more.m()
 
 class Functions(FolderCase):
 
+    def test_names_that_are_none_are_refused(self):
+        self.assert_session('x = 1\n', '''
+    > prog.py(1)<module>()
+    -> x = 1
+    (sorrel) b a%s
+    *** no function has so long a name
+    (sorrel) b x..y
+    *** x..y is no name of a function
+    (sorrel) b prog.py:x.y
+    *** no function x.y in prog.py
+    (sorrel) b 99999999999999999999999
+    *** no code from line 99999999999999999999999 of prog.py on
+    (sorrel) b
+    (sorrel) q
+    ''' % ('.a' * 3000))
+
     def test_decorated_ones_stop_in_their_own_body(self):
         self.file('deco.py', '''\
 import functools
