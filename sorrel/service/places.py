@@ -124,11 +124,11 @@ def of_function(function):
     if text_files.is_file(path):
         path = os.path.abspath(path)
         return Place(path, line, None, functions.entry(code, path))
-    of_module = in_python.func_globals.get('__file__')
-    of_module = module_files.path_of(of_module) if isinstance(of_module, str) else path
+    of_module = _module_path(in_python.func_globals)
     if not source.is_made_up_name(path, in_python.func_globals):
         # Compiled elsewhere, or in an archive.
-        return Place(of_module, line, None, functions.entry(code, of_module))
+        path = of_module or os.path.abspath(path)
+        return Place(path, line, None, functions.entry(code, path))
     # For the core, only this one name of what is no file is not the module's.
     return Place(path, line, path if path == '<string>' else of_module,
                  functions.Entry(code.co_name, code.co_firstlineno, code))
@@ -193,17 +193,25 @@ def _in_modules(name, with_others):
     for count in range(len(words) - 1, 0, -1):
         module, rest = '.'.join(words[:count]), words[count:]
         variables = modules.namespace(sys.modules.get(module))
-        path = variables.get('__file__')
-        path = module_files.path_of(path) if isinstance(path, str) \
-            else module_files.of_module(module) if with_others else None
+        path = _module_path(variables)
+        if path is None and with_others:
+            path = module_files.of_module(module)
         place = _live(variables, rest) or path and _in_text(path, '.'.join(rest))
         if place:
             return place
-        may_come = not variables or not with_others and len(rest) > 1 and '__path__' in variables
         if refusal is None and (path or variables):
+            # Another module of a package may be loaded later.
+            may_come = not variables or '__path__' in variables and len(rest) > 1 \
+                and not with_others
             refusal = (NotLoaded if may_come else Refused)(
                 'no function %s in %s' % ('.'.join(rest), path or module))
     raise refusal or NotLoaded('no module %s' % '.'.join(words[:-1]))
+
+
+def _module_path(variables):
+    """The path of the source of a module with these variables, None where it has no file."""
+    file = variables.get('__file__')
+    return module_files.path_of(file) if isinstance(file, str) else None
 
 
 def _live(variables, names):

@@ -449,30 +449,36 @@ exec compile("def f(x):\\n    y = x\\n    return y\\n", "made", "exec")
 exec "def g(x):\\n    return x\\n"
 exec compile("def h(x):\\n    return x\\n", "<made>", "exec")
 def k(x):
-    return f(x) + g(x) + h(x)
-x = 5
+    return f(x) + g(x) + h(x) + i(x)
+apart = {}
+exec compile("def i(x):\\n    return x\\n", "apart", "exec") in apart
+i = apart['i']
 print k(1)
 ''', '''
     > prog.py(1)<module>()
     -> exec compile("def f(x):\\n    y = x\\n    return y\\n", "made", "exec")
-    (sorrel) tbreak 6
-    Breakpoint 1 at prog.py:6
+    (sorrel) tbreak 9
+    Breakpoint 1 at prog.py:9
     (sorrel) c
     Deleted breakpoint 1
-    > prog.py(6)<module>()
-    -> x = 5
+    > prog.py(9)<module>()
+    -> print k(1)
     (sorrel) b f
     Breakpoint 2 at made:2
     (sorrel) b g
     Breakpoint 3 at <string>:2
     (sorrel) b h
     Breakpoint 4 at <made>:2
+    (sorrel) b i
+    Breakpoint 5 at apart:2
     (sorrel) c
     > made(2)f()
     (sorrel) c
     > <string>(2)g()
     (sorrel) c
     > <made>(2)h()
+    (sorrel) c
+    > apart(2)i()
     (sorrel) b
     Num Type         Disp Enb   Where
     2   breakpoint   keep yes   at made:2
@@ -481,8 +487,10 @@ print k(1)
     	breakpoint already hit 1 time
     4   breakpoint   keep yes   at <made>:2
     	breakpoint already hit 1 time
+    5   breakpoint   keep yes   at apart:2
+    	breakpoint already hit 1 time
     (sorrel) c
-    3
+    4
     The program ended with exit status 0.
     ''')
 
