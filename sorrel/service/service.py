@@ -19,8 +19,8 @@ was for what one of them evaluates. And `wants_post_mortem()`: the program has e
 that the front end does not know of; whether that is to be a stop, though all that can follow is the
 end. And `detached()`: the service has let the program go. And `replaced()`: another front end is
 about to take the program. And `tracing_taken()`: the calling thread is about to have a trace
-function of the program's own. And `in_child()`, called in a process that the program has forked, in its
-only thread: what is to be the front end there, or None to let it go.
+function of the program's own. And `in_child()`, called in a process that the program has forked, in
+its only thread: what is to be the front end there, or None to let it go.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.

@@ -16,7 +16,8 @@ class SaveCommands(object):
         lines = []
         for breakpoint in self.service.breakpoints.all():
             if breakpoint.is_in_no_file():
-                self._say('*** Breakpoint %d is left out: its code is in no file' % breakpoint.number)
+                self._say('*** Breakpoint %d is left out: its code is in no file' %
+                          breakpoint.number)
                 continue
             lines += _commands(breakpoint)
             if breakpoint.number in self._command_lists:

@@ -48,7 +48,7 @@ class ThreadCommands(object):
             return
         self._has_told_of_tracing = True
         try:
-            self._say('The program traces %s itself now (sys.settrace): what is called there is not '
-                      'debugged until it ends that.' % self._thread_of(living.current()).name)
+            self._say('The program traces %s itself now (sys.settrace): what is called there is '
+                      'not debugged until it ends that.' % self._thread_of(living.current()).name)
         except Closed:
             pass
