@@ -16,8 +16,7 @@ import stat
 LIMIT = 10 * 1024 * 1024
 _AT_ONCE = 1024 * 1024
 # Should the file be another one by now, opening it is not to wait for anybody.
-_FLAGS = os.O_RDONLY | getattr(os, 'O_NONBLOCK', 0) | getattr(os, 'O_NOCTTY', 0) \
-    | getattr(os, 'O_BINARY', 0)
+_FLAGS = getattr(os, 'O_NONBLOCK', 0) | getattr(os, 'O_NOCTTY', 0) | getattr(os, 'O_BINARY', 0)
 
 
 class Unreadable(Exception):
@@ -43,8 +42,13 @@ def version(path):
 
 def text(path):
     """The text of a regular file, whose lines end with a newline alone. Raises Unreadable."""
+    return content(path).replace('\r\n', '\n').replace('\r', '\n')
+
+
+def content(path):
+    """What is in a regular file. Raises Unreadable."""
     version(path)  # Opening alone can have effects, on a device.
-    file = _asked(os.open, path, _FLAGS)
+    file = _asked(os.open, path, os.O_RDONLY | _FLAGS)
     try:
         _version(_asked(os.fstat, file))
         pieces = []
@@ -63,7 +67,19 @@ def text(path):
     # Some files of the system tell of no size.
     if not left:
         raise Unreadable(_TOO_LARGE)
-    return ''.join(pieces).replace('\r\n', '\n').replace('\r', '\n')
+    return ''.join(pieces)
+
+
+def write(path, text):
+    """Makes this the text of a regular file. Raises Unreadable."""
+    file = _asked(os.open, path, os.O_WRONLY | os.O_CREAT | _FLAGS, 0666)
+    try:
+        _version(_asked(os.fstat, file))
+        _asked(os.ftruncate, file, 0)
+        while text:
+            text = text[_asked(os.write, file, text):]
+    finally:
+        os.close(file)
 
 
 def _version(status):

@@ -30,32 +30,18 @@ def of_code(code):
     return lines
 
 
-def functions(code, outer=''):
-    """(name, code) of the functions and classes inside, with names such as "Class.method"."""
+def functions(code, outer='', class_name=None):
+    """(name, code, class) of the functions and classes inside, with names such as "Class.method".
+
+    class: the name of the class whose body this is or lies in, the innermost one; None for none.
+    """
     for constant in code.co_consts:
         if isinstance(constant, types.CodeType):
             name = outer + constant.co_name
-            yield name, constant
-            for found in functions(constant, name + '.'):
+            inside = constant.co_name if private_names.is_class_body(constant) else class_name
+            yield name, constant, inside
+            for found in functions(constant, name + '.', inside):
                 yield found
-
-
-def class_at(code, line):
-    """The name of the class that a line stands in, by the code of its module; None for none."""
-    return _class_at(code, line, None)[1]
-
-
-def _class_at(code, line, name):
-    """(whether the line is there, the name of its class)"""
-    if private_names.is_class_body(code):
-        name = code.co_name
-    for inner in code.co_consts:
-        if isinstance(inner, types.CodeType):
-            found = _class_at(inner, line, name)
-            if found[0]:
-                return found
-    is_here = line in of_code(code)
-    return is_here, name if is_here else None
 
 
 def compiled(text, path):
@@ -74,15 +60,6 @@ def compiled(text, path):
         if all(_LIKE_ASCII.match(name) for name in _CODING.findall(head)):
             raise
         raise nesting.TooMuch('its encoding matters')
-
-
-def of_text(text, path):
-    """All lines with code of a source file, sorted. Raises as `compiled` does."""
-    code = compiled(text, path)
-    lines = set(of_code(code))
-    for _, function in functions(code):
-        lines.update(of_code(function))
-    return sorted(lines)
 
 
 def filled(text):

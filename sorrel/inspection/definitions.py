@@ -73,7 +73,7 @@ def _source_name(path):
 
 def _lines(code):
     found = code_lines.of_code(code)
-    for _, inner in code_lines.functions(code):
+    for _, inner, _ in code_lines.functions(code):
         found += code_lines.of_code(inner)
     return found
 

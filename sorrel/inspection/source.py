@@ -2,6 +2,8 @@
 
 from __future__ import absolute_import
 
+import os
+
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import file_lines, text_files
@@ -19,7 +21,18 @@ def file_name(frame):
 
 def is_made_up(frame):
     """Whether the frame's code was given a name that no file has, such as "<stdin>"."""
-    return _is_no_file(frame.f_code.co_filename)
+    return is_made_up_name(frame.f_code.co_filename, frame.f_globals)
+
+
+def is_made_up_name(name, globals):
+    """The same of a name, for code of the module with these variables."""
+    if _is_no_file(name):
+        return True
+    # What was compiled elsewhere has at least its last part in common with the module's file.
+    of_module = dict.get(globals, '__file__')
+    return isinstance(of_module, str) and os.path.basename(name) != os.path.basename(
+        of_module[:-1] if of_module.endswith(('.pyc', '.pyo')) else of_module) \
+        and not text_files.is_file(name)
 
 
 def place(entry):

@@ -4,15 +4,14 @@ from __future__ import absolute_import
 
 from sorrel.common import text_files
 from sorrel.common.decoding import text
-from sorrel.inspection import evaluation, source
+from sorrel.inspection import file_code, log_messages, source
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.stopped import hit_conditions
-from sorrel.service import breakpoints, locations
+from sorrel.service import breakpoints, conditions, locations
 from sorrel.service.stops import is_at_line
 
 _WAITING = 'Waits for its module to be loaded.'
-_PYTHON = ('.py', '.pyw')
 
 
 class Breakpoint(object):
@@ -107,7 +106,7 @@ class Breakpoints(object):
         # The core has tried the conditions, but tells only that one of them held.
         is_sure = len(there) == 1 and not may_be_step
         return [(breakpoint.id, breakpoint.function is not None) for breakpoint in there
-                if (is_sure or _condition_holds(breakpoint, stop))
+                if (is_sure or conditions.judge(breakpoint.held.meant, stop.thread, stop.frame)[0])
                 and self._is_due(breakpoint, stop.frame)]
 
     # Setting them.
@@ -153,7 +152,7 @@ class Breakpoints(object):
 
     def _verify(self, breakpoint):
         # Of other files nobody tells when they are loaded.
-        breakpoint.set_verified(not breakpoint.path.endswith(_PYTHON)
+        breakpoint.set_verified(not breakpoint.path.endswith(file_code.PYTHON)
                                 or self._session.loaded_sources.is_loaded(breakpoint.path))
 
     def _set_or_verify(self, breakpoint):
@@ -193,18 +192,6 @@ class Breakpoints(object):
             return False
         if not breakpoint.log_message:
             return True
-        self._session.output('console', hit_conditions.logged(breakpoint.log_message, frame) + '\n',
+        self._session.output('console', log_messages.logged(breakpoint.log_message, frame) + '\n',
                              (breakpoint.path, breakpoint.line))
         return False
-
-
-def _condition_holds(breakpoint, stop):
-    if breakpoint.condition is None:
-        return True
-    in_its_language = sublanguages.evaluator(sublanguages.at_work(stop.thread), stop.frame)
-    try:
-        if in_its_language is not None:
-            return bool(in_its_language(breakpoint.condition))
-        return bool(evaluation.expression(breakpoint.condition, stop.frame))
-    except:
-        return True  # As in the core: whoever wrote it is to see that.

@@ -5,17 +5,24 @@ What is asked here holds at once, also while the program runs.
 
 from __future__ import absolute_import
 
-import bisect
 import os
 import thread
 
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import text_files
-from sorrel.inspection import code_lines, evaluation, nesting, private_names, source
+from sorrel.common.records import record
+from sorrel.inspection import evaluation, file_code, private_names, source
+from sorrel.service import conditions
+from sorrel.service.checks import Checks
 
-_PYTHON = ('.py', '.pyw')
-_DESCRIBED = 'path', 'line', 'condition', 'temporary', 'ignore_count', 'enabled'
+_DESCRIBED = ('path', 'line', 'name', 'waits_for', 'condition', 'temporary', 'ignore_count',
+              'message', 'enabled')
+
+# file: what the core knows the path as, where it has no such name. entry: the Entry of a function
+# that the line alone does not tell. name: of a function, as it is found by in the file. class_name:
+# of the class that the line stands in.
+Place = record('Place', 'path line file entry name class_name', None, None, None, None)
 
 
 class Refused(Exception):
@@ -28,29 +35,56 @@ class Breakpoint(object):
     number: None of a hidden one.
     hits: how often its line was reached while it was enabled, whatever its condition said.
     ignore_count: how often it will still be passed by where it would have stopped.
+    message: what is written there, with expressions in braces, while the program runs on; or None.
+    waits_for: the place, as it was named, of one that is pending; path and line are None then.
     """
 
-    def __init__(self, number, path, line, condition, temporary, ignore_count):
+    def __init__(self, number, place, condition, temporary=False, ignore_count=0, message=None,
+                 waits_for=None):
         self.number = number
-        self.path = path
-        self.line = line
         self.condition = condition
+        # What is evaluated for that, anywhere: with private names as they are outside of the class.
+        self.meant = None
         self.temporary = temporary
         self.enabled = True
         self.ignore_count = ignore_count
+        self.message = message
         self.hits = 0
         # The core's id of it, and the hits from before it was set anew there.
         self.id = None
         self.earlier_hits = 0
+        # Whether the service counts and decides, and not the core.
+        self.is_checked = False
+        self.waits_for = waits_for
+        self.is_at(place)
+
+    def is_at(self, place):
+        self.path, self.line, file, self.entry, self.name, self.class_name = place
+        self.file = file or self.path
+        self.real_path = self.file and os.path.realpath(self.file)
+
+    def is_in_no_file(self):
+        """Whether it is at a function that the program has made of text."""
+        return self.entry is not None and self.entry.code is not None
+
+    def understand(self):
+        self.meant = self.condition
+        if self.condition and self.class_name:
+            self.meant = private_names.in_text_of_class(self.condition, self.class_name)
+
+    def is_special(self):
+        """Whether it is more than the core knows of."""
+        return self.entry is not None or self.message is not None
+
+
+_NOWHERE = Place(None, None)
 
 
 class Breakpoints(object):
 
     def __init__(self):
         self._last_number = 0
-        self._lines = {}
-        # By path, line and condition, what the core is given for it.
-        self._meant = {}
+        self._checks = Checks()
         # Front ends ask from threads of their own, too.
         self._lock = thread.allocate_lock()
         self.forget()
@@ -59,18 +93,27 @@ class Breakpoints(object):
         """What add_described() takes, in another process."""
         return [[getattr(breakpoint, name) for name in _DESCRIBED] for breakpoint in self.all()]
 
-    def add_described(self, described):
-        for values in described:
-            known = dict(zip(_DESCRIBED, [
-                value.encode('utf-8') if isinstance(value, unicode) else value
-                for value in values]))
-            is_enabled = known.pop('enabled')
-            try:
-                breakpoint = self.add(**known)
-            except Refused:
-                continue  # The file has changed meanwhile.
-            if not is_enabled:
-                self.enable(breakpoint, False)
+    def add_described(self, described, find):
+        """The Breakpoints that were described; None for one that cannot be here.
+
+        find: gives the Place of a line, and of a function by its name, in a file.
+        """
+        return [self._add_described(values, find) for values in described]
+
+    def _add_described(self, values, find):
+        known = dict(zip(_DESCRIBED, [
+            value.encode('utf-8') if isinstance(value, unicode) else value for value in values]))
+        is_enabled = known.pop('enabled')
+        path, line, name = known.pop('path'), known.pop('line'), known.pop('name')
+        waits_for = known.pop('waits_for')
+        try:
+            breakpoint = self.add_pending(waits_for, **known) if waits_for \
+                else self.add_at(find(path, name or line), **known)
+        except Refused:
+            return None  # The file has changed meanwhile.
+        if not is_enabled:
+            self.enable(breakpoint, False)
+        return breakpoint
 
     def forget_other_threads(self):
         """In a forked process: one of them may have been in the middle of a change."""
@@ -80,6 +123,7 @@ class Breakpoints(object):
         """The core has been reset."""
         self._known = []
         self._fired = []
+        self._checks.set(self._known)
 
     def add(self, path, line, condition=None, temporary=False, ignore_count=0):
         """Sets a breakpoint in a file, on this line or the next one that has code.
@@ -88,20 +132,40 @@ class Breakpoints(object):
         Returns the Breakpoint. Raises Refused.
         """
         path = os.path.abspath(path)
-        line = self.code_line(path, line)
-        condition = self._checked(condition, path, line)
+        try:
+            code = file_code.of_file(path)
+        except text_files.Unreadable as error:
+            raise Refused('cannot read %s: %s' % (path, error))
+        line = next_line(code, line, path)
+        return self.add_at(Place(path, line, class_name=code.class_at(line)), condition, temporary,
+                           ignore_count)
+
+    def add_at(self, place, condition=None, temporary=False, ignore_count=0, message=None):
+        """The same at a Place. message: what is written instead of stopping, or None."""
+        condition = _valid(condition, place.path)
         with self._lock:
-            self._last_number += 1
-            breakpoint = Breakpoint(
-                self._last_number, path, line, condition, temporary, ignore_count)
-            self._known.append(breakpoint)
-            self._set(breakpoint)
-        return breakpoint
+            return self._added(place, condition, temporary, ignore_count, message)
+
+    def add_pending(self, waits_for, condition=None, temporary=False, ignore_count=0,
+                    message=None):
+        """One whose place, named like this, is not there yet."""
+        condition = _valid(condition, None)
+        with self._lock:
+            return self._added(_NOWHERE, condition, temporary, ignore_count, message, waits_for)
+
+    def settle(self, breakpoint, place):
+        """A pending one has found its Place."""
+        with self._lock:
+            self._refresh()
+            if breakpoint in self._known and breakpoint.waits_for is not None:
+                breakpoint.waits_for = None
+                breakpoint.is_at(place)
+                self._set_anew(breakpoint)
 
     def add_hidden(self, path, line, condition=None):
         """One of the service's own, of which nobody is told. As `add`, on a line with code."""
         with self._lock:
-            breakpoint = Breakpoint(None, path, line, condition, False, 0)
+            breakpoint = Breakpoint(None, Place(path, line), condition)
             self._known.append(breakpoint)
             self._set(breakpoint)
         return breakpoint
@@ -122,14 +186,16 @@ class Breakpoints(object):
 
     def set_condition(self, breakpoint, condition):
         """condition: an expression, or None. Raises Refused."""
-        self._change(breakpoint, 'condition', self._checked(
-            condition, breakpoint.path, breakpoint.line))
+        self._change(breakpoint, 'condition', _valid(condition, breakpoint.path))
 
     def all(self):
         """The Breakpoints that there are now, by number."""
         with self._lock:
             self._refresh()
             return [breakpoint for breakpoint in self._known if breakpoint.number is not None]
+
+    def pending(self):
+        return [breakpoint for breakpoint in self.all() if breakpoint.waits_for is not None]
 
     def at(self, path, line):
         """Those on a line of a file."""
@@ -144,60 +210,50 @@ class Breakpoints(object):
             fired, self._fired = self._fired, []
             return fired
 
-    def have_fired(self, frame, changed_bps):
+    def have_fired(self, thread, frame, changed_bps):
         """Whether a line event in this frame is one that breakpoints stop the thread for.
 
-        changed_bps: as the core gives it with the event. It does not say which hits were passed
-        over: a breakpoint with no hits left to ignore counts as one that stops.
+        thread: the ident of the calling one, whose frame it is. changed_bps: as the core gives it
+        with the event. It does not say which hits were passed over: a breakpoint with no hits left
+        to ignore counts as one that stops.
         """
         fired, hit = changed_bps
         if fired:
             return True
-        hidden = [breakpoint.id for breakpoint in self._known if breakpoint.number is None]
+        others = [breakpoint.id for breakpoint in self._known
+                  if breakpoint.number is None or breakpoint.is_checked]
         for path, line, id, _, _, condition, ignore_count, _ in hit:
-            if line == frame.f_lineno and not ignore_count and id not in hidden \
+            if line == frame.f_lineno and not ignore_count and id not in others \
                     and os.path.realpath(path) == os.path.realpath(source.file_name(frame)) \
-                    and (condition is None or _holds(condition, frame)):
+                    and conditions.judge(condition, thread, frame)[0]:
                 return True
         return False
 
-    def code_line(self, path, line):
-        """This line of the file, or the next one that has code. Raises Refused."""
-        if line < 1:
-            raise Refused('lines are counted from 1')
-        lines, refusal = self._lines_of(path)
-        if refusal is not None:
-            raise Refused(refusal)
-        after = bisect.bisect_left(lines, line)
-        if after == len(lines):
-            raise Refused('no code from line %d of %s on' % (line, path))
-        return lines[after]
+    def any_checked(self):
+        """Whether the service decides at any line."""
+        return self._checks.any()
 
-    def _lines_of(self, path):
-        """The lines with code of a file, and why there can be no breakpoint in it, or None."""
-        try:
-            version = text_files.version(path)
-            if self._lines.get(path, (None,))[0] != version:
-                self._lines[path] = version, _read_lines(path)
-            return self._lines[path][1]
-        except text_files.Unreadable as error:
-            return (), 'cannot read %s: %s' % (path, error)
+    def checked_at(self, path, line):
+        """Those on a line at which the service decides; all of the line's, or none."""
+        return self._checks.at(path, line)
 
-    def _checked(self, condition, path, line):
-        condition = condition and condition.strip()
-        if not condition:
-            return None
-        try:
-            if path.endswith(_PYTHON):
-                evaluation.check_expression(condition)
-            else:
-                # The frames there may be of plain Python all the same.
-                evaluation.check_size(condition)
-        except (SyntaxError, TypeError) as error:
-            raise Refused('the condition is no expression: %s' % error)
-        if private_names.are_in(condition):
-            self._meant[path, line, condition] = _as_in_class(condition, path, line)
-        return condition
+    def may_be_due(self, checked, frame):
+        """Whether any of these may be, at a line event in this frame."""
+        return [1 for breakpoint in checked if self._checks.is_reached(breakpoint, frame)] != []
+
+    def reach(self, checked, thread, frame):
+        """The calling thread, whose ident this is, has come to these: which of them are due."""
+        due = [breakpoint for breakpoint in checked
+               if self._checks.is_due(breakpoint, thread, frame)]
+        for breakpoint in due:
+            if breakpoint.temporary:
+                with self._lock:
+                    self._refresh()
+                    if breakpoint in self._known:
+                        self._known.remove(breakpoint)
+                        self._fired.append(breakpoint)
+                        self._set_anew(breakpoint)
+        return due
 
     def _change(self, breakpoint, attribute, value):
         with self._lock:
@@ -206,30 +262,52 @@ class Breakpoints(object):
                 setattr(breakpoint, attribute, value)
                 self._set_anew(breakpoint)
 
-    # The core's side, with the lock held.
+    # With the lock held.
+
+    def _added(self, place, *settings):
+        self._last_number += 1
+        breakpoint = Breakpoint(self._last_number, place, *settings)
+        if self._on_line_of(breakpoint):
+            self._refresh()
+        self._known.append(breakpoint)
+        self._set_anew(breakpoint)
+        return breakpoint
+
+    def _on_line_of(self, one):
+        return [breakpoint for breakpoint in self._known
+                if breakpoint.line == one.line and breakpoint.real_path == one.real_path]
 
     def _set_anew(self, changed):
         """Gives the core what is known of the line of this breakpoint."""
-        place = changed.path, changed.line
-        core.clear_breaks(*place)
-        for breakpoint in self._known:
-            if (breakpoint.path, breakpoint.line) == place:
-                breakpoint.earlier_hits = breakpoint.hits
-                self._set(breakpoint)
+        if changed.waits_for is not None:
+            return
+        there = self._on_line_of(changed)
+        for file in set([breakpoint.file for breakpoint in there + [changed]]):
+            core.clear_breaks(file, changed.line)
+        are_checked = bool([breakpoint for breakpoint in there if breakpoint.is_special()])
+        for breakpoint in there:
+            breakpoint.earlier_hits = breakpoint.hits
+            breakpoint.is_checked = are_checked and breakpoint.number is not None
+            self._set(breakpoint)
+        self._checks.set([breakpoint for breakpoint in self._known if breakpoint.is_checked])
 
     def _set(self, breakpoint):
+        breakpoint.understand()
+        # Of one that is checked by the service, the core is only to tell that its line is reached.
+        settings = (0, None, 0) if breakpoint.is_checked else (
+            int(breakpoint.temporary), breakpoint.meant, breakpoint.ignore_count)
         breakpoint.id = core.set_break(
-            breakpoint.path, breakpoint.line, int(breakpoint.enabled), int(breakpoint.temporary),
-            self._meant.get((breakpoint.path, breakpoint.line, breakpoint.condition),
-                            breakpoint.condition), breakpoint.ignore_count)
+            breakpoint.file, breakpoint.line, int(breakpoint.enabled), *settings)
 
     def _refresh(self):
         """Learns what has happened to the breakpoints meanwhile."""
         now = {}
-        for path in set([breakpoint.path for breakpoint in self._known]):
-            for _, id, _, _, _, ignore_count, hits in core.get_file_breaks(path):
+        core_has = [breakpoint for breakpoint in self._known
+                    if breakpoint.waits_for is None and not breakpoint.is_checked]
+        for file in set([breakpoint.file for breakpoint in core_has]):
+            for _, id, _, _, _, ignore_count, hits in core.get_file_breaks(file):
                 now[id] = ignore_count, hits
-        for breakpoint in list(self._known):
+        for breakpoint in core_has:
             if breakpoint.id in now:
                 breakpoint.ignore_count, hits = now[breakpoint.id]
                 breakpoint.hits = breakpoint.earlier_hits + hits
@@ -239,45 +317,32 @@ class Breakpoints(object):
                     self._fired.append(breakpoint)
 
 
-def _holds(condition, frame):
+def _valid(condition, path):
+    """A condition as it is kept; None for none. Raises Refused.
+
+    path: of the file, if that is known.
+    """
+    condition = condition and condition.strip()
+    if not condition:
+        return None
     try:
-        return bool(evaluation.expression(condition, frame))
-    except Exception:
-        return True  # As in the core: whoever wrote it is to see it.
-
-
-def _as_in_class(condition, path, line):
-    """The text of a condition with private names as the class has them that the line stands in."""
-    try:
-        name = code_lines.class_at(code_lines.compiled(text_files.text(path), path), line)
-    except (text_files.Unreadable, SyntaxError, TypeError):
-        return condition
-    return private_names.in_text_of_class(condition, name) if name is not None else condition
-
-
-def _read_lines(path):
-    text = text_files.text(path)
-    try:
-        return code_lines.of_text(text, path), None
-    except nesting.TooMuch:
-        pass
+        if path is None or path.endswith(file_code.PYTHON):
+            evaluation.check_expression(condition)
+        else:
+            # The frames there may be of plain Python all the same.
+            evaluation.check_size(condition)
     except (SyntaxError, TypeError) as error:
-        if path.endswith(_PYTHON):
-            return (), '%s is no Python program: %s' % (path, error)
-    # Of a sub-language, whose hook alone knows more; or too much to find out more.
-    return code_lines.filled(text), None
+        raise Refused('the condition is no expression: %s' % error)
+    return condition
 
 
-def place_of(function):
-    """The file and the first line with code of a function or method. Raises Refused."""
-    function = getattr(function, 'im_func', function)
-    code = getattr(function, 'func_code', None)
-    if code is None:
-        raise Refused('not a function in Python: %s' % type(function).__name__)
-    path = code.co_filename
-    if not text_files.is_file(path):
-        # Compiled elsewhere.
-        path = function.func_globals.get('__file__', path)
-        if path.endswith(('.pyc', '.pyo')):
-            path = path[:-1]
-    return os.path.abspath(path), code_lines.of_code(code)[0]
+def next_line(code, line, path):
+    """This line of a file, of which this is the FileCode, or the next with code. Raises Refused."""
+    if line < 1:
+        raise Refused('lines are counted from 1')
+    if code.refusal is not None:
+        raise Refused(code.refusal)
+    found = code.next_line(line)
+    if found is None:
+        raise Refused('no code from line %d of %s on' % (line, path))
+    return found

@@ -6,11 +6,16 @@ import os
 import sys
 
 from sorrel.common import text_files
-from sorrel.inspection import code_lines, modules
+from sorrel.inspection import file_code, functions, modules
 from sorrel.service.breakpoints import Refused
 
+
+class NoFile(Refused):
+    """There is none of this name."""
+
+
 # Each word of a name may be the last of a module's.
-_NAME_LIMIT = 1000
+NAME_LIMIT = 1000
 
 
 def find_file(name):
@@ -35,7 +40,7 @@ def find_file(name):
     except text_files.Unreadable as error:
         if not error.is_missing:
             raise Refused('cannot read %s: %s' % (name, error))
-    raise Refused('no file %s' % name)
+    raise NoFile('no file %s' % name)
 
 
 def find_function(name, path):
@@ -43,7 +48,7 @@ def find_function(name, path):
 
     Where the file has none, the first words of the name may be a module's. Raises Refused.
     """
-    if len(name) > _NAME_LIMIT:
+    if len(name) > NAME_LIMIT:
         raise Refused('no function has so long a name')
     line = _line_in(path, name)
     if line is not None:
@@ -61,29 +66,8 @@ def find_function(name, path):
 
 
 def _line_in(path, name):
-    return _lines_of_functions(path).get(name)
-
-
-def _lines_of_functions(path):
-    """The first lines of a file's functions, by their names."""
     try:
-        version = text_files.version(path)
-        if _functions.get(path, (None,))[0] != version:
-            _functions[path] = version, _read_functions(path)
-        return _functions[path][1]
+        code = file_code.of_file(path).functions().get(name)
     except text_files.Unreadable:
-        return {}
-
-
-def _read_functions(path):
-    text = text_files.text(path)
-    try:
-        code = code_lines.compiled(text, path)
-    except (SyntaxError, TypeError):
-        return {}
-    return dict((found, code_lines.of_code(inner)[0])
-                for found, inner in reversed(list(code_lines.functions(code))))
-
-
-# What has been read of files, with what tells whether they have changed.
-_functions = {}
+        return None
+    return code and functions.entry_line(code)

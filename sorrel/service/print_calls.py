@@ -12,7 +12,7 @@ import types
 import _sorrel
 
 from sorrel.inspection import modules
-from sorrel.service import breakpoints
+from sorrel.service import breakpoints, places
 
 # Modules, what is in them, and the condition of the breakpoint.
 _FUNCTIONS = (('traceback', 'print_exception', None), ('traceback', 'format_exception', None),
@@ -68,7 +68,7 @@ class PrintCalls(object):
         code = getattr(function, 'func_code', None)
         if code is not None and code not in self._seen:
             try:
-                path, line = breakpoints.place_of(function)
-                self._seen[code] = self._breakpoints.add_hidden(path, line, condition)
+                place = places.of_function(function)
+                self._seen[code] = self._breakpoints.add_hidden(place.path, place.line, condition)
             except breakpoints.Refused:
                 pass  # The program has put something else in its place.

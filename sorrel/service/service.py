@@ -11,13 +11,16 @@ A third, `ending(stop)`, may be there, too: it is called instead of `stopped` wh
 that the front end has been told of, or is not to be, is about to end its thread.
 So may be `idle()`, called about once a second while the program runs, in one of its threads, and
 `thread_ended(ident)`, called in a thread that has run its last: the ident may come again.
+And `log(breakpoint, frame)`, which writes what a breakpoint with a message says, in its thread; it
+returns what `stopped` does.
 And a fifth, `imported()`: there are other modules than before; the thread that has imported them
 goes on when it returns. And `interrupt()`, called at Ctrl-C while threads are stopped: whether that
 was for what one of them evaluates. And `wants_post_mortem()`: the program has ended by an exception
 that the front end does not know of; whether that is to be a stop, though all that can follow is the
 end. And `detached()`: the service has let the program go. And `replaced()`: another front end is
-about to take the program. And `in_child()`, called in a process that the program has forked, in its
-only thread: what is to be the front end there, or None to let it go.
+about to take the program. And `tracing_taken()`: the calling thread is about to have a trace
+function of the program's own. And `in_child()`, called in a process that the program has forked, in
+its only thread: what is to be the front end there, or None to let it go.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -38,7 +41,8 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common import errors
 from sorrel.inspection import frames, modules, raised, source
 from sorrel.languages import sublanguages
-from sorrel.service import breakpoints, exceptions, living, signal_handlers, thread_hooks
+from sorrel.service import (
+    breakpoints, exceptions, living, own_tracing, signal_handlers, thread_hooks)
 from sorrel.service.exceptions import NO_JUDGEMENT
 from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
@@ -266,7 +270,7 @@ class Service(object):
         """
         self._trace_all(*left_out)
         # What was given to all others is not for this one.
-        sys.settrace(None)
+        own_tracing.end()
 
     def attach_from_program(self):
         """The same, for a thread of the program, which is debugged, too. Raises thread.error."""
@@ -424,7 +428,8 @@ class Service(object):
         return _sorrel.deferring(method, self.defer)
 
     def _on_line(self, frame, changed_bps):
-        self._in_turn(self._at_line, frame, changed_bps)
+        if not self._with_room(self._passes_by, frame):
+            self._in_turn(self._at_line, frame, changed_bps)
 
     def _on_return(self, frame, value, changed_bps):
         self._in_turn(self._stopped, frame, RETURNED, value)
@@ -463,8 +468,26 @@ class Service(object):
     def _hook_threads(self, on):
         if on:
             thread_hooks.install(self._on_thread_end)
+            own_tracing.install(self._on_tracing_taken, self._on_tracing_returned)
         else:
             thread_hooks.remove()
+            own_tracing.remove()
+
+    def _on_tracing_taken(self):
+        if living.current() not in self._ignored:
+            self._call_if_there('tracing_taken')
+
+    def _on_tracing_returned(self):
+        """The program traces the calling thread no more: this is debugged again."""
+        ident = living.current()
+        if not self.is_tracing or ident in self._ignored or self._is_forked():
+            return
+        was_stepped = self._steps.is_on_step(ident)
+        core.bootstrap_new_thread(sys._getframe(), 'line', None)
+        if was_stepped:
+            self._steps.stop_anywhere(ident)
+        else:
+            self._steps.give_up(ident)
 
     def _on_thread_end(self):
         """The next thread may get the same ident."""
@@ -520,15 +543,52 @@ class Service(object):
 
     def _at_line(self, frame, changed_bps):
         thread = living.current()
-        if source.is_made_up(frame) and thread not in self._interrupted \
+        due = self._due_checked(thread, frame)
+        if due is None and source.is_made_up(frame) and thread not in self._interrupted \
                 and not self._steps.stops_at(thread, frame) \
                 and sublanguages.location(sublanguages.at_work(thread), frame) is None:
             return  # For the core it is code of the module's file, whose lines are not these.
         if self.exceptions.print_calls.is_at(frame) and self._is_print(thread, frame):
             return
-        if self._steps.is_awaited(thread) and self.breakpoints.have_fired(frame, changed_bps):
+        if due is not None and not due and thread not in self._interrupted \
+                and not self._steps.stops_at_line(thread, frame):
+            return
+        if due:
+            self._steps.arrive(thread)
+        if self._steps.is_awaited(thread) and \
+                self.breakpoints.have_fired(thread, frame, changed_bps):
             self._steps.arrive(thread)
         self._stopped(frame, STEPPED, None)
+
+    def _passes_by(self, frame):
+        """Whether a line event is there only for functions that don't begin at it.
+
+        There may be one in each turn of a loop: this is asked before the thread waits for its turn.
+        """
+        checked = self.breakpoints.checked_at(core.get_frame_file(frame), frame.f_lineno)
+        if not checked or self.breakpoints.may_be_due(checked, frame):
+            return False
+        thread = living.current()
+        return thread not in self._interrupted and not self._steps.stops_at_line(thread, frame) \
+            and not self.exceptions.print_calls.is_at(frame)
+
+    def _due_checked(self, thread, frame):
+        """Breakpoints that stop the thread, of a line where that is decided here; else None.
+
+        What others of them say is written.
+        """
+        if not self.breakpoints.any_checked():
+            return None
+        path, line = sublanguages.location(sublanguages.at_work(thread), frame) \
+            or (core.get_frame_file(frame), frame.f_lineno)
+        checked = self.breakpoints.checked_at(path, line)
+        if not checked:
+            return None
+        due = self.breakpoints.reach(checked, thread, frame)
+        for breakpoint in due:
+            if breakpoint.message is not None:
+                self._resume(thread, frame, self._guarded(self._front_end.log, breakpoint, frame))
+        return [breakpoint for breakpoint in due if breakpoint.message is None]
 
     def _is_print(self, thread, frame):
         """Whether a line event is there only for an exception that is printed, and done with."""
@@ -706,11 +766,11 @@ class Service(object):
         # Detached meanwhile, it is not to detach whoever came next.
         return resume if era == self._era else None
 
-    def _guarded(self, function, stop):
+    def _guarded(self, function, *arguments):
         """Asks the front end; whatever goes wrong there, the program goes on."""
         while True:
             try:
-                return function(stop)
+                return function(*arguments)
             except KeyboardInterrupt:
                 pass  # Ctrl-C at a moment when the front end was not ready for it.
             except:

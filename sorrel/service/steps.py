@@ -25,6 +25,8 @@ class Steps(object):
         # For threads that the core is to stop, the id() of the frame in which, or None for any.
         # The core keeps that frame alive.
         self._targets = {}
+        # The lines of that frame, the first and the last, at which it is not.
+        self._passed_over = {}
 
     def request(self, thread, frame, resume):
         """The calling thread, whose ident this is, goes on from an event in this frame."""
@@ -35,6 +37,7 @@ class Steps(object):
 
     def expect_stop(self, thread):
         """The core is asked by the caller to stop this thread as soon as it can."""
+        self._passed_over.pop(thread, None)
         self._targets[thread] = None
 
     def stop_anywhere(self, thread):
@@ -47,6 +50,9 @@ class Steps(object):
         self.forget(thread)
         core.continue_run()
 
+    def is_on_step(self, thread):
+        return thread in self._targets
+
     def stops_at(self, thread, frame):
         """Whether the thread stops at any event in this frame, for the sake of its step."""
         target = self._targets.get(thread, _NO_TARGET)
@@ -56,6 +62,12 @@ class Steps(object):
             if id(caller) == target:
                 return caller is frame
         return True  # The target is any frame, or has been left.
+
+    def stops_at_line(self, thread, frame):
+        """Whether its step is what stops the thread at a line event in this frame."""
+        first, last = self._passed_over.get(thread, (1, 0))
+        is_passed = self._targets.get(thread) == id(frame) and first <= frame.f_lineno <= last
+        return not is_passed and self.stops_at(thread, frame)
 
     def is_awaited(self, thread):
         """Whether the thread's step counts further out than it has got."""
@@ -91,6 +103,7 @@ class Steps(object):
         """The thread has ended."""
         self._awaited.pop(thread, None)
         self._targets.pop(thread, None)
+        self._passed_over.pop(thread, None)
 
     def keep_living(self):
         """Forgets threads that have ended without a word."""
@@ -102,8 +115,10 @@ class Steps(object):
     def forget_all(self):
         self._awaited.clear()
         self._targets.clear()
+        self._passed_over.clear()
 
     def _begin(self, thread, frame, resume):
+        self._passed_over.pop(thread, None)
         if resume.action == CONTINUE:
             self._targets.pop(thread, None)
         elif resume.action == STEP_INTO:
@@ -113,6 +128,7 @@ class Steps(object):
         else:
             self._targets[thread] = id(frame)
         if resume.action == STEP_OVER_RANGE:
+            self._passed_over[thread] = resume.first, resume.last
             core.step_over_line_range(resume.first, resume.last)
         else:
             # The words are the names of the core's functions.

@@ -2,20 +2,28 @@
 
 from __future__ import absolute_import
 
-import os
-
 from sorrel.inspection import evaluation
-from sorrel.service import breakpoints, locations
+from sorrel.service.breakpoints import Refused
+from sorrel.service.places import NotLoaded, Places
+
+# What stands for the number of the breakpoint that was set last, as in gdb.
+LAST = '$bpnum'
+# What the core can count.
+_MOST_IGNORED = 2 ** 31 - 1
 
 
 class BreakpointCommands(object):
 
+    # Its number.
+    _last_breakpoint = None
+
     def do_break(self, argument):
         """break, b [PLACE [, CONDITION]]: set a breakpoint, or list them all.
 
-        PLACE is a line of the file shown, FILE:LINE, or a function. On a line without code, the
-        next one with code is taken. With a condition, the program stops only where it is true or
-        cannot be evaluated.
+        PLACE is a line of the file shown, FILE:LINE, or a function, MODULE.FUNCTION where it is
+        elsewhere. Of FILE, the end of its path is enough. On a line without code, the next one
+        with code is taken. What is not loaded yet is waited for. With a condition, the program
+        stops only where it is true or cannot be evaluated.
         """
         if argument:
             self._asking(self._set_breakpoint, argument, False)
@@ -68,7 +76,7 @@ class BreakpointCommands(object):
             self._ignore_breakpoint(number, count.strip() or '0')
 
     def _ignore_breakpoint(self, number, count):
-        if not count.isdigit():
+        if not count.isdigit() or int(count) > _MOST_IGNORED:
             self._say('*** Not a count: %s' % count)
             return
         for breakpoint in self._one_breakpoint(number):
@@ -89,36 +97,41 @@ class BreakpointCommands(object):
         """Calls what may refuse to set a breakpoint, and says why."""
         try:
             function(*arguments)
-        except breakpoints.Refused as error:
+        except Refused as error:
             self._say('*** %s' % error)
 
     def _set_breakpoint(self, argument, temporary):
-        place, _, condition = argument.partition(',')
-        path, line = self._find_place(place.strip())
-        breakpoint = self.service.breakpoints.add(path, line, condition, temporary)
-        self._say('Breakpoint %d at %s:%d' % (
-            breakpoint.number, breakpoint.path, breakpoint.line))
+        named, _, condition = argument.partition(',')
+        self._say_set(*self._add_breakpoint(named.strip(), condition, temporary))
 
-    def _find_place(self, place):
-        file, _, rest = place.rpartition(':')
-        path = locations.find_file(os.path.expanduser(file.strip())) if file else self._entry().path
-        rest = rest.strip()
-        if rest.isdigit():
-            return path, int(rest)
-        if not file:
-            try:
-                value = evaluation.expression(rest, self._frame())
-            except Exception:
-                pass  # Not defined yet, perhaps.
-            else:
-                return breakpoints.place_of(value)
-        return locations.find_function(rest, path)
+    def _add_breakpoint(self, named, *settings):
+        """The Breakpoint and, where it is pending, what there is not yet. Raises Refused."""
+        lack = None
+        try:
+            breakpoint = self.service.breakpoints.add_at(self._find_place(named), *settings)
+        except NotLoaded as error:
+            lack = str(error)
+            breakpoint = self.service.breakpoints.add_pending(named, *settings)
+        self._last_breakpoint = breakpoint.number
+        return breakpoint, lack
 
-    def _clear_place(self, place):
-        path, line = self._find_place(place)
-        there = self.service.breakpoints.at(path, line)
+    def _say_set(self, breakpoint, lack=None):
+        self._say('%s %d %s' % (
+            'Breakpoint' if breakpoint.message is None else 'Logpoint', breakpoint.number,
+            'at ' + shown_place(breakpoint) if lack is None else 'is pending: %s yet' % lack))
+
+    def _find_place(self, named):
+        return Places(self.service.breakpoints).find(
+            named, self._entry().path, lambda name: evaluation.expression(name, self._frame()))
+
+    def _clear_place(self, named):
+        there = [breakpoint for breakpoint in self.service.breakpoints.pending()
+                 if breakpoint.waits_for == named]
         if not there:
-            self._say('*** There are no breakpoints at %s:%d' % (path, line))
+            place = self._find_place(named)
+            there = self.service.breakpoints.at(place.path, place.line)
+            if not there:
+                self._say('*** There are no breakpoints at %s:%d' % (place.path, place.line))
         for breakpoint in there:
             self._delete_breakpoint(breakpoint)
 
@@ -141,8 +154,9 @@ class BreakpointCommands(object):
         return found
 
     def _one_breakpoint(self, number):
+        wanted = str(self._last_breakpoint) if number == LAST else number
         for breakpoint in self.service.breakpoints.all():
-            if str(breakpoint.number) == number:
+            if str(breakpoint.number) == wanted:
                 return [breakpoint]
         self._say('*** No breakpoint %s' % number)
         return []
@@ -152,15 +166,26 @@ class BreakpointCommands(object):
         if known:
             self._say('Num Type         Disp Enb   Where')
         for breakpoint in known:
-            self._say('%-4dbreakpoint   %s %s at %s:%d' % (
-                breakpoint.number, 'del ' if breakpoint.temporary else 'keep',
-                'yes  ' if breakpoint.enabled else 'no   ', breakpoint.path, breakpoint.line))
+            self._say('%-4d%-13s%s %s %s' % (
+                breakpoint.number, 'breakpoint' if breakpoint.message is None else 'logpoint',
+                'del ' if breakpoint.temporary else 'keep',
+                'yes  ' if breakpoint.enabled else 'no   ',
+                'at ' + shown_place(breakpoint) if breakpoint.waits_for is None
+                else 'pending ' + breakpoint.waits_for))
+            if breakpoint.message is not None:
+                self._say('\tlogs ' + breakpoint.message)
             if breakpoint.condition:
                 self._say('\tstop only if ' + breakpoint.condition)
             if breakpoint.ignore_count:
                 self._say('\tignore next %s' % _counted(breakpoint.ignore_count, 'hit'))
             if breakpoint.hits:
                 self._say('\tbreakpoint already hit %s' % _counted(breakpoint.hits, 'time'))
+            for line in self._command_lists.get(breakpoint.number, ()):
+                self._say('\t' + line)
+
+
+def shown_place(breakpoint):
+    return '%s:%d' % (breakpoint.path, breakpoint.line)
 
 
 def _counted(number, word):

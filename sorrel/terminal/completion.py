@@ -23,16 +23,21 @@ class Completion(object):
     def complete_break(self, text, line, begin, end):
         return self._files_or_names(text, line[:end], ':')
 
-    complete_tbreak = complete_clear = complete_break
+    complete_tbreak = complete_clear = complete_logpoint = complete_break
 
     def complete_source(self, text, line, begin, end):
         return self._files_or_names(text, line[:end], '')
+
+    def complete_save(self, text, line, begin, end):
+        if len(line[:begin].split()) < 2:
+            return [word for word in ('breakpoints',) if word.startswith(text)]
+        return _files(text, line[:end].split(' ')[-1], '')
 
     def complete_delete(self, text, line, begin, end):
         return [str(breakpoint.number) for breakpoint in self.service.breakpoints.all()
                 if str(breakpoint.number).startswith(text)]
 
-    complete_enable = complete_disable = complete_delete
+    complete_enable = complete_disable = complete_commands = complete_delete
 
     def complete_condition(self, text, line, begin, end):
         """What follows the number is an expression."""

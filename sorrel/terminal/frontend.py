@@ -23,18 +23,23 @@ from sorrel.service.stops import (
 from sorrel.service.thread_numbers import Threads
 from sorrel.terminal import syntax
 from sorrel.terminal.aliases import AliasCommands
+from sorrel.terminal.breakpoint_stops import BreakpointStops
 from sorrel.terminal.breakpoints import BreakpointCommands
 from sorrel.terminal.command_files import CommandFiles
+from sorrel.terminal.command_lists import CommandLists
 from sorrel.terminal.completion import Completion
 from sorrel.terminal.console import Closed
 from sorrel.terminal.displays import DisplayCommands
 from sorrel.terminal.evaluation import PromptEvaluation
 from sorrel.terminal.exceptions import CatchCommands
+from sorrel.terminal.handing_on import HandingOn
 from sorrel.terminal.interaction import InteractCommand
 from sorrel.terminal.jumping import JumpCommand
 from sorrel.terminal.listings import ListingCommands
+from sorrel.terminal.logpoints import LogpointCommands
 from sorrel.terminal.processes import ProcessCommands
 from sorrel.terminal.restarting import RestartCommand
+from sorrel.terminal.saving import SaveCommands
 from sorrel.terminal.stack import StackCommands
 from sorrel.terminal.stepping import SteppingCommands
 from sorrel.terminal.threads import ThreadCommands
@@ -67,9 +72,10 @@ def over_service(console, post_mortem=False):
 
 
 class Terminal(
-        AliasCommands, BreakpointCommands, CatchCommands, CommandFiles, Completion,
-        DisplayCommands, InteractCommand, JumpCommand, ListingCommands, ProcessCommands,
-        RestartCommand, StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
+        AliasCommands, BreakpointCommands, BreakpointStops, CatchCommands, CommandFiles,
+        CommandLists, Completion, DisplayCommands, HandingOn, InteractCommand, JumpCommand,
+        ListingCommands, LogpointCommands, ProcessCommands, RestartCommand, SaveCommands,
+        StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -93,8 +99,10 @@ class Terminal(
         self._awaited_types = {}
         self._aliases = {}
         self._displays = {}
-        # The temporary breakpoints that the program has stopped at.
-        self._fired = []
+        self._command_lists = {}
+        # What there is to be told of breakpoints at the next stop that is shown.
+        self._news = []
+        self._refusals = {}
 
     def use(self, service, has_ctrl_c=True):
         """has_ctrl_c: whether Ctrl-C raises KeyboardInterrupt in the program's main thread."""
@@ -108,7 +116,7 @@ class Terminal(
         if self._is_let_go():
             return Resume(DETACH)
         process = os.getpid()
-        self._fired += self.service.breakpoints.take_fired()
+        self._look_at_breakpoints(stop)
         next_step = self._next_step(stop)
         if next_step is not None:
             return next_step
@@ -119,10 +127,9 @@ class Terminal(
         try:
             self._take_turn()
             self._evaluation.call(stop, self._announce)
+            self._run_lists()
             while self._resume is None:
                 self._one_command()
-                if os.getpid() != process:
-                    raise Closed  # It has been forked, here: the person talks to its parent.
         except Closed:
             self._resume = Resume(DETACH)
         finally:
@@ -171,8 +178,7 @@ class Terminal(
             if self._thread is not None:
                 self._say('[%s]' % self._thread_of(self._stop.thread).name)
             self._thread = self._stop.thread
-        while self._fired:
-            self._say('Deleted breakpoint %d' % self._fired.pop(0).number)
+        self._tell_of_breakpoints()
         if self._stop.reason == INTERRUPTED:
             self._say('--Interrupted--')
         elif self._stop.reason == RETURNED:
@@ -187,6 +193,8 @@ class Terminal(
                 self._say('It is about to end %s.' % self._what_ends(self._stop))
             elif self._stop.called_by_c:
                 self._say('No handler in Python code; called by C code.')
+        if self._is_silent():
+            return
         self._show_frame(self._index)
         if self._is_sticky:
             self.do_longlist('')
@@ -197,6 +205,7 @@ class Terminal(
         return answer is not None and _is_yes(answer)
 
     def _one_command(self):
+        process = os.getpid()
         try:
             if self._namespace is not None:
                 self._interact()
@@ -209,6 +218,8 @@ class Terminal(
         except (KeyboardInterrupt, Overtime):
             del self.cmdqueue[:]
             self._say('\n--KeyboardInterrupt--')
+        if os.getpid() != process:
+            raise Closed  # It has been forked, here: the person talks to its parent.
 
     def parseline(self, line):
         line = line.strip()

@@ -19,8 +19,7 @@ def begin_child(script, text):
         return late.service(), False
     terminal = frontend.over_service(console, said['post_mortem'])
     service = terminal.service
-    service.breakpoints.add_described(said['breakpoints'])
-    terminal.catch_as(said['catching'])
+    terminal.be_as(said['kept'], os.path.abspath(script.path))
     sublanguages.load_those_of_parent(said['hooks'])
     terminal.join(said['folder'].encode('utf-8'), os.path.basename(script.path))
     service.attach_from_program()

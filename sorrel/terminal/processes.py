@@ -80,8 +80,7 @@ class ProcessCommands(object):
             self._tree.let_go(self._process)
         return programs.Settings('sorrel.terminal.new_program', json.dumps({
             'folder': self._tree.folder, 'terminal': self._console.name,
-            'breakpoints': self.service.breakpoints.described(),
-            'catching': self.described_catching(), 'hooks': sublanguages.loaded,
+            'kept': self.described(), 'hooks': sublanguages.loaded,
             'post_mortem': self.wants_post_mortem()}))
 
     def detached(self):

@@ -36,9 +36,7 @@ class RestartCommand(object):
                 self._say('*** Cannot run it again: %s' % error)
 
     def _run_again(self):
-        kept = {'breakpoints': self.service.breakpoints.described(),
-                'catching': self.described_catching(), 'aliases': self._aliases,
-                'displays': self.described_displays(), 'typed': ''}
+        kept = dict(self.described(), typed='')
         json.dumps(kept)  # What cannot be told has to be known before anything is done.
         self._end_others()
         self._say('Running the program again.')
@@ -61,11 +59,8 @@ class RestartCommand(object):
             return
         kept = json.loads(text_files.text(path))
         os.unlink(path)
-        self.service.breakpoints.add_described(kept['breakpoints'])
-        self.catch_as(kept['catching'])
-        for name, text in kept['aliases'].items():
-            self._aliases[str(name)] = text.encode('utf-8')
-        self.display_as(kept['displays'])
+        for place in self.be_as(kept):
+            self._news.append('*** No breakpoint any more at ' + place.encode('utf-8'))
         self.cmdqueue += map(Line, kept['typed'].encode('utf-8').splitlines())
 
 

@@ -2,7 +2,6 @@
 
 from __future__ import absolute_import
 
-from sorrel.inspection import evaluation, source
 from sorrel.service.stops import (
     CONTINUE, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER, STEP_OVER_RANGE, STEPPED)
 
@@ -52,24 +51,8 @@ class SteppingCommands(object):
         """A Resume where this stop is only one of the steps that were asked for; None else."""
         action, left, thread = self._repeated
         if left < 1 or stop.thread != thread or stop.reason not in (STEPPED, RETURNED) \
-                or stop.policy is not None or self._is_at_breakpoint(stop):
+                or stop.policy is not None or self._fired or self._due:
             self._repeated = None, 0, None
             return None
         self._repeated = action, left - 1, thread
         return Resume(action)
-
-    def _is_at_breakpoint(self, stop):
-        if self._fired:
-            return True
-        if stop.reason == RETURNED:
-            return False
-        there = self.service.breakpoints.at(source.file_name(stop.frame), stop.frame.f_lineno)
-        return bool([breakpoint for breakpoint in there if breakpoint.enabled
-                     and not breakpoint.ignore_count and _holds(breakpoint, stop.frame)])
-
-
-def _holds(breakpoint, frame):
-    try:
-        return not breakpoint.condition or bool(evaluation.expression(breakpoint.condition, frame))
-    except Exception:
-        return True

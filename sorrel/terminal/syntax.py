@@ -18,8 +18,8 @@ _WORD = re.compile(r'(pretty-print\b|[^\W\d]\w*)(.*)$', re.DOTALL)
 _NOTHING = r'$'
 _COUNT = r'\d*$'
 _LINES = r'(\d+(\s*,\s*|\s+)?(\d+)?)?$'
-_WORDS = r'$|\w'
-_WORDS_OR_PATH = r'$|\w|~|\.{0,2}[/\\]'
+_WORDS = r'$|\w|\$bpnum\b'
+_WORDS_OR_PATH = r'$|\w|\$bpnum\b|~|\.{0,2}[/\\]'
 # What only goes on with an expression, and begins none.
 _BINARY = r'[=!]=|[<>|&^%,;=]|(in|is|and|or|if|not\s+in)\b'
 _EXPRESSION = r'(?!%s|\.\D)' % _BINARY
@@ -33,7 +33,8 @@ _ARGUMENTS = {
     'interact': _NOTHING, 'source': r'(?!=)\S', 'alias': _WORDS, 'unalias': r'\w+$',
     'help': _WORDS, 'break': _PLACE, 'tbreak': _PLACE, 'clear': _WORDS_OR_PATH,
     'delete': _WORDS, 'enable': _WORDS, 'disable': _WORDS, 'ignore': _WORDS, 'condition': _WORDS,
-    'catch': _WORDS, 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
+    'catch': _WORDS, 'commands': _WORDS, 'logpoint': _PLACE, 'save': r'breakpoints\s+\S',
+    'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
     'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
     'run': _NOTHING, 'detach': _NOTHING, 'quit': r'(\(\))?$'}
 

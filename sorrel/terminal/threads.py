@@ -3,9 +3,13 @@
 from __future__ import absolute_import
 
 from sorrel.inspection import source, stacks
+from sorrel.service import living
+from sorrel.terminal.console import Closed
 
 
 class ThreadCommands(object):
+
+    _has_told_of_tracing = False
 
     def do_threads(self, argument):
         """threads: list the program's threads; * marks the one shown here."""
@@ -35,3 +39,16 @@ class ThreadCommands(object):
         """modules: list the files whose modules were loaded since the last such list."""
         for path, was_loaded in self.service.modules.take_new():
             self._say('%-8s  %s' % ('reloaded' if was_loaded else 'new', path))
+
+    # For the service.
+
+    def tracing_taken(self):
+        """The calling thread gets a trace function of the program's own."""
+        if self._has_told_of_tracing:
+            return
+        self._has_told_of_tracing = True
+        try:
+            self._say('The program traces %s itself now (sys.settrace): what is called there is '
+                      'not debugged until it ends that.' % self._thread_of(living.current()).name)
+        except Closed:
+            pass

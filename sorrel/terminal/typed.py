@@ -19,13 +19,15 @@ _PIECE = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'|;;|.', re.DOTALL)
 
 def parts(text):
     """The commands in a line, which ";;" stands between."""
+    if ';;' not in text:
+        return [text]
     found = [[]]
-    for piece in _PIECE.findall(text) if ';;' in text else [text]:
+    for piece in _PIECE.findall(text):
         if piece == ';;':
             found.append([])
         else:
             found[-1].append(piece)
-    return [''.join(pieces) for pieces in found]
+    return [''.join(pieces).strip() for pieces in found]
 
 
 class TypedLines(object):
@@ -57,6 +59,7 @@ class TypedLines(object):
         self._line = line
         try:
             self._evaluation.call(self._stop, self.onecmd, whole)
+            self._read_list(line)
         finally:
             self._line = None
             if line.file is not None:
@@ -70,18 +73,17 @@ class TypedLines(object):
         while evaluation.is_begun(text.lstrip('!'), self._frame()):
             if line in [following._replace(text=line.text) for following in self.cmdqueue[:1]]:
                 break  # What comes next is another command.
-            more = self._more_of(line)
+            more = self._following(line, _MORE)
             if more is None:
                 return None if line.file is None else text
             text += '\n' + more
         return text
 
-    def _more_of(self, line):
-        if line.file is None:
-            return self._console.read_line(_MORE, None)
+    def _following(self, line, prompt):
+        """The text of what comes after a Line from the same place; None at the end of that."""
         if self.cmdqueue and self.cmdqueue[0].file == line.file:
             return self.cmdqueue.pop(0).text
-        return None
+        return self._console.read_line(prompt, None) if line.file is None else None
 
     def _placed(self, text):
         """A complaint about what a file has says where that is."""

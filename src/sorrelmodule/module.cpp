@@ -11,6 +11,7 @@
 #include "sorrelmodule/import_watch.h"
 #include "sorrelmodule/outermost.h"
 #include "sorrelmodule/own_threads.h"
+#include "sorrelmodule/settrace.h"
 
 namespace morvik {
 
@@ -107,6 +108,10 @@ PyObject* entry_import_watch(PyObject* /*self*/, PyObject* args) {
         return nullptr;
     }
     return new_import_watch(function, argument).release();
+}
+
+PyObject* entry_settrace(PyObject* /*self*/, PyObject* function) {
+    return new_settrace(function).release();
 }
 
 PyObject* entry_deferring(PyObject* /*self*/, PyObject* args) {
@@ -228,6 +233,11 @@ PyMethodDef methods[] = {
      "import, and calls function(argument) where there are other modules than before, also as each "
      "of the imports ends that was under way then; it runs no Python code of its own.  The second "
      "returns how often that was."},
+    {"settrace", entry_settrace, METH_O,
+     "settrace(function)\n\n"
+     "What stands in the place of sys.settrace, and calls function(argument) there.  Of that the "
+     "calling thread has no events, neither by the trace function that it had nor by the one that "
+     "it has then."},
     {"deferring", entry_deferring, METH_VARARGS,
      "deferring(function, defer)\n\n"
      "A function that calls function(...) and returns what that does.  Where that raises, at "

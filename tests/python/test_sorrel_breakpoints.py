@@ -77,8 +77,6 @@ class Setting(sorrel_session.TestCase):
     *** no code from line 10 of prog.py on
     (sorrel) b 0
     *** lines are counted from 1
-    (sorrel) b nowhere.py:3
-    *** no file nowhere.py
     (sorrel) b broken.py:1
     *** broken.py is no Python program: unexpected EOF while parsing (broken.py, line 1)
     (sorrel) b nothing
@@ -255,13 +253,14 @@ class Changing(sorrel_session.TestCase):
     The program ended with exit status 0.
     ''')
 
-    def test_a_condition_that_fails_stops(self):
+    def test_a_condition_that_fails_stops_and_says_why(self):
         self.assert_session(LOOP, '''
     > prog.py(1)<module>()
     -> def f(x):
     (sorrel) b f, nowhere.x
     Breakpoint 1 at prog.py:4
     (sorrel) c
+    Condition of breakpoint 1: NameError: name 'nowhere' is not defined
     > prog.py(4)f()
     -> y = x * 2
     (sorrel) q
@@ -290,6 +289,8 @@ class Changing(sorrel_session.TestCase):
     Will stop next time breakpoint 1 is reached.
     (sorrel) ignore 1 many
     *** Not a count: many
+    (sorrel) ignore 1 2147483648
+    *** Not a count: 2147483648
     (sorrel) ignore 7 1
     *** No breakpoint 7
     (sorrel) c
@@ -475,6 +476,7 @@ a()
     > prog.py(2)a()
     -> b()
     (sorrel) n
+    Condition of breakpoint 4: NameError: name 'x' is not defined
     > prog.py(8)b()
     -> d()
     (sorrel) disable 2 4

@@ -123,11 +123,12 @@ class Reading(harness.TestCase):
     def test_encodings(self):
         # Nothing but the lines counts.
         for name in 'utf-8', 'koi8-r', 'no_such_encoding':
-            self.assertEqual(code_lines.of_text(
-                '# coding: %s\nx = u"\xff"\n\ny = 2\n' % name, 'x.py'), [2, 4])
-        self.assertRaises(nesting.TooMuch, code_lines.of_text, '# coding: big5\nx = "\xa5\\"\n', '')
+            self.assertEqual(code_lines.of_code(code_lines.compiled(
+                '# coding: %s\nx = u"\xff"\n\ny = 2\n' % name, 'x.py')), [2, 4])
+        self.assertRaises(
+            nesting.TooMuch, code_lines.compiled, '# coding: big5\nx = "\xa5\\"\n', '')
         try:
-            code_lines.of_text('# coding: koi8-r\nx = = 2\n', 'x.py')
+            code_lines.compiled('# coding: koi8-r\nx = = 2\n', 'x.py')
         except SyntaxError, error:
             self.assert_is(type(error), SyntaxError)
 

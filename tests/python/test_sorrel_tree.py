@@ -422,6 +422,28 @@ class NewProgramsTest(TestCase):
         self.assertEqual(self.end('c'), ('c\n', 0))
         self.assert_nothing_left()
 
+    def test_breakpoints_of_every_kind(self):
+        self.script('def g(): return 3\n', 'beside.py')
+        os.mkdir(os.path.join(self.folder, 'later'))
+        self.script('def h():\n    return 4\n', 'later/deep.py')
+        self.starts('''\
+import sys
+import beside
+beside.g()
+sys.path.append('later')
+import deep
+deep.h()
+last = 1
+''', 'b beside.g', 'b deep.h', 'logpoint other.py:7, at {beside.g()}', 'b other.py:6')
+        for line in 'commands 4', 'silent', 'p 6 + 0', 'c':
+            self.screen.type(line + '\n')
+        self.type('end')
+        self.assert_in('> beside.py(1)g()\n', self.type('c'))
+        seen = self.type('c')
+        self.assert_in(
+            'c\nBreakpoint 2 is at later/deep.py:2 now\n6\n> later/deep.py(2)h()\n', seen)
+        self.assert_in('c\nat 3\n', self.end('c')[0])
+
     def test_following_what_a_shell_starts(self):
         self.script('here = 1\n', 'other.py')
         self.begin('''\
