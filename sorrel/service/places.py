@@ -85,7 +85,7 @@ class Places(object):
         except Exception:
             pass  # Not defined yet, perhaps.
         else:
-            return _named(of_function(functions.behind(value, words[-1]) or value), name)
+            return _named(of_function(functions.behind(value, words[-1]) or value), words[-1])
         place = _in_text(shown, name)
         if place is not None:
             return place
@@ -222,15 +222,14 @@ def _live(variables, names):
         function = functions.behind(functions.in_namespace(variables, names), names[-1])
     except LookupError:
         return None
-    return function and _named(of_function(function), '.'.join(names))
+    return function and _named(of_function(function), names[-1])
 
 
-def _named(place, name):
-    """The same with its name, if that is how its file has it, and with that of its class."""
-    in_text = _in_text(place.path, name)
-    if in_text is None or in_text.line != place.line:
-        return place._replace(class_name=_class_at(place))
-    return place._replace(name=name, class_name=in_text.class_name)
+def _named(place, word):
+    """The same with the name, if it ends with this word, by which its file has the function."""
+    names = [name for name, code in _codes(place.path).items()
+             if name.split('.')[-1] == word and functions.entry_line(code) == place.line]
+    return _with_class(place._replace(name=names[0] if names else None))
 
 
 def _in_text(path, name):
@@ -238,15 +237,15 @@ def _in_text(path, name):
     code = _codes(path).get(name)
     if code is None:
         return None
-    place = Place(path, functions.entry_line(code), None, functions.entry(code, path), name)
-    return place._replace(class_name=_class_at(place))
+    return _with_class(
+        Place(path, functions.entry_line(code), None, functions.entry(code, path), name))
 
 
-def _class_at(place):
+def _with_class(place):
     try:
-        return _code(place.path).class_at(place.line)
+        return place._replace(class_name=_code(place.path).class_at(place.line))
     except text_files.Unreadable:
-        return None  # Of code that is in no file, conditions are understood by what calls it.
+        return place  # Of code that is in no file, what is evaluated there is asked.
 
 
 def _code(path):

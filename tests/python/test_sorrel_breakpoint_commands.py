@@ -120,6 +120,93 @@ print commands
     ''')
 
 
+class FromElsewhere(sorrel_session.TestCase):
+
+    def answers(self, *commands):
+        """What is seen after each of the commands."""
+        out, err, status = self.debug(LOOP, commands)
+        self.assertEqual((err, status), ('', 0))
+        return out.split(sorrel_session.PROMPT)[1:]
+
+    def test_lists_stand_in_files_and_use_all_that_the_prompt_knows(self):
+        self.script('''\
+# What is shown of f.
+alias both p x, y
+break f
+commands
+both;; p 'then'
+for n in range(2):
+    print n, \\
+        x
+
+no_such
+c
+end
+b 7
+''', 'setup')
+        answers = self.answers('source setup', 'b', 'condition 1 x == 2', 'c', '', 'q')
+        self.assertEqual(answers[0], 'Breakpoint 1 at prog.py:2\nBreakpoint 2 at prog.py:7\n')
+        self.assert_in("\tboth;; p 'then'\n\tfor n in range(2):\n\t    print n, \\\n", answers[1])
+        self.assertEqual(answers[3], '''\
+> prog.py(2)f()
+-> y = x * 2
+*** commands 1:1: NameError: name 'y' is not defined
+'then'
+0 2
+1 2
+*** commands 1:6: No such command: no_such
+> prog.py(7)<module>()
+-> print 'done'
+''')
+
+    def test_lists_stand_in_one_line(self):
+        self.assertEqual(self.answers(
+            'b f', 'commands 1;; silent;; p x + 5;; end;; b 7', 'b', 'c', 'q')[1:], [
+                'Breakpoint 2 at prog.py:7\n', '''\
+Num Type         Disp Enb   Where
+1   breakpoint   keep yes   at prog.py:2
+\tsilent
+\tp x + 5
+2   breakpoint   keep yes   at prog.py:7
+''', '5\n', ''])
+
+    def test_files_that_end_amid_a_list_change_none(self):
+        self.script('commands 1\np 1\n', 'setup')
+        answers = self.answers(
+            'b f', 'commands;; p 2;; end', 'source setup', 'p 3', 'b', 'q')
+        self.assertEqual(answers[2:4], [
+            '*** setup:1: No "end": breakpoint 1 has the commands that it had\n', '3\n'])
+        self.assert_in(':2\n\tp 2\n', answers[4])
+
+    def test_files_wait_while_a_list_is_carried_out(self):
+        self.script('b f, x == 1\ncommands\nsource more\nc\nend\nb 7\nc\np "last"\n', 'setup')
+        self.script('p x + 40\np x + 50\n', 'more')
+        self.assertEqual(self.answers('source setup', 'q')[0], '''\
+Breakpoint 1 at prog.py:2
+Breakpoint 2 at prog.py:7
+> prog.py(2)f()
+-> y = x * 2
+41
+51
+> prog.py(7)<module>()
+-> print 'done'
+'last'
+''')
+
+    def test_silent_stops_show_nothing_of_what_others_show(self):
+        answers = self.answers(
+            'tbreak 3, x == 0', 'c', 'display y', 'sticky', 'b 3, x == 1',
+            'commands;; silent;; p "here";; end', 'c', 'n', 'q')
+        self.assertEqual(answers[6], "'here'\n")
+        self.assert_in('  3  ->\t    return y\n', answers[7])
+        self.assert_in('display y: 2  [old: 0]\n', answers[7])
+
+    def test_a_count_of_steps_ends_where_a_list_is_to_be_carried_out(self):
+        answers = self.answers('tbreak 5', 'c', 'b f, x == 1', 'commands;; silent;; p x;; end',
+                               'next 9', 'w 1', 'q')
+        self.assertEqual(answers[4], '1\n')
+
+
 class Interrupted(sorrel_session.ScreenTestCase):
 
     def test_ctrl_c_drops_the_list(self):
@@ -257,6 +344,7 @@ class Saving(sorrel_session.TestCase):
         self.debug(LOOP, [
             'b f, x == 1', 'tbreak 7', 'disable 2', 'logpoint 3, y is {y}', 'condition 3 y > 2',
             'b other.g', 'ignore 4 2', 'commands 1', 'silent', 'p x', 'end',
+            'commands 2', 'for n in range(2):', '    print n', '', 'w;; c', 'end',
             'save breakpoints saved', 'q'])
         saved = open(os.path.join(self.folder, 'saved')).read()
         self.assertEqual(self.clean(saved), '''\
@@ -267,6 +355,12 @@ p x
 end
 tbreak prog.py:7
 disable $bpnum
+commands $bpnum
+for n in range(2):
+    print n
+
+w;; c
+end
 logpoint prog.py:3, y is {y}
 condition $bpnum y > 2
 break other.g
@@ -280,12 +374,23 @@ Num Type         Disp Enb   Where
 	silent
 	p x
 2   breakpoint   del  no    at prog.py:7
+	for n in range(2):
+	    print n
+	
+	w;; c
 3   logpoint     keep yes   at prog.py:3
 	logs y is {y}
 	stop only if y > 2
 4   breakpoint   keep yes   pending other.g
 	ignore next 2 hits
 ''')
+
+    def test_functions_are_saved_by_their_names_in_their_files(self):
+        self.script('class C(object):\n    def m(self):\n        return 1\n', 'beside.py')
+        self.debug('import beside\nhere = beside.C()\nhere.m()\n', [
+            'n', 'n', 'b here.m', 'b beside.C.m', 'save breakpoints saved', 'q'])
+        self.assertEqual(self.clean(open(os.path.join(self.folder, 'saved')).read()),
+                         'break beside.py:C.m\n' * 2)
 
     def test_what_is_in_no_file_is_left_out(self):
         self.assert_session('exec "def f(x):\\n    return x"\nf(1)\n', '''

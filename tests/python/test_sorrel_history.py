@@ -90,4 +90,8 @@ class CompletionTest(TestCase):
         self.assert_in('no    at a-module.py:1\n', self.type('b'))
         self.type('condition \t x.rea\t')
         self.assert_in('stop only if x.real\n', self.type('b'))
+        self.type('commands \t;; p 8;; end')
+        self.assert_in('\tp 8\n', self.type('b'))
+        self.assert_in('Logpoint 3 at a-module.py:1\n', self.type('logpoint a-m\t1, here'))
+        self.assert_in('Saved to a-commands\n', self.type('save b\t a-c\t'))
         self.end_with('c')

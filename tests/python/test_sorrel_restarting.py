@@ -55,6 +55,27 @@ class KeptTest(TestCase):
         self.assertEqual(answers[14], "2 ['one', 'two'] there\n"
                          'The program ended with exit status 0.\n')
 
+    def test_breakpoints_of_every_kind_are_kept_with_their_commands(self):
+        self.script('def g():\n    return 3\n', 'beside.py')
+        text = PROGRAM + 'import beside\nbeside.g()\nexec "def made(): pass"\nmade()\n'
+        answers = self.answers(text, [
+            'b beside.py:1', 'b nowhere.f', 'logpoint f, at {n}', 'b f', 'commands', 'silent',
+            'alias_', 'end', 'alias alias_ p n;; p n + 1', 'b 14', 'c', 'c', 'c', 'b made', 'run',
+            'b', 'commands;; p 7;; end', 'c', 'q'])
+        self.assertEqual(answers[-4], '''\
+Num Type         Disp Enb   Where
+1   breakpoint   keep yes   at beside.py:1
+2   breakpoint   keep yes   pending nowhere.f
+3   logpoint     keep yes   at prog.py:3
+\tlogs at {n}
+4   breakpoint   keep yes   at prog.py:3
+\tsilent
+\talias_
+5   breakpoint   keep yes   at prog.py:14
+''')
+        self.assert_in('\n*** No breakpoint any more at <string>:1\n', answers[-5])
+        self.assertEqual(answers[-2], 'at 1\n1\n2\n')
+
     def test_what_the_program_did_to_its_process_is_not(self):
         answers = self.answers(PROGRAM, [
             'tbreak 10', 'c', 'p opened.fileno() > 2', 'p opened.fileno()', 'run', 'n',

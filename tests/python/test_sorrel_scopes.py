@@ -162,6 +162,28 @@ class PrivateNamesTest(TestCase):
             "-> return [(lambda: self.__x)() for _ in 'a']\n")
         self.assertEqual(answers[6], 'The program ended with exit status 0.\n')
 
+    def test_in_conditions_of_breakpoints_for_less_than_a_line(self):
+        text = PRIVATE.replace('):\n        return self.__x', '): return self.__x')
+        answers = self.answers(text, [
+            'logpoint _Base.base, {self.__x}',
+            "break _Base.base, self.__x == 1 and all(self.__x == n for n in [1])",
+            'break 20, self.__x == 2 and [1 for n in [2] if (lambda: self.__x == n)()]',
+            'logpoint 20, {(lambda: self.__x)()}', 'c', 'c', 'condition 2 self.__x == 1', 'run',
+            'c', 'c', 'c'])
+        for seen in answers[4:6], answers[8:10]:
+            self.assertEqual(seen, [
+                '1\n> prog.py(11)base()\n-> def base(self): return self.__x\n',
+                "2\n> prog.py(20)derived()\n-> return [(lambda: self.__x)() for _ in 'a']\n"])
+
+    def test_in_conditions_of_what_is_loaded_later(self):
+        self.script(PRIVATE, 'later.py')
+        answers = self.answers('import sys\nimport later\n', [
+            'break later.py:12, self.__x == 1', 'break later.Old.__init__, hasattr(self, "x")',
+            'condition 2 self.__x == 3', 'c', 'c'])
+        self.assert_in('> later.py(12)base()\n', answers[3])
+        self.assert_in('Condition of breakpoint 2: AttributeError: ', answers[4])
+        self.assert_in("no attribute '_Old__x'\n> later.py(28)__init__()\n", answers[4])
+
     def test_other_names_with_underscores_stay(self):
         answers = self.answers(PRIVATE, [
             'tbreak 12', 'c', 'p self.__class__.__name__', "p '__x'", 'p __name__',

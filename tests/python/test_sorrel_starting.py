@@ -177,6 +177,15 @@ print deeper(0), sys._getframe().f_back
         self.assertEqual(self.start_by_file('-c'), (
             '', 'sorrel: -c option requires an argument\n', 2))
 
+    def test_text_has_breakpoints_in_functions_that_are_made(self):
+        out = self.start_by_file('-c', 'def f(n):\n    return n\nf(1)\n',
+                                 input='b 2\nb f\nn\nb f\nc\nq\n')[0]
+        self.assertEqual(out.split(sorrel_session.PROMPT)[1:], [
+            '*** cannot read <string>: No such file or directory\n',
+            '*** no function f in <string>\n',
+            '> <string>(3)<module>()\n-> f(1)\n', 'Breakpoint 1 at <string>:2\n',
+            '> <string>(2)f()\n-> return n\n', ''])
+
     def test_text_that_cannot_be_compiled(self):
         alone = self.call_alone('-c', 'x = (')
         out, err, status = self.start_by_file('-c', 'x = (')

@@ -435,7 +435,8 @@ import deep
 deep.h()
 last = 1
 ''', 'b beside.g', 'b deep.h', 'logpoint other.py:7, at {beside.g()}', 'b other.py:6')
-        for line in 'commands 4', 'silent', 'p 6 + 0', 'c':
+        self.type('alias six p 6 + 0')
+        for line in 'commands 4', 'silent', 'six', 'c':
             self.screen.type(line + '\n')
         self.type('end')
         self.assert_in('> beside.py(1)g()\n', self.type('c'))
