@@ -198,7 +198,8 @@ def _debug(options, program, arguments):
     try:
         script = runner.find(program, options.kind)
         runner.prepare(script, arguments, options.hook)
-        terminal.share(os.path.basename(script.path))
+        # What was read of a standard input cannot be read again.
+        terminal.share(os.path.basename(script.path), script.name != '-')
         return runner.run(script, terminal.service)
     except runner.CannotRead as error:
         sys.stderr.write('sorrel: %s\n' % error)

@@ -100,9 +100,12 @@ class ProcessCommands(object):
 
     # Who takes part.
 
-    def share(self, name):
-        """Processes that the program, of this name, forks or starts are to have turns here."""
-        self.begin()
+    def share(self, name, can_run_again):
+        """Processes that the program, of this name, forks or starts are to have turns here.
+
+        can_run_again: whether all of the program is there once more when the process begins anew.
+        """
+        self.begin(can_run_again)
         if self._console.is_terminal():
             self.name = name
             self._join(Tree())

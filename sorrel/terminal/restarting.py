@@ -24,7 +24,8 @@ class RestartCommand(object):
         Breakpoints, what is to be caught, displays and aliases are kept.
         """
         if self._beginning is None:
-            self._say('*** Only a program that was started in the terminal can be run again')
+            self._say('*** Only a program that was started in the terminal, and is not in the '
+                      'standard input, can be run again')
         elif not self._is_first():
             self._say('*** Only the first process can be run again')
         else:
@@ -48,9 +49,9 @@ class RestartCommand(object):
         finally:
             os.unlink(path)
 
-    def begin(self):
+    def begin(self, can_run_again):
         """Before the program does: with what is kept from before, or else from files."""
-        self._beginning = beginnings.of_this_process()
+        self._beginning = beginnings.of_this_process() if can_run_again else None
         if self._beginning is not None:
             self._beginning.environment.pop(_VARIABLE, None)
         path = os.environ.pop(_VARIABLE, None)

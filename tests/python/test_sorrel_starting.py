@@ -140,6 +140,8 @@ print deeper(0), sys._getframe().f_back
 > <stdin>(1)<module>()
 -> import sys
 (sorrel) ''')
+            screen.type('run\n')
+            self.assert_in('*** Only a program ', screen.read_to('(sorrel) '))
             screen.type('n\nn\np x\nc\n')
             self.assert_in("[42, ['-', 'a'], '']\n", screen.read_all()[0])
         finally:
