@@ -43,7 +43,7 @@ def of_object(value):
         raise Unknown('No source: it is a %s' % values.type_name(value))
     path = code.co_filename
     if not file_lines.line(path, 1) and isinstance(value, types.FunctionType):
-        path = _source_name(value.func_globals.get('__file__') or path)
+        path = modules.source_name(value.func_globals.get('__file__') or path)
     return of_code(code, path)
 
 
@@ -64,11 +64,7 @@ def _file_of(module):
     path = modules.namespace(module).get('__file__')
     if not isinstance(path, str):
         raise Unknown('No source in Python')
-    return _source_name(path)
-
-
-def _source_name(path):
-    return path[:-1] if path.endswith(('.pyc', '.pyo')) else path
+    return modules.source_name(path)
 
 
 def _lines(code):

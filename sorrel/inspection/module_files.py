@@ -64,7 +64,7 @@ def is_readable(path):
 
 def path_of(file):
     """The path of a module's source, by its __file__."""
-    return os.path.abspath(file[:-1] if file.endswith(('.pyc', '.pyo')) else file)
+    return os.path.abspath(modules.source_name(file))
 
 
 def _in_archive(path):

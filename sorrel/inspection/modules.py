@@ -47,10 +47,13 @@ def namespace(module):
     return _namespace(module) if isinstance(module, types.ModuleType) else {}
 
 
+def source_name(file):
+    """The name of a module's source file, by that of the file that it was loaded from."""
+    return file[:-1] if file.endswith(('.pyc', '.pyo')) else file
+
+
 def _key(real_paths, path):
-    if path.endswith(('.pyc', '.pyo')):
-        path = path[:-1]
-    return real_paths.of(path)
+    return real_paths.of(source_name(path))
 
 
 _namespace = types.ModuleType.__dict__['__dict__'].__get__

@@ -5,7 +5,7 @@ from __future__ import absolute_import
 import re
 import types
 
-from sorrel.inspection import trees
+from sorrel.inspection import decorated, trees
 
 _PRIVATE = re.compile(r'\b__(?!\w*__\b)\w')
 # The flag of a code object that the body of a class lacks.
@@ -16,8 +16,6 @@ _STRING_OR_PRIVATE = re.compile(
     r'("(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\')|\b__(?!\w*__\b)\w+')
 # Where nodes of a tree have names.
 _NAMING = 'id', 'attr', 'name', 'vararg', 'kwarg'
-# Of functions that decorators have wrapped.
-_DEPTH = 3
 
 
 def are_in(text):
@@ -70,7 +68,8 @@ def class_of(frame):
     for kind in _candidates(frame):
         for base in _bases(kind):
             for member in _members(base):
-                if _is_made_by(member, code, _DEPTH):
+                if any(_has(function.func_code, code)
+                       for function in decorated.functions_in(member)):
                     return base.__name__
     return None
 
@@ -110,28 +109,6 @@ def _members(kind):
     return variables.values()
 
 
-def _is_made_by(member, code, depth):
-    """Whether this is the code of a member of a class, or that of a function inside it."""
-    if type(member) in (staticmethod, classmethod):
-        member = member.__get__(None, object)
-    if type(member) is property:
-        return bool([one for one in (member.fget, member.fset, member.fdel)
-                     if _is_made_by(one, code, depth)])
-    if type(member) is types.MethodType:
-        member = member.im_func
-    if type(member) is not types.FunctionType:
-        return False
-    return _has(member.func_code, code) or depth > 0 and bool(
-        [cell for cell in member.func_closure or () if _is_made_by(_held(cell), code, depth - 1)])
-
-
 def _has(outer, code):
     return outer is code or bool([inner for inner in outer.co_consts
                                   if isinstance(inner, types.CodeType) and _has(inner, code)])
-
-
-def _held(cell):
-    try:
-        return cell.cell_contents
-    except ValueError:
-        return None

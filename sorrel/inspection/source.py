@@ -7,7 +7,7 @@ import os
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import file_lines, text_files
-from sorrel.inspection import given_texts
+from sorrel.inspection import given_texts, modules
 
 
 def file_name(frame):
@@ -30,9 +30,8 @@ def is_made_up_name(name, globals):
         return True
     # What was compiled elsewhere has at least its last part in common with the module's file.
     of_module = dict.get(globals, '__file__')
-    return isinstance(of_module, str) and os.path.basename(name) != os.path.basename(
-        of_module[:-1] if of_module.endswith(('.pyc', '.pyo')) else of_module) \
-        and not text_files.is_file(name)
+    return isinstance(of_module, str) and not text_files.is_file(name) \
+        and os.path.basename(name) != os.path.basename(modules.source_name(of_module))
 
 
 def place(entry):

@@ -23,7 +23,7 @@ Beginning = record('Beginning', 'words environment folder mask ignored')
 def of_this_process():
     """The Beginning of a process that has hardly begun; None where the system does not say."""
     try:
-        words = _said('cmdline')
+        words = command_line()
         environment = dict([entry.partition('=')[::2] for entry in _said('environ')])
         folder = os.getcwd()
     except EnvironmentError:
@@ -31,6 +31,11 @@ def of_this_process():
     mask = os.umask(077)
     os.umask(mask)
     return Beginning(words, environment, folder, mask, _ignored())
+
+
+def command_line():
+    """The words that the interpreter was started with. Raises EnvironmentError."""
+    return _said('cmdline')
 
 
 def begin_again(beginning, **variables):

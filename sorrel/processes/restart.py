@@ -7,7 +7,7 @@ import sys
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.processes import commands
+from sorrel.processes import beginnings, commands
 
 _STARTER = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), 'start.py')
 
@@ -23,7 +23,7 @@ def with_options(options, start_words):
     options: words, one for each. start_words: the command line, for sorrel.main.start().
     """
     try:
-        words = open('/proc/self/cmdline').read().split('\0')[:-1]
+        words = beginnings.command_line()
         given = commands.options_of(words[1:])
         if given is not None and given[len(given) - len(options):] == options:
             return

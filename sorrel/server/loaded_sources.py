@@ -7,7 +7,7 @@ import sys
 
 from sorrel.common.decoding import text
 from sorrel.common.real_paths import RealPaths
-from sorrel.inspection import libraries
+from sorrel.inspection import libraries, modules
 from sorrel.server.shared import sources
 
 
@@ -35,7 +35,7 @@ class LoadedSources(object):
         real_paths = RealPaths()
         names = dict((real_paths.of(path), name) for name, path in self._modules())
         for path, was_known in loaded:
-            path = sources.of_code(path)
+            path = modules.source_name(path)
             name = names.get(real_paths.of(path), os.path.basename(path))
             self._session.event('module', {'reason': 'changed' if was_known else 'new',
                                            'module': self._describe(name, path)})

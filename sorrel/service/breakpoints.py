@@ -239,7 +239,7 @@ class Breakpoints(object):
 
     def may_be_due(self, checked, frame):
         """Whether any of these may be, at a line event in this frame."""
-        return [1 for breakpoint in checked if self._checks.is_reached(breakpoint, frame)] != []
+        return any(self._checks.is_reached(breakpoint, frame) for breakpoint in checked)
 
     def reach(self, checked, thread, frame):
         """The calling thread, whose ident this is, has come to these: which of them are due."""

@@ -11,7 +11,7 @@ import sys
 
 from sorrel.common import text_files
 from sorrel.common.real_paths import RealPaths
-from sorrel.inspection import file_code, functions, module_files, modules, source
+from sorrel.inspection import decorated, file_code, functions, module_files, modules, source
 from sorrel.service import breakpoints, locations
 from sorrel.service.breakpoints import Place, Refused
 
@@ -85,7 +85,7 @@ class Places(object):
         except Exception:
             pass  # Not defined yet, perhaps.
         else:
-            return _named(of_function(functions.behind(value, words[-1]) or value), words[-1])
+            return _named(of_function(decorated.behind(value, words[-1]) or value), words[-1])
         place = _in_text(shown, name)
         if place is not None:
             return place
@@ -118,7 +118,7 @@ def find_file(name, shown=None):
 
 def of_function(function):
     """The Place of a function or method. Raises Refused."""
-    in_python = functions.in_python(function)
+    in_python = decorated.in_python(function)
     if in_python is None:
         raise Refused('not a function in Python: %s' % type(function).__name__)
     code = in_python.func_code
@@ -219,7 +219,7 @@ def _module_path(variables):
 def _live(variables, names):
     """The Place of what a loaded module has under a name; None where that is no function."""
     try:
-        function = functions.behind(functions.in_namespace(variables, names), names[-1])
+        function = decorated.behind(functions.in_namespace(variables, names), names[-1])
     except LookupError:
         return None
     return function and _named(of_function(function), names[-1])

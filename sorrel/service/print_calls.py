@@ -9,9 +9,7 @@ from __future__ import absolute_import
 import sys
 import types
 
-import _sorrel
-
-from sorrel.inspection import modules
+from sorrel.inspection import functions, modules
 from sorrel.service import breakpoints, places
 
 # Modules, what is in them, and the condition of the breakpoint.
@@ -59,10 +57,8 @@ class PrintCalls(object):
         return error if len(error) == 3 and type(error[2]) is types.TracebackType else None
 
     def _add(self, variables, names, condition):
-        function = variables.get(names[0])
         try:
-            for name in names[1:]:
-                function = _sorrel.static_attribute(function, name)
+            function = functions.in_namespace(variables, names)
         except LookupError:
             return
         code = getattr(function, 'func_code', None)

@@ -137,11 +137,6 @@ def main_path():
     return full_name(path or ''.join(getattr(sys, 'argv', [])[:1]))
 
 
-def of_code(path):
-    """The source file of a module's file."""
-    return path[:-1] if path.endswith(('.pyc', '.pyo')) else path
-
-
 def loaded_modules():
     """(name, path) of each module of the program's that was loaded from a file."""
     found = []
@@ -149,7 +144,7 @@ def loaded_modules():
         variables = modules.namespace(module)
         path = variables.get('__file__')
         if isinstance(path, str) and module is not core and not frames.is_own_namespace(variables):
-            found.append((name, full_name(of_code(path))))
+            found.append((name, full_name(modules.source_name(path))))
     return found
 
 
