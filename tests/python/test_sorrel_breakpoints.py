@@ -266,6 +266,34 @@ class Changing(sorrel_session.TestCase):
     (sorrel) q
     ''')
 
+    def test_one_that_is_interrupted_does_so_too(self):
+        self.assert_session('''\
+def stop():
+    raise KeyboardInterrupt
+for i in range(2):
+    i + 1
+    i + 2
+''', '''
+    > prog.py(1)<module>()
+    -> def stop():
+    (sorrel) b 4, stop()
+    Breakpoint 1 at prog.py:4
+    (sorrel) b 5, stop()
+    Breakpoint 2 at prog.py:5
+    (sorrel) logpoint 5, {i}
+    Logpoint 3 at prog.py:5
+    (sorrel) c
+    Condition of breakpoint 1: KeyboardInterrupt
+    > prog.py(4)<module>()
+    -> i + 1
+    (sorrel) c
+    0
+    Condition of breakpoint 2: KeyboardInterrupt
+    > prog.py(5)<module>()
+    -> i + 2
+    (sorrel) q
+    ''')
+
     def test_ignoring(self):
         self.assert_session(LOOP, '''
     > prog.py(1)<module>()
