@@ -38,11 +38,13 @@ class CommandLists(object):
         breakpoint, self._to_list = self._to_list, None
         if breakpoint is None:
             return
+        # No other list is begun by an empty line.
+        self.lastcmd = ''
         lines = []
-        text = self._following(line, _PROMPT)
+        text = self._following(line, _PROMPT, self.complete)
         while text is not None and text.strip() != _END:
             lines.append(text.rstrip())
-            text = self._following(line, _PROMPT)
+            text = self._following(line, _PROMPT, self.complete)
         if text is None:
             self._say('*** No "%s": breakpoint %d has the commands that it had' % (
                 _END, breakpoint.number))

@@ -79,11 +79,11 @@ class TypedLines(object):
             text += '\n' + more
         return text
 
-    def _following(self, line, prompt):
+    def _following(self, line, prompt, complete=None):
         """The text of what comes after a Line from the same place; None at the end of that."""
         if self.cmdqueue and self.cmdqueue[0].file == line.file:
             return self.cmdqueue.pop(0).text
-        return self._console.read_line(prompt, None) if line.file is None else None
+        return self._console.read_line(prompt, complete) if line.file is None else None
 
     def _placed(self, text):
         """A complaint about what a file has says where that is."""

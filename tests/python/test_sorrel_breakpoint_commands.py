@@ -25,9 +25,9 @@ class Lists(sorrel_session.TestCase):
 
     def test_commands_are_carried_out_at_each_stop(self):
         self.assertEqual(self.stops(LOOP, [
-            'b f', 'b 7', 'commands 1', 'p x', 'up', 'p i', 'end', 'c', 'w', 'c', '', 'delete 1',
+            'b f', 'b 7', 'commands 1', 'p x', 'up', 'p i', 'end', '', 'c', 'w', 'c', '', 'delete 1',
             'c', 'q']), '''\
-> prog.py(2)f()
+(sorrel) > prog.py(2)f()
 -> y = x * 2
 0
 > prog.py(6)<module>()

@@ -1,6 +1,5 @@
 """What is evaluated at the prompt, and in conditions, means what it would mean in the function."""
 
-import harness
 import sorrel_session
 
 CLOSURES = '''\
