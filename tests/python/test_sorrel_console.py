@@ -225,16 +225,18 @@ spin()
         screen.type('c\n')
         self.assertEqual(screen.read_all()[1], 0)
 
-    def test_ctrl_c_twice_ends_a_program_that_has_turned_tracing_off(self):
+    def test_ctrl_c_twice_ends_what_a_program_traces_itself(self):
         screen = self.open('''\
 import sys
-sys.settrace(None)
-try:
-    print 'running'
-    while True:
-        pass
-except KeyboardInterrupt:
-    print 'interrupted'
+def run():
+    try:
+        print 'running'
+        while True:
+            pass
+    except KeyboardInterrupt:
+        print 'interrupted'
+sys.settrace(lambda *args: None)
+run()
 ''')
         screen.read_to(PROMPT)
         screen.type('c\n')

@@ -95,8 +95,9 @@ class UntilTest(TestCase):
             '*** Not after line 6: 6\n', '*** Not after line 6: 3\n'])
 
     def test_until_a_line_that_does_not_come(self):
-        answers = self.answers(LOOP, ['s 2', 'until 90', 'c'])
-        self.assertEqual(answers[1], "> prog.py(9)<module>()\n-> print 'done'\n")
+        for line in '90', '9' * 20:
+            answers = self.answers(LOOP, ['s 2', 'until ' + line, 'c'])
+            self.assertEqual(answers[1], "> prog.py(9)<module>()\n-> print 'done'\n")
 
 
 class JumpTest(TestCase):
