@@ -30,8 +30,9 @@ def is_made_up_name(name, globals):
         return True
     # What was compiled elsewhere has at least its last part in common with the module's file.
     of_module = dict.get(globals, '__file__')
-    return isinstance(of_module, str) and not text_files.is_file(name) \
-        and os.path.basename(name) != os.path.basename(modules.source_name(of_module))
+    return isinstance(of_module, str) \
+        and os.path.basename(name) != os.path.basename(modules.source_name(of_module)) \
+        and not text_files.is_file(name)
 
 
 def place(entry):

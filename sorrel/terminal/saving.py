@@ -43,7 +43,7 @@ def _commands(breakpoint):
             commands.append('condition %s %s' % (LAST, breakpoint.condition))
     else:
         commands = [('tbreak ' if breakpoint.temporary else 'break ') + place
-                    + (breakpoint.condition and ', ' + breakpoint.condition or '')]
+                    + (', ' + breakpoint.condition if breakpoint.condition else '')]
     if breakpoint.ignore_count:
         commands.append('ignore %s %d' % (LAST, breakpoint.ignore_count))
     if not breakpoint.enabled:

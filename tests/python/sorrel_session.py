@@ -4,6 +4,7 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
 import subprocess
 import time
@@ -196,7 +197,13 @@ class ScreenTestCase(TestCase):
             del os.environ['TMPDIR']
         else:
             os.environ['TMPDIR'] = self._place
+        # The last process to leave may be about to clear up there.
+        self.assertTrue(harness.wait_until(self._has_no_temporary_files))
         TestCase.tearDown(self)
+
+    def _has_no_temporary_files(self):
+        shutil.rmtree(self.temporary, True)
+        return not os.path.exists(self.temporary)
 
     def begin(self, text, *commands, **how):
         """What is seen after each of the commands. how: as a Screen has it."""
