@@ -46,6 +46,8 @@ class CommandLists(object):
             lines.append(text.rstrip())
             text = self._following(line, _PROMPT, self.complete)
         if text is None:
+            if line.file is None:
+                self._say('')
             self._say('*** No "%s": breakpoint %d has the commands that it had' % (
                 _END, breakpoint.number))
         elif ''.join(lines):
@@ -62,16 +64,19 @@ class CommandLists(object):
         return bool(self._due) and all(_is_silent(lines) for _, lines in self._lists_due())
 
     def _run_lists(self):
-        for number, lines in self._lists_due():
-            file = 'commands %d' % number
-            waiting = self.cmdqueue
-            self.cmdqueue = [Line(text, file, place) for place, text in enumerate(lines, 1)][
-                _is_silent(lines):]
-            try:
-                while self.cmdqueue and self._resume is None:
-                    self._one_command()
-            finally:
-                self.cmdqueue = waiting
+        waiting = self.cmdqueue
+        self.cmdqueue = [line for number, lines in self._lists_due()
+                         for line in _to_carry_out(number, lines)]
+        try:
+            while self.cmdqueue and self._resume is None:
+                self._one_command()
+        finally:
+            self.cmdqueue = waiting
+
+
+def _to_carry_out(number, lines):
+    found = [Line(text, 'commands %d' % number, place) for place, text in enumerate(lines, 1)]
+    return found[1:] if _is_silent(lines) else found
 
 
 def _is_silent(lines):

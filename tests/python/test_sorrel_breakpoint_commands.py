@@ -178,6 +178,16 @@ Num Type         Disp Enb   Where
             '*** setup:1: No "end": breakpoint 1 has the commands that it had\n', '3\n'])
         self.assert_in(':2\n\tp 2\n', answers[4])
 
+    def test_the_end_of_input_amid_a_list_changes_none(self):
+        out, _, status = self.debug(LOOP, ['b f', 'commands', 'p 2'])
+        self.assertEqual(out.split('(com) ')[-1], '''
+*** No "end": breakpoint 1 has the commands that it had
+(sorrel) 
+Detached: the program runs on.
+done
+''')
+        self.assertEqual(status, 0)
+
     def test_files_wait_while_a_list_is_carried_out(self):
         self.script('b f, x == 1\ncommands\nsource more\nc\nend\nb 7\nc\np "last"\n', 'setup')
         self.script('p x + 40\np x + 50\n', 'more')
