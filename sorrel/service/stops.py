@@ -22,6 +22,8 @@ CALLED = 'called'
 POST_MORTEM = 'post-mortem'
 # The program runs on: it has only shown where it has caught the exception.
 TRACEBACK = 'traceback'
+# The largest number of a line, and of hits to ignore, that the core takes.
+NUMBER_LIMIT = 2 ** 31 - 1
 
 
 def is_at_line(stop):

@@ -5,11 +5,10 @@ from __future__ import absolute_import
 from sorrel.inspection import evaluation
 from sorrel.service.breakpoints import Refused
 from sorrel.service.places import NotLoaded, Places
+from sorrel.service.stops import NUMBER_LIMIT
 
 # What stands for the number of the breakpoint that was set last, as in gdb.
 LAST = '$bpnum'
-# What the core can count.
-_MOST_IGNORED = 2 ** 31 - 1
 
 
 class BreakpointCommands(object):
@@ -76,7 +75,7 @@ class BreakpointCommands(object):
             self._ignore_breakpoint(number, count.strip() or '0')
 
     def _ignore_breakpoint(self, number, count):
-        if not count.isdigit() or int(count) > _MOST_IGNORED:
+        if not count.isdigit() or int(count) > NUMBER_LIMIT:
             self._say('*** Not a count: %s' % count)
             return
         for breakpoint in self._one_breakpoint(number):

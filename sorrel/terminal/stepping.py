@@ -3,10 +3,8 @@
 from __future__ import absolute_import
 
 from sorrel.service.stops import (
-    CONTINUE, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER, STEP_OVER_RANGE, STEPPED)
-
-# What the core can count.
-_LAST_LINE = 2 ** 31 - 1
+    CONTINUE, NUMBER_LIMIT, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER, STEP_OVER_RANGE,
+    STEPPED)
 
 
 class SteppingCommands(object):
@@ -33,7 +31,7 @@ class SteppingCommands(object):
         With LINE, run until this function gets to that line or a later one.
         """
         line = self._step_frame().f_lineno
-        last = min(int(argument) - 1, _LAST_LINE) if argument else line
+        last = min(int(argument) - 1, NUMBER_LIMIT) if argument else line
         if last < line:
             self._say('*** Not after line %d: %s' % (line, argument))
             return

@@ -159,6 +159,10 @@ b 7
 -> print 'done'
 ''')
 
+    def test_lists_stand_in_files_that_are_read_at_the_start(self):
+        self.script('b prog.py:f, x > 1\ncommands\nsilent\np x + 60\nend\n', '.sorrelrc')
+        self.assertEqual(self.answers('c', 'c', 'q'), ['62\n', '63\n', ''])
+
     def test_lists_stand_in_one_line(self):
         self.assertEqual(self.answers(
             'b f', 'commands 1;; silent;; p x + 5;; end;; b 7', 'b', 'c', 'q')[1:], [
