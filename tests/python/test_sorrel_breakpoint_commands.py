@@ -25,8 +25,8 @@ class Lists(sorrel_session.TestCase):
 
     def test_commands_are_carried_out_at_each_stop(self):
         self.assertEqual(self.stops(LOOP, [
-            'b f', 'b 7', 'commands 1', 'p x', 'up', 'p i', 'end', '', 'c', 'w', 'c', '', 'delete 1',
-            'c', 'q']), '''\
+            'b f', 'b 7', 'commands 1', 'p x', 'up', 'p i', 'end', '', 'c', 'w', 'c', '',
+            'delete 1', 'c', 'q']), '''\
 (sorrel) > prog.py(2)f()
 -> y = x * 2
 0
