@@ -35,6 +35,21 @@ int __wrap_PyTraceBack_Here(PyFrameObject* frame) {
 }
 #endif
 
+#if MORVIK_LEADS_GENERATORS
+// 2.6 takes the thread in which a generator was made for the one that it is traced in. Where that
+// has ended, freed memory is written to, and events may be lost.
+extern "C" {
+PyObject* __real_PyEval_EvalFrameEx(PyFrameObject* frame, int throws);
+PyObject* __wrap_PyEval_EvalFrameEx(PyFrameObject* frame, int throws);
+
+// Only generators have their frames executed from outside the interpreter's loop.
+PyObject* __wrap_PyEval_EvalFrameEx(PyFrameObject* frame, int throws) {
+    frame->f_tstate = PyThreadState_GET();
+    return __real_PyEval_EvalFrameEx(frame, throws);
+}
+}
+#endif
+
 int main(int argc, char** argv) {
     // Further arenas, one for each thread, would be mapped high up.
     mallopt(M_ARENA_MAX, 1);

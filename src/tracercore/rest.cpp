@@ -449,7 +449,9 @@ void settle(PyFrameObject* frame) {
 }
 
 void note_exception(ThreadData* record, PyFrameObject* frame, PyObject* type) {
-    if (may_rest(current_thread_state())) {
+    // Also while the thread is not watched, since its breakpoints may go before it leaves the
+    // frame.
+    if (!core.always_trace && dprintf_file == nullptr && is_traced_here(current_thread_state())) {
         note_unwinding(record, frame, taking_block(frame, core.ignored_handlers, type));
     }
 }

@@ -36,7 +36,8 @@ bool is_traced_here(const PyThreadState* thread);
 // or something else profiles it. May run Python code, errno and the pending exception are kept.
 void settle(PyFrameObject* frame);
 
-// At an exception event: whether the frame is to keep its events until it is left.
+// At an exception event: whether the frame is to keep its events until it is left, or another of
+// its handlers takes the exception.
 void note_exception(ThreadData* record, PyFrameObject* frame, PyObject* type);
 
 // The calling thread, which has its events, goes on in this frame; nullptr for none. From now on

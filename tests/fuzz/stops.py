@@ -252,15 +252,10 @@ class Run(object):
         thread.start_new_thread(map, (operator.methodcaller("__call__"), calls)), gate.acquire()
 
     def caught(self, function):
-        kept = len(self.kept)
         try:
             function()
         except:
             self.note('thread', sys.exc_info()[0].__name__)
-        if sys.version_info < (2, 7):
-            # 2.6 takes the thread in which a generator was made for the one that it is traced in,
-            # also when that has ended, and may lose its events, or worse.
-            del self.kept[kept:]
 
     def go(self, code):
         names = {"__name__": "program", "kept": self.kept, "yield_back": abs}

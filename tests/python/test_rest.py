@@ -359,7 +359,6 @@ f(2)
 """, exception_mode=2)
         self.assertEqual(notes, [9, (11, 5), 12] * 2)
 
-
     def test_lines_past_a_clause_that_takes_something_else(self):
         """An instruction that no line is made of ends the clauses."""
         lines = []

@@ -60,6 +60,23 @@ for each in threads:
     each.join()
 """
 
+# What fills freed memory of a thread state's size, if there is any.
+HANDED_ON = """\
+import threading
+
+def numbers():
+    yield 1
+    yield 2
+
+held = []
+maker = threading.Thread(target=lambda: held.append(numbers()))
+maker.start()
+maker.join()
+del maker
+filling = [bytearray('\\xff' * size) for size in range(96, 256) for _ in range(20)]
+result = list(held[0])
+"""
+
 SPINNING = """\
 import threading
 
@@ -97,6 +114,15 @@ class SteppingThreadsTest(harness.CoreTestCase):
             expected.append(["line work 4"] + ["line work 5", "line work 6"] * n
                             + ["line work 5", "line work 7", "return work 7"])
         self.assertEqual(sorted(workers), sorted(expected))
+
+    def test_a_generator_of_a_thread_that_has_ended_is_stepped_in_another(self):
+        server = self.replace_server(OneAtATime())
+        server.init()
+        names = server.run(self.script(HANDED_ON))
+        self.assertEqual(names["result"], [1, 2])
+        self.assertEqual([stop for stop in server.by_thread["MainThread"] if "numbers" in stop],
+                         ["line numbers 4", "return numbers 4", "line numbers 5",
+                          "return numbers 5", "return numbers 5"])
 
     def test_threads_ids_lead_back_to_them(self):
         seen = []
