@@ -38,8 +38,10 @@ Ref run_outermost(PyObject* code, PyObject* variables) {
 Ref run_file_outermost(const char* path, PyObject* variables) {
     FILE* file = nullptr;
     // Whoever is at the other end of a pipe may be another thread.
-    Py_BEGIN_ALLOW_THREADS file = fopen(path, "rb");
-    Py_END_ALLOW_THREADS if (file == nullptr) {
+    Py_BEGIN_ALLOW_THREADS;
+    file = fopen(path, "rb");
+    Py_END_ALLOW_THREADS;
+    if (file == nullptr) {
         PyErr_SetFromErrnoWithFilename(PyExc_IOError, const_cast<char*>(path));
         return Ref();
     }
