@@ -1,5 +1,6 @@
 #include "tracercore/dispatch.h"
 
+#include "dbgcommon.h"
 #include "dprintf.h"
 #include "host/ref.h"
 #include "threadops.h"
@@ -175,7 +176,8 @@ int dispatch_in_turn(PyFrameObject* frame, int event, PyObject* argument) {
     if (event == kEventReturn && record != nullptr) {
         forget_ended_frame(record, frame);
     }
-    watch_calls();
+    const bool goes_on_here = event != kEventReturn && result == 0;
+    watch_calls(goes_on_here && is_frame(frame) ? frame : frame_back(frame));
     if (event == kEventException && record != nullptr && is_frame(frame) && argument != nullptr &&
         PyTuple_Check(argument) && PyTuple_GET_SIZE(argument) > 0) {
         note_exception(record, frame, PyTuple_GET_ITEM(argument, 0));

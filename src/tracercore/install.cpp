@@ -208,7 +208,7 @@ int set_trace_for_current_thread(int on) {
     record->trace_installed = on;
     if (on != 0) {
         PyEval_SetTrace(c_dispatch, core.trace_dispatch);
-        watch_calls();
+        watch_calls(current_thread_state()->frame);
     } else {
         stop_watching_calls();
         PyEval_SetTrace(nullptr, nullptr);

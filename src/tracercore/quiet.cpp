@@ -134,6 +134,9 @@ bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
     }
     if (event != kEventLine) {
         leave_traces(thread, record, frame, event, argument);
+        if (thread->c_profilefunc == nullptr && event != kEventException && !core.always_trace) {
+            watch_calls(event == kEventCall ? frame : frame->f_back);
+        }
     }
     return true;
 }

@@ -321,6 +321,19 @@ bool stays_awake(const PyThreadState* thread, const PyFrameObject* next) {
            next->f_trace == core.trace_dispatch && known_kind(next->f_code) == Kind::kMayStop;
 }
 
+// How many calls, returns and calls of built-in functions in a row have found that nothing changes.
+unsigned calls_in_vain;
+
+// The calling thread stays awake. One that has done so for long is asked less: its trace function
+// sees as well where it leaves such code.
+void stay_awake() {
+    constexpr unsigned kLong = 256;
+    if (++calls_in_vain >= kLong) {
+        calls_in_vain = 0;
+        stop_watching_calls();
+    }
+}
+
 // The profile function. Where the thread has its events, the trace function has had this one.
 int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int event,
                      PyObject* argument) {
@@ -330,6 +343,8 @@ int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int eve
             wake_thread(thread);
             // Nobody will see to them as the thread comes back to them.
             hook_frames(thread, core.trace_dispatch);
+        } else if (stays_awake(thread, frame)) {
+            stay_awake();
         }
         return 0;
     }
@@ -337,8 +352,10 @@ int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int eve
         return 0;
     }
     if (stays_awake(thread, event == kEventCall ? frame : frame->f_back)) {
+        stay_awake();
         return 0;
     }
+    calls_in_vain = 0;
     int result = 0;
     if (is_resting(thread)) {
         result = c_dispatch(thread->c_traceobj, frame, event, argument);
@@ -437,11 +454,14 @@ void note_exception(ThreadData* record, PyFrameObject* frame, PyObject* type) {
     }
 }
 
-void watch_calls() {
+void watch_calls(const PyFrameObject* next) {
     const PyThreadState* const thread = current_thread_state();
-    if (thread->c_profilefunc == nullptr && thread->c_tracefunc == c_dispatch &&
-        !core.always_trace && dprintf_file == nullptr &&
-        (thread->frame == nullptr || !names_setprofile(thread->frame->f_code))) {
+    if (thread->c_profilefunc != nullptr || core.always_trace ||
+        thread->c_tracefunc != c_dispatch || dprintf_file != nullptr) {
+        return;
+    }
+    if (next == nullptr ||
+        (known_kind(next->f_code) != Kind::kMayStop && !names_setprofile(next->f_code))) {
         PyEval_SetProfile(dispatch_at_rest, nullptr);
     }
 }
@@ -521,10 +541,12 @@ bool is_left_over(ThreadData* record, PyFrameObject* frame, int event) {
     }
     record->woken_frame = nullptr;
     const int offset = frame->f_lasti;
-    frame->f_lineno = PyCode_Addr2Line(frame->f_code, offset);
-    return offset > record->woken_at &&
-           (record->woken_may_jump || offset <= next_offset(frame->f_code, record->woken_at)) &&
-           !begins_line(frame->f_code, offset);
+    const bool is_none =
+        offset > record->woken_at &&
+        (record->woken_may_jump || offset <= next_offset(frame->f_code, record->woken_at)) &&
+        !begins_line(frame->f_code, offset);
+    frame->f_lineno = PyCode_Addr2Line(frame->f_code, is_none ? record->woken_at : offset);
+    return is_none;
 }
 
 }  // namespace morvik

@@ -39,9 +39,10 @@ void settle(PyFrameObject* frame);
 // At an exception event: whether the frame is to keep its events until it is left.
 void note_exception(ThreadData* record, PyFrameObject* frame, PyObject* type);
 
-// The calling thread has been dealt with the long way: from now on its calls and returns are seen
-// where it rests.
-void watch_calls();
+// The calling thread, which has its events, goes on in this frame; nullptr for none. From now on
+// its calls and returns are seen where it rests, unless a breakpoint may stop in the frame: then
+// there is time for that when it goes on elsewhere.
+void watch_calls(const PyFrameObject* next);
 
 // Takes the core's profile function from the calling thread.
 void stop_watching_calls();

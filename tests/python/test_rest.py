@@ -83,6 +83,22 @@ elsewhere()
 """, breaks=[4])
         self.assertEqual(notes, [False, not ALWAYS, not ALWAYS])
 
+    def test_who_leaves_such_a_frame_after_long_rests(self):
+        seen = self.debug("""\
+def hot(number):
+    if number < 0:
+        return 0  # never
+    return abs(number)
+def clean():
+    note(is_at_rest())
+for turn in range(2):
+    for number in range(1000):
+        hot(number)
+    clean()
+note(is_at_rest())
+""", breaks=[3])
+        self.assertEqual(seen, [not ALWAYS] * 3)
+
     def test_a_breakpoint_that_is_set_wakes_a_loop_without_calls(self):
         def set_break():
             time.sleep(0.2)
