@@ -38,6 +38,11 @@ class Completion(object):
     def complete_source(self, text, line, begin, end):
         return self._files_or_names(text, line[:end], '')
 
+    def complete_skip(self, text, line, begin, end):
+        words = [word for word in ('list', 'delete') if word.startswith(text)]
+        return _files(text, line[:end].split(' ')[-1], '') + (
+            words if len(line[:begin].split()) < 2 else [])
+
     def complete_save(self, text, line, begin, end):
         if len(line[:begin].split()) < 2:
             return [word for word in ('breakpoints',) if word.startswith(text)]
