@@ -220,6 +220,18 @@ for i in range(2):
                'xyzzy\n' + PROMPT + '\nDetached: the program runs on.\n'
         self.assertEqual((out, err, status), (stop + '0\n' + stop + '1\n', '', 0))
 
+    def test_a_folder_that_is_gone_has_none(self):
+        out, err, status = self.run_to_end('''\
+import os, sorrel
+os.mkdir(os.path.join(os.path.dirname(__file__), 'gone'))
+os.chdir(os.path.join(os.path.dirname(__file__), 'gone'))
+os.rmdir(os.getcwd())
+sorrel.set_trace()
+print 'on'
+''', 'continue\n')
+        self.assert_in('-> print \'on\'\n42\n', out)
+        self.assertEqual((err, status), ('', 0))
+
     def test_so_does_one_for_an_exception(self):
         out = self.run_to_end('''\
 import sorrel
