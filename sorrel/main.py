@@ -21,19 +21,20 @@ import sorrel
 _SHORT = 'debug'
 # The interpreter's options that are handed on to it.
 _FLAGS, _WITH_VALUE = '3BEORSbdstuv', 'QW'
-_SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+_SHORT_USAGE = '''python -m sorrel [--just-my-code] [--post-mortem] [--hook MODULE:NAME]... [--]
+             PROGRAM [ARGS...]
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
-       python -m sorrel --pid PID'''
+       python -m sorrel --pid PID [--just-my-code]'''
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
 Protocol that come to a port. Or, in the terminal, one that runs already. The interpreter is started
 anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
-_USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [--]
+_USAGE = '''%prog terminal [--module] [--just-my-code] [--post-mortem] [--hook MODULE:NAME]... [--]
              PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
-       %prog attach [--handshake FILE] PID
+       %prog attach [--just-my-code | --handshake FILE] PID
        %prog dap
        %prog demo (ledger | bills)'''
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
@@ -60,6 +61,11 @@ def _add_program_options(parser):
                       help='call NAME for a hook that shows a sub-language')
     parser.add_option('--post-mortem', action='store_true',
                       help='stop once more when an exception has ended the program')
+
+
+def _add_terminal_options(parser):
+    parser.add_option('--just-my-code', action='store_true', default=False,
+                      help='step through the code of libraries without a stop')
 
 
 def _add_listen_options(parser):
@@ -103,6 +109,7 @@ def _parse_short(arguments):
     parser = _parser(_SHORT_USAGE, _SHORT_DESCRIPTION, version='Morvik ' + sorrel.__version__)
     _add_listen_options(parser)
     _add_program_options(parser)
+    _add_terminal_options(parser)
     _add_interpreter_options(parser)
     _add_kinds(parser)
     parser.add_option('--pid', help='debug the program that runs in this process')
@@ -110,14 +117,17 @@ def _parse_short(arguments):
     options, words = parser.parse_args(arguments)
     if options.pid is not None:
         _check_process_id(options.pid, parser)
-        if words or [name for name, value in vars(options).items() if value and name != 'pid']:
-            parser.error('--pid goes with nothing else')
+        if words or [name for name, value in vars(options).items()
+                     if value and name not in ('pid', 'just_my_code')]:
+            parser.error('--pid goes with nothing but --just-my-code')
         return 'attach', options, [options.pid]
     if not words:
         parser.error('needs a program')
     _check_hooks(options, parser)
     if options.wait and options.listen is None:
         parser.error('--wait goes with --listen')
+    if options.just_my_code and options.listen is not None:
+        parser.error('--just-my-code is for the terminal: clients say so themselves')
     _check_listening(options, parser)
     return 'terminal' if options.listen is None else 'serve', options, words
 
@@ -133,6 +143,8 @@ def _parse(arguments):
         _add_interpreter_options(parser)
         parser.add_option('--module', action='store_const', dest='kind', const='-m', default='',
                           help='PROGRAM is a module by name')
+    if command in ('terminal', 'attach'):
+        _add_terminal_options(parser)
     if command == 'serve':
         _add_listen_options(parser)
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
@@ -147,6 +159,8 @@ def _parse(arguments):
             command, 'program'))
     if command == 'attach':
         _check_process_id(words[0], parser)
+        if options.just_my_code and options.handshake is not None:
+            parser.error('--just-my-code is for the terminal: clients say so themselves')
     if command == 'dap' and words or command in ('demo', 'attach') and len(words) > 1:
         parser.error('unexpected argument: %s' % words[-1])
     if command in ('terminal', 'serve'):
@@ -195,6 +209,7 @@ def _debug(options, program, arguments):
                          'to ask at\n')
         return 2
     terminal = frontend.over_service(console, bool(options.post_mortem))
+    terminal.service.passing.set_just_my_code(options.just_my_code)
     try:
         script = runner.find(program, options.kind)
         runner.prepare(script, arguments, options.hook)
@@ -218,12 +233,12 @@ def _serve(options, program, arguments):
         return 2
 
 
-def _attach(pid, handshake):
+def _attach(pid, handshake, just_my_code):
     from sorrel.client import terminal
     from sorrel.processes import running
     try:
         if handshake is None:
-            terminal.attach(pid)
+            terminal.attach(pid, just_my_code)
         else:
             running.bring_server(pid, 'sorrel.server', handshake)
     except running.CannotAttach as error:
@@ -280,7 +295,7 @@ def _run(command, options, words, start_words):
     if command == 'demo':
         return _play(words[0])
     if command == 'attach':
-        return _attach(int(words[0]), options.handshake)
+        return _attach(int(words[0]), options.handshake, options.just_my_code)
     if command == 'serve':
         return _serve(options, words[0], words[1:])
     return _debug(options, words[0], words[1:])

@@ -42,6 +42,7 @@ struct ThreadData {
 
     int16_t unwound_to;   // the index of that block; -1 for none
     bool woken_may_jump;  // whether woken_frame may have gone on anywhere
+    bool passes_code;     // stop_frame is None, but not in code that steps pass
     int woken_at;         // the offset at which it was then
     int last_tick;        // how much the interpreter had done in the thread at the last beat
     unsigned last_beat;   // the number of that beat; 0 for none

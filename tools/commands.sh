@@ -12,12 +12,13 @@ usage: ./morvik COMMAND [OPTIONS]
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   run ... [-O ...] -m MODULE | -c TEXT    what else the interpreter takes, with its options
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
+  run --just-my-code PROGRAM [ARGS]       the same, and step through libraries without a stop
   run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
       --post-mortem                       wait for one when an exception has ended it
       --token-file FILE | --no-token      what they have to show instead of a new token
-  attach [--python EXE] PID               debug a program that runs already
+  attach [--python EXE] [--just-my-code] PID  debug a program that runs already
   dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
   install [--python EXE] [--target DIR]   install for EXE, or where PYTHONPATH leads (docs/installing.md)
   uninstall [--python EXE] [--target DIR] take it away again
@@ -40,12 +41,13 @@ declare -A option_values=(
     [--hook]=MODULE:NAME [--target]='a folder')
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
-# hosts, asan, as_is, long, listen, wait, post_mortem, hooks, token, target, and the others in rest.
+# hosts, asan, as_is, long, listen, wait, just_my_code, post_mortem, hooks, token, target, and the
+# others in rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
-    hosts=() asan='' as_is='' long='' listen='' wait='' post_mortem='' hooks=() token=()
-    target='' rest=()
+    hosts=() asan='' as_is='' long='' listen='' wait='' just_my_code='' post_mortem=''
+    hooks=() token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -74,7 +76,7 @@ read_options() {
         fi
         case $name in
             --python) hosts+=("$value") ;;
-            --asan | --as-is | --wait | --long | --post-mortem)
+            --asan | --as-is | --wait | --long | --just-my-code | --post-mortem)
                 name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
@@ -174,13 +176,16 @@ command_python() {
 
 command_run() {
     local exe words=()
-    read_options --listen --wait --post-mortem --hook --token-file --no-token - -- "$@"
+    read_options --listen --wait --just-my-code --post-mortem --hook --token-file --no-token - \
+        -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
+    [[ -z $just_my_code || -z $listen ]] || usage_error "--just-my-code does not go with --listen"
     ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
     exe=$(one_host) || exit
     [[ -z $listen ]] || words=(--listen "$listen" ${wait:+--wait} "${token[@]}")
+    [[ -z $just_my_code ]] || words+=(--just-my-code)
     [[ -z $post_mortem ]] || words+=(--post-mortem)
     debug_program "$exe" "${words[@]}" "${hooks[@]}" "${rest[@]}"
 }
@@ -202,12 +207,12 @@ host_of_process() {
 
 command_attach() {
     local exe=''
-    read_options -- "$@"
+    read_options --just-my-code -- "$@"
     [[ ${#rest[@]} == 1 && ${rest[0]} =~ ^[0-9]{1,9}$ ]] || usage_error "attach needs a process id"
     [[ -e /proc/${rest[0]} ]] || die "there is no process ${rest[0]}"
     ((${#hosts[@]} > 0)) || exe=$(host_of_process "${rest[0]}") || true
     [[ -n $exe ]] || exe=$(one_host) || exit
-    in_host "$exe" '' -m sorrel.main attach "${rest[@]}"
+    in_host "$exe" '' -m sorrel.main attach ${just_my_code:+--just-my-code} "${rest[@]}"
 }
 
 # python_of_adapter: what runs the adapter, which needs nothing that is built: the one named, else

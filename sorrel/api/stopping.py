@@ -78,6 +78,7 @@ def _begin_terminal(service):
         terminal.detached()  # Another thread is still letting it go.
         return False
     service.exceptions.set_mode(exceptions.UNHANDLED)
+    terminal.read_start_files()
     try:
         service.attach_from_program()
     except thread.error:

@@ -1,8 +1,10 @@
 """A terminal for a program that runs already: shows what that writes, and sends what is typed.
 
 The front end runs in the program (sorrel.terminal.attached). It sends events: `output` with a
-text; `prompt` with one: a line is wanted. It gets: `line` with a text; `end` at the end of input;
-`interrupt`.
+text; `prompt` with one: a line is wanted, whose words can be completed or not; `completions`, what
+a word may become. It gets: a `command` for each line of the person's start-up files, and `begin`;
+then `line` with a text; `end` at the end of input; `complete` with a word and the line that it is
+in; `interrupt`.
 """
 
 from __future__ import absolute_import
@@ -14,6 +16,9 @@ import socket
 import sys
 import time
 
+from sorrel.common import start_files
+from sorrel.common.decoding import text
+from sorrel.common.line_editing import LineEditor
 from sorrel.processes import running
 from sorrel.protocol import messages
 from sorrel.protocol.launch_callers import Handshake
@@ -28,7 +33,7 @@ class Left(Exception):
     """The program has hung up."""
 
 
-def attach(pid):
+def attach(pid, just_my_code):
     """Returns when the program has been left, or has ended. Raises running.CannotAttach."""
     handshake = Handshake()
     try:
@@ -37,7 +42,7 @@ def attach(pid):
     finally:
         handshake.close()
     try:
-        _Terminal(connection).run()
+        _Terminal(connection).run(just_my_code)
     except Left:
         pass
     finally:
@@ -62,22 +67,34 @@ class _Terminal(object):
         self._connection = connection
         self._decoder = messages.Decoder(messages.FROM_PROGRAM)
         self._is_asking = self._is_interrupted = False
+        # What has come while completions were waited for, of which each has a number.
+        self._received_before = []
+        self._last_number = 0
+        self._editor = None
         signal.signal(signal.SIGINT, self._interrupt)
         if sys.stdin.isatty():
             try:
                 import readline
-                readline.get_history_length()  # Lines are edited from now on.
+                self._editor = LineEditor(readline)
             except ImportError:
                 pass  # A host built without it.
 
-    def run(self):
+    def run(self, just_my_code):
         """Raises Left."""
+        self._begin(just_my_code)
         while True:
             if self._is_interrupted:
                 self._is_interrupted = False
                 self._send('interrupt')
-            for message in self._received():
+            received, self._received_before = self._received_before, []
+            for message in received or self._received():
                 self._carry_out(message)
+
+    def _begin(self, just_my_code):
+        lines, complaints = start_files.read()
+        for line, name, number in lines:
+            self._send('command', line, file=name, number=number)
+        self._send('begin', complaints=map(text, complaints), justMyCode=just_my_code)
 
     def _interrupt(self, number, frame):
         """Ctrl-C, which is for the program unless it waits for a line."""
@@ -104,27 +121,51 @@ class _Terminal(object):
             sys.stdout.write(said)
             sys.stdout.flush()
         elif message.get('event') == 'prompt':
-            self._ask(said)
+            self._ask(said, message.get('completes'))
 
-    def _ask(self, prompt):
+    def _ask(self, prompt, completes):
         line = None
         while line is None:
             try:
                 self._is_asking = True
-                line = raw_input(prompt)
+                line = self._line(prompt, completes)
                 self._is_asking = False
+                if line is None:
+                    self._send('end')
+                    return
             except KeyboardInterrupt:
                 self._is_asking = False
                 sys.stdout.write('\n--KeyboardInterrupt--\n')
-            except EOFError:
-                self._is_asking = False
-                self._send('end')
-                return
         self._send('line', line)
 
-    def _send(self, event, said=''):
+    def _line(self, prompt, completes):
+        """None at the end of input."""
+        if self._editor is not None:
+            return self._editor.edit(
+                prompt, self._complete if completes else None, sys.stdin, sys.stdout)
+        try:
+            return raw_input(prompt)
+        except EOFError:
+            return None
+
+    def _complete(self, word, line, begin, end):
+        self._last_number += 1
+        try:
+            self._send('complete', word, line=text(line), begin=begin, end=end,
+                       number=self._last_number)
+            while True:
+                for message in self._received():
+                    if message.get('event') != 'completions':
+                        self._received_before.append(message)
+                    elif message['number'] == self._last_number:
+                        return [found.encode('utf-8') for found in message['words']]
+        except KeyboardInterrupt:
+            self._send('interrupt')
+            return []
+
+    def _send(self, event, said='', **more):
         try:
             self._connection.sendall(messages.encode(
-                {'type': 'event', 'event': event, 'text': said.decode('utf-8', 'replace')}))
+                dict(more, type='event', event=event, text=text(said))))
         except socket.error:
             raise Left

@@ -60,7 +60,7 @@ class Session(object):
         self.breakpoints = Breakpoints(self, program.service)
         self.exceptions = Exceptions(program.service)
         self.loaded_sources = LoadedSources(self, program.path)
-        self.stops = Stops(self.breakpoints, self._error_text)
+        self.stops = Stops(self.breakpoints, program.service.passing, self._error_text)
         self._server = server
         self._program = program
         self._service = program.service
@@ -152,6 +152,7 @@ class Session(object):
         if has_taken and not self._service.attached:
             self.breakpoints.clear()
             self._service.exceptions.forget()
+            self._service.passing.forget()
             self._service.detach()
         self._program.left(self)
         if has_taken:
@@ -311,8 +312,7 @@ class Session(object):
         if self._program.is_busy():
             raise Refused('the program is still busy with what the last client has asked for')
         self._has_begun = True
-        self.stops.just_my_code = arguments.get('justMyCode', True)
-        self._service.exceptions.set_just_my_code(self.stops.just_my_code)
+        self._service.passing.set_just_my_code(arguments.get('justMyCode', True))
         self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
         self.stops_all = arguments.get('stopAllThreads', True)
         self.post_mortem = arguments.get('postMortem', False)

@@ -41,14 +41,16 @@ _RUN_EXIT_FUNCTIONS = atexit._run_exitfuncs.func_code
 
 class Exceptions(object):
     """modes: a set of the words above, for whose sakes the program stops. always, never: tuples
-    of the types at which it stops in any case, and in none. just_my_code: whether those to stop at
-    always are of no concern before they come to the user's own code. ignored: (path, line) of the
-    places whose exceptions don't stop it. All are changed by the methods alone. learning: what is
-    known of exceptions that were swallowed. print_calls: those that PRINTED is interested in.
+    of the types at which it stops in any case, and in none. ignored: (path, line) of the places whose
+    exceptions don't stop it. All are changed by the methods alone. learning: what is known of
+    exceptions that were swallowed. print_calls: those that PRINTED is interested in.
     """
 
-    def __init__(self, all_breakpoints):
-        """all_breakpoints: the service's Breakpoints."""
+    def __init__(self, all_breakpoints, passing):
+        """all_breakpoints: the service's Breakpoints. passing: its Passing, code in which those to
+        stop at always are of no concern yet.
+        """
+        self._passing = passing
         # For each thread, what tells the traceback of its last exception event from others,
         # whether the front end knows of that exception, and the id of the frame that is to
         # swallow it.
@@ -67,7 +69,6 @@ class Exceptions(object):
         self._last.clear()
         self._told.clear()
         self.learning.forget()
-        self.just_my_code = False
         self.modes = frozenset()
         self.ignored = []
         self.set_types((), _PART_OF_NORMAL_WORK)
@@ -83,9 +84,6 @@ class Exceptions(object):
         """Tuples of exception types; a subclass counts as its nearest base. In both is in never."""
         self.always, self.never = tuple(always), tuple(never)
         self._tell_core()
-
-    def set_just_my_code(self, on):
-        self.just_my_code = on
 
     def _tell_core(self):
         if self.always or self.modes.difference([UNHANDLED]):
@@ -264,8 +262,7 @@ class Exceptions(object):
         return NEVER if is_never else ALWAYS if is_always else None
 
     def _stops_always(self, listed, frame):
-        return (listed == ALWAYS or ALWAYS in self.modes) and (
-            not self.just_my_code or libraries.is_own_code(frame))
+        return (listed == ALWAYS or ALWAYS in self.modes) and not self._passing.passes(frame)
 
     def _handler(self, frame, type):
         """The frame and the clause of what will catch it, or None."""

@@ -22,8 +22,8 @@ about to take the program. And `tracing_taken()`: the calling thread is about to
 function of the program's own. And `in_child()`, called in a process that the program has forked, in
 its only thread: what is to be the front end there, or None to let it go.
 
-`breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
-what the program has loaded.
+`breakpoints` and `exceptions` say where else than at steps the program stops, `passing` where these
+do not end; `modules` knows what the program has loaded.
 """
 
 from __future__ import absolute_import
@@ -46,6 +46,7 @@ from sorrel.service import (
 from sorrel.service.exceptions import NO_JUDGEMENT
 from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
+from sorrel.service.passing import Passing
 from sorrel.service.steps import Steps
 from sorrel.service.stops import (
     CALLED, CONTINUE, DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEP_INTO,
@@ -90,7 +91,8 @@ class Service(object):
         self._imports_seen = 0
         # Changes whenever what was stopped before has become nobody's business.
         self._era = 0
-        self._steps = Steps()
+        self.passing = Passing()
+        self._steps = Steps(self.passing)
         # The program's namespace until its code has begun to run.
         self._entering = None
         self._interrupts = Interrupts(self._interrupt) if catch_ctrl_c else None
@@ -117,7 +119,7 @@ class Service(object):
                   __builtin__.__import__, None, frames.own_files())
         self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
-        self.exceptions = exceptions.Exceptions(self.breakpoints)
+        self.exceptions = exceptions.Exceptions(self.breakpoints, self.passing)
         self.modules = modules.Modules()
         _services[self._process] = self
 
@@ -323,6 +325,7 @@ class Service(object):
         self._gate.open()
         self.breakpoints.forget()
         self.exceptions.forget()
+        self.passing.forget()
         self._steps.forget_all()
         self._interrupted.clear()
         self._callers.clear()
@@ -428,7 +431,8 @@ class Service(object):
         return _sorrel.deferring(method, self.defer)
 
     def _on_line(self, frame, changed_bps):
-        if not self._with_room(self._passes_by, frame):
+        if not self._with_room(self._passes_by, frame) \
+                and not self._with_room(self._goes_through, frame, changed_bps):
             self._in_turn(self._at_line, frame, changed_bps)
 
     def _on_return(self, frame, value, changed_bps):
@@ -555,10 +559,11 @@ class Service(object):
             return
         if due:
             self._steps.arrive(thread)
-        if self._steps.is_awaited(thread) and \
+        elif (self._steps.is_awaited(thread) or self._steps.passes(thread, frame)) and \
                 self.breakpoints.have_fired(thread, frame, changed_bps):
+            due = True
             self._steps.arrive(thread)
-        self._stopped(frame, STEPPED, None)
+        self._stopped(frame, STEPPED, None, NO_JUDGEMENT, bool(due))
 
     def _passes_by(self, frame):
         """Whether a line event is there only for functions that don't begin at it.
@@ -571,6 +576,22 @@ class Service(object):
         thread = living.current()
         return thread not in self._interrupted and not self._steps.stops_at_line(thread, frame) \
             and not self.exceptions.print_calls.is_at(frame)
+
+    def _goes_through(self, frame, changed_bps):
+        """Whether a line event is there only since the thread's step had not met such code before.
+
+        There is one in each function that a step goes through: this is asked before the thread
+        waits for its turn.
+        """
+        thread = living.current()
+        if changed_bps != ([], []) or self._steps.is_awaited(thread) \
+                or thread in self._interrupted or thread in self._callers or self._is_forked():
+            return False
+        era = self._era
+        try:
+            return self._steps.goes_through(thread, frame)
+        finally:
+            self._end_steps_of(era)
 
     def _due_checked(self, thread, frame):
         """Breakpoints that stop the thread, of a line where that is decided here; else None.
@@ -621,8 +642,11 @@ class Service(object):
             self._resume(thread, frame, self._tell_end(
                 Stop(thread, frame, RAISED, raised.normalised(error), None, True, False)))
 
-    def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT):
-        """Whether the front end knows now of the exception that it may be."""
+    def _stopped(self, frame, reason, argument, judgement=NO_JUDGEMENT, is_due=False):
+        """Whether the front end knows now of the exception that it may be.
+
+        is_due: whether it is a stop of breakpoints'.
+        """
         if self._is_forked():
             return
         if judgement.policy is None and not frames.is_program(frame):
@@ -647,13 +671,16 @@ class Service(object):
             self._steps.arrive(thread)
         elif self._steps.is_on_its_way(thread, frame, reason):
             return
+        elif reason in (STEPPED, RETURNED) and not is_due \
+                and self._steps.goes_through(thread, frame):
+            return
         if reason == RAISED:
             argument = raised.normalised(argument)
         self._callers.pop(thread, None)
         stop = Stop(thread, judgement.frame or frame, reason, argument, judgement.policy,
                     judgement.is_end, judgement.called_by_c)
         resume = self._ask(stop)
-        self._resume(thread, frame, resume)
+        self._resume(thread, frame, resume, reason == RETURNED)
         is_told = judgement.policy is not None or reason == RAISED and resume is not None
         if is_told:
             self.exceptions.told(thread, argument)
@@ -825,7 +852,7 @@ class Service(object):
             if not self._in_need and sys.getrecursionlimit() == self._stack_limit + _STACK_ROOM:
                 sys.setrecursionlimit(self._stack_limit)
 
-    def _resume(self, thread, frame, resume):
+    def _resume(self, thread, frame, resume, is_leaving=False):
         if resume is None:
             return
         if resume.action == DETACH:
@@ -833,7 +860,7 @@ class Service(object):
         elif resume.action == QUIT:
             self.quit()
         else:
-            self._steps.request(thread, frame, resume)
+            self._steps.request(thread, frame, resume, is_leaving)
 
     def _interrupt(self):
         """Ctrl-C, in the main thread."""

@@ -2,6 +2,9 @@
 
 The core counts a step in the innermost frame of a thread. One that is to count in a frame further
 out begins when the frames inside it have been left, one by one.
+
+One that begins elsewhere than in code that is to be passed does not end there: where it comes out in
+such code, it becomes one that goes through this, into whatever else that returns to or calls.
 """
 
 from __future__ import absolute_import
@@ -14,12 +17,15 @@ from sorrel.service.stops import (
     CONTINUE, INTERRUPTED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER_RANGE, STEPPED)
 
 _NO_TARGET = object()
+_step_through, _pass_code = [core._for_sorrel[name] for name in 'step_through', 'pass_code']
 
 
 class Steps(object):
     """Each thread has its own, which it may lose at any moment: another one may detach."""
 
-    def __init__(self):
+    def __init__(self, passing):
+        """passing: the service's Passing."""
+        self._passing = passing
         # For threads on their way to an outer frame, what was asked for there.
         self._awaited = {}
         # For threads that the core is to stop, the id() of the frame in which, or None for any.
@@ -27,9 +33,19 @@ class Steps(object):
         self._targets = {}
         # The lines of that frame, the first and the last, at which it is not.
         self._passed_over = {}
+        # Threads whose steps pass code, as keys.
+        self._passes_code = {}
 
-    def request(self, thread, frame, resume):
-        """The calling thread, whose ident this is, goes on from an event in this frame."""
+    def request(self, thread, frame, resume, is_leaving):
+        """The calling thread, whose ident this is, goes on from an event in this frame.
+
+        is_leaving: whether the frame is about to be left.
+        """
+        self._passes_code.pop(thread, None)
+        if self._passing.is_on() and resume.action != CONTINUE:
+            counted = resume.frame or frame
+            if self._is_wanted(counted) or is_leaving and self._is_wanted(frame.f_back):
+                self._passes_code[thread] = True
         if resume.frame is not frame and resume.frame in list(frames.callers(frame)):
             self._awaited[thread] = resume
             resume = Resume(STEP_OUT)
@@ -38,6 +54,7 @@ class Steps(object):
     def expect_stop(self, thread):
         """The core is asked by the caller to stop this thread as soon as it can."""
         self._passed_over.pop(thread, None)
+        self._passes_code.pop(thread, None)
         self._targets[thread] = None
 
     def stop_anywhere(self, thread):
@@ -56,7 +73,7 @@ class Steps(object):
     def stops_at(self, thread, frame):
         """Whether the thread stops at any event in this frame, for the sake of its step."""
         target = self._targets.get(thread, _NO_TARGET)
-        if target is _NO_TARGET:
+        if target is _NO_TARGET or self.passes(thread, frame):
             return False
         for caller in frames.callers(frame):
             if id(caller) == target:
@@ -68,6 +85,20 @@ class Steps(object):
         first, last = self._passed_over.get(thread, (1, 0))
         is_passed = self._targets.get(thread) == id(frame) and first <= frame.f_lineno <= last
         return not is_passed and self.stops_at(thread, frame)
+
+    def passes(self, thread, frame):
+        """Whether the thread's step does not end in this frame for what code it is."""
+        return thread in self._passes_code and frames.is_program(frame) \
+            and self._passing.passes(frame)
+
+    def goes_through(self, thread, frame):
+        """Whether the calling thread, whose ident this is, goes on with its step for that."""
+        if not self.passes(thread, frame):
+            return False
+        _pass_code(frame.f_code)
+        if self._targets.get(thread, _NO_TARGET) is not None:
+            self._begin(thread, frame, Resume(STEP_INTO))
+        return True
 
     def is_awaited(self, thread):
         """Whether the thread's step counts further out than it has got."""
@@ -104,6 +135,7 @@ class Steps(object):
         self._awaited.pop(thread, None)
         self._targets.pop(thread, None)
         self._passed_over.pop(thread, None)
+        self._passes_code.pop(thread, None)
 
     def keep_living(self):
         """Forgets threads that have ended without a word."""
@@ -116,6 +148,7 @@ class Steps(object):
         self._awaited.clear()
         self._targets.clear()
         self._passed_over.clear()
+        self._passes_code.clear()
 
     def _begin(self, thread, frame, resume):
         self._passed_over.pop(thread, None)
@@ -130,6 +163,12 @@ class Steps(object):
         if resume.action == STEP_OVER_RANGE:
             self._passed_over[thread] = resume.first, resume.last
             core.step_over_line_range(resume.first, resume.last)
+        elif resume.action == STEP_INTO and thread in self._passes_code:
+            _step_through()
         else:
             # The words are the names of the core's functions.
             getattr(core, resume.action)()
+
+    def _is_wanted(self, frame):
+        """Whether it is one of the program's that is not passed."""
+        return frame is not None and frames.is_program(frame) and not self._passing.passes(frame)

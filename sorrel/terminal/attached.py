@@ -12,7 +12,9 @@ import thread
 import time
 
 from sorrel.common.decoding import text
+from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
+from sorrel.inspection.time_limit import Overtime
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake, messages
 from sorrel.protocol.descriptors import Descriptor
@@ -31,6 +33,10 @@ _now, _sleep = time.time, time.sleep
 # By processes: a forked one holds what is its parent's, too.
 _prepared = set()
 _consoles = []
+
+# What was typed. completed: of a question for what a word may become, its message; None for a line,
+# and text is that of one, None for the end of input.
+_Typed = record('_Typed', 'text completed', None)
 
 
 def run(handshake_file, ready):
@@ -73,6 +79,7 @@ def _serve(terminal, service, console):
 def _debug(terminal, service, console):
     service.exceptions.set_mode(exceptions.UNHANDLED)
     try:
+        _begin(terminal, service, console)
         console.write('Attached to process %d. It stops at the next line of Python code that it '
                       'runs, Ctrl-D leaves it.\n' % os.getpid())
         service.attach()
@@ -83,6 +90,20 @@ def _debug(terminal, service, console):
                     service.pause()
     except Closed:
         pass
+
+
+def _begin(terminal, service, console):
+    """Does what the person's side says first."""
+    lines = []
+    while True:
+        for message in console.heard():
+            if message.get('event') == 'command':
+                lines.append((_said(message), _said(message, 'file'), message['number']))
+            elif message.get('event') == 'begin':
+                terminal.begin_with(
+                    lines, [said.encode('utf-8') for said in message['complaints']])
+                service.passing.set_just_my_code(message['justMyCode'])
+                return
 
 
 def _leave():
@@ -114,6 +135,13 @@ class _AttachedTerminal(Terminal):
         """quit, q, exit: leave the program, which runs on."""
         self.do_detach('')
 
+    def completions(self, text, line, begin, end):
+        try:
+            return self._evaluation.call(
+                self._stop, Terminal.completions, self, text, line, begin, end)
+        except (Exception, Overtime):
+            return []  # Nothing that it evaluates ends anything, nor does who does not wait for it.
+
 
 class _Console(object):
     """As a Console, for the front end; heard() is for another thread."""
@@ -135,8 +163,14 @@ class _Console(object):
 
     def read_line(self, prompt, complete):
         """The next line without its line end; None at the end of input."""
-        self._send('prompt', prompt)
-        return self._typed.take()
+        self._send('prompt', prompt, completes=complete is not None)
+        typed = self._typed.take()
+        while typed.completed is not None:
+            asked = typed.completed
+            words = complete(_said(asked), _said(asked, 'line'), asked['begin'], asked['end'])
+            self._send('completions', words=map(text, words), number=asked['number'])
+            typed = self._typed.take()
+        return typed.text
 
     def heard(self):
         """What has come that is for nobody who waits for a line; waits a moment for it."""
@@ -156,7 +190,7 @@ class _Console(object):
 
     def close(self):
         """Nobody types any more."""
-        self._typed.put(None)
+        self._typed.put(_Typed(None))
         descriptor, self._descriptor = self._descriptor, None
         if descriptor is not None:
             descriptor.close()
@@ -165,18 +199,21 @@ class _Console(object):
         self._descriptor.leave_to_parent()
 
     def _is_typed(self, message):
-        if message.get('event') not in ('line', 'end'):
+        event = message.get('event')
+        if event == 'complete':
+            self._typed.put(_Typed(None, message))
+        elif event in ('line', 'end'):
+            self._typed.put(_Typed(_said(message) if event == 'line' else None))
+        else:
             return False
-        line = message.get('text', u'').encode('utf-8')
-        self._typed.put(line if message['event'] == 'line' else None)
         return True
 
-    def _send(self, event, said):
+    def _send(self, event, said='', **more):
         descriptor = self._descriptor
         try:
             if descriptor is None or not descriptor.is_there():
                 raise Closed
-            data = messages.encode({'type': 'event', 'event': event, 'text': text(said)})
+            data = messages.encode(dict(more, type='event', event=event, text=text(said)))
             tries = int(_PATIENCE / _LOOK)
             while data:
                 try:
@@ -187,3 +224,7 @@ class _Console(object):
                         raise Closed
         except socket.error:
             raise Closed
+
+
+def _said(message, name='text'):
+    return message.get(name, u'').encode('utf-8')

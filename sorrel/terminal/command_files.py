@@ -3,13 +3,9 @@
 from __future__ import absolute_import
 
 import os
-import stat
 
-from sorrel.common import text_files
+from sorrel.common import start_files, text_files
 from sorrel.terminal.typed import Line
-
-_START_FILE = '.sorrelrc'
-_BY_OTHERS = stat.S_IWGRP | stat.S_IWOTH
 
 
 class CommandFiles(object):
@@ -40,18 +36,9 @@ class CommandFiles(object):
 
     def read_start_files(self):
         """What is carried out before the first prompt."""
-        home = os.path.join(os.path.expanduser('~'), _START_FILE)
-        here = os.path.abspath(_START_FILE)
-        if os.path.realpath(here) != os.path.realpath(home) and text_files.is_file(here):
-            if _is_own(here) and _is_own(os.path.dirname(here)):
-                self._carry_out_file(here, _START_FILE)
-            else:
-                self._say('*** Not read, since others may write it: %s' % here)
-        if text_files.is_file(home):
-            self._carry_out_file(home, os.path.join('~', _START_FILE))
+        self.begin_with(*start_files.read())
 
-
-def _is_own(path):
-    """Whether only this user can write it."""
-    status = os.stat(path)
-    return status.st_uid == os.getuid() and not status.st_mode & _BY_OTHERS
+    def begin_with(self, lines, complaints):
+        """The same for what start_files.read() has said, be it elsewhere."""
+        self._news += ['*** ' + complaint for complaint in complaints]
+        self.cmdqueue += [Line(*line) for line in lines]

@@ -41,10 +41,10 @@ class CommandLists(object):
         # No other list is begun by an empty line.
         self.lastcmd = ''
         lines = []
-        text = self._following(line, _PROMPT, self.complete)
+        text = self._following(line, _PROMPT, self.completions)
         while text is not None and text.strip() != _END:
             lines.append(text.rstrip())
-            text = self._following(line, _PROMPT, self.complete)
+            text = self._following(line, _PROMPT, self.completions)
         if text is None:
             if line.file is None:
                 self._say('')

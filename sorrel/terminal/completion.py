@@ -14,6 +14,16 @@ _NAMES = re.compile(r'[\w.]*$')
 
 class Completion(object):
 
+    def completions(self, text, line, begin, end):
+        """What a word may become that lies between these two in the line."""
+        indent = len(line) - len(line.lstrip())
+        line, begin, end = line[indent:], begin - indent, end - indent
+        if begin <= 0:
+            return self.completenames(text, line, begin, end)
+        command = self.parseline(line)[0]
+        of_command = getattr(self, 'complete_' + command, None) if command else None
+        return (of_command or self.completedefault)(text, line, begin, end)
+
     def completedefault(self, text, line, begin, end):
         """Where what is typed is no command yet, or says nothing else."""
         of_command = getattr(self, 'complete_' + syntax.split(line.lstrip())[0], None)
@@ -27,6 +37,11 @@ class Completion(object):
 
     def complete_source(self, text, line, begin, end):
         return self._files_or_names(text, line[:end], '')
+
+    def complete_skip(self, text, line, begin, end):
+        words = [word for word in ('list', 'delete') if word.startswith(text)]
+        return _files(text, line[:end].split(' ')[-1], '') + (
+            words if len(line[:begin].split()) < 2 else [])
 
     def complete_save(self, text, line, begin, end):
         if len(line[:begin].split()) < 2:

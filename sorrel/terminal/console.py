@@ -11,12 +11,8 @@ try:
 except ImportError:
     fcntl = None  # Another platform: nothing is forked there.
 
+from sorrel.common.line_editing import LineEditor
 from sorrel.protocol.descriptors import above_streams
-from sorrel.terminal.history import History
-
-
-# What a word that is completed lies between.
-_DELIMITERS = ' \t\n`~!@#$%^&*()-=+[{]}\\|;:\'",<>/?'
 
 
 class Closed(Exception):
@@ -29,15 +25,14 @@ class Console(object):
         """stdin, stdout: by default what the program's are now."""
         self._stdin = stdin or sys.stdin
         self._stdout = stdout or sys.stdout
-        self._readline = None
+        self._editor = None
         # Of the terminal, if it is one; None else.
         self.name = None
         try:
             if self._stdin.isatty() and self._stdout.isatty():
                 self.name = os.ttyname(self._stdin.fileno())
                 import readline
-                self._readline = readline
-                self._history = History(readline)
+                self._editor = LineEditor(readline)
         except (ImportError, EnvironmentError, ValueError):
             # A host built without it: lines are then read as they come. Or a stream that the
             # program has closed, which is found out where it is needed.
@@ -73,39 +68,16 @@ class Console(object):
     def read_line(self, prompt, complete):
         """The next line without its line end; None at the end of input.
 
-        complete: a completer as readline wants it.
+        complete: as a LineEditor has it.
         """
-        if self._readline is not None:
-            return self._edit_line(prompt, complete)
+        if self._editor is not None:
+            return self._editor.edit(prompt, complete, self._stdin, self._stdout)
         self.write(prompt)
         try:
             self._stdout.flush()
             return self._plain_line()
         except IOError:
             raise Closed
-
-    def _edit_line(self, prompt, complete):
-        # raw_input edits lines only on what sys.stdin and sys.stdout are.
-        program_files = sys.stdin, sys.stdout
-        program_completer = self._readline.get_completer()
-        program_delimiters = self._readline.get_completer_delims()
-        sys.stdin, sys.stdout = self._stdin, self._stdout
-        self._readline.set_completer(complete)
-        self._readline.set_completer_delims(_DELIMITERS)
-        self._readline.parse_and_bind('tab: complete')
-        self._history.enter()
-        typed = None
-        try:
-            typed = raw_input(prompt)
-        except EOFError:
-            pass
-        finally:
-            # An answer to a question is no line to come back to.
-            self._history.leave(typed if complete is not None else None)
-            self._readline.set_completer_delims(program_delimiters)
-            self._readline.set_completer(program_completer)
-            sys.stdin, sys.stdout = program_files
-        return typed
 
     def hand_over(self):
         """The process is about to begin anew, with the same input.

@@ -40,6 +40,7 @@ from sorrel.terminal.logpoints import LogpointCommands
 from sorrel.terminal.processes import ProcessCommands
 from sorrel.terminal.restarting import RestartCommand
 from sorrel.terminal.saving import SaveCommands
+from sorrel.terminal.skipping import SkipCommands
 from sorrel.terminal.stack import StackCommands
 from sorrel.terminal.stepping import SteppingCommands
 from sorrel.terminal.threads import ThreadCommands
@@ -75,7 +76,7 @@ class Terminal(
         AliasCommands, BreakpointCommands, BreakpointStops, CatchCommands, CommandFiles,
         CommandLists, Completion, DisplayCommands, HandingOn, InteractCommand, JumpCommand,
         ListingCommands, LogpointCommands, ProcessCommands, RestartCommand, SaveCommands,
-        StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
+        SkipCommands, StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.

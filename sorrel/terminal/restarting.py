@@ -21,7 +21,7 @@ class RestartCommand(object):
     def do_run(self, argument):
         """run, restart: run the program again from its start, with the same arguments.
 
-        Breakpoints, what is to be caught, displays and aliases are kept.
+        Breakpoints, what is to be caught or skipped, displays, aliases and "sticky" are kept.
         """
         if self._beginning is None:
             self._say('*** Only a program that was started in the terminal, and is not in the '

@@ -34,7 +34,7 @@ _ARGUMENTS = {
     'help': _WORDS, 'break': _PLACE, 'tbreak': _PLACE, 'clear': _WORDS_OR_PATH,
     'delete': _WORDS, 'enable': _WORDS, 'disable': _WORDS, 'ignore': _WORDS, 'condition': _WORDS,
     'catch': _WORDS, 'commands': _WORDS, 'logpoint': _PLACE, 'save': r'breakpoints\s+\S',
-    'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
+    'skip': r'$|[\w*?~]|\.{0,2}/', 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
     'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
     'run': _NOTHING, 'detach': _NOTHING, 'quit': r'(\(\))?$'}
 

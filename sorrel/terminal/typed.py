@@ -40,7 +40,7 @@ class TypedLines(object):
         """A Line; None at the end of input."""
         if self.cmdqueue:
             return self.cmdqueue.pop(0)
-        text = self._console.read_line(self.prompt, self.complete)
+        text = self._console.read_line(self.prompt, self.completions)
         return None if text is None else Line(text)
 
     def _carry_out(self, line):

@@ -57,6 +57,9 @@ EntryPoint entry_PyFrame_LocalsToFast;
 // Trace functions that Python code hands to the interpreter.
 EntryPoint entry_trace_dispatch, entry_bootstrap_new_thread, entry_thread_exiting;
 
+// Gives the module what only the debug server in sorrel/ calls. False with an error set.
+bool add_functions_for_sorrel(PyObject* module);
+
 // The module object as it was first imported (borrowed).
 PyObject* this_module();
 

@@ -232,7 +232,7 @@ void init_module() {
     dprintf(kLogCore, "Initialize morvik module started\n");
     PyObject* const module =
         Py_InitModule4("tmorvik26_vs2012_x64", methods, nullptr, nullptr, PYTHON_API_VERSION);
-    if (module == nullptr) {
+    if (module == nullptr || !add_functions_for_sorrel(module)) {
         // The import fails, and can be tried again where nothing half made is left behind.
         const PendingErrorGuard keep_error;
         PyDict_DelItemString(PyImport_GetModuleDict(), "tmorvik26_vs2012_x64");

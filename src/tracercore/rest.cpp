@@ -55,9 +55,9 @@ bool is_unwinding(ThreadData* record, const PyFrameObject* frame) {
 // The line that a return is at is not always that of its instruction, but that of the last event.
 bool step_needs_events(ThreadData* record, PyFrameObject* frame) {
     return record->return_frame == as_object(frame) || is_unwinding(record, frame) ||
-           (record->stop_frame != nullptr &&
-            (record->stop_frame == Py_None || record->stop_frame == as_object(frame) ||
-             stop_frame_was_left(record, frame)));
+           stops_in_any(record, frame) ||
+           (record->stop_frame != nullptr && record->stop_frame != Py_None &&
+            (record->stop_frame == as_object(frame) || stop_frame_was_left(record, frame)));
 }
 
 // What can be told without running Python code: all but whether a breakpoint may stop in the frame.
@@ -266,6 +266,9 @@ bool step_passes_call(ThreadData* record, PyFrameObject* frame) {
     if (record->stop_frame == nullptr) {
         return true;
     }
+    if (record->stop_frame == Py_None) {
+        return !stops_in_any(record, frame);
+    }
     const bool passes = record->in_step != nullptr && record->in_step == frame->f_back &&
                         record->stop_frame != as_object(frame);
     if (passes) {
@@ -277,6 +280,9 @@ bool step_passes_call(ThreadData* record, PyFrameObject* frame) {
 bool step_passes_return(ThreadData* record, PyFrameObject* frame) {
     if (record->stop_frame == nullptr) {
         return true;
+    }
+    if (record->stop_frame == Py_None) {
+        return !stops_in_any(record, frame->f_back);
     }
     const bool passes = record->in_step == frame && record->stop_frame != as_object(frame) &&
                         record->stop_frame != as_object(frame->f_back);

@@ -7,6 +7,7 @@
 #include "platform/platform.h"
 #include "tracercore/imports.h"
 #include "tracercore/install.h"
+#include "tracercore/passed_code.h"
 #include "tracercore/pulse.h"
 #include "tracercore/rest.h"
 
@@ -129,6 +130,7 @@ bool complete_module() {
 // Another code object may get its address.
 void forget_code(PyCodeObject* code) {
     forget_category(code);
+    pass_code_no_more(code);
     bp_forget_passed(&core.breakpoints);
 }
 
@@ -225,6 +227,7 @@ void core_reset() {
     core.pending_raise_count = 0;
     exception_locs_clear(&core.ignored_locations);
     bp_table_reset(&core.breakpoints, &code_names);
+    pass_no_code();
     clear_slot(core.new_imports);
     reset_policies();
     clear_exception_policy();

@@ -44,7 +44,7 @@ bool stop_frame_was_left(ThreadData* record, PyFrameObject* frame) {
 
 StepDecision decide_step_request(ThreadData* record, PyFrameObject* frame) {
     if (record->stop_frame == Py_None) {
-        return StepDecision::kStopAnywhere;
+        return stops_in_any(record, frame) ? StepDecision::kStopAnywhere : StepDecision::kRunOn;
     }
     if (record->stop_frame == as_object(frame) && !in_line_range(record, frame)) {
         return StepDecision::kStopInFrame;
@@ -100,7 +100,7 @@ bool stop_here(PyFrameObject* frame, StopEvent event) {
 }
 
 void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return_frame,
-                      int line_first, int line_last) {
+                      int line_first, int line_last, bool passes_code) {
     // The record is complete before anything is released: a destructor may free it.
     const Ref old_stop_frame = Ref::steal(record->stop_frame);
     const Ref old_return_frame = Ref::steal(record->return_frame);
@@ -110,6 +110,7 @@ void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return
     record->return_frame = return_frame;
     record->line_first = line_first;
     record->line_last = line_last;
+    record->passes_code = passes_code;
     record->in_step = nullptr;
     if (stop_frame != nullptr) {
         wake_thread(current_thread_state());

@@ -4,6 +4,7 @@
 
 #include "host/python.h"
 #include "threadops.h"
+#include "tracercore/passed_code.h"
 #include "tracercore/state.h"
 
 namespace morvik {
@@ -19,6 +20,12 @@ enum class StepDecision {
 
 inline bool is_stop(StepDecision decision) {
     return decision != StepDecision::kRunFreely && decision != StepDecision::kRunOn;
+}
+
+// Whether the thread's step request stops it in the frame since it does in any that it comes to.
+inline bool stops_in_any(const ThreadData* record, const PyFrameObject* frame) {
+    return record->stop_frame == Py_None &&
+           !(record->passes_code && is_code_to_pass(frame->f_code));
 }
 
 // Walking outward from a frame: was the stop frame, which is not None, left, so that the thread's
@@ -54,7 +61,7 @@ bool stop_here(PyFrameObject* frame, StopEvent event);
 // Replaces a record's step request; each object is kept with a new reference. May run Python code
 // (destructors of what was replaced).
 void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return_frame,
-                      int line_first, int line_last);
+                      int line_first, int line_last, bool passes_code = false);
 
 }  // namespace morvik
 

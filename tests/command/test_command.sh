@@ -53,6 +53,7 @@ refused "unknown option: --hook" demo --hook a:b
 refused "--token-file needs a file" run --listen 0 --token-file
 refused "--no-token goes with --listen" run --no-token "$0"
 refused "--token-file goes with --listen" run --token-file=x "$0"
+refused "--just-my-code does not go with --listen" run --just-my-code --listen 0 "$0"
 refused "unknown option: --post-mortem" demo --post-mortem
 refused "unknown option: --no-token" dap --no-token
 refused "unknown option: --token-file" dap --token-file x
@@ -114,6 +115,12 @@ check "the stop at the end" "$(sed -n '/^--Post/,/^>/p' <<<"$out")" \
     "--Post-mortem: the program has ended--
 KeyError: 'x'
 > $scratch/dying.py(1)<module>()"
+run 0 run --python "$host" --just-my-code "$scratch/dying.py" <<<$'skip list\nquit'
+check "an option of the terminal" "$out" \
+    "> $scratch/dying.py(1)<module>()
+-> {}[\"x\"]
+(sorrel) Code of libraries is passed by (--just-my-code).
+(sorrel) "
 mkdir "$scratch/package"
 echo 'import sys; print sys.flags.optimize, sys.argv[1:]; sys.exit(300)' >"$scratch/package/__main__.py"
 run 44 run --python "$host" -O -Wignore "$scratch/package" --post-mortem <<<continue

@@ -111,6 +111,34 @@ test('library code is stepped over under justMyCode', () => withClient(async (cl
     assert.equal(await client.step('stepIn'), `step <module>:${line(WITH_LIBRARY, '# after')}`);
 }));
 
+const CALLED_BY_LIBRARY = program(`
+import threading
+def first():
+    return 1  # first
+def second():
+    return 2  # second
+class Both(threading.Thread):
+    run = lambda self: threading.Thread.run(self)  # run
+def main():
+    threading.Thread(target=first).run()  # start
+    Both(target=second).run()
+    return 3  # end
+main()
+`);
+
+test('steps go through library code to what it calls and come out of it under justMyCode', () =>
+    withClient(async (client) => {
+        const at = (mark) => line(CALLED_BY_LIBRARY, mark);
+        await client.launchTo(CALLED_BY_LIBRARY, '# start');
+        assert.equal(await client.step('stepIn'), `step first:${at('# first')}`);
+        assert.equal(await client.step('next'), `step main:${at('# start') + 1}`);
+        assert.equal(await client.step('stepIn'), `step <lambda>:${at('# run')}`);
+        assert.equal(await client.step('stepIn'), `step second:${at('# second')}`);
+        // The function between has nothing left to do but return.
+        assert.equal(await client.step('stepOut'), `step main:${at('# start') + 1}`);
+        assert.equal(await client.step('stepIn'), `step main:${at('# end')}`);
+    }));
+
 test('library code is stepped into without justMyCode', () => withClient(async (client) => {
     await client.launchTo(WITH_LIBRARY, '# dedent', { justMyCode: false });
     assert.match(await client.step('stepIn'), /^step dedent:/);

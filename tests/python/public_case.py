@@ -40,6 +40,8 @@ class TestCase(dap_session.TestCase):
         harness.need_interpreter_alone(self)
         dap_session.TestCase.setUp(self)
         os.environ['MORVIK_PYTHON_EXE'] = sys.executable
+        # That of a person whose own files are in the test's folder.
+        os.environ['HOME'] = self.folder
 
     def begin(self, text, *arguments):
         """A program that is running."""

@@ -18,10 +18,19 @@ BEGINNING = ('Attached to process %d. It stops at the next line of Python code t
 
 class TestCase(attach_session.TestCase):
 
+    options = []
+
+    def setUp(self):
+        attach_session.TestCase.setUp(self)
+        self.persons_folder = self.here = os.path.join(self.folder, 'home')
+        os.mkdir(self.persons_folder)
+
     def terminal(self, program, **streams):
         """The process of a person who attaches to the program."""
         process = subprocess.Popen(
-            [harness.launcher(), '-m', 'sorrel.main', 'attach', str(program.pid)], **streams)
+            [harness.launcher(), '-m', 'sorrel.main', 'attach'] + self.options + [
+                str(program.pid)], cwd=self.here,
+            env=dict(os.environ, HOME=self.persons_folder), **streams)
         self.opened(dap_session.Ended(process))
         return process
 
@@ -86,6 +95,53 @@ class AttachTest(TestCase):
         self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
 
 
+class StartFilesTest(TestCase):
+
+    def test_those_of_the_person_are_carried_out(self):
+        for name, line in ('home/.sorrelrc', 'print 2 * 3'), ('.sorrelrc', 'print "not read"'):
+            self.script(line + '\nno_command\n', name)
+        program = self.run_unaware(WORK, self.flag)
+        out = self.typed(program, 'print 5')
+        self.assert_in('6\n*** ~/.sorrelrc:2: No such command: no_command', out)
+        self.assert_(PROMPT + 'not read' not in out, out)
+        os.unlink(self.flag)
+        program.ended()
+
+    def test_one_that_others_may_write_is_not(self):
+        self.here = os.path.join(self.persons_folder, 'here')
+        os.mkdir(self.here)
+        os.chmod(self.script('print "read"\n', 'home/here/.sorrelrc'), 0666)
+        program = self.run_unaware(WORK, self.flag)
+        out = self.typed(program, 'print 5')
+        self.assert_in('*** Not read, since others may write it: %s/.sorrelrc\n' % self.here, out)
+        self.assert_(PROMPT + 'read' not in out, out)
+        os.unlink(self.flag)
+        program.ended()
+
+
+class OwnCodeTest(TestCase):
+
+    options = ['--just-my-code']
+
+    def test_steps_go_through_libraries(self):
+        program = self.run_unaware('''
+import os, sys, textwrap
+print 'ready'
+sys.stdout.flush()
+def turn():
+    textwrap.dedent('  a')  # dedent
+    return 1
+while os.path.exists(sys.argv[1]):
+    turn()
+''', self.flag)
+        out = self.typed(program, 'break %s:%d' % (program.path, program.line('# dedent')),
+                         'c', 'step', 'clear 1')
+        self.assert_in('> %s(%d)turn()\n-> return 1\n' % (
+            program.path, program.line('# dedent') + 1), out)
+        os.unlink(self.flag)
+        self.assertEqual(program.ended(), ('ready\n', 0))
+
+
 class CtrlCTest(TestCase):
 
     def setUp(self):
@@ -131,6 +187,12 @@ print 'over'
         time.sleep(0.3)
         os.write(self.master, '\x03')
 
+    def need_editing(self):
+        try:
+            import readline
+        except ImportError:
+            self.skip('edits lines, which takes a host with readline')
+
     def test_breaks_into_the_program_again(self):
         self.types('c')
         self.ctrl_c()
@@ -160,3 +222,30 @@ print 'over'
         self.sees(PROMPT)
         self.types('print 2 + 3')
         self.sees('5\r\n' + PROMPT)
+
+    def test_words_are_completed_by_what_the_program_has(self):
+        self.need_editing()
+        os.write(self.master, 'print time.tzn\t\n')
+        self.sees('print time.tzname')
+        self.sees("')\r\n" + PROMPT)
+        os.write(self.master, '  und\t\n')
+        self.sees('  undisplay')
+        self.types('class Slow(object): x = property(lambda self: list(iter(int, 1)))')
+        self.types('')
+        self.types('slow = Slow()')
+        self.sees('slow = Slow()')
+        self.sees(PROMPT)
+        os.write(self.master, 'slow.x.y\t')
+        self.sees('slow.x.y')
+        self.ctrl_c()
+        os.write(self.master, '\nprint 6 * 7\n')
+        self.sees('42\r\n' + PROMPT)
+
+    def test_lines_are_remembered_by_who_has_typed_them(self):
+        self.need_editing()
+        self.types('print 3 + 4')
+        self.sees('7\r\n' + PROMPT)
+        os.write(self.master, '\x10\n')  # Control-P: the line before.
+        self.sees('7\r\n' + PROMPT)
+        self.assertEqual(open(os.path.join(self.persons_folder, '.sorrel_history')).read(),
+                         'print 3 + 4\n')

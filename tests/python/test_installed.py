@@ -167,8 +167,8 @@ class UsageTest(InstalledTest):
                 (['--hook', 'x', path], 'not MODULE:NAME: x'),
                 (['--handshake', 'x', path], 'no such option: --handshake'),
                 (['--pid', 'x'], 'not a process id: x'),
-                (['--pid', '1', path], '--pid goes with nothing else'),
-                (['--pid', '1', '--post-mortem'], '--pid goes with nothing else'),
+                (['--pid', '1', path], '--pid goes with nothing but --just-my-code'),
+                (['--pid', '1', '--post-mortem'], '--pid goes with nothing but --just-my-code'),
                 (['nothing.py'], "can't open program 'nothing.py': No such file or directory"),
                 (['-m', 'nothing'], 'No module named nothing'),
                 (['--listen', '0', '-m', 'nothing'], 'No module named nothing')]:
@@ -200,8 +200,8 @@ class UsageTest(InstalledTest):
     def test_version_and_help(self):
         self.assertEqual(self.run_host('-m', SORREL, '--version'), ('Morvik 0.1.0\n', '', 0))
         out, err, status = self.run_host('-m', SORREL, '--help')
-        self.assert_in('python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] '
-                       'PROGRAM [ARGS...]\n', out)
+        self.assert_in('python -m sorrel [--just-my-code] [--post-mortem] '
+                       '[--hook MODULE:NAME]... [--]\n', out)
         self.assertEqual((err, status), ('', 0))
 
     def test_the_demo_is_not_installed(self):

@@ -203,6 +203,46 @@ work('parent again')
             ('continue', 'parent again\n'))
 
 
+class StartFilesTest(TestCase):
+
+    def setUp(self):
+        TestCase.setUp(self)
+        self.script('print 6 * 7\nxyzzy\n', '.sorrelrc')
+
+    def test_each_terminal_carries_them_out(self):
+        out, err, status = self.run_to_end('''\
+import sorrel
+for i in range(2):
+    sorrel.set_trace()
+    print i
+''')
+        stop = '> prog.py(4)<module>()\n-> print i\n42\n*** ~/.sorrelrc:2: No such command: ' \
+               'xyzzy\n' + PROMPT + '\nDetached: the program runs on.\n'
+        self.assertEqual((out, err, status), (stop + '0\n' + stop + '1\n', '', 0))
+
+    def test_a_folder_that_is_gone_has_none(self):
+        out, err, status = self.run_to_end('''\
+import os, sorrel
+os.mkdir(os.path.join(os.path.dirname(__file__), 'gone'))
+os.chdir(os.path.join(os.path.dirname(__file__), 'gone'))
+os.rmdir(os.getcwd())
+sorrel.set_trace()
+print 'on'
+''', 'continue\n')
+        self.assert_in('-> print \'on\'\n42\n', out)
+        self.assertEqual((err, status), ('', 0))
+
+    def test_so_does_one_for_an_exception(self):
+        out = self.run_to_end('''\
+import sorrel
+try:
+    1 / 0
+except ZeroDivisionError:
+    sorrel.post_mortem()
+''')[0]
+        self.assert_in('-> 1 / 0\n42\n', out)
+
+
 class ClientTest(TestCase):
 
     def test_it_stops_in_the_client(self):

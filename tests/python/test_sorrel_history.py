@@ -98,3 +98,19 @@ class CompletionTest(TestCase):
         self.assert_in('Logpoint 3 at a-module.py:1\n', self.type('logpoint a-m\t1, here'))
         self.assert_in('Saved to a-commands\n', self.type('save b\t a-c\t'))
         self.end_with('c')
+
+
+class ProgramThatStopsTest(TestCase):
+    """One that was not started in the terminal."""
+
+    def test_it_has_both(self):
+        self.begin('''\
+import sorrel
+longest_name = 6
+sorrel.set_trace()
+x = 1
+''', shell='exec "$1" prog.py')
+        self.assert_in('\n36\n', self.type('p longes\t ** 2'))
+        self.assert_in('\n36\n', self.type(UP))
+        self.end_with('c')
+        self.assertEqual(open(self.path).read(), 'p longest_name ** 2\nc\n')

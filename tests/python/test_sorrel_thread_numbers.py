@@ -3,7 +3,7 @@
 import sys
 
 import harness
-from sorrel.service import exceptions, steps, stops, thread_numbers
+from sorrel.service import exceptions, passing, steps, stops, thread_numbers
 
 
 class Service(object):
@@ -133,14 +133,14 @@ class KeptTest(harness.CoreTestCase):
 
     def test_steps_of_a_thread_that_ends_at_any_moment(self):
         def prepare():
-            kept = steps.Steps()
+            kept = steps.Steps(passing.Passing())
             kept.expect_stop(5)
             return kept.keep_living, (lambda: kept.forget(5))
         at_each_moment(prepare)
 
     def test_a_step_that_a_thread_loses_at_any_moment(self):
         def prepare():
-            kept = steps.Steps()
+            kept = steps.Steps(passing.Passing())
             kept.expect_stop(5)
             return (lambda: kept.stops_at(5, sys._getframe())), (lambda: kept.forget(5))
         self.assertEqual(set(at_each_moment(prepare)), set([True, False]))
@@ -152,7 +152,7 @@ class KeptTest(harness.CoreTestCase):
             error = sys.exc_info()
         for name, arguments in (('keep_living', ()), ('told', (5, error))):
             def prepare():
-                kept = exceptions.Exceptions(None)
+                kept = exceptions.Exceptions(None, None)
                 kept.is_of_concern(5, sys._getframe(), error)
                 return (lambda: getattr(kept, name)(*arguments)), \
                     (lambda: kept.forget_thread(5))

@@ -466,6 +466,18 @@ os.execv(sys.executable, [sys.executable, 'other.py'])
         self.assertEqual(self.end('c')[1], 0)
         self.assert_nothing_left()
 
+    def test_what_is_skipped(self):
+        self.script('def call(function): return function()\n', 'between.py')
+        self.starts('''\
+import between
+between.call(lambda: 3)
+''', 'skip between', 'sticky', 'b other.py:2', options=['--just-my-code'])
+        self.assert_in('  2  ->', self.type('c'))
+        self.assert_in('> other.py(2)<lambda>()\n', self.type('s'))
+        self.assert_in('Code of libraries is passed by (--just-my-code).\n'
+                       'Skip 1: modules between\n', self.type('skip list'))
+        self.assertEqual(self.end('clear 1;; c')[1], 0)
+
     def test_types_of_exceptions(self):
         self.script('class NoStock(Exception):\n    pass\n', 'shop.py')
         self.starts('''\
@@ -494,6 +506,21 @@ raise ValueError
                     options=['--post-mortem'])
         self.assert_in('--Post-mortem: the program has ended--\nValueError: 1\n> other.py(2)f()\n',
                        self.type('c'))
+        self.assertEqual(self.end('c')[1], 0)
+
+    def test_what_is_skipped_in_a_forked_process(self):
+        self.script('def call(function): return function()\n', 'between.py')
+        self.begin('''\
+import os, between
+child = os.fork()
+if child:
+    os.waitpid(child, 0)
+else:
+    between.call(lambda: 3)
+    os._exit(0)
+''', 'skip between', 'b 6')
+        self.assert_in('> prog.py(6)<module>()\n', self.type('c'))
+        self.assert_in('> prog.py(6)<lambda>()\n', self.type('s'))
         self.assertEqual(self.end('c')[1], 0)
 
     def test_post_mortem_of_a_forked_process(self):

@@ -208,7 +208,7 @@ class StoppedThread(object):
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
             shown['moduleId'] = text(module)
-        if self._session.stops.just_my_code and libraries.is_library(entry.path):
+        if self._service.passing.just_my_code and libraries.is_library(entry.path):
             shown['presentationHint'] = 'subtle'
             shown['source']['presentationHint'] = 'deemphasize'
         return shown

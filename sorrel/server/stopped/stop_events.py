@@ -3,11 +3,11 @@
 from __future__ import absolute_import
 
 from sorrel.common.records import record
-from sorrel.inspection import frames, libraries
+from sorrel.inspection import frames
 from sorrel.service import living
 from sorrel.service.stops import (
-    CALLED, CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT,
-    STEPPED, TRACEBACK)
+    CALLED, CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO, STEPPED,
+    TRACEBACK)
 
 # What a client is told of a stop. reason: a word of the protocol's. frame: the innermost that the
 # client is shown. details: what else is in the body of the event.
@@ -20,17 +20,18 @@ _POST_MORTEM = {POST_MORTEM: 'Post-mortem: the program has ended by an exception
                 TRACEBACK: 'Post-mortem: the program has caught an exception'}
 
 # How a thread was last let go; the frame in which a step ends that does not lead into calls, or
-# one that it was called from; and whether it was in the program's own code.
+# one that it was called from; and whether it was in code that is not passed by.
 _Going = record('_Going', 'action frame from_own_code')
 
 
 class Stops(object):
-    """just_my_code: whether steps pass over what belongs to libraries."""
 
-    def __init__(self, breakpoints, error_text):
-        """breakpoints: the client's. error_text: makes the text of a (type, value, traceback)."""
-        self.just_my_code = True
+    def __init__(self, breakpoints, passing, error_text):
+        """breakpoints: the client's. passing: the service's Passing, at which steps don't end.
+        error_text: makes the text of a (type, value, traceback).
+        """
         self._breakpoints = breakpoints
+        self._passing = passing
         self._error_text = error_text
         self._is_at_entry = self._stops_on_entry = False
         # By the threads' idents.
@@ -83,20 +84,17 @@ class Stops(object):
             self.forget(thread)
         # No frame is kept alive for longer than needed.
         frame = None if resume.action in (CONTINUE, STEP_INTO) else resume.frame or stop.frame
-        self._goings[stop.thread] = _Going(resume.action, frame, self._is_own_code(told.frame))
+        self._goings[stop.thread] = _Going(resume.action, frame, not self._passing.passes(told.frame))
 
     def _consider_step(self, stop, going):
         if stop.reason == RAISED:
             return None  # What follows, in a handler or in a caller, is told.
-        if going.action == STEP_INTO and going.from_own_code \
-                and not self._is_own_code(stop.frame):
-            # On to the next line of who has called this.
-            return Resume(STEP_OUT) if stop.reason != RETURNED else None
+        if going.from_own_code and self._passing.passes(stop.frame):
+            return None  # At breakpoints that are not due.
         frame = _caller(stop)
+        if frame is not None and going.from_own_code and self._passing.passes(frame):
+            return Resume(STEP_INTO)  # On to where it comes out of that.
         return Told('step', frame, {}) if frame is not None else None
-
-    def _is_own_code(self, frame):
-        return not self.just_my_code or libraries.is_own_code(frame)
 
 
 def _told_hits(hits, frame):

@@ -1,0 +1,63 @@
+// What the debug server in sorrel/ alone may call of the core, beside the functions of the module.
+#include "host/ref.h"
+#include "morvikmodule/entry_points.h"
+#include "tracercore/passed_code.h"
+#include "tracercore/rest.h"
+#include "tracercore/stepping.h"
+
+namespace morvik {
+
+namespace {
+
+constexpr char kAttribute[] = "_for_sorrel";
+
+PyObject* entry_step_through(PyObject* /*self*/, PyObject* /*none*/) {
+    ThreadData* const record = own_record();
+    if (record == nullptr) {
+        return nullptr;
+    }
+    set_step_request(record, Py_None, Py_None, -1, -1, true);
+    return new_none();
+}
+
+PyObject* entry_pass_code(PyObject* /*self*/, PyObject* code) {
+    if (!PyCode_Check(code)) {
+        PyErr_SetString(PyExc_TypeError, "code must be a code object");
+        return nullptr;
+    }
+    return PyBool_FromLong(pass_code(reinterpret_cast<PyCodeObject*>(code)) ? 1 : 0);
+}
+
+PyObject* entry_pass_no_code(PyObject* /*self*/, PyObject* /*none*/) {
+    pass_no_code();
+    wake_all_threads();
+    return new_none();
+}
+
+PyMethodDef functions[] = {
+    {"step_through", entry_step_through, METH_NOARGS,
+     "step_through()\n\n"
+     "As step_into, but nothing in code that is to be passed stops the calling thread for it."},
+    {"pass_code", entry_pass_code, METH_O,
+     "pass_code(code)\n\n"
+     "Such steps of all threads pass this code object from now on, not those nested in it.  False "
+     "where they cannot, since it is in no file."},
+    {"pass_no_code", entry_pass_no_code, METH_NOARGS,
+     "pass_no_code()\n\n"
+     "They pass none any more that was named before."},
+};
+
+}  // namespace
+
+bool add_functions_for_sorrel(PyObject* module) {
+    Ref all = Ref::steal(PyDict_New());
+    for (PyMethodDef& function : functions) {
+        const Ref made = all ? Ref::steal(PyCFunction_New(&function, nullptr)) : Ref();
+        if (!made || PyDict_SetItemString(all.get(), function.ml_name, made.get()) != 0) {
+            return false;
+        }
+    }
+    return PyModule_AddObject(module, kAttribute, all.release()) == 0;
+}
+
+}  // namespace morvik
