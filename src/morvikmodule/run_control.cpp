@@ -9,6 +9,7 @@
 #include "tracercore/rest.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
+#include "tracercore/watching.h"
 
 namespace morvik {
 
@@ -139,6 +140,7 @@ PyObject* entry_set_debug_thread_cb(PyObject* /*self*/, PyObject* args) {
         return nullptr;
     }
     set_slot(core.debug_thread_cb, callback);
+    learn_watch();
     clear_thread_policies();
     return new_none();
 }

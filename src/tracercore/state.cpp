@@ -9,6 +9,7 @@
 #include "tracercore/install.h"
 #include "tracercore/pulse.h"
 #include "tracercore/rest.h"
+#include "tracercore/watching.h"
 
 namespace morvik {
 
@@ -160,6 +161,7 @@ void reset_policies() {
     core.autoquit = 1;
     core.debug_all_threads = 1;
     clear_slot(core.debug_thread_cb);
+    forget_watch();
     clear_thread_policies();
 }
 
