@@ -133,14 +133,9 @@ class Expression(_Text):
             return scopes.value(self.tree(), self.code, globals, variables, self.compiled)
         return eval(self.code, globals, variables)
 
-    def evaluator(self):
-        """What gives the value without anything lent, as quickly as that can be done."""
-        if self._has_functions:
-            return self.value
-        code, frame, globals = self.code, self._frame, self._frame.f_globals
-        if frame.f_locals is globals:
-            return lambda: eval(code, globals)
-        return lambda: eval(code, globals, frame.f_locals)
+    def is_simple(self):
+        """Whether evaluating its code over the frame's variables gives the value."""
+        return not self._has_functions
 
 
 def expression(source, frame, lent={}):

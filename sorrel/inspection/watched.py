@@ -22,6 +22,8 @@ _REACHING = frozenset([
     'Attribute', 'Subscript', 'Call', 'Lambda', 'ListComp', 'SetComp', 'DictComp', 'GeneratorExp',
     'Repr', 'Yield'])
 _NOTHING = object()
+# What is raised for something that is not there, and tells of it by texts alone.
+_FAILURES = frozenset([NameError, UnboundLocalError, AttributeError])
 
 # text: as it is shown. mark: with it, tells the value from others.
 Look = record('Look', 'text mark')
@@ -32,12 +34,14 @@ _Module = record('_Module', 'f_code f_globals f_locals')
 class Watched(object):
     """frame: the one in which the expression has its meaning, until that is left; None where it
     reads only what is global. is_own: whether its value can be changed by code of the frame alone.
+    atom: the value, where this one object cannot change. code, globals, variables: what gives the
+    value, quickly; no code where more is to be done, and no variables where they are the frame's.
     """
 
     def __init__(self, source, frame):
         """Raises what compiling the expression raises."""
-        # The value, where this one object cannot change.
-        self._atom = _NOTHING
+        self.atom = _NOTHING
+        self._failure = None
         expression = evaluation.Expression(source, frame)
         nodes = trees.nodes(expression.tree())
         self._names = set([node.id for node in nodes if trees.name_of(node) == 'Name'])
@@ -46,41 +50,51 @@ class Watched(object):
         self._place = self.frame or _Module(frame.f_code, frame.f_globals, frame.f_globals)
         self._is_plain = self._is_plain and self.frame is not None and _are_own(self._names, frame)
         self._value = self.understood(source)
+        self.code = expression.code if expression.is_simple() else None
+        self.globals = frame.f_globals
+        self.variables = frame.f_globals if self.frame is None else None
         self.is_own = False
         # The Look that it is compared with.
         self.known = None
         self.known = self.changed()
 
+    def fails_as_before(self):
+        """Whether the exception that is being handled, of the quick way, shows no change."""
+        type, error = sys.exc_info()[:2]
+        return type in _FAILURES and (type, error.args) == self._failure
+
     def may_have_changed(self):
-        """Asked often; a wrong yes does no harm."""
+        """A wrong yes does no harm."""
         try:
             value = self._value()
-            if value is self._atom:
-                return False
             if repr(value) != self.known.text:
                 return True
-            self._atom = value if type(value) in _ATOMS else _NOTHING
-            return False
         except:
             return True
+        self.atom = value if type(value) in _ATOMS else _NOTHING
+        return False
 
     def changed(self):
         """The Look of the value, if it is another one than `known`; else None."""
+        failure = None
         try:
             text = repr(self._value())
         except:
-            text = '<not there: %s>' % errors.error_text(*sys.exc_info()[:2])
+            type, error = sys.exc_info()[:2]
+            text = '<not there: %s>' % errors.error_text(type, error)
+            failure = type, getattr(error, 'args', None)
         self.is_own = self._is_plain and self._reads_atoms()
         look = Look(text, None) if len(text) <= _SHOWN \
             else Look(text[:_SHOWN] + '...', (len(text), hash(text)))
         if look == self.known:
+            self._failure = failure
             return None
-        self._atom = _NOTHING
+        self.atom, self._failure = _NOTHING, None
         return look
 
     def understood(self, source):
         """What gives the value of an expression in the same place. Raises what compiling raises."""
-        return evaluation.Expression(source, self._place).evaluator()
+        return evaluation.Expression(source, self._place).value
 
     def _reads_atoms(self):
         variables = self.frame.f_locals

@@ -67,7 +67,8 @@ class Watches(object):
         self._all = ()
         # The frames that the core is to have looked at, None for all.
         self._told = ()
-        # For each that is enabled the frame that it is looked at in, None for any, and what asks.
+        # For each that is enabled the frame that it is looked at in, None for any; what is watched,
+        # and what gives its value.
         self._quick = ()
         self._frames = ()
         # By threads.
@@ -124,9 +125,18 @@ class Watches(object):
 
     def _look(self, frame, is_end):
         """The calling thread is at a line of this frame, or at its return; is_end: for good."""
-        for where, may_have_changed in self._quick:
-            if (where is None or where is frame) and may_have_changed():
-                break
+        for where, one, code, globals, variables in self._quick:
+            if where is None or where is frame:
+                try:
+                    # Nearly all looks end here.
+                    if code is not None and \
+                            eval(code, globals, variables or one.frame.f_locals) is one.atom:
+                        continue
+                except:
+                    if one.fails_as_before():
+                        continue
+                if one.may_have_changed():
+                    break
         else:
             if not is_end or frame not in self._frames:
                 return
@@ -204,10 +214,10 @@ class Watches(object):
         self._frames = tuple([watchpoint.frame for watchpoint in self._all
                               if watchpoint.frame is not None])
         self._quick = tuple([
-            (one.frame if one.is_own else None, one.may_have_changed)
+            (one.frame if one.is_own else None, one, one.code, one.globals, one.variables)
             for one in [watchpoint.watched for watchpoint in self._all if watchpoint.enabled]])
         looked_at = self._frames
-        if None in [where for where, _ in self._quick]:
+        if None in [quick[0] for quick in self._quick]:
             looked_at = None
         if looked_at == self._told:
             return

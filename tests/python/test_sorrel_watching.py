@@ -1,6 +1,7 @@
 """Watchpoints: where the program stops for them, what it says then, and how long they last."""
 
 import os
+import subprocess
 
 import sorrel_session
 
@@ -291,6 +292,67 @@ print 'done'
         self.assertEqual(answers[4].splitlines()[:3], [
             'Watchpoint 1: rows', 'Old value = []', 'New value = [1]'])
 
+    def test_functions_in_the_expression_see_the_variables(self):
+        answers = self.answers('''\
+def f(rows, low):
+    rows.append(3)
+    rows.append(1)
+    rows.append(4)
+
+f([], 2)
+''', ['tbreak 2', 'c', 'watch [row for row in rows if row > low]',
+        'watch sum(row for row in rows if row > low)', 'c', 'c'])
+        self.assertEqual(answers[5].splitlines()[1::2], [
+            'Old value = []', 'Watchpoint 3: sum(row for row in rows if row > low)',
+            'New value = 3', '-> rows.append(1)'])
+        self.assert_in('New value = [3, 4]\n', answers[6])
+
+    def test_private_names_are_those_of_the_class(self):
+        answers = self.answers('''\
+class Box(object):
+    def fill(self):
+        self.__n = 1
+        self.__n = 2
+
+Box().fill()
+''', ['tbreak 4', 'c', 'watch self.__n', 'condition 2 self.__n == 2', 'c'])
+        self.assertEqual(answers[5].splitlines()[:3], [
+            'Watchpoint 2: self.__n', 'Old value = 1', 'New value = 2'])
+
+    def test_failures_that_differ_are_changes(self):
+        answers = self.answers('''\
+class Box(object):
+    pass
+
+box = Box()
+box.inner = Box()
+box.inner.n = 1
+del box
+print 'done'
+''', ['tbreak 5', 'c', 'watch box.inner.n', 'c', 'c', 'c'])
+        self.assertEqual([answer.splitlines()[2] for answer in answers[4:7]], [
+            "New value = <not there: AttributeError: 'Box' object has no attribute 'n'>",
+            'New value = 1', "New value = <not there: NameError: name 'box' is not defined>"])
+
+    def test_stack_that_is_nearly_used_up_is_no_change(self):
+        answers = self.answers('''\
+class Box(object):
+    def __repr__(self):
+        return self.text(20)
+    def text(self, depth):
+        return self.text(depth - 1) if depth else 'box'
+
+def down():
+    down()
+
+box = Box()
+try:
+    down()
+except RuntimeError:
+    print 'deep'
+''', ['tbreak 12', 'c', 'watch box', 'c'])
+        self.assertEqual(answers[4], 'deep\nThe program ended with exit status 0.\n')
+
     def test_several_change_in_one_line(self):
         answers = self.answers('a = b = 0\na = b = 1\nprint a\n',
                                ['n', 'watch a', 'watch b', 'c', 'c'])
@@ -421,6 +483,18 @@ print 'done'
         answers = self.answers(LEDGER, ['tbreak 17', 'c', 'r', 'watch i'])
         self.assertEqual(answers[4], '*** This function is left already: its variables do not '
                                      'change any more\n')
+
+    def test_nothing_is_watched_when_the_program_has_ended(self):
+        self.script('def f():\n    n = 1\n    [][n]\nf()\n', 'prog.py')
+        process = self.popen(
+            ['-m', 'sorrel.main', 'terminal', '--post-mortem', '--', 'prog.py'],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        out, err, status = self.finish(process, 'catch never\nc\nwatch n\nq\n')
+        self.assert_in('*** The program has ended\n', out)
+
+    def test_program_that_is_let_go_runs_on(self):
+        answers = self.answers(COUNTER, ['n', 'watch count', 'c', 'detach'])
+        self.assertEqual(answers[4], 'Detached: the program runs on.\ndone\n')
 
     def test_saved_are_those_that_outlast_functions(self):
         answers = self.answers(LEDGER, [
