@@ -774,7 +774,6 @@ class Service(object):
         try:
             self._stops[thread] = stop
             resume = self._guarded(self._front_end.stopped, stop)
-            self.watches.renew()
         finally:
             self._stops.pop(thread, None)
         # Detached meanwhile, it is not to detach whoever came next.

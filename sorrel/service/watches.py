@@ -161,16 +161,16 @@ class Watches(object):
             return []
         # At an exception nobody has looked yet.
         found = [self._change(watchpoint, look, False)
-                 for watchpoint, look in self._changed(None) if look is not None]
+                 for watchpoint, look in self._changed() if look is not None]
         return self._changes.pop(thread, []) + [change for change in found if change is not None]
 
     def renew(self):
-        """What was changed at a stop does not count."""
-        for watchpoint, look in self._changed(None):
+        """What was changed at a stop does not count. To be called before the thread goes on."""
+        for watchpoint, look in self._changed():
             watchpoint.watched.known = look or watchpoint.watched.known
         self._tell()
 
-    def _changed(self, frame):
+    def _changed(self, frame=None):
         """Each Watchpoint with the Look of its value, None if that has not changed.
 
         frame: where a thread is; None to look anyway.

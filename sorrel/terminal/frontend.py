@@ -132,6 +132,7 @@ class Terminal(
             self._run_lists()
             while self._resume is None:
                 self._one_command()
+            self._renew_watches(stop)
         except Closed:
             self._resume = Resume(DETACH)
         finally:

@@ -4,6 +4,7 @@ from __future__ import absolute_import
 
 from sorrel.common import errors
 from sorrel.inspection import frames
+from sorrel.inspection.time_limit import Overtime
 from sorrel.languages import sublanguages
 from sorrel.service import living
 from sorrel.service.breakpoints import Refused
@@ -76,6 +77,13 @@ class WatchCommands(object):
         self._changes = self._evaluation.call(stop, self.service.watches.take, stop.thread)
         self._due = list(self._due) + [
             change.watchpoint for change in self._changes if change.new is not None]
+
+    def _renew_watches(self, stop):
+        """What was changed at the stop is not the program's doing."""
+        try:
+            self._evaluation.call(stop, self.service.watches.renew)
+        except (KeyboardInterrupt, Overtime):
+            pass
 
     def _set_as_before(self, stop):
         before, self._watched_before = self._watched_before, ()

@@ -1,4 +1,4 @@
-"""What the interpreter has compiled of source files: when it is taken, and that it says the same."""
+"""What the interpreter has compiled of source files: when it is taken, and what it says."""
 
 import os
 import py_compile

@@ -468,9 +468,10 @@ print 'done'
     ''')
 
     def test_commands_are_carried_out(self):
-        answers = self.answers(COUNTER, ['next', 'watch count', 'commands', 'silent', 'p count * 100',
-                                         'continue', 'end', 'continue'])
-        self.assertEqual(answers[-1], '100\n200\n300\ndone\nThe program ended with exit status 0.\n')
+        answers = self.answers(COUNTER, ['next', 'watch count', 'commands', 'silent',
+                                         'p count * 100', 'continue', 'end', 'continue'])
+        self.assertEqual(
+            answers[-1], '100\n200\n300\ndone\nThe program ended with exit status 0.\n')
 
     def test_wrong_expressions_are_refused_and_take_no_number(self):
         answers = self.answers(COUNTER, ['watch', 'watch 1 +', 'watch a = 1', 'watch count'])
