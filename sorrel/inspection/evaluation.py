@@ -117,16 +117,33 @@ class _Text(object):
             return None
 
 
+class Expression(_Text):
+    """One that may be evaluated many times in its frame. Raises what compiling it raises."""
+
+    def __init__(self, source, frame):
+        _Text.__init__(self, source.strip(), 'eval', frame)
+        self._has_functions = scopes.has_functions(self.code)
+
+    def value(self, lent={}):
+        """Raises whatever evaluating it raises. lent: values for names that are not the program's.
+        """
+        globals = self._frame.f_globals
+        variables = _variables(self.code, self._frame, lent) if lent else self._frame.f_locals
+        if self._has_functions and self.needs_function(variables):
+            return scopes.value(self.tree(), self.code, globals, variables, self.compiled)
+        return eval(self.code, globals, variables)
+
+    def is_simple(self):
+        """Whether evaluating its code over the frame's variables gives the value."""
+        return not self._has_functions
+
+
 def expression(source, frame, lent={}):
     """The value of an expression. Raises whatever evaluating it raises.
 
     lent: values for names that are not the program's.
     """
-    text = _Text(source.strip(), 'eval', frame)
-    variables = _variables(text.code, frame, lent)
-    if text.needs_function(variables):
-        return scopes.value(text.tree(), text.code, frame.f_globals, variables, text.compiled)
-    return eval(text.code, frame.f_globals, variables)
+    return Expression(source, frame).value(lent)
 
 
 def statement(source, frame, display, lent={}):

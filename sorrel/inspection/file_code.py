@@ -3,21 +3,13 @@
 from __future__ import absolute_import
 
 import bisect
-import imp
-import marshal
-import os
-import sys
-import types
 
 from sorrel.common import text_files
-from sorrel.inspection import code_lines, modules, nesting
+from sorrel.inspection import code_lines, compiled_files, nesting
 
 PYTHON = ('.py', '.pyw')
 # Bytes of files whose code is kept.
 _KEPT = 32 * 1024 * 1024
-# A compiled file begins with the interpreter's number and the time of its source.
-_TIME = slice(4, 8)
-_HEAD = 8
 # By path, with what tells whether the file has changed, and its size.
 _known = {}
 
@@ -81,7 +73,7 @@ def of_file(path):
     is_known = known_version == version
     if is_known and not found.is_guess():
         return found
-    code = _of_module(path, version)
+    code = compiled_files.code_of(path, version)
     if code is not None:
         found = FileCode(code)
     elif not is_known:
@@ -108,31 +100,3 @@ def of_text(text, path):
 def _range(code, class_name):
     last = code.co_firstlineno + sum(bytearray(code.co_lnotab)[1::2])
     return code.co_firstlineno, last, code, class_name
-
-
-def _of_module(path, version):
-    """What the interpreter has compiled of the file for a module that is loaded; None for nothing.
-
-    It may be more than could be compiled here.
-    """
-    if not _is_loaded(path):
-        return None
-    try:
-        compiled = text_files.content(path + ('c' if __debug__ else 'o'))
-        time = sum([ord(byte) << 8 * place for place, byte in enumerate(compiled[_TIME])])
-        if not compiled.startswith(imp.get_magic()) or time != int(version[0]) & 0xffffffff:
-            return None
-        code = marshal.loads(compiled[_HEAD:])
-    except (text_files.Unreadable, EOFError, ValueError, TypeError):
-        return None
-    return code if isinstance(code, types.CodeType) else None
-
-
-def _is_loaded(path):
-    name = os.path.basename(path)
-    for module in sys.modules.values():
-        file = modules.namespace(module).get('__file__')
-        if isinstance(file, str) and os.path.basename(file) in (name, name + 'c', name + 'o') \
-                and os.path.abspath(file).startswith(path):
-            return True
-    return False

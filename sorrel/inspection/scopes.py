@@ -27,6 +27,11 @@ def names_used(code):
     return set(code.co_names).union(_names_in_functions(code))
 
 
+def has_functions(code):
+    """Whether there are any inside this code."""
+    return bool([constant for constant in code.co_consts if isinstance(constant, types.CodeType)])
+
+
 def has_functions_with(code, variables):
     """Whether functions inside this code seem to use some of the variables, or what it sets."""
     names = _names_in_functions(code)

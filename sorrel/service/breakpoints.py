@@ -89,6 +89,12 @@ class Breakpoints(object):
         self._lock = thread.allocate_lock()
         self.forget()
 
+    def new_number(self):
+        """One for what is numbered as the breakpoints are."""
+        with self._lock:
+            self._last_number += 1
+            return self._last_number
+
     def described(self):
         """What add_described() takes, in another process."""
         return [[getattr(breakpoint, name) for name in _DESCRIBED] for breakpoint in self.all()]

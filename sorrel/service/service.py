@@ -22,8 +22,8 @@ about to take the program. And `tracing_taken()`: the calling thread is about to
 function of the program's own. And `in_child()`, called in a process that the program has forked, in
 its only thread: what is to be the front end there, or None to let it go.
 
-`breakpoints` and `exceptions` say where else than at steps the program stops, `passing` where these
-do not end; `modules` knows what the program has loaded.
+`breakpoints`, `watches` and `exceptions` say where else than at steps the program stops, `passing`
+where these do not end; `modules` knows what the program has loaded.
 """
 
 from __future__ import absolute_import
@@ -51,6 +51,7 @@ from sorrel.service.steps import Steps
 from sorrel.service.stops import (
     CALLED, CONTINUE, DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, STEP_INTO,
     STEPPED, Stop, Thread, TRACEBACK)
+from sorrel.service.watches import Watches
 
 _IDLE_PERIOD = 1.0
 # Taken now: a program may replace what the interpreter's modules offer.
@@ -119,6 +120,8 @@ class Service(object):
                   __builtin__.__import__, None, frames.own_files())
         self.main_thread = living.current() if main_thread is None else main_thread
         self.breakpoints = breakpoints.Breakpoints()
+        self.watches = Watches(
+            self.breakpoints.new_number, self._callback, self._with_room, self._stop_at_event)
         self.exceptions = exceptions.Exceptions(self.breakpoints, self.passing)
         self.modules = modules.Modules()
         _services[self._process] = self
@@ -319,6 +322,7 @@ class Service(object):
             return  # It is not attached, or another thread is at it.
         self._era += 1
         self.is_tracing = False
+        self.watches.forget()
         core.reset()
         _sorrel.untrace_all_threads(core.trace_dispatch)
         self._stops_all = True
@@ -530,6 +534,12 @@ class Service(object):
         self._steps.stop_anywhere(ident)
         self._end_steps_of(era)
         return True
+
+    def _stop_at_event(self, thread):
+        """The calling thread, whose ident this is, stops at the event of the core's that it is at.
+        """
+        self._steps.arrive(thread)
+        self._steps.stop_anywhere(thread)
 
     def _end_steps_of(self, era):
         """The calling thread runs on if who has told it to stop, or to step, has left meanwhile.
@@ -749,6 +759,7 @@ class Service(object):
                     del of_threads[thread]
         self._gate.forget_holds_but(self._holds.get(own))
         self.breakpoints.forget_other_threads()
+        self.watches.forget_threads_but(own)
         self._steps.keep_living()
         self.exceptions.keep_living()
         if self._in_need and not self._stops:

@@ -6,6 +6,7 @@ from sorrel.inspection import evaluation
 from sorrel.service.breakpoints import Refused
 from sorrel.service.places import NotLoaded, Places
 from sorrel.service.stops import NUMBER_LIMIT
+from sorrel.service.watches import Watchpoint
 
 # What stands for the number of the breakpoint that was set last, as in gdb.
 LAST = '$bpnum'
@@ -52,12 +53,12 @@ class BreakpointCommands(object):
     def do_enable(self, argument):
         """enable [NUMBER...]: let breakpoints stop the program again, by default all."""
         for breakpoint in self._named_breakpoints(argument):
-            self.service.breakpoints.enable(breakpoint, True)
+            self._owner(breakpoint).enable(breakpoint, True)
 
     def do_disable(self, argument):
         """disable [NUMBER...]: keep breakpoints, by default all, but don't stop there."""
         for breakpoint in self._named_breakpoints(argument):
-            self.service.breakpoints.enable(breakpoint, False)
+            self._owner(breakpoint).enable(breakpoint, False)
 
     def do_ignore(self, argument):
         """ignore [NUMBER [COUNT] | clear [NUMBER...]]: about what the program does not stop at.
@@ -79,12 +80,13 @@ class BreakpointCommands(object):
             self._say('*** Not a count: %s' % count)
             return
         for breakpoint in self._one_breakpoint(number):
-            self.service.breakpoints.set_ignore_count(breakpoint, int(count))
+            self._owner(breakpoint).set_ignore_count(breakpoint, int(count))
             if int(count):
-                self._say('Will ignore next %s of breakpoint %d.' % (
-                    _counted(int(count), 'crossing'), breakpoint.number))
+                self._say('Will ignore next %s of %s %d.' % (
+                    _counted(int(count), 'crossing'), _word(breakpoint), breakpoint.number))
             else:
-                self._say('Will stop next time breakpoint %d is reached.' % breakpoint.number)
+                self._say('Will stop next time %s %d is reached.' % (
+                    _word(breakpoint), breakpoint.number))
 
     def do_condition(self, argument):
         """condition NUMBER [EXPRESSION]: stop only where this is true, or always again."""
@@ -135,18 +137,19 @@ class BreakpointCommands(object):
             self._delete_breakpoint(breakpoint)
 
     def _delete_breakpoint(self, breakpoint):
-        self.service.breakpoints.remove(breakpoint)
-        self._say('Deleted breakpoint %d' % breakpoint.number)
+        self._owner(breakpoint).remove(breakpoint)
+        self._say('Deleted %s %d' % (_word(breakpoint), breakpoint.number))
 
     def _set_condition(self, breakpoint, condition):
-        self.service.breakpoints.set_condition(breakpoint, condition)
+        self._owner(breakpoint).set_condition(breakpoint, condition)
         if not condition.strip():
-            self._say('Breakpoint %d is now unconditional.' % breakpoint.number)
+            self._say('%s %d is now unconditional.' % (
+                _word(breakpoint).capitalize(), breakpoint.number))
 
     def _named_breakpoints(self, argument):
         """The breakpoints of these numbers, or all; says which there are not."""
         if not argument:
-            return self.service.breakpoints.all()
+            return self._all_points()
         found = []
         for number in argument.split():
             found += self._one_breakpoint(number)
@@ -154,23 +157,32 @@ class BreakpointCommands(object):
 
     def _one_breakpoint(self, number):
         wanted = str(self._last_breakpoint) if number == LAST else number
-        for breakpoint in self.service.breakpoints.all():
+        for breakpoint in self._all_points():
             if str(breakpoint.number) == wanted:
                 return [breakpoint]
         self._say('*** No breakpoint %s' % number)
         return []
 
+    def _all_points(self):
+        """Breakpoints and watchpoints, by number."""
+        return sorted(self.service.breakpoints.all() + self.service.watches.all(),
+                      key=lambda point: point.number)
+
+    def _owner(self, point):
+        """What changes it: both know the same ways."""
+        return self.service.watches if isinstance(point, Watchpoint) else self.service.breakpoints
+
     def _list_breakpoints(self):
-        known = self.service.breakpoints.all()
+        self._list_points(self._all_points())
+
+    def _list_points(self, known):
         if known:
             self._say('Num Type         Disp Enb   Where')
         for breakpoint in known:
             self._say('%-4d%-13s%s %s %s' % (
-                breakpoint.number, 'breakpoint' if breakpoint.message is None else 'logpoint',
+                breakpoint.number, _kind(breakpoint),
                 'del ' if breakpoint.temporary else 'keep',
-                'yes  ' if breakpoint.enabled else 'no   ',
-                'at ' + shown_place(breakpoint) if breakpoint.waits_for is None
-                else 'pending ' + breakpoint.waits_for))
+                'yes  ' if breakpoint.enabled else 'no   ', _what(breakpoint)))
             if breakpoint.message is not None:
                 self._say('\tlogs ' + breakpoint.message)
             if breakpoint.condition:
@@ -181,6 +193,20 @@ class BreakpointCommands(object):
                 self._say('\tbreakpoint already hit %s' % _counted(breakpoint.hits, 'time'))
             for line in self._command_lists.get(breakpoint.number, ()):
                 self._say('\t' + line)
+
+
+def _word(point):
+    return 'watchpoint' if isinstance(point, Watchpoint) else 'breakpoint'
+
+
+def _kind(point):
+    return _word(point) if point.message is None else 'logpoint'
+
+
+def _what(point):
+    if isinstance(point, Watchpoint):
+        return point.expression
+    return 'at ' + shown_place(point) if point.waits_for is None else 'pending ' + point.waits_for
 
 
 def shown_place(breakpoint):

@@ -49,7 +49,7 @@ class Completion(object):
         return _files(text, line[:end].split(' ')[-1], '')
 
     def complete_delete(self, text, line, begin, end):
-        return [str(breakpoint.number) for breakpoint in self.service.breakpoints.all()
+        return [str(breakpoint.number) for breakpoint in self._all_points()
                 if str(breakpoint.number).startswith(text)]
 
     complete_enable = complete_disable = complete_commands = complete_delete

@@ -45,6 +45,7 @@ from sorrel.terminal.stack import StackCommands
 from sorrel.terminal.stepping import SteppingCommands
 from sorrel.terminal.threads import ThreadCommands
 from sorrel.terminal.typed import TypedLines
+from sorrel.terminal.watching import WatchCommands
 
 _LINES_SHOWN = 11
 _DETACH = 'Detach, and let the program run on by itself? (y or n) '
@@ -76,7 +77,8 @@ class Terminal(
         AliasCommands, BreakpointCommands, BreakpointStops, CatchCommands, CommandFiles,
         CommandLists, Completion, DisplayCommands, HandingOn, InteractCommand, JumpCommand,
         ListingCommands, LogpointCommands, ProcessCommands, RestartCommand, SaveCommands,
-        SkipCommands, StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
+        SkipCommands, StackCommands, SteppingCommands, ThreadCommands, TypedLines, WatchCommands,
+        Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -118,6 +120,7 @@ class Terminal(
             return Resume(DETACH)
         process = os.getpid()
         self._look_at_breakpoints(stop)
+        self._look_at_watches(stop)
         next_step = self._next_step(stop)
         if next_step is not None:
             return next_step
@@ -131,6 +134,7 @@ class Terminal(
             self._run_lists()
             while self._resume is None:
                 self._one_command()
+            self._renew_watches(stop)
         except Closed:
             self._resume = Resume(DETACH)
         finally:
@@ -180,9 +184,10 @@ class Terminal(
                 self._say('[%s]' % self._thread_of(self._stop.thread).name)
             self._thread = self._stop.thread
         self._tell_of_breakpoints()
+        self._tell_of_watches()
         if self._stop.reason == INTERRUPTED:
             self._say('--Interrupted--')
-        elif self._stop.reason == RETURNED:
+        elif self._stop.reason == RETURNED and not self._is_silent():
             self._say('--Return--')
         elif self._stop.reason == RAISED:
             if self._stop.policy is not None:

@@ -37,7 +37,7 @@ class RestartCommand(object):
                 self._say('*** Cannot run it again: %s' % error)
 
     def _run_again(self):
-        kept = dict(self.described(), typed='')
+        kept = dict(self.described(), typed='', watched=self.described_watches())
         json.dumps(kept)  # What cannot be told has to be known before anything is done.
         self._end_others()
         self._say('Running the program again.')
@@ -62,6 +62,7 @@ class RestartCommand(object):
         os.unlink(path)
         for place in self.be_as(kept):
             self._news.append('*** No breakpoint any more at ' + place.encode('utf-8'))
+        self.watch_as_before(kept['watched'])
         self.cmdqueue += map(Line, kept['typed'].encode('utf-8').splitlines())
 
 

@@ -5,6 +5,7 @@ from __future__ import absolute_import
 import os
 
 from sorrel.common import text_files
+from sorrel.service.watches import Watchpoint
 from sorrel.terminal.breakpoints import LAST, shown_place
 
 
@@ -14,8 +15,13 @@ class SaveCommands(object):
         """save breakpoints FILE: write commands that set the breakpoints that there are now."""
         path = os.path.expanduser(argument.partition(' ')[2].strip())
         lines = []
-        for breakpoint in self.service.breakpoints.all():
-            if breakpoint.is_in_no_file():
+        for breakpoint in self._all_points():
+            if isinstance(breakpoint, Watchpoint):
+                if breakpoint.frame is not None:
+                    self._say('*** Watchpoint %d is left out: it lasts as long as its function'
+                              % breakpoint.number)
+                    continue
+            elif breakpoint.is_in_no_file():
                 self._say('*** Breakpoint %d is left out: its code is in no file' %
                           breakpoint.number)
                 continue
@@ -31,6 +37,8 @@ class SaveCommands(object):
 
 
 def _commands(breakpoint):
+    if isinstance(breakpoint, Watchpoint):
+        return _watch_commands(breakpoint)
     if breakpoint.waits_for is not None:
         place = breakpoint.waits_for
     elif breakpoint.name is not None:
@@ -44,8 +52,20 @@ def _commands(breakpoint):
     else:
         commands = [('tbreak ' if breakpoint.temporary else 'break ') + place
                     + (', ' + breakpoint.condition if breakpoint.condition else '')]
-    if breakpoint.ignore_count:
-        commands.append('ignore %s %d' % (LAST, breakpoint.ignore_count))
-    if not breakpoint.enabled:
+    return commands + _further_commands(breakpoint)
+
+
+def _watch_commands(watchpoint):
+    commands = ['watch ' + watchpoint.expression]
+    if watchpoint.condition:
+        commands.append('condition %s %s' % (LAST, watchpoint.condition))
+    return commands + _further_commands(watchpoint)
+
+
+def _further_commands(point):
+    commands = []
+    if point.ignore_count:
+        commands.append('ignore %s %d' % (LAST, point.ignore_count))
+    if not point.enabled:
         commands.append('disable ' + LAST)
     return commands

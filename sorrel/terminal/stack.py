@@ -6,7 +6,7 @@ from sorrel.common import errors
 from sorrel.inspection import causes, frames, source
 from sorrel.service.stops import RAISED, RETURNED
 
-_SUBJECTS = 'args', 'breakpoints', 'locals', 'threads'
+_SUBJECTS = 'args', 'breakpoints', 'locals', 'threads', 'watchpoints'
 
 
 class StackCommands(object):
@@ -54,7 +54,7 @@ class StackCommands(object):
                 source.file_name(raised.tb_frame), raised.tb_lineno))
 
     def do_info(self, argument):
-        """info SUBJECT: show the breakpoints, the threads, the locals or the args.
+        """info SUBJECT: show the breakpoints, watchpoints, threads, locals or args.
 
         The first letters of a subject are enough.
         """
@@ -63,6 +63,8 @@ class StackCommands(object):
             self._say('*** info about what? One of: %s' % ', '.join(_SUBJECTS))
         elif found[0] == 'locals':
             self._show_locals(self._frame())
+        elif found[0] == 'watchpoints':
+            self.list_watchpoints()
         else:
             {'args': self.do_args, 'threads': self.do_threads, 'breakpoints': self.do_break}[
                 found[0]]('')

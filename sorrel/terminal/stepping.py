@@ -52,7 +52,7 @@ class SteppingCommands(object):
         """A Resume where this stop is only one of the steps that were asked for; None else."""
         action, left, thread = self._repeated
         if left < 1 or stop.thread != thread or stop.reason not in (STEPPED, RETURNED) \
-                or stop.policy is not None or self._fired or self._due:
+                or stop.policy is not None or self._fired or self._due or self._changes:
             self._repeated = None, 0, None
             return None
         self._repeated = action, left - 1, thread

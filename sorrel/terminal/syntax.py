@@ -36,7 +36,7 @@ _ARGUMENTS = {
     'catch': _WORDS, 'commands': _WORDS, 'logpoint': _PLACE, 'save': r'breakpoints\s+\S',
     'skip': r'$|[\w*?~]|\.{0,2}/', 'threads': _NOTHING, 'thread': _COUNT, 'modules': _NOTHING,
     'processes': _NOTHING, 'process': _COUNT, 'follow': r'(parent|child|all)?$',
-    'run': _NOTHING, 'detach': _NOTHING, 'quit': r'(\(\))?$'}
+    'watch': _EXPRESSION, 'run': _NOTHING, 'detach': _NOTHING, 'quit': r'(\(\))?$'}
 
 _ASSIGNMENT = re.compile(r'\s*([-+*/%&|^]|\*\*|//|<<|>>)?=(?!=)')
 # Signs that may begin an expression, too, go on with one where they follow the word at once, or

@@ -4,6 +4,7 @@
 #include "tracercore/passed_code.h"
 #include "tracercore/rest.h"
 #include "tracercore/stepping.h"
+#include "tracercore/watching.h"
 
 namespace morvik {
 
@@ -34,6 +35,24 @@ PyObject* entry_pass_no_code(PyObject* /*self*/, PyObject* /*none*/) {
     return new_none();
 }
 
+PyObject* entry_watch(PyObject* /*self*/, PyObject* args) {
+    PyObject* callback = nullptr;
+    PyObject* frames = nullptr;
+    if (PyArg_ParseTuple(args, "OO:watch", &callback, &frames) == 0) {
+        return nullptr;
+    }
+    if (callback == Py_None) {
+        forget_watch();
+        return new_none();
+    }
+    if (frames != Py_None && !PyTuple_Check(frames)) {
+        PyErr_SetString(PyExc_TypeError, "frames must be a tuple or None");
+        return nullptr;
+    }
+    set_watch(callback, frames != Py_None ? frames : nullptr);
+    return new_none();
+}
+
 PyMethodDef functions[] = {
     {"step_through", entry_step_through, METH_NOARGS,
      "step_through()\n\n"
@@ -45,6 +64,12 @@ PyMethodDef functions[] = {
     {"pass_no_code", entry_pass_no_code, METH_NOARGS,
      "pass_no_code()\n\n"
      "They pass none any more that was named before."},
+    {"watch", entry_watch, METH_VARARGS,
+     "watch(callback, frames)\n\n"
+     "Before each line of these frames, a tuple, and before each of their returns, the callback is "
+     "called from now on: with the frame, and with whether that is left for good.  frames: None "
+     "for "
+     "those of all code.  callback: None for nothing more."},
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "tracercore/policy.h"
 #include "tracercore/rest.h"
 #include "tracercore/stepping.h"
+#include "tracercore/watching.h"
 
 namespace morvik {
 
@@ -120,6 +121,7 @@ HandlerResult dispatch_line(PyFrameObject* frame) {
         dprintf(kLogCore, "in dispatch_line: file=%s, lineno=%d\n",
                 text_or_null(LookupCOPathname(&code_names, frame)), frame->f_lineno);
     }
+    look_at_watched(frame, false);
     if (!stop_here(frame, kStopAtLine) && check_breakpoints(frame, kStopAtLine) == 0) {
         return kHandled;
     }
@@ -143,6 +145,7 @@ HandlerResult dispatch_return(PyFrameObject* frame, PyObject* value) {
             return kHandled;
         }
     }
+    look_at_watched(frame, true);
     if (is_return_frame(frame) || stop_here(frame, kStopAtReturn)) {
         if (call_server(core.callbacks.return_cb, frame, value != nullptr ? value : Py_None) !=
             kHandled) {

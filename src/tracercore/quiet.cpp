@@ -9,6 +9,7 @@
 #include "tracercore/rest.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
+#include "tracercore/watching.h"
 
 namespace morvik {
 
@@ -50,13 +51,14 @@ bool is_passed_line(const PyCodeObject* code, int line) {
 }
 
 bool line_is_quiet(ThreadData* record, PyFrameObject* frame) {
-    return step_is_quiet(record, frame) && is_passed_line(frame->f_code, frame->f_lineno);
+    return !is_watched(frame) && step_is_quiet(record, frame) &&
+           is_passed_line(frame->f_code, frame->f_lineno);
 }
 
 bool return_is_quiet(ThreadData* record, PyFrameObject* frame, const PyObject* value) {
     return (value != nullptr || !is_printed_stop(core.exception_mode)) &&
            record->return_frame != as_object(frame) && record->bot_frame != as_object(frame) &&
-           step_is_quiet(record, frame);
+           !is_watched(frame) && step_is_quiet(record, frame);
 }
 
 bool exception_is_quiet(ThreadData* record, PyFrameObject* frame, PyObject* exception) {

@@ -16,6 +16,7 @@
 #include "tracercore/pulse.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
+#include "tracercore/watching.h"
 
 namespace morvik {
 
@@ -71,8 +72,9 @@ bool thread_needs_events(const PyThreadState* thread, ThreadData* record, PyFram
     if (policy != Policy::kDebug) {
         return policy == Policy::kUnknown;
     }
-    return record->sub_lang_hook != nullptr || step_needs_events(record, frame) ||
-           exceptions_need_events(record, frame) || idle_needs_events();
+    return record->sub_lang_hook != nullptr || is_watched(frame) ||
+           step_needs_events(record, frame) || exceptions_need_events(record, frame) ||
+           idle_needs_events();
 }
 
 // What can be told of all frames of some code.
@@ -245,7 +247,7 @@ bool replaces_functions(PyObject* function) {
 bool call_passes(const ThreadData* record, const PyFrameObject* frame) {
     return frame->f_locals != frame->f_globals && record->bot_frame != Py_None &&
            record->bot_frame != reinterpret_cast<const PyObject*>(frame) &&
-           core.sub_languages.registered == 0 && frame->f_trace == nullptr &&
+           core.sub_languages.registered == 0 && frame->f_trace == nullptr && !is_watched(frame) &&
            is_recently_registered(&code_names, frame->f_code) && is_passed_code(frame->f_code);
 }
 
@@ -255,8 +257,9 @@ bool return_passes(const ThreadData* record, const PyFrameObject* frame, const P
         return place == reinterpret_cast<const PyObject*>(frame) ||
                place == reinterpret_cast<const PyObject*>(next);
     };
-    return next != nullptr && next->f_trace == nullptr && !is_at(record->return_frame) &&
-           !is_at(record->bot_frame) && is_passed_code(next->f_code) &&
+    return next != nullptr && next->f_trace == nullptr && !is_watched(next) &&
+           !is_at(record->return_frame) && !is_at(record->bot_frame) &&
+           is_passed_code(next->f_code) &&
            (value != nullptr || !is_printed_stop(core.exception_mode)) &&
            record->woken_frame != frame;
 }

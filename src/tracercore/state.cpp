@@ -10,6 +10,7 @@
 #include "tracercore/passed_code.h"
 #include "tracercore/pulse.h"
 #include "tracercore/rest.h"
+#include "tracercore/watching.h"
 
 namespace morvik {
 
@@ -162,6 +163,7 @@ void reset_policies() {
     core.autoquit = 1;
     core.debug_all_threads = 1;
     clear_slot(core.debug_thread_cb);
+    forget_watch();
     clear_thread_policies();
 }
 

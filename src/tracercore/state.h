@@ -64,6 +64,8 @@ struct CoreState {
     int autoquit;                // quit_cb is called when a thread's bottom frame returns
     int debug_all_threads;       // 0: while one thread is stopped the others are ignored
     PyObject* debug_thread_cb;   // thread policy, or nullptr
+    PyObject* watch_cb;          // looks at lines and returns, or nullptr
+    PyObject* watched_frames;    // at those of these in a tuple; nullptr for every frame
     HashTable debug_thread_map;  // thread ident to the policy's answer, 0 or 1
     long last_debugged;          // an ident in it whose answer is 1, kNoOwner for none
 

@@ -143,7 +143,8 @@ except KeyError:
         self.assertEqual(answers[6], '* 1  MainThread  stopped  prog.py(17)inner()\n')
         self.assertEqual(answers[7:9], [
             '*** Usage: info SUBJECT\n',
-            '*** info about what? One of: args, breakpoints, locals, threads\n'])
+            '*** info about what? One of: args, breakpoints, locals, threads, '
+            'watchpoints\n'])
 
 
 class DisplayTest(TestCase):
