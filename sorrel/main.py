@@ -21,7 +21,8 @@ import sorrel
 _SHORT = 'debug'
 # The interpreter's options that are handed on to it.
 _FLAGS, _WITH_VALUE = '3BEORSbdstuv', 'QW'
-_SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+_SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--post-mortem] [--hook MODULE:NAME]... [--]
+             PROGRAM [ARGS...]
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
@@ -29,7 +30,7 @@ _SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] 
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
 Protocol that come to a port. Or, in the terminal, one that runs already. The interpreter is started
 anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
-_USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [--]
+_USAGE = '''%prog terminal [--module] [--tty DEVICE] [--post-mortem] [--hook MODULE:NAME]... [--]
              PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
@@ -39,6 +40,10 @@ _USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [-
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
 come to a port, or that start this as their adapter and speak to its standard input. Or plays a
 session that shows how.'''
+# Said where it may be a surprise.
+_INPUT_NOTE = '''Commands are read from the standard input. With --tty /dev/tty the prompt is at the
+terminal, and the standard input is the program's alone.
+'''
 _DEMOS = ('ledger', 'bills')
 
 
@@ -60,6 +65,10 @@ def _add_program_options(parser):
                       help='call NAME for a hook that shows a sub-language')
     parser.add_option('--post-mortem', action='store_true',
                       help='stop once more when an exception has ended the program')
+
+
+def _add_terminal_options(parser):
+    parser.add_option('--tty', metavar='DEVICE', help='have the prompt at this terminal')
 
 
 def _add_listen_options(parser):
@@ -103,6 +112,7 @@ def _parse_short(arguments):
     parser = _parser(_SHORT_USAGE, _SHORT_DESCRIPTION, version='Morvik ' + sorrel.__version__)
     _add_listen_options(parser)
     _add_program_options(parser)
+    _add_terminal_options(parser)
     _add_interpreter_options(parser)
     _add_kinds(parser)
     parser.add_option('--pid', help='debug the program that runs in this process')
@@ -118,6 +128,8 @@ def _parse_short(arguments):
     _check_hooks(options, parser)
     if options.wait and options.listen is None:
         parser.error('--wait goes with --listen')
+    if options.tty is not None and options.listen is not None:
+        parser.error('--tty and --listen do not go together')
     _check_listening(options, parser)
     return 'terminal' if options.listen is None else 'serve', options, words
 
@@ -133,6 +145,8 @@ def _parse(arguments):
         _add_interpreter_options(parser)
         parser.add_option('--module', action='store_const', dest='kind', const='-m', default='',
                           help='PROGRAM is a module by name')
+    if command == 'terminal':
+        _add_terminal_options(parser)
     if command == 'serve':
         _add_listen_options(parser)
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
@@ -182,17 +196,32 @@ def _check_listening(options, parser):
         parser.error('needs at most one of --token-file and --no-token')
 
 
-def _debug(options, program, arguments):
-    from sorrel.service import runner
-    from sorrel.terminal.console import Console
-    from sorrel.terminal import frontend
-    console = Console()
+def _console(options, program):
+    """Where the prompt is. Raises NoTerminal."""
+    from sorrel.terminal.console import Console, CONTROLLING, NoTerminal
+    if options.tty is not None:
+        return Console.at(options.tty)
     if program == '-' and not options.kind:
         # The standard input holds the program's text.
-        console = Console.of_child('/dev/tty')
-    if console is None:
-        sys.stderr.write('sorrel: the program is in the standard input, and there is no terminal '
-                         'to ask at\n')
+        try:
+            return Console.at(CONTROLLING)
+        except NoTerminal:
+            raise NoTerminal('the program is in the standard input, and there is no terminal to '
+                             'ask at')
+    console = Console.of_person(sys.stdin, sys.stdout)
+    if sys.stdout.isatty() and not sys.stdin.isatty():
+        console.write(_INPUT_NOTE)
+    return console
+
+
+def _debug(options, program, arguments):
+    from sorrel.service import runner
+    from sorrel.terminal.console import NoTerminal
+    from sorrel.terminal import frontend
+    try:
+        console = _console(options, program)
+    except NoTerminal as error:
+        sys.stderr.write('sorrel: %s\n' % error)
         return 2
     terminal = frontend.over_service(console, bool(options.post_mortem))
     try:

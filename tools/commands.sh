@@ -13,6 +13,7 @@ usage: ./morvik COMMAND [OPTIONS]
   run ... [-O ...] -m MODULE | -c TEXT    what else the interpreter takes, with its options
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
   run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
+  run --tty DEVICE PROGRAM [ARGS]         the same, with the prompt at another terminal
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
       --post-mortem                       wait for one when an exception has ended it
@@ -37,15 +38,16 @@ EOF
 # The options that have a value, and what it is.
 declare -A option_values=(
     [--python]='an interpreter' [--listen]='a port' [--token-file]='a file'
-    [--hook]=MODULE:NAME [--target]='a folder')
+    [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
-# hosts, asan, as_is, long, listen, wait, post_mortem, hooks, token, target, and the others in rest.
+# hosts, asan, as_is, long, listen, wait, post_mortem, tty, hooks, token, target, and the others in
+# rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
-    hosts=() asan='' as_is='' long='' listen='' wait='' post_mortem='' hooks=() token=()
-    target='' rest=()
+    hosts=() asan='' as_is='' long='' listen='' wait='' post_mortem='' tty='' hooks=()
+    token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -79,6 +81,7 @@ read_options() {
                 declare -g "${name//-/_}=1"
                 ;;
             --listen) listen=$value ;;
+            --tty) tty=$value ;;
             --no-token) token+=(--no-token) ;;
             --token-file) token+=(--token-file "$value") ;;
             --hook) hooks+=(--hook "$value") ;;
@@ -174,14 +177,16 @@ command_python() {
 
 command_run() {
     local exe words=()
-    read_options --listen --wait --post-mortem --hook --token-file --no-token - -- "$@"
+    read_options --listen --wait --post-mortem --tty --hook --token-file --no-token - -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
+    [[ -z $tty || -z $listen ]] || usage_error "--tty and --listen do not go together"
     ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
     exe=$(one_host) || exit
     [[ -z $listen ]] || words=(--listen "$listen" ${wait:+--wait} "${token[@]}")
     [[ -z $post_mortem ]] || words+=(--post-mortem)
+    [[ -z $tty ]] || words+=(--tty "$tty")
     debug_program "$exe" "${words[@]}" "${hooks[@]}" "${rest[@]}"
 }
 

@@ -70,7 +70,7 @@ def _is_debugged(in_terminal):
 
 
 def _begin_terminal(service):
-    terminal = _OwnTerminal(Console(sys.__stdin__, sys.__stdout__), False)
+    terminal = _OwnTerminal(Console.of_person(sys.__stdin__, sys.__stdout__), False)
     terminal.use(service)
     if not service.take(terminal):
         return False

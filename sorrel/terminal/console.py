@@ -15,12 +15,18 @@ from sorrel.protocol.descriptors import above_streams
 from sorrel.terminal.history import History
 
 
+# The name that every process has for the terminal from which its signals come.
+CONTROLLING = '/dev/tty'
 # What a word that is completed lies between.
 _DELIMITERS = ' \t\n`~!@#$%^&*()-=+[{]}\\|;:\'",<>/?'
 
 
 class Closed(Exception):
     """Nothing more can be written."""
+
+
+class NoTerminal(Exception):
+    """There is none of a name; the text says why, in one line."""
 
 
 class Console(object):
@@ -51,6 +57,28 @@ class Console(object):
         return fcntl is not None and self.name is not None
 
     @staticmethod
+    def of_person(stdin, stdout):
+        """One where the person is who has started the process with these streams.
+
+        Who types at a terminal is answered there, wherever the program's output goes.
+        """
+        try:
+            if fcntl is not None and stdin.isatty() and not stdout.isatty():
+                # What is another user's can be opened by its other name alone.
+                for name in os.ttyname(stdin.fileno()), CONTROLLING:
+                    number = _opened_or_none(name)
+                    if number is not None:
+                        return Console(stdin, os.fdopen(number, 'w'))
+        except (EnvironmentError, ValueError):
+            pass  # The program has closed one of them.
+        return Console(stdin, stdout)
+
+    @staticmethod
+    def at(name):
+        """One at the terminal of this name. Raises NoTerminal."""
+        return Console(os.fdopen(_opened(name), 'r'), os.fdopen(_opened(name), 'w'))
+
+    @staticmethod
     def of_child(name):
         """One for the calling process, which is not the first, at the terminal of this name.
 
@@ -58,10 +86,8 @@ class Console(object):
         terminal cannot be reached.
         """
         try:
-            number = above_streams(lambda: os.open(name, os.O_RDWR | os.O_NOCTTY))
-            fcntl.fcntl(number, fcntl.F_SETFD, fcntl.FD_CLOEXEC)
-            return Console(os.fdopen(number, 'r'), os.fdopen(os.dup(number), 'w'))
-        except EnvironmentError:
+            return Console.at(name)
+        except NoTerminal:
             return None
 
     def write(self, text):
@@ -153,3 +179,23 @@ class Console(object):
             except ValueError:
                 line = ''  # The program has closed it.
         return line.rstrip('\r\n') if line else None
+
+
+def _opened_or_none(name):
+    try:
+        return _opened(name)
+    except NoTerminal:
+        return None
+
+
+def _opened(name):
+    """The number of a descriptor of the terminal of this name. Raises NoTerminal."""
+    try:
+        number = above_streams(lambda: os.open(name, os.O_RDWR | os.O_NOCTTY))
+    except EnvironmentError as error:
+        raise NoTerminal('cannot open the terminal %s: %s' % (name, error.strerror))
+    if not os.isatty(number):
+        os.close(number)
+        raise NoTerminal('%s is no terminal' % name)
+    fcntl.fcntl(number, fcntl.F_SETFD, fcntl.FD_CLOEXEC)
+    return number
