@@ -14,6 +14,7 @@ import socket
 import sys
 import time
 
+from sorrel.common.terminal_encoding import TerminalEncoding
 from sorrel.processes import running
 from sorrel.protocol import messages
 from sorrel.protocol.launch_callers import Handshake
@@ -61,6 +62,7 @@ class _Terminal(object):
     def __init__(self, connection):
         self._connection = connection
         self._decoder = messages.Decoder(messages.FROM_PROGRAM)
+        self._encoding = TerminalEncoding(sys.stdin, sys.stdout)
         self._is_asking = self._is_interrupted = False
         signal.signal(signal.SIGINT, self._interrupt)
         if sys.stdin.isatty():
@@ -101,7 +103,7 @@ class _Terminal(object):
     def _carry_out(self, message):
         said = message.get('text', u'').encode('utf-8')
         if message.get('event') == 'output':
-            sys.stdout.write(said)
+            sys.stdout.write(self._encoding.shown(said))
             sys.stdout.flush()
         elif message.get('event') == 'prompt':
             self._ask(said)
@@ -120,7 +122,7 @@ class _Terminal(object):
                 self._is_asking = False
                 self._send('end')
                 return
-        self._send('line', line)
+        self._send('line', self._encoding.typed(line))
 
     def _send(self, event, said=''):
         try:

@@ -11,6 +11,7 @@ try:
 except ImportError:
     fcntl = None  # Another platform: nothing is forked there.
 
+from sorrel.common.terminal_encoding import TerminalEncoding
 from sorrel.protocol.descriptors import above_streams
 from sorrel.terminal.history import History
 
@@ -36,6 +37,7 @@ class Console(object):
         self._stdin = stdin or sys.stdin
         self._stdout = stdout or sys.stdout
         self._readline = None
+        self._encoding = TerminalEncoding(self._stdin, self._stdout)
         # Of the terminal, if it is one; None else.
         self.name = None
         try:
@@ -92,7 +94,7 @@ class Console(object):
 
     def write(self, text):
         try:
-            self._stdout.write(text)
+            self._stdout.write(self._encoding.shown(text))
         except (IOError, ValueError):
             raise Closed
 
@@ -102,13 +104,15 @@ class Console(object):
         complete: a completer as readline wants it.
         """
         if self._readline is not None:
-            return self._edit_line(prompt, complete)
-        self.write(prompt)
-        try:
-            self._stdout.flush()
-            return self._plain_line()
-        except IOError:
-            raise Closed
+            line = self._edit_line(prompt, complete)
+        else:
+            self.write(prompt)
+            try:
+                self._stdout.flush()
+                line = self._plain_line()
+            except IOError:
+                raise Closed
+        return None if line is None else self._encoding.typed(line)
 
     def _edit_line(self, prompt, complete):
         # raw_input edits lines only on what sys.stdin and sys.stdout are.
@@ -149,7 +153,7 @@ class Console(object):
             pass  # It is a pipe.
         rest, has_ended = self._rest(number)
         if not has_ended:
-            return rest
+            return self._encoding.typed(rest)
         file = tempfile.TemporaryFile()
         file.write(rest)
         file.seek(0)

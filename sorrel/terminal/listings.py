@@ -4,7 +4,6 @@ from __future__ import absolute_import
 
 import itertools
 
-from sorrel.common import file_lines
 from sorrel.inspection import definitions, source
 
 
@@ -37,7 +36,7 @@ class ListingCommands(object):
         except definitions.Unknown as error:
             self._say('*** %s' % error)
             return
-        self._show_lines(found, lambda number: file_lines.line(found.path, number))
+        self._show_lines(found, lambda number: source.line_of_file(found.path, number))
 
     def _show_lines(self, definition, line_of, current=None):
         if not line_of(definition.first):
