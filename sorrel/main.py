@@ -21,8 +21,8 @@ import sorrel
 _SHORT = 'debug'
 # The interpreter's options that are handed on to it.
 _FLAGS, _WITH_VALUE = '3BEORSbdstuv', 'QW'
-_SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--post-mortem] [--hook MODULE:NAME]... [--]
-             PROGRAM [ARGS...]
+_SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--no-color] [--post-mortem]
+             [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
@@ -30,8 +30,8 @@ _SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--post-mortem] [--hook MODULE
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
 Protocol that come to a port. Or, in the terminal, one that runs already. The interpreter is started
 anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
-_USAGE = '''%prog terminal [--module] [--tty DEVICE] [--post-mortem] [--hook MODULE:NAME]... [--]
-             PROGRAM [ARGS...]
+_USAGE = '''%prog terminal [--module] [--tty DEVICE] [--no-color] [--post-mortem]
+             [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog attach [--handshake FILE] PID
@@ -69,6 +69,7 @@ def _add_program_options(parser):
 
 def _add_terminal_options(parser):
     parser.add_option('--tty', metavar='DEVICE', help='have the prompt at this terminal')
+    parser.add_option('--no-color', action='store_true', help='show no colours')
 
 
 def _add_listen_options(parser):
@@ -217,12 +218,14 @@ def _console(options, program):
 def _debug(options, program, arguments):
     from sorrel.service import runner
     from sorrel.terminal.console import NoTerminal
-    from sorrel.terminal import frontend
+    from sorrel.terminal import colours, frontend
     try:
         console = _console(options, program)
     except NoTerminal as error:
         sys.stderr.write('sorrel: %s\n' % error)
         return 2
+    console.colours = colours.of_process(
+        console.name is not None and not options.no_color and colours.are_wanted(os.environ))
     terminal = frontend.over_service(console, bool(options.post_mortem))
     try:
         script = runner.find(program, options.kind)

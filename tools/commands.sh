@@ -14,6 +14,7 @@ usage: ./morvik COMMAND [OPTIONS]
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
   run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
   run --tty DEVICE PROGRAM [ARGS]         the same, with the prompt at another terminal
+  run --no-color PROGRAM [ARGS]           the same, without colours
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
       --post-mortem                       wait for one when an exception has ended it
@@ -41,13 +42,13 @@ declare -A option_values=(
     [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
-# hosts, asan, as_is, long, listen, wait, post_mortem, tty, hooks, token, target, and the others in
-# rest.
+# hosts, asan, as_is, long, listen, wait, post_mortem, tty, no_color, hooks, token, target, and the
+# others in rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
-    hosts=() asan='' as_is='' long='' listen='' wait='' post_mortem='' tty='' hooks=()
-    token=() target='' rest=()
+    hosts=() asan='' as_is='' long='' listen='' wait='' post_mortem='' tty='' no_color=''
+    hooks=() token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -76,7 +77,7 @@ read_options() {
         fi
         case $name in
             --python) hosts+=("$value") ;;
-            --asan | --as-is | --wait | --long | --post-mortem)
+            --asan | --as-is | --wait | --long | --post-mortem | --no-color)
                 name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
@@ -177,7 +178,8 @@ command_python() {
 
 command_run() {
     local exe words=()
-    read_options --listen --wait --post-mortem --tty --hook --token-file --no-token - -- "$@"
+    read_options --listen --wait --post-mortem --tty --no-color --hook --token-file --no-token - \
+        -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
@@ -187,6 +189,7 @@ command_run() {
     [[ -z $listen ]] || words=(--listen "$listen" ${wait:+--wait} "${token[@]}")
     [[ -z $post_mortem ]] || words+=(--post-mortem)
     [[ -z $tty ]] || words+=(--tty "$tty")
+    [[ -z $no_color ]] || words+=(--no-color)
     debug_program "$exe" "${words[@]}" "${hooks[@]}" "${rest[@]}"
 }
 

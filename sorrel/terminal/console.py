@@ -13,6 +13,7 @@ except ImportError:
 
 from sorrel.common.terminal_encoding import TerminalEncoding
 from sorrel.protocol.descriptors import above_streams
+from sorrel.terminal.colours import Plain
 from sorrel.terminal.history import History
 
 
@@ -38,6 +39,7 @@ class Console(object):
         self._stdout = stdout or sys.stdout
         self._readline = None
         self._encoding = TerminalEncoding(self._stdin, self._stdout)
+        self.colours = Plain()
         # Of the terminal, if it is one; None else.
         self.name = None
         try:

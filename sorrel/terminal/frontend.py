@@ -25,6 +25,7 @@ from sorrel.terminal import syntax
 from sorrel.terminal.aliases import AliasCommands
 from sorrel.terminal.breakpoint_stops import BreakpointStops
 from sorrel.terminal.breakpoints import BreakpointCommands
+from sorrel.terminal.colours import without_indentation
 from sorrel.terminal.command_files import CommandFiles
 from sorrel.terminal.command_lists import CommandLists
 from sorrel.terminal.completion import Completion
@@ -348,7 +349,10 @@ class Terminal(
     # Helpers.
 
     def _say(self, text):
-        self._console.write(self._placed(text) + '\n')
+        self._console.write(self._colours().answer(self._placed(text)) + '\n')
+
+    def _colours(self):
+        return self._console.colours
 
     def _look_at(self, thread, stack):
         self._shown_thread = thread
@@ -396,14 +400,15 @@ class Terminal(
 
     def _show_frame(self, index):
         entry = self._stack[index]
-        mark = '>' if index == self._index else ' '
+        mark = self._colours().mark('>') if index == self._index else ' '
         returned = ''
         if self._stop.reason == RETURNED and entry.frame is self._stop.frame:
             returned = '->' + _short(self._stop.argument)
         self._say('%s %s%s' % (mark, source.place(entry), returned))
-        line = source.line(entry, entry.line).strip()
-        if line:
-            self._say('-> ' + line)
+        line = source.line(entry, entry.line)
+        if line.strip():
+            line = without_indentation(self._painted(entry, entry.line, line))
+            self._say(self._colours().mark('->') + ' ' + line)
 
     def _go_to(self, index, end):
         index = min(max(index, 0), len(self._stack) - 1)
@@ -430,11 +435,22 @@ class Terminal(
             if not line:
                 self._say('[EOF]')
                 break
-            self._say_line(number, line, number == self._entry().line)
+            self._say_line(number, self._painted(self._entry(), number, line),
+                           number == self._entry().line)
             self._next_listed = number + 1
 
     def _say_line(self, number, line, is_current):
-        self._say(('%3d  %s\t%s' % (number, '->' if is_current else '  ', line)).rstrip())
+        mark = self._colours().mark('->') if is_current else '  '
+        self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
+
+    def _painted(self, entry, number, line):
+        """A line of an entry's file, without its line end."""
+        if entry.path != source.file_name(entry.frame):
+            return line.rstrip()  # Of another language.
+        return self._coloured(entry.path, number, line)
+
+    def _coloured(self, path, number, line):
+        return self._colours().line(line.rstrip(), number, path)
 
     def _has_ended(self):
         """Whether the stop is one at the end of the program."""
