@@ -21,7 +21,7 @@ from sorrel.service.service import Service
 from sorrel.service.stops import (
     DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, TRACEBACK, evaluator)
 from sorrel.service.thread_numbers import Threads
-from sorrel.terminal import syntax
+from sorrel.terminal import layout, syntax
 from sorrel.terminal.aliases import AliasCommands
 from sorrel.terminal.breakpoint_stops import BreakpointStops
 from sorrel.terminal.breakpoints import BreakpointCommands
@@ -387,7 +387,7 @@ class Terminal(
         self._say(repr(value))
 
     def _show_argument(self, name, value):
-        self._say('%s = %r' % (name, value))
+        self._say(layout.after(name + ' = ', value))
 
     def _try(self, function, *arguments):
         """Calls what may run code of the program, and shows the error that this ends with."""

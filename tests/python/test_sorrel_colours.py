@@ -140,8 +140,8 @@ subprocess.call([sys.executable, 'other.py'])
         seen = self.begin_in_colours(
             PROGRAM, 'll', shell=IN_COLOURS.replace('site', folder) + '"$@"')
         plain = re.sub(r'\x1b\[[\d;]*m', '', seen[0])
-        self.assertEqual(plain, 'll\n  1  ->\tdef f(n):\n  2    \t    return n\n  3\n  4    \tf(1)\n'
-                         '(sorrel) ')
+        self.assertEqual(
+            plain, 'll\n  1  ->\tdef f(n):\n  2    \t    return n\n  3\n  4    \tf(1)\n(sorrel) ')
         self.assert_(re.search(r'\x1b\[[\d;]+mdef\x1b', seen[0]), seen[0])
 
 
@@ -166,8 +166,9 @@ class WithoutColours(Screens):
 
     def test_nothing_is_coloured_in_a_pipe(self):
         self.script(PROGRAM, 'prog.py')
-        process = self.start('prog.py', stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                             stderr=subprocess.PIPE, env=dict(self.persons_environment(), TERM='ansi'))
+        process = self.start(
+            'prog.py', stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            env=dict(self.persons_environment(), TERM='ansi'))
         self.assertEqual(self.finish(process, 'p x\nq\n')[0].count('\x1b'), 0)
 
     def test_nothing_is_imported_for_it(self):
