@@ -5,6 +5,7 @@ Such a thread keeps the interpreter's import lock for as long as it waits: nothi
 
 from __future__ import absolute_import
 
+import __builtin__
 import imp
 import itertools
 import sys
@@ -12,6 +13,8 @@ import sys
 # Taken now: a program may replace what the interpreter's modules offer.
 _held, _acquire, _release = imp.lock_held, imp.acquire_lock, imp.release_lock
 _frames_of_threads = sys._current_frames
+# The interpreter's own: the core puts another one in its place, which the server is to hear of.
+default_import = __builtin__.__import__
 
 
 class Locked(Exception):

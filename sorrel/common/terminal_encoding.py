@@ -16,9 +16,9 @@ class TerminalEncoding(object):
         self._name = _known(getattr(stdout, 'encoding', None) or getattr(stdin, 'encoding', None)
                             or sys.getfilesystemencoding())
         # In pipes, what is already UTF-8 is not taken for anything else.
-        self._typed_in = (self._name,) if stdin.isatty() else ('utf-8', self._name)
+        self._typed_in = (self._name,) if is_terminal(stdin) else ('utf-8', self._name)
         # Where nobody says what a pipe takes, it gets what there is.
-        self._takes_all = self._name == 'ascii' and not stdout.isatty()
+        self._takes_all = self._name == 'ascii' and not is_terminal(stdout)
 
     def shown(self, text):
         """As bytes. What the terminal does not have is escaped, what is in no encoding replaced."""
@@ -42,6 +42,13 @@ class TerminalEncoding(object):
                 except UnicodeDecodeError:
                     pass
         return data
+
+
+def is_terminal(stream):
+    try:
+        return stream.isatty()
+    except ValueError:
+        return False  # The program has closed it.
 
 
 def _known(name):

@@ -11,7 +11,7 @@ try:
 except ImportError:
     fcntl = None  # Another platform: nothing is forked there.
 
-from sorrel.common.terminal_encoding import TerminalEncoding
+from sorrel.common.terminal_encoding import is_terminal, TerminalEncoding
 from sorrel.protocol.descriptors import above_streams
 from sorrel.terminal.colours import Plain
 from sorrel.terminal.history import History
@@ -43,7 +43,7 @@ class Console(object):
         # Of the terminal, if it is one; None else.
         self.name = None
         try:
-            if self._stdin.isatty() and self._stdout.isatty():
+            if is_terminal(self._stdin) and is_terminal(self._stdout):
                 self.name = os.ttyname(self._stdin.fileno())
                 import readline
                 self._readline = readline
@@ -66,15 +66,12 @@ class Console(object):
 
         Who types at a terminal is answered there, wherever the program's output goes.
         """
-        try:
-            if fcntl is not None and stdin.isatty() and not stdout.isatty():
-                # What is another user's can be opened by its other name alone.
-                for name in os.ttyname(stdin.fileno()), CONTROLLING:
-                    number = _opened_or_none(name)
-                    if number is not None:
-                        return Console(stdin, os.fdopen(number, 'w'))
-        except (EnvironmentError, ValueError):
-            pass  # The program has closed one of them.
+        if fcntl is not None and is_terminal(stdin) and not is_terminal(stdout):
+            # What is another user's can be opened by its other name alone.
+            for name in os.ttyname(stdin.fileno()), CONTROLLING:
+                number = _opened_or_none(name)
+                if number is not None:
+                    return Console(stdin, os.fdopen(number, 'w'))
         return Console(stdin, stdout)
 
     @staticmethod

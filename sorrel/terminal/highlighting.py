@@ -12,13 +12,14 @@ import sys
 import warnings
 
 from sorrel.common import file_lines, import_lock, source_encoding, text_files
+from sorrel.inspection.time_limit import Overtime
 
 _PYGMENTS = 'pygments'
 # Of a text in which each line is coloured as part of the whole, which takes up to a quarter of a
 # second; in a longer one each is by itself. In bytes.
 _WHOLE_LIMIT = 256 * 1024
-# Taken now: the core puts its own in the place of it, and so may the program.
-_import = __builtin__.__import__
+# Files of which the coloured lines are kept.
+_KEPT = 32
 
 
 class Highlighter(object):
@@ -34,6 +35,8 @@ class Highlighter(object):
 
     def line(self, line, number, path):
         """A line in UTF-8, as Colours have it."""
+        if self._has_looked and self._colour is None:
+            return line
         try:
             lines, coloured = self._whole(path)
             # What the loader of a module has told is not what is in a file, and long lines are cut.
@@ -51,6 +54,8 @@ class Highlighter(object):
                 return [], []
             known = self._known.get(path)
             if known is None or known[0] != version:
+                if len(self._known) == _KEPT:
+                    self._known.clear()
                 lines = _lines(text_files.text(path))
                 known = self._known[path] = version, lines, self._coloured(lines)
             return known[1:]
@@ -59,8 +64,6 @@ class Highlighter(object):
 
     def _coloured(self, lines):
         """Lines without their ends, coloured where that can be. Raises import_lock.Locked."""
-        if self._has_looked and self._colour is None:
-            return lines
         return import_lock.call(self._apart.call, self._try, lines)
 
     def _try(self, lines):
@@ -70,6 +73,8 @@ class Highlighter(object):
                 self._has_looked = True
             text = '\n'.join(lines).decode('utf-8', 'replace') + u'\n'
             found = self._colour(text).encode('utf-8').split('\n')
+        except Overtime:
+            raise
         except Exception:
             # There is no Pygments, or whatever may be wrong with it.
             self._has_looked, self._colour = True, None
@@ -94,7 +99,7 @@ class _Apart(object):
         try:
             _exchange(self._modules)
             sys.path, sys.meta_path = self._path[:], self._meta_path[:]
-            __builtin__.__import__ = _import
+            __builtin__.__import__ = import_lock.default_import
             try:
                 with warnings.catch_warnings():
                     # The program's options may make errors of them.

@@ -112,6 +112,14 @@ x = 1
         self.assertEqual(shown[0], shown[1])
         self.assert_in('\npygments.py StringIO.py True\n', shown[0])
 
+    def test_a_program_that_stops_by_itself(self):
+        self.begin_in_colours('import sys\nimport sorrel\nsorrel.set_trace()\nx = 1\n',
+                              shell=IN_COLOURS + '"$1" prog.py')
+        self.assert_in(LINE % 'x = 1', self.type('ll'))
+        self.assertEqual(self.type('modules'), 'modules\n(sorrel) ')
+        self.assertEqual(self.type("p 'pygments' in sys.modules"),
+                         "p 'pygments' in sys.modules\nFalse\n(sorrel) ")
+
     def test_a_pygments_that_does_not_work(self):
         self.script('raise SystemError\n', os.path.join('site', 'pygments', 'late.py'))
         self.assertEqual(self.begin_in_colours(PROGRAM, 'n')[0],
