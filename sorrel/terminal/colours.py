@@ -2,12 +2,9 @@
 
 from __future__ import absolute_import
 
-import re
-
 _ERROR = '*** '
 _RED, _NO_RED = '\x1b[31m', '\x1b[39m'
 _BOLD, _NOT_BOLD = '\x1b[1m', '\x1b[22m'
-_INDENTATION = re.compile(r'(?:\x1b\[[\d;]*m|\s)+')
 
 
 class Plain(object):
@@ -23,8 +20,12 @@ class Plain(object):
         """One that leads the eye."""
         return text
 
-    def line(self, line, number, path):
-        """One of Python, without its line end. path: of the file that has it at this number."""
+    def line(self, line):
+        """One of Python, without its line end."""
+        return line
+
+    def listed(self, line, number, path):
+        """The same of one among others, of the file with this path: it may be part of a string."""
         return line
 
 
@@ -43,8 +44,11 @@ class Colours(Plain):
     def mark(self, text):
         return _BOLD + text + _NOT_BOLD
 
-    def line(self, line, number, path):
-        return self._highlighter.line(line, number, path)
+    def line(self, line):
+        return self._highlighter.line(line)
+
+    def listed(self, line, number, path):
+        return self._highlighter.listed(line, number, path)
 
 
 def are_wanted(environment):
@@ -58,11 +62,3 @@ def of_process(are_shown):
         return Plain()
     from sorrel.terminal.highlighting import Highlighter
     return Colours(Highlighter())
-
-
-def without_indentation(line):
-    """A line that may be coloured, without the blanks that it begins with."""
-    beginning = _INDENTATION.match(line)
-    if beginning is None:
-        return line
-    return re.sub(r'\s', '', beginning.group()) + line[beginning.end():]

@@ -25,7 +25,6 @@ from sorrel.terminal import layout, syntax
 from sorrel.terminal.aliases import AliasCommands
 from sorrel.terminal.breakpoint_stops import BreakpointStops
 from sorrel.terminal.breakpoints import BreakpointCommands
-from sorrel.terminal.colours import without_indentation
 from sorrel.terminal.command_files import CommandFiles
 from sorrel.terminal.command_lists import CommandLists
 from sorrel.terminal.completion import Completion
@@ -405,9 +404,10 @@ class Terminal(
         if self._stop.reason == RETURNED and entry.frame is self._stop.frame:
             returned = '->' + _short(self._stop.argument)
         self._say('%s %s%s' % (mark, source.place(entry), returned))
-        line = source.line(entry, entry.line)
-        if line.strip():
-            line = without_indentation(self._painted(entry, entry.line, line))
+        line = source.line(entry, entry.line).strip()
+        if line:
+            if _is_python(entry):
+                line = self._colours().line(line)
             self._say(self._colours().mark('->') + ' ' + line)
 
     def _go_to(self, index, end):
@@ -444,13 +444,11 @@ class Terminal(
         self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
 
     def _painted(self, entry, number, line):
-        """A line of an entry's file, without its line end."""
-        if entry.path != source.file_name(entry.frame):
-            return line.rstrip()  # Of another language.
-        return self._coloured(entry.path, number, line)
+        """A line of an entry's file among others, without its line end."""
+        return self._coloured(entry.path, number, line) if _is_python(entry) else line.rstrip()
 
     def _coloured(self, path, number, line):
-        return self._colours().line(line.rstrip(), number, path)
+        return self._colours().listed(line.rstrip(), number, path)
 
     def _has_ended(self):
         """Whether the stop is one at the end of the program."""
@@ -463,6 +461,11 @@ class Terminal(
         if stop.thread == self.service.main_thread:
             return 'the program'
         return 'thread ' + self._thread_of(stop.thread).name
+
+
+def _is_python(entry):
+    """Whether an entry's file is not one of another language."""
+    return entry.path == source.file_name(entry.frame)
 
 
 def _is_yes(answer):

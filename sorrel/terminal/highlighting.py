@@ -33,18 +33,22 @@ class Highlighter(object):
         # By paths, what tells whether a file has changed, its lines and these coloured.
         self._known = {}
 
-    def line(self, line, number, path):
+    def line(self, line):
         """A line in UTF-8, as Colours have it."""
-        if self._has_looked and self._colour is None:
+        return line if self._is_useless() else self._coloured([line])[0]
+
+    def listed(self, line, number, path):
+        """The same of a line of a file."""
+        if self._is_useless():
             return line
-        try:
-            lines, coloured = self._whole(path)
-            # What the loader of a module has told is not what is in a file, and long lines are cut.
-            if 0 < number <= len(lines) and lines[number - 1] == line:
-                return coloured[number - 1]
-            return self._coloured([line])[0]
-        except import_lock.Locked:
-            return line  # It may be free at another stop.
+        lines, coloured = self._whole(path)
+        # What the loader of a module has told is not what is in a file, and long lines are cut.
+        if 0 < number <= len(lines) and lines[number - 1] == line:
+            return coloured[number - 1]
+        return self.line(line)
+
+    def _is_useless(self):
+        return self._has_looked and self._colour is None
 
     def _whole(self, path):
         """The lines of a file, without their ends, and these coloured; none of a long one."""
@@ -57,14 +61,19 @@ class Highlighter(object):
                 if len(self._known) == _KEPT:
                     self._known.clear()
                 lines = _lines(text_files.text(path))
-                known = self._known[path] = version, lines, self._coloured(lines)
+                known = version, lines, self._coloured(lines)
+                if known[2] is not lines:
+                    self._known[path] = known
             return known[1:]
         except text_files.Unreadable:
             return [], []
 
     def _coloured(self, lines):
-        """Lines without their ends, coloured where that can be. Raises import_lock.Locked."""
-        return import_lock.call(self._apart.call, self._try, lines)
+        """Lines without their ends, coloured; the very same ones where that cannot be."""
+        try:
+            return import_lock.call(self._apart.call, self._try, lines)
+        except import_lock.Locked:
+            return lines  # It may be free at another stop.
 
     def _try(self, lines):
         try:

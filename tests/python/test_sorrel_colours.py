@@ -41,6 +41,7 @@ f(1)
 '''
 MARK = '\x1b[1m%s\x1b[22m'
 LINE = '\x1b[32m%s\x1b[39m'
+ALONE = LINE.replace('32', '34')
 IN_COLOURS = 'TERM=ansi PYTHONPATH=site:"$PYTHONPATH" '
 
 
@@ -61,7 +62,7 @@ class Screens(sorrel_session.ScreenTestCase):
         how.setdefault('shell', IN_COLOURS + '"$@"')
         return self.begin(text, *commands, **how)
 
-    def at(self, place, line, how=LINE):
+    def at(self, place, line, how=ALONE):
         """What a stop looks like."""
         return '%s %s\n%s %s\n%s' % (MARK % '>', place, MARK % '->', how % line, PROMPT)
 
@@ -81,10 +82,13 @@ class InColours(Screens):
             + '\n(sorrel) ',
             "p nothing\n\x1b[31m***\x1b[39m NameError: name 'nothing' is not defined\n(sorrel) "])
 
-    def test_what_is_long_or_in_no_file_is_coloured_line_by_line(self):
-        seen = self.begin_in_colours(
-            "exec 'x = 1\\n\\ny = 2\\n'\n" + '#' * (300 * 1024) + '\n', 'l 1 1', 's')
-        self.assert_in("\x1b[34mexec 'x", seen[0])
+    def test_a_long_file_is_coloured_line_by_line(self):
+        seen = self.begin_in_colours('x = 1\n' + '#' * (300 * 1024) + '\n', 'l 1 1')
+        self.assert_in(ALONE % 'x = 1', seen[0])
+
+    def test_a_text_in_no_file_is_coloured_line_by_line(self):
+        self.begin_in_colours('', shell=IN_COLOURS + '"$1" -m sorrel.__main__ -c "x = 1\n\ny = 2"')
+        self.assert_in(ALONE % 'y = 2', self.type('l 1 3'))
 
     def test_what_the_program_finds_is_as_it_is_without(self):
         text = '''\
@@ -101,7 +105,7 @@ x = 1
         shown = []
         for option in [], ['--no-color']:
             seen = self.begin_in_colours(text, 'b 6', 'modules', 'c', 'modules', options=option)
-            self.assertEqual(LINE % 'x = 1' in ''.join(seen), not option)
+            self.assertEqual(ALONE % 'x = 1' in ''.join(seen), not option)
             shown.append(re.sub(r'\x1b\[\d+m', '', ''.join(seen)))
             self.screen.close()
             self.screen = None
@@ -120,6 +124,14 @@ x = 1
         self.assertEqual(self.type("p 'pygments' in sys.modules"),
                          "p 'pygments' in sys.modules\nFalse\n(sorrel) ")
 
+    def test_there_is_one_for_python_2_of_late(self):
+        self.script(STAND_IN['lexers.py'] + """
+class Python2Lexer(PythonLexer):
+    pass
+PythonLexer = None
+""", os.path.join('site', 'pygments', 'lexers.py'))
+        self.assert_in(LINE % 'f(1)', self.begin_in_colours(PROGRAM, 'll')[0])
+
     def test_a_pygments_that_does_not_work(self):
         self.script('raise SystemError\n', os.path.join('site', 'pygments', 'late.py'))
         self.assertEqual(self.begin_in_colours(PROGRAM, 'n')[0],
@@ -137,7 +149,7 @@ del os.environ['TERM']
 subprocess.call([sys.executable, 'other.py'])
 ''', 'b 4', 'b other.py:1')
         self.assert_in(LINE % '    os._exit(0)', self.type('ll') + self.type('c') + self.type('ll'))
-        self.assert_in(LINE % 'y = 2', self.type('c'))
+        self.assert_in(ALONE % 'y = 2', self.type('c'))
 
     def test_the_real_one(self):
         try:
@@ -191,12 +203,6 @@ class Parts(harness.TestCase):
         self.assertEqual([colours.are_wanted(environment) for environment in (
             {'TERM': 'xterm'}, {'TERM': 'xterm', 'NO_COLOR': ''}, {'TERM': 'dumb'}, {},
             {'TERM': 'xterm', 'NO_COLOR': '0'})], [True, True, False, False, False])
-
-    def test_indentation_is_left_out_between_colours(self):
-        for line, expected in (
-                ('x', 'x'), ('  x', 'x'), ('\x1b[33m  x', '\x1b[33mx'),
-                ('  \x1b[0m\x1b[1;3m\tx ', '\x1b[0m\x1b[1;3mx ')):
-            self.assertEqual(colours.without_indentation(line), expected)
 
     def test_nothing_waits_for_the_import_lock(self):
         held, done = thread.allocate_lock(), thread.allocate_lock()
