@@ -67,11 +67,11 @@ class Console(object):
         Who types at a terminal is answered there, wherever the program's output goes.
         """
         if fcntl is not None and is_terminal(stdin) and not is_terminal(stdout):
-            # What is another user's can be opened by its other name alone.
-            for name in os.ttyname(stdin.fileno()), CONTROLLING:
-                number = _opened_or_none(name)
-                if number is not None:
-                    return Console(stdin, os.fdopen(number, 'w'))
+            for name in _names(stdin):
+                try:
+                    return Console(stdin, os.fdopen(_opened(name), 'w'))
+                except NoTerminal:
+                    pass  # One of another user's can be opened by its other name alone.
         return Console(stdin, stdout)
 
     @staticmethod
@@ -184,11 +184,12 @@ class Console(object):
         return line.rstrip('\r\n') if line else None
 
 
-def _opened_or_none(name):
+def _names(terminal):
+    """What it may be opened by."""
     try:
-        return _opened(name)
-    except NoTerminal:
-        return None
+        return [os.ttyname(terminal.fileno()), CONTROLLING]
+    except EnvironmentError:
+        return [CONTROLLING]  # Its own name is not known here, as in some containers.
 
 
 def _opened(name):

@@ -106,6 +106,18 @@ The program ended with exit status 0.
                          ('c\nan error\nThe program ended with exit status 0.\n', 0))
         self.assertEqual(self.text('out'), "read 'data\\n'\n")
 
+    def test_a_terminal_whose_name_is_not_known(self):
+        self.script('''\
+import os, sys
+def refuse(number):
+    raise OSError(19, 'No such device')
+os.ttyname = refuse
+from sorrel import main
+sys.exit(main.main(['terminal', 'prog.py']))
+''', 'start.py')
+        self.begin('x = 1\n', shell='"$1" start.py > out')
+        self.assertEqual(self.type('p 6 * 7'), 'p 6 * 7\n42\n(sorrel) ')
+
     def test_a_program_that_stops_by_itself_has_the_prompt_at_the_terminal(self):
         self.begin("import sorrel\nsorrel.set_trace()\nprint 'on'\n", shell='"$1" prog.py > out')
         self.assertEqual(self.type('p 6 * 7'), 'p 6 * 7\n42\n(sorrel) ')
