@@ -21,8 +21,8 @@ import sorrel
 _SHORT = 'debug'
 # The interpreter's options that are handed on to it.
 _FLAGS, _WITH_VALUE = '3BEORSbdstuv', 'QW'
-_SHORT_USAGE = '''python -m sorrel [--just-my-code] [--post-mortem] [--hook MODULE:NAME]... [--]
-             PROGRAM [ARGS...]
+_SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--no-color] [--just-my-code] [--post-mortem]
+             [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
@@ -30,8 +30,8 @@ _SHORT_USAGE = '''python -m sorrel [--just-my-code] [--post-mortem] [--hook MODU
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
 Protocol that come to a port. Or, in the terminal, one that runs already. The interpreter is started
 anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
-_USAGE = '''%prog terminal [--module] [--just-my-code] [--post-mortem] [--hook MODULE:NAME]... [--]
-             PROGRAM [ARGS...]
+_USAGE = '''%prog terminal [--module] [--tty DEVICE] [--no-color] [--just-my-code]
+             [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog attach [--just-my-code | --handshake FILE] PID
@@ -40,6 +40,10 @@ _USAGE = '''%prog terminal [--module] [--just-my-code] [--post-mortem] [--hook M
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
 come to a port, or that start this as their adapter and speak to its standard input. Or plays a
 session that shows how.'''
+# Said where it may be a surprise.
+_INPUT_NOTE = '''Commands are read from the standard input. With --tty /dev/tty the prompt is at the
+terminal, and the standard input is the program's alone.
+'''
 _DEMOS = ('ledger', 'bills')
 
 
@@ -63,9 +67,14 @@ def _add_program_options(parser):
                       help='stop once more when an exception has ended the program')
 
 
-def _add_terminal_options(parser):
+def _add_stepping_options(parser):
     parser.add_option('--just-my-code', action='store_true', default=False,
                       help='step through the code of libraries without a stop')
+
+
+def _add_terminal_options(parser):
+    parser.add_option('--tty', metavar='DEVICE', help='have the prompt at this terminal')
+    parser.add_option('--no-color', action='store_true', help='show no colours')
 
 
 def _add_listen_options(parser):
@@ -110,6 +119,7 @@ def _parse_short(arguments):
     _add_listen_options(parser)
     _add_program_options(parser)
     _add_terminal_options(parser)
+    _add_stepping_options(parser)
     _add_interpreter_options(parser)
     _add_kinds(parser)
     parser.add_option('--pid', help='debug the program that runs in this process')
@@ -128,6 +138,8 @@ def _parse_short(arguments):
         parser.error('--wait goes with --listen')
     if options.just_my_code and options.listen is not None:
         parser.error('--just-my-code is for the terminal: clients say so themselves')
+    if options.tty is not None and options.listen is not None:
+        parser.error('--tty and --listen do not go together')
     _check_listening(options, parser)
     return 'terminal' if options.listen is None else 'serve', options, words
 
@@ -143,8 +155,10 @@ def _parse(arguments):
         _add_interpreter_options(parser)
         parser.add_option('--module', action='store_const', dest='kind', const='-m', default='',
                           help='PROGRAM is a module by name')
-    if command in ('terminal', 'attach'):
+    if command == 'terminal':
         _add_terminal_options(parser)
+    if command in ('terminal', 'attach'):
+        _add_stepping_options(parser)
     if command == 'serve':
         _add_listen_options(parser)
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
@@ -196,18 +210,35 @@ def _check_listening(options, parser):
         parser.error('needs at most one of --token-file and --no-token')
 
 
-def _debug(options, program, arguments):
-    from sorrel.service import runner
-    from sorrel.terminal.console import Console
-    from sorrel.terminal import frontend
-    console = Console()
+def _console(options, program):
+    """Where the prompt is. Raises NoTerminal."""
+    from sorrel.terminal.console import Console, CONTROLLING, NoTerminal
+    if options.tty is not None:
+        return Console.at(options.tty)
     if program == '-' and not options.kind:
         # The standard input holds the program's text.
-        console = Console.of_child('/dev/tty')
-    if console is None:
-        sys.stderr.write('sorrel: the program is in the standard input, and there is no terminal '
-                         'to ask at\n')
+        try:
+            return Console.at(CONTROLLING)
+        except NoTerminal:
+            raise NoTerminal('the program is in the standard input, and there is no terminal to '
+                             'ask at')
+    console = Console.of_person(sys.stdin, sys.stdout)
+    if sys.stdout.isatty() and not sys.stdin.isatty():
+        console.write(_INPUT_NOTE)
+    return console
+
+
+def _debug(options, program, arguments):
+    from sorrel.service import runner
+    from sorrel.terminal.console import NoTerminal
+    from sorrel.terminal import colours, frontend
+    try:
+        console = _console(options, program)
+    except NoTerminal as error:
+        sys.stderr.write('sorrel: %s\n' % error)
         return 2
+    console.colours = colours.of_process(
+        console.name is not None and not options.no_color and colours.are_wanted(os.environ))
     terminal = frontend.over_service(console, bool(options.post_mortem))
     terminal.service.passing.set_just_my_code(options.just_my_code)
     try:

@@ -14,6 +14,8 @@ usage: ./morvik COMMAND [OPTIONS]
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
   run --just-my-code PROGRAM [ARGS]       the same, and step through libraries without a stop
   run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
+  run --tty DEVICE PROGRAM [ARGS]         the same, with the prompt at another terminal
+  run --no-color PROGRAM [ARGS]           the same, without colours
   run --listen [HOST:]PORT [--wait] ...   run PROGRAM for editors to connect to, or wait for one
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
       --post-mortem                       wait for one when an exception has ended it
@@ -38,16 +40,16 @@ EOF
 # The options that have a value, and what it is.
 declare -A option_values=(
     [--python]='an interpreter' [--listen]='a port' [--token-file]='a file'
-    [--hook]=MODULE:NAME [--target]='a folder')
+    [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
-# hosts, asan, as_is, long, listen, wait, just_my_code, post_mortem, hooks, token, target, and the
-# others in rest.
+# hosts, asan, as_is, long, listen, wait, just_my_code, post_mortem, tty, no_color, hooks, token,
+# target, and the others in rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
     hosts=() asan='' as_is='' long='' listen='' wait='' just_my_code='' post_mortem=''
-    hooks=() token=() target='' rest=()
+    tty='' no_color='' hooks=() token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -76,11 +78,12 @@ read_options() {
         fi
         case $name in
             --python) hosts+=("$value") ;;
-            --asan | --as-is | --wait | --long | --just-my-code | --post-mortem)
+            --asan | --as-is | --wait | --long | --just-my-code | --post-mortem | --no-color)
                 name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
             --listen) listen=$value ;;
+            --tty) tty=$value ;;
             --no-token) token+=(--no-token) ;;
             --token-file) token+=(--token-file "$value") ;;
             --hook) hooks+=(--hook "$value") ;;
@@ -176,17 +179,21 @@ command_python() {
 
 command_run() {
     local exe words=()
-    read_options --listen --wait --just-my-code --post-mortem --hook --token-file --no-token - \
+    read_options --listen --wait --just-my-code --post-mortem --tty --no-color --hook --token-file \
+        --no-token - \
         -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
     [[ -z $just_my_code || -z $listen ]] || usage_error "--just-my-code does not go with --listen"
+    [[ -z $tty || -z $listen ]] || usage_error "--tty and --listen do not go together"
     ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
     exe=$(one_host) || exit
     [[ -z $listen ]] || words=(--listen "$listen" ${wait:+--wait} "${token[@]}")
     [[ -z $just_my_code ]] || words+=(--just-my-code)
     [[ -z $post_mortem ]] || words+=(--post-mortem)
+    [[ -z $tty ]] || words+=(--tty "$tty")
+    [[ -z $no_color ]] || words+=(--no-color)
     debug_program "$exe" "${words[@]}" "${hooks[@]}" "${rest[@]}"
 }
 

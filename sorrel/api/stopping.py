@@ -2,6 +2,7 @@
 
 from __future__ import absolute_import
 
+import os
 import sys
 import thread
 import time
@@ -11,6 +12,7 @@ from sorrel.api import Error
 from sorrel.inspection import frames
 from sorrel.service import exceptions, late
 from sorrel.service.service import Service
+from sorrel.terminal import colours
 from sorrel.terminal.console import Console
 from sorrel.terminal.frontend import Terminal
 
@@ -70,7 +72,10 @@ def _is_debugged(in_terminal):
 
 
 def _begin_terminal(service):
-    terminal = _OwnTerminal(Console(sys.__stdin__, sys.__stdout__), False)
+    console = Console.of_person(sys.__stdin__, sys.__stdout__)
+    console.colours = colours.of_process(
+        console.name is not None and colours.are_wanted(os.environ))
+    terminal = _OwnTerminal(console, False)
     terminal.use(service)
     if not service.take(terminal):
         return False

@@ -19,6 +19,7 @@ import time
 from sorrel.common import start_files
 from sorrel.common.decoding import text
 from sorrel.common.line_editing import LineEditor
+from sorrel.common.terminal_encoding import TerminalEncoding
 from sorrel.processes import running
 from sorrel.protocol import messages
 from sorrel.protocol.launch_callers import Handshake
@@ -66,6 +67,7 @@ class _Terminal(object):
     def __init__(self, connection):
         self._connection = connection
         self._decoder = messages.Decoder(messages.FROM_PROGRAM)
+        self._encoding = TerminalEncoding(sys.stdin, sys.stdout)
         self._is_asking = self._is_interrupted = False
         # What has come while completions were waited for, of which each has a number.
         self._received_before = []
@@ -118,7 +120,7 @@ class _Terminal(object):
     def _carry_out(self, message):
         said = message.get('text', u'').encode('utf-8')
         if message.get('event') == 'output':
-            sys.stdout.write(said)
+            sys.stdout.write(self._encoding.shown(said))
             sys.stdout.flush()
         elif message.get('event') == 'prompt':
             self._ask(said, message.get('completes'))
@@ -136,7 +138,7 @@ class _Terminal(object):
             except KeyboardInterrupt:
                 self._is_asking = False
                 sys.stdout.write('\n--KeyboardInterrupt--\n')
-        self._send('line', line)
+        self._send('line', self._encoding.typed(line))
 
     def _line(self, prompt, completes):
         """None at the end of input."""

@@ -34,9 +34,26 @@ def formatted(type, value, tb):
 
 def error_text(type, value):
     """An exception in one line, such as "NameError: name 'x' is not defined"."""
-    return traceback.format_exception_only(type, value)[-1].strip()
+    return _lines(type, value)[-1].strip()
 
 
 def whole_text(type, value):
     """The same as the interpreter prints it: a SyntaxError with its line and a caret."""
-    return ''.join(traceback.format_exception_only(type, value)).rstrip()
+    return ''.join(_lines(type, value)).rstrip()
+
+
+def _lines(type, value):
+    """As the standard library has them, but with the characters of a unicode message, in UTF-8."""
+    lines = traceback.format_exception_only(type, value)
+    if len(lines) == 1 and '\\' in lines[0]:
+        try:
+            str(value)
+        except UnicodeEncodeError:
+            head = lines[0].partition(':')[0]
+            try:
+                return ['%s: %s\n' % (head, unicode(value).encode('utf-8'))]
+            except Exception:
+                pass  # It changes its mind.
+        except Exception:
+            pass
+    return lines

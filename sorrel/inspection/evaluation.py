@@ -3,6 +3,8 @@
 from __future__ import absolute_import
 
 import __future__
+import codecs
+import re
 import sys
 import UserDict
 
@@ -14,6 +16,7 @@ from sorrel.inspection import nesting, private_names, raised, scopes, trees
 _NO_END_OF_BLOCK = 0x200
 # Of a text that is evaluated, in characters.
 _TEXT_LIMIT = 64 * 1024
+_HIGH = re.compile(r'[\x80-\xff]')
 # Different bits, where a feature has one.
 _FUTURE_FLAGS = sum(set([getattr(__future__, name).compiler_flag
                          for name in __future__.all_feature_names]))
@@ -29,10 +32,27 @@ def compiled(source, name, mode, flags=0, limit=_TEXT_LIMIT, branches=nesting.IN
     return compile(source, name, mode, flags, True)
 
 
+def said_to_be_utf8(source):
+    """A text that was typed, as the compiler knows what its characters beyond ASCII are."""
+    if isinstance(source, unicode) or not _HIGH.search(source) \
+            or source.startswith(codecs.BOM_UTF8):
+        return source
+    try:
+        source.decode('utf-8')
+    except UnicodeDecodeError:
+        return source
+    return codecs.BOM_UTF8 + source
+
+
+def _compiled(source, mode, flags, name='<stdin>'):
+    """The same of what is typed."""
+    return compiled(said_to_be_utf8(source), name, mode, flags)
+
+
 def check_expression(source):
     """Raises SyntaxError or TypeError, or MemoryError, for what is none."""
     # No more than the tree is made: in code, the compiler would compute what is constant.
-    compiled(source, '<condition>', 'eval', trees.ONLY_TREE)
+    _compiled(source, 'eval', trees.ONLY_TREE, '<condition>')
 
 
 def check_size(source, mode='eval', limit=_TEXT_LIMIT, branches=nesting.IN_THREAD):
@@ -73,7 +93,7 @@ def is_begun(source, frame):
 
 
 def _tree(source, mode, frame, flags=0):
-    return compiled(source, '<stdin>', mode, _flags(frame) | flags | trees.ONLY_TREE)
+    return _compiled(source, mode, _flags(frame) | flags | trees.ONLY_TREE)
 
 
 def _flags(frame):
@@ -90,7 +110,7 @@ class _Text(object):
         self._frame = frame
         self._class = private_names.class_of(frame) if private_names.are_in(source) else None
         if self._class is None:
-            self.code = compiled(source, '<stdin>', mode, _flags(frame))
+            self.code = _compiled(source, mode, _flags(frame))
         else:
             self.code = self.compiled(self.tree(), mode)
 
@@ -167,7 +187,7 @@ def statement(source, frame, display, lent={}):
 
 def statement_apart(source, frame, namespace, display):
     """The same where neither the frame nor its variables change, but a namespace of its own."""
-    code = compiled(source.strip() + '\n', '<stdin>', 'single', _flags(frame))
+    code = _compiled(source.strip() + '\n', 'single', _flags(frame))
     _execute(code, namespace, namespace, display)
 
 

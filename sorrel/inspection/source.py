@@ -6,7 +6,7 @@ import os
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.common import file_lines, text_files
+from sorrel.common import file_lines, source_encoding, text_files
 from sorrel.inspection import given_texts, modules
 
 
@@ -41,14 +41,22 @@ def place(entry):
 
 
 def line(entry, number):
-    """A line of the entry's file with its line end, '' where there is none.
+    """A line of the entry's file with its line end, in UTF-8; '' where there is none.
 
     For a thread of the program: the loader of the module may be asked.
     """
     if _is_no_file(entry.path):
         return given_texts.line(entry.frame.f_code, number)
-    return file_lines.line(entry.path, number) or file_lines.pick(
-        of_loader(entry.path, entry.frame.f_globals).splitlines(True), number)
+    found = line_of_file(entry.path, number)
+    if found:
+        return found
+    lines = of_loader(entry.path, entry.frame.f_globals).splitlines(True)
+    return source_encoding.line(lambda wanted: file_lines.pick(lines, wanted), number)
+
+
+def line_of_file(path, number):
+    """The same of a file alone."""
+    return source_encoding.line(lambda wanted: file_lines.line(path, wanted), number)
 
 
 def of_loader(path, globals):

@@ -71,6 +71,8 @@ class Breakpoint(object):
         self.meant = self.condition
         if self.condition and self.class_name:
             self.meant = private_names.in_text_of_class(self.condition, self.class_name)
+        if self.meant:
+            self.meant = evaluation.said_to_be_utf8(self.meant)
 
     def is_special(self):
         """Whether it is more than the core knows of."""

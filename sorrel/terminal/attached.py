@@ -19,6 +19,7 @@ from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake, messages
 from sorrel.protocol.descriptors import Descriptor
 from sorrel.service import exceptions, late
+from sorrel.terminal.colours import Plain
 from sorrel.terminal.console import Closed
 from sorrel.terminal.frontend import Terminal
 
@@ -148,6 +149,7 @@ class _Console(object):
 
     # It is another process that has the terminal.
     name = None
+    colours = Plain()
 
     def __init__(self):
         self._descriptor = None

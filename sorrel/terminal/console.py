@@ -12,11 +12,21 @@ except ImportError:
     fcntl = None  # Another platform: nothing is forked there.
 
 from sorrel.common.line_editing import LineEditor
+from sorrel.common.terminal_encoding import is_terminal, TerminalEncoding
 from sorrel.protocol.descriptors import above_streams
+from sorrel.terminal.colours import Plain
+
+
+# The name that every process has for the terminal from which its signals come.
+CONTROLLING = '/dev/tty'
 
 
 class Closed(Exception):
     """Nothing more can be written."""
+
+
+class NoTerminal(Exception):
+    """There is none of a name; the text says why, in one line."""
 
 
 class Console(object):
@@ -26,10 +36,12 @@ class Console(object):
         self._stdin = stdin or sys.stdin
         self._stdout = stdout or sys.stdout
         self._editor = None
+        self._encoding = TerminalEncoding(self._stdin, self._stdout)
+        self.colours = Plain()
         # Of the terminal, if it is one; None else.
         self.name = None
         try:
-            if self._stdin.isatty() and self._stdout.isatty():
+            if is_terminal(self._stdin) and is_terminal(self._stdout):
                 self.name = os.ttyname(self._stdin.fileno())
                 import readline
                 self._editor = LineEditor(readline)
@@ -46,6 +58,25 @@ class Console(object):
         return fcntl is not None and self.name is not None
 
     @staticmethod
+    def of_person(stdin, stdout):
+        """One where the person is who has started the process with these streams.
+
+        Who types at a terminal is answered there, wherever the program's output goes.
+        """
+        if fcntl is not None and is_terminal(stdin) and not is_terminal(stdout):
+            for name in _names(stdin):
+                try:
+                    return Console(stdin, os.fdopen(_opened(name), 'w'))
+                except NoTerminal:
+                    pass  # One of another user's can be opened by its other name alone.
+        return Console(stdin, stdout)
+
+    @staticmethod
+    def at(name):
+        """One at the terminal of this name. Raises NoTerminal."""
+        return Console(os.fdopen(_opened(name), 'r'), os.fdopen(_opened(name), 'w'))
+
+    @staticmethod
     def of_child(name):
         """One for the calling process, which is not the first, at the terminal of this name.
 
@@ -53,15 +84,13 @@ class Console(object):
         terminal cannot be reached.
         """
         try:
-            number = above_streams(lambda: os.open(name, os.O_RDWR | os.O_NOCTTY))
-            fcntl.fcntl(number, fcntl.F_SETFD, fcntl.FD_CLOEXEC)
-            return Console(os.fdopen(number, 'r'), os.fdopen(os.dup(number), 'w'))
-        except EnvironmentError:
+            return Console.at(name)
+        except NoTerminal:
             return None
 
     def write(self, text):
         try:
-            self._stdout.write(text)
+            self._stdout.write(self._encoding.shown(text))
         except (IOError, ValueError):
             raise Closed
 
@@ -71,13 +100,15 @@ class Console(object):
         complete: as a LineEditor has it.
         """
         if self._editor is not None:
-            return self._editor.edit(prompt, complete, self._stdin, self._stdout)
-        self.write(prompt)
-        try:
-            self._stdout.flush()
-            return self._plain_line()
-        except IOError:
-            raise Closed
+            line = self._editor.edit(prompt, complete, self._stdin, self._stdout)
+        else:
+            self.write(prompt)
+            try:
+                self._stdout.flush()
+                line = self._plain_line()
+            except IOError:
+                raise Closed
+        return None if line is None else self._encoding.typed(line)
 
     def hand_over(self):
         """The process is about to begin anew, with the same input.
@@ -95,7 +126,7 @@ class Console(object):
             pass  # It is a pipe.
         rest, has_ended = self._rest(number)
         if not has_ended:
-            return rest
+            return self._encoding.typed(rest)
         file = tempfile.TemporaryFile()
         file.write(rest)
         file.seek(0)
@@ -125,3 +156,24 @@ class Console(object):
             except ValueError:
                 line = ''  # The program has closed it.
         return line.rstrip('\r\n') if line else None
+
+
+def _names(terminal):
+    """What it may be opened by."""
+    try:
+        return [os.ttyname(terminal.fileno()), CONTROLLING]
+    except EnvironmentError:
+        return [CONTROLLING]  # Its own name is not known here, as in some containers.
+
+
+def _opened(name):
+    """The number of a descriptor of the terminal of this name. Raises NoTerminal."""
+    try:
+        number = above_streams(lambda: os.open(name, os.O_RDWR | os.O_NOCTTY))
+    except EnvironmentError as error:
+        raise NoTerminal('cannot open the terminal %s: %s' % (name, error.strerror))
+    if not os.isatty(number):
+        os.close(number)
+        raise NoTerminal('%s is no terminal' % name)
+    fcntl.fcntl(number, fcntl.F_SETFD, fcntl.FD_CLOEXEC)
+    return number

@@ -7,12 +7,14 @@ import sys
 from sorrel.common import errors
 from sorrel.inspection import evaluation, source
 from sorrel.inspection.time_limit import Overtime
+from sorrel.terminal import layout
 from sorrel.terminal.console import Closed
 
 
 class DisplayCommands(object):
-    """Commands find here: `_displays`, by where functions are, pairs of an expression and how its
-    value was last shown. Nothing of the program's is kept alive for them.
+    """Commands find here: `_displays`, by where functions are, lists of an expression, all of the
+    text of its last value, and what is said of that. Nothing of the program's is kept alive for
+    them.
     """
 
     def do_display(self, argument):
@@ -23,7 +25,7 @@ class DisplayCommands(object):
         shown = self._displays.get(self._function(), [])
         if not argument:
             for known in shown:
-                self._say('display %s: %s' % tuple(known))
+                self._say(known[2])
             if not shown:
                 self._say('Nothing is displayed in this function.')
             return
@@ -32,10 +34,10 @@ class DisplayCommands(object):
         except (SyntaxError, TypeError, MemoryError):
             self._say('*** ' + errors.error_text(*sys.exc_info()[:2]))
             return
-        value = self._displayed(argument)
+        text, said = self._displayed(argument)
         self._displays[self._function()] = [
-            known for known in shown if known[0] != argument] + [[argument, value]]
-        self._say('display %s: %s' % (argument, value))
+            known for known in shown if known[0] != argument] + [[argument, text, said]]
+        self._say(said)
 
     def do_undisplay(self, argument):
         """undisplay [EXPRESSION]: show it no more in this function; by default all."""
@@ -54,7 +56,8 @@ class DisplayCommands(object):
     def display_as(self, described):
         for path, line, name, expressions in described:
             self._displays[path.encode('utf-8'), line, str(name)] = [
-                [expression.encode('utf-8'), None] for expression in expressions]
+                [expression, None, _head(expression) + 'not evaluated yet']
+                for expression in [expression.encode('utf-8') for expression in expressions]]
 
     def _function(self):
         code = self._frame().f_code
@@ -62,16 +65,32 @@ class DisplayCommands(object):
 
     def _show_displays(self):
         for known in self._displays.get(self._function(), []):
-            value = self._displayed(known[0])
-            if value != known[1]:
-                old = '' if known[1] is None else '  [old: %s]' % known[1]
-                self._say('display %s: %s%s' % (known[0], value, old))
-                known[1] = value
+            text, said = self._displayed(known[0])
+            if text != known[1]:
+                self._say(said + _told(known[1], said))
+                known[1:] = text, said
 
     def _displayed(self, expression):
+        """(all of its value as text, what is said of it)"""
+        head = _head(expression)
         try:
-            return repr(self._computed(expression))
+            value = self._computed(expression)
+            text = repr(value)
+            return text, layout.arranged(head, text, value)
         except (Closed, Overtime, KeyboardInterrupt):
             raise
         except:
-            return '** raised %s **' % errors.error_text(*sys.exc_info()[:2])
+            text = '** raised %s **' % errors.error_text(*sys.exc_info()[:2])
+            return text, head + text
+
+
+def _head(expression):
+    return 'display %s: ' % expression
+
+
+def _told(old, said):
+    """How the text of the value before is added to what is said of the new one."""
+    if old is None:
+        return ''
+    shown = layout.cut(old)
+    return '%s  [old: %s]' % ('\n' if '\n' in said or shown != old else '', shown)

@@ -21,7 +21,7 @@ from sorrel.service.service import Service
 from sorrel.service.stops import (
     DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, TRACEBACK, evaluator)
 from sorrel.service.thread_numbers import Threads
-from sorrel.terminal import syntax
+from sorrel.terminal import layout, syntax
 from sorrel.terminal.aliases import AliasCommands
 from sorrel.terminal.breakpoint_stops import BreakpointStops
 from sorrel.terminal.breakpoints import BreakpointCommands
@@ -354,7 +354,10 @@ class Terminal(
     # Helpers.
 
     def _say(self, text):
-        self._console.write(self._placed(text) + '\n')
+        self._console.write(self._colours().answer(self._placed(text)) + '\n')
+
+    def _colours(self):
+        return self._console.colours
 
     def _look_at(self, thread, stack):
         self._shown_thread = thread
@@ -389,7 +392,7 @@ class Terminal(
         self._say(repr(value))
 
     def _show_argument(self, name, value):
-        self._say('%s = %r' % (name, value))
+        self._say(layout.after(name + ' = ', value))
 
     def _try(self, function, *arguments):
         """Calls what may run code of the program, and shows the error that this ends with."""
@@ -402,14 +405,16 @@ class Terminal(
 
     def _show_frame(self, index):
         entry = self._stack[index]
-        mark = '>' if index == self._index else ' '
+        mark = self._colours().mark('>') if index == self._index else ' '
         returned = ''
         if self._stop.reason == RETURNED and entry.frame is self._stop.frame:
             returned = '->' + _short(self._stop.argument)
         self._say('%s %s%s' % (mark, source.place(entry), returned))
         line = source.line(entry, entry.line).strip()
         if line:
-            self._say('-> ' + line)
+            if _is_python(entry):
+                line = self._colours().line(line)
+            self._say(self._colours().mark('->') + ' ' + line)
 
     def _go_to(self, index, end):
         index = min(max(index, 0), len(self._stack) - 1)
@@ -436,11 +441,20 @@ class Terminal(
             if not line:
                 self._say('[EOF]')
                 break
-            self._say_line(number, line, number == self._entry().line)
+            self._say_line(number, self._painted(self._entry(), number, line),
+                           number == self._entry().line)
             self._next_listed = number + 1
 
     def _say_line(self, number, line, is_current):
-        self._say(('%3d  %s\t%s' % (number, '->' if is_current else '  ', line)).rstrip())
+        mark = self._colours().mark('->') if is_current else '  '
+        self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
+
+    def _painted(self, entry, number, line):
+        """A line of an entry's file among others, without its line end."""
+        return self._coloured(entry.path, number, line) if _is_python(entry) else line.rstrip()
+
+    def _coloured(self, path, number, line):
+        return self._colours().listed(line.rstrip(), number, path)
 
     def _has_ended(self):
         """Whether the stop is one at the end of the program."""
@@ -453,6 +467,11 @@ class Terminal(
         if stop.thread == self.service.main_thread:
             return 'the program'
         return 'thread ' + self._thread_of(stop.thread).name
+
+
+def _is_python(entry):
+    """Whether an entry's file is not one of another language."""
+    return entry.path == source.file_name(entry.frame)
 
 
 def _is_yes(answer):

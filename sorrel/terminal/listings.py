@@ -4,7 +4,6 @@ from __future__ import absolute_import
 
 import itertools
 
-from sorrel.common import file_lines
 from sorrel.inspection import definitions, source
 
 
@@ -25,7 +24,8 @@ class ListingCommands(object):
         here = definitions.of_code(entry.frame.f_code, entry.path)
         if here.path != source.file_name(entry.frame):
             here = here._replace(first=1, last=None)  # A file of another language.
-        self._show_lines(here, lambda number: source.line(entry, number), entry.line)
+        self._show_lines(here, lambda number: source.line(entry, number),
+                         lambda number, line: self._painted(entry, number, line), entry.line)
 
     def show_source(self, expression):
         """That of the function, method, class or module that an expression stands for."""
@@ -37,13 +37,14 @@ class ListingCommands(object):
         except definitions.Unknown as error:
             self._say('*** %s' % error)
             return
-        self._show_lines(found, lambda number: file_lines.line(found.path, number))
+        self._show_lines(found, lambda number: source.line_of_file(found.path, number),
+                         lambda number, line: self._coloured(found.path, number, line))
 
-    def _show_lines(self, definition, line_of, current=None):
+    def _show_lines(self, definition, line_of, painted, current=None):
         if not line_of(definition.first):
             self._say('*** The source is not there')
         for number in itertools.count(definition.first):
             line = line_of(number)
             if not line or definition.last is not None and number > definition.last:
                 break
-            self._say_line(number, line, number == current)
+            self._say_line(number, painted(number, line), number == current)

@@ -7,7 +7,7 @@ import os
 
 from sorrel.languages import sublanguages
 from sorrel.service import late
-from sorrel.terminal import frontend
+from sorrel.terminal import colours, frontend
 from sorrel.terminal.console import Console
 
 
@@ -17,6 +17,7 @@ def begin_child(script, text):
     console = Console.of_child(said['terminal'])
     if console is None:
         return late.service(), False
+    console.colours = colours.of_process(said['in_colours'])
     terminal = frontend.over_service(console, said['post_mortem'])
     service = terminal.service
     terminal.be_as(said['kept'], os.path.abspath(script.path))

@@ -66,6 +66,7 @@ class ProcessCommands(object):
             return None
         if self._tree.followed() == tree.CHILD:
             self._tree.let_go(self._process)
+        console.colours = self._console.colours
         self._console = self.stdout = console
         self._thread = None
         del self.cmdqueue[:]
@@ -80,8 +81,8 @@ class ProcessCommands(object):
             self._tree.let_go(self._process)
         return programs.Settings('sorrel.terminal.new_program', json.dumps({
             'folder': self._tree.folder, 'terminal': self._console.name,
-            'kept': self.described(), 'hooks': sublanguages.loaded,
-            'post_mortem': self.wants_post_mortem()}))
+            'in_colours': self._console.colours.are_shown, 'kept': self.described(),
+            'hooks': sublanguages.loaded, 'post_mortem': self.wants_post_mortem()}))
 
     def detached(self):
         """The process ends, or runs on alone."""

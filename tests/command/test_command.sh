@@ -49,6 +49,9 @@ refused "unknown option: --x" test --x
 refused "--python needs an interpreter" build --python
 refused "--python needs an interpreter" bench --python
 refused "--hook needs MODULE:NAME" run --hook
+refused "--tty needs a terminal" run --tty
+refused "unknown option: --no-color=1" run --no-color=1 "$0"
+refused "--tty and --listen do not go together" run --tty /dev/tty --listen 0 "$0"
 refused "unknown option: --hook" demo --hook a:b
 refused "--token-file needs a file" run --listen 0 --token-file
 refused "--no-token goes with --listen" run --no-token "$0"

@@ -34,9 +34,9 @@ class TestCase(attach_session.TestCase):
         self.opened(dap_session.Ended(process))
         return process
 
-    def typed(self, program, *lines):
+    def typed(self, program, *lines, **streams):
         """What a person sees who types these lines, and then Ctrl-D."""
-        process = self.terminal(program, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        process = self.terminal(program, stdin=subprocess.PIPE, stdout=subprocess.PIPE, **streams)
         out = process.communicate(''.join([line + '\n' for line in lines]))[0]
         self.assertEqual(process.returncode, 0)
         return out
@@ -55,6 +55,15 @@ class AttachTest(TestCase):
             self.assert_in(PROMPT + '1\n', out)
             self.assertEqual(out[-len('\nDetached: the program runs on.\n'):],
                              '\nDetached: the program runs on.\n')
+        os.unlink(self.flag)
+        self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
+
+    def test_characters_are_those_of_the_persons_terminal(self):
+        program = self.run_unaware(WORK, self.flag)
+        out = self.typed(program, 'p u"\xe9"', 'def f(): raise ValueError(u"\xe9")', '', 'p f()',
+                         env=dict(os.environ, PYTHONIOENCODING='latin-1'))
+        self.assert_in(PROMPT + "u'\\xe9'\n", out)
+        self.assert_in('*** ValueError: \xe9\n', out)
         os.unlink(self.flag)
         self.assertEqual(program.ended(), ('ready\nover 1\n', 0))
 

@@ -2,9 +2,10 @@
 
 import os
 import pty
+import select
 
 import public_case
-from sorrel_session import PROMPT
+from sorrel_session import PATIENCE, PROMPT
 
 CTRL_D = '\x04'
 LISTENING = '''\
@@ -311,6 +312,12 @@ except sorrel.Error, error:
             'a client debugs this program: sorrel.breakpoint() stops in it\n', 0))
         client.close()
 
+    def read_to(self, terminal, text):
+        seen = ''
+        while not seen.endswith(text):
+            self.assert_(select.select([terminal], [], [], PATIENCE)[0], seen)
+            seen += os.read(terminal, 1)
+
     def test_clients_and_the_terminal_take_turns(self):
         master, slave = pty.openpty()
         program = self.begin_listening('''
@@ -327,20 +334,22 @@ while sorrel.is_client_connected():
 sorrel.breakpoint()
 print 'over'
 ''', os.ttyname(slave))
-        program.wrote(PROMPT)
+        self.read_to(master, PROMPT)
         client = self.connect(program)
         client.ask('initialize', adapterID='x')
         self.assertEqual(client.refusal('attach'), 'somebody debugs this program already')
         client.close()
+        os.write(master, CTRL_D)
+        self.read_to(master, '(y or n) ')
         os.write(master, CTRL_D)
         program.wrote('after the terminal\n')
         client = self.attach(program)
         client.stopped()
         client.ask('disconnect')
         program.wrote('after the client\n')
-        program.wrote("print 'over'\n" + PROMPT)
+        self.read_to(master, PROMPT)
         os.write(master, 'continue\n')
-        self.assert_(program.ended()[0].endswith(PROMPT + 'over\n'))
+        self.assertEqual(program.ended()[0], 'after the terminal\nafter the client\nover\n')
         self.assertEqual(program.errors(), '')
         os.close(master)
         os.close(slave)
