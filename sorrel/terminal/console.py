@@ -13,6 +13,7 @@ except ImportError:
 
 from sorrel.protocol.descriptors import above_streams
 from sorrel.terminal.history import History
+from sorrel.terminal.plain_input import PlainInput
 
 
 # What a word that is completed lies between.
@@ -70,6 +71,12 @@ class Console(object):
         except (IOError, ValueError):
             raise Closed
 
+    def flush(self):
+        try:
+            self._stdout.flush()
+        except (IOError, ValueError):
+            raise Closed
+
     def read_line(self, prompt, complete):
         """The next line without its line end; None at the end of input.
 
@@ -99,6 +106,9 @@ class Console(object):
             typed = raw_input(prompt)
         except EOFError:
             pass
+        except RuntimeError:
+            # The thread has stopped in the midst of the program's own raw_input().
+            typed = self._read_again(prompt)
         finally:
             # An answer to a question is no line to come back to.
             self._history.leave(typed if complete is not None else None)
@@ -106,6 +116,11 @@ class Console(object):
             self._readline.set_completer(program_completer)
             sys.stdin, sys.stdout = program_files
         return typed
+
+    def _read_again(self, prompt):
+        self.write(prompt)
+        self.flush()
+        return PlainInput(self.descriptor()).read_line()
 
     def hand_over(self):
         """The process is about to begin anew, with the same input.

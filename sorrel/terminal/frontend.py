@@ -37,6 +37,7 @@ from sorrel.terminal.interaction import InteractCommand
 from sorrel.terminal.jumping import JumpCommand
 from sorrel.terminal.listings import ListingCommands
 from sorrel.terminal.logpoints import LogpointCommands
+from sorrel.terminal.looking import LookingCommands
 from sorrel.terminal.processes import ProcessCommands
 from sorrel.terminal.restarting import RestartCommand
 from sorrel.terminal.saving import SaveCommands
@@ -74,8 +75,8 @@ def over_service(console, post_mortem=False):
 class Terminal(
         AliasCommands, BreakpointCommands, BreakpointStops, CatchCommands, CommandFiles,
         CommandLists, Completion, DisplayCommands, HandingOn, InteractCommand, JumpCommand,
-        ListingCommands, LogpointCommands, ProcessCommands, RestartCommand, SaveCommands,
-        StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
+        ListingCommands, LogpointCommands, LookingCommands, ProcessCommands, RestartCommand,
+        SaveCommands, StackCommands, SteppingCommands, ThreadCommands, TypedLines, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -149,7 +150,7 @@ class Terminal(
         return None
 
     def interrupt(self):
-        return self._evaluation.interrupt()
+        return self._evaluation.interrupt() or self.interrupt_looking()
 
     def wants_post_mortem(self):
         return self._post_mortem
