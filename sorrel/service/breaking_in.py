@@ -42,11 +42,12 @@ class BreakingIn(object):
             return
         if self._to_interrupt is CTRL_C:
             self._to_interrupt = None
-        if (self._stops or self._is_looking) and (
-                self._interrupt_front_end() or self.main_thread not in self._stops):
-            return  # It was for what another thread does at its prompt.
-        if self.main_thread in self._stops or self.main_thread in self._interrupted:
-            # It is for the front end, or the program has not got to a line since the last one.
+        if self.main_thread in self._stops:
+            raise KeyboardInterrupt  # It is for the front end.
+        if self._is_elsewhere() and self._interrupt_front_end():
+            return
+        if self.main_thread in self._interrupted:
+            # The program has not got to a line since the last one.
             raise KeyboardInterrupt
         self._interrupted[self.main_thread] = self.main_thread
         if self._may_stop_in(frame):
@@ -57,10 +58,12 @@ class BreakingIn(object):
 
     def _interrupt_elsewhere(self):
         """After each, in a thread of the server's."""
-        if self._is_looking or self._stops and self.main_thread not in self._stops:
-            if _sorrel.take_interrupts():
-                self._interrupt_front_end()
-        elif not self._stops and self._main_thread_waits():
+        while self._is_elsewhere() and _sorrel.pending_interrupts():
+            if self._interrupt_front_end():
+                _sorrel.take_interrupts()
+            else:
+                _sleep(_LOOK)  # The stop just begins or ends.
+        if not self._stops and self._main_thread_waits():
             if not self._interrupted and _sorrel.pending_interrupts() == 1:
                 self._to_interrupt = CTRL_C
                 core.set_debug_thread_cb(self._asks_about_thread)
@@ -73,8 +76,12 @@ class BreakingIn(object):
         self._stop_count += 1
         _sorrel.take_interrupts()
 
+    def _is_elsewhere(self):
+        """Whether the front end is asked in another thread than the main one."""
+        return self._is_looking or bool(self._stops) and self.main_thread not in self._stops
+
     def _interrupt_front_end(self):
-        """Whether it was for what a thread evaluates."""
+        """Whether it was for what is done there."""
         interrupt = getattr(self._front_end, 'interrupt', None)
         return interrupt is not None and interrupt()
 

@@ -14,8 +14,8 @@ So may be `idle()`, called about once a second while the program runs, in one of
 And `log(breakpoint, frame)`, which writes what a breakpoint with a message says, in its thread; it
 returns what `stopped` does.
 And a fifth, `imported()`: there are other modules than before; the thread that has imported them
-goes on when it returns. And `interrupt()`, called at Ctrl-C while threads are stopped: whether that
-was for what one of them evaluates. And `nothing_runs()`, called in a thread of the server's at Ctrl-C
+goes on when it returns. And `interrupt()`, called at Ctrl-C while another thread than the main one is
+stopped: whether that was for what is done there. And `nothing_runs()`, called in a thread of the server's at Ctrl-C
 where no thread has got to a line since the last one: how the program is to go on, a Resume that is
 DETACH, QUIT or INTERRUPT, or None for no other way. Threads wait at their next lines until then. And
 `wants_post_mortem()`: the program has ended by an exception that the front end does not know of;

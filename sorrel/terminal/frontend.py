@@ -150,7 +150,7 @@ class Terminal(
         return None
 
     def interrupt(self):
-        return self._evaluation.interrupt() or self.interrupt_looking()
+        return self._evaluation.interrupt() or self.interrupt_looking() or self._is_at_prompt()
 
     def wants_post_mortem(self):
         return self._post_mortem
@@ -173,6 +173,9 @@ class Terminal(
             pass
 
     # One stop.
+
+    def _is_at_prompt(self):
+        return self._stop is not None and self._resume is None
 
     def _announce(self):
         if self._stop.thread != self._thread:

@@ -33,6 +33,7 @@ class LookingCommands(object):
             self._tell_where_threads_wait()
             if not self._console.is_terminal():
                 self._say(_RAISED)
+                self._console.flush()
                 return Resume(INTERRUPT)
             return self._look()
         except Closed:

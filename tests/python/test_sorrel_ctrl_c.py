@@ -3,6 +3,7 @@
 import os
 import re
 import signal
+import subprocess
 
 import harness
 import sorrel_session
@@ -70,24 +71,16 @@ class CtrlC(sorrel_session.ScreenTestCase):
         self.wait_until_all_sleep()
 
     def wait_until_all_sleep(self):
-        self.assertTrue(harness.wait_until(lambda: self.states() == set('S')))
-
-    def states(self):
-        folder = '/proc/%d/task' % self.screen._process
-        return set(_said(os.path.join(folder, name, 'stat')).rpartition(')')[2].split()[0]
-                   for name in os.listdir(folder))
+        self.assertTrue(harness.wait_until(lambda: _states(self.screen._process) == set('S')))
 
     def interrupt(self):
         """Until the process has met with it: two at once would be one."""
         self.screen.interrupt()
         self.screen.read_to('^C')
-        self.assertTrue(harness.wait_until(lambda: not self.is_pending()))
+        self.wait_until_met()
 
-    def is_pending(self):
-        folder = '/proc/%d/task' % self.screen._process
-        masks = [mask for name in os.listdir(folder) for mask in re.findall(
-            r'(?:ShdPnd|SigPnd):\s*(\w+)', _said(os.path.join(folder, name, 'status')))]
-        return bool([mask for mask in masks if int(mask, 16) >> (signal.SIGINT - 1) & 1])
+    def wait_until_met(self):
+        self.assertTrue(harness.wait_until(lambda: not _is_pending(self.screen._process)))
 
 
 class Running(CtrlC):
@@ -109,6 +102,30 @@ class Running(CtrlC):
         self.type('lock.release()')
         self.assert_in('goes on\n[MainThread]\n> prog.py(18)', self.type('c'))
         self.assert_in('over\nThe program ended', self.end('c')[0])
+
+    def stop_the_worker(self):
+        self.begin(JOINED)
+        self.screen.type('c\n')
+        self.screen.read_to('works\r\n')
+        self.screen.interrupt()
+        self.prompt()
+
+    def test_one_ends_a_system_call_that_is_evaluated_in_another_thread(self):
+        self.stop_the_worker()
+        self.screen.type('p os.write(1, "on ") and time.sleep(600)\n')
+        self.screen.read_to('\r\non ')
+        self.wait_until_all_sleep()
+        self.screen.interrupt()
+        self.assert_in('--KeyboardInterrupt--\n', self.prompt())
+        self.end('q')
+
+    def test_one_at_the_prompt_of_another_thread_is_not_left_over(self):
+        self.stop_the_worker()
+        self.screen.interrupt_prompt()
+        self.wait_until_met()
+        self.type('lock.release()')
+        self.assert_in('c\ngoes on\nover\nThe program ended with exit status 0.\n',
+                       self.end('c')[0])
 
     def test_once_more(self):
         self.begin(JOINED)
@@ -320,6 +337,49 @@ Thread work waits at prog.py(8)work()
         self.interrupt()
         self.assert_in('waits at prog.py(13)wait()', self.prompt())
         self.end('q')
+
+
+class WithoutTerminal(sorrel_session.TestCase):
+
+    def test_the_second_is_a_keyboard_interrupt(self):
+        self.script(STUCK, 'prog.py')
+        process = self.start('prog.py', stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE)
+        process.stdin.write('c\n')
+        process.stdin.flush()
+        seen = ''
+        while 'main' not in seen or 'work ' not in seen:
+            seen += os.read(process.stdout.fileno(), 1)
+        self.assertTrue(harness.wait_until(lambda: _states(process.pid) == set('S')))
+        for _ in range(2):
+            process.send_signal(signal.SIGINT)
+            self.assertTrue(harness.wait_until(lambda: not _is_pending(process.pid)))
+        seen = ''
+        while not seen.endswith('goes on.\n'):
+            seen += os.read(process.stdout.fileno(), 1)
+        process.kill()
+        process.communicate()
+        self.assertEqual(self.clean(seen), '''\
+Thread MainThread waits at prog.py(13)wait()
+Thread work waits at prog.py(8)work()
+KeyboardInterrupt is raised in the main thread as soon as that goes on.
+''')
+
+
+def _states(pid):
+    return set(said.rpartition(')')[2].split()[0] for said in _said_of_threads(pid, 'stat'))
+
+
+def _is_pending(pid):
+    """Whether Ctrl-C has come that no thread has met with yet."""
+    masks = [mask for said in _said_of_threads(pid, 'status')
+             for mask in re.findall(r'(?:ShdPnd|SigPnd):\s*(\w+)', said)]
+    return bool([mask for mask in masks if int(mask, 16) >> (signal.SIGINT - 1) & 1])
+
+
+def _said_of_threads(pid, name):
+    folder = '/proc/%d/task' % pid
+    return [_said(os.path.join(folder, one, name)) for one in os.listdir(folder)]
 
 
 def _said(path):
