@@ -1,8 +1,8 @@
 """Ctrl-C while the program runs: whichever thread gets to a line stops.
 
 The signal is the main thread's, which has it first. Where that waits in C code, for another thread
-say, it would come to it only when the wait is over: then it is for any thread, and when none of them
-runs Python code either, for the person, who is told where they wait.
+say, it would come to it only when the wait is over: then it is for any thread, and when none of
+them runs Python code either, for the person, who is told where they wait.
 """
 
 from __future__ import absolute_import

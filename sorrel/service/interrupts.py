@@ -19,6 +19,7 @@ _MODULES = signal, thread
 if hasattr(signal, 'siginterrupt'):  # Not on every platform.
     _ORIGINALS.append(signal.siginterrupt)
 
+
 class Interrupts(object):
 
     def __init__(self, on_interrupt, on_seen):
@@ -47,7 +48,7 @@ class Interrupts(object):
     def guard(self, function):
         """function: called whenever the signal's handler is set, and after each signal.
 
-        As _sorrel.guard_interrupts, which it is to call.
+        It returns what _sorrel.guard_interrupts, which it calls, does.
         """
         self._guard = function
         self._set_guard()

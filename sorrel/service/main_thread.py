@@ -17,8 +17,8 @@ class Activity(object):
     def has_waited(self):
         """Whether it has slept all the time since this was asked last.
 
-        One that waits for the interpreter lock is woken as soon as the thread that asks sleeps. True
-        where the system does not say.
+        One that waits for the interpreter lock is woken as soon as the thread that asks sleeps.
+        True where the system does not say.
         """
         last, self._last = self._last, _state()
         return self._last == last and self._last[:1] in ('', _SLEEPS)

@@ -14,16 +14,16 @@ So may be `idle()`, called about once a second while the program runs, in one of
 And `log(breakpoint, frame)`, which writes what a breakpoint with a message says, in its thread; it
 returns what `stopped` does.
 And a fifth, `imported()`: there are other modules than before; the thread that has imported them
-goes on when it returns. And `interrupt()`, called at Ctrl-C while another thread than the main one is
-stopped: whether that was for what is done there. And `nothing_runs()`, called in a thread of the server's at Ctrl-C
-where no thread has got to a line since the last one: how the program is to go on, a Resume that is
-DETACH, QUIT or INTERRUPT, or None for no other way. Threads wait at their next lines until then. And
-`wants_post_mortem()`: the program has ended by an exception that the front end does not know of;
-whether that is to be a stop, though all that can follow is the end. And `detached()`: the service
-has let the program go. And `replaced()`: another front end is about to take the program. And
-`tracing_taken()`: the calling thread is about to have a trace function of the program's own. And
-`in_child()`, called in a process that the program has forked, in its only thread: what is to be the
-front end there, or None to let it go.
+goes on when it returns. And `interrupt()`, called at Ctrl-C while another thread than the main one
+is stopped: whether that was for what is done there. And `nothing_runs()`, called in a thread of the
+server's at Ctrl-C where no thread has got to a line since the last one: how the program is to go
+on, a Resume that is DETACH, QUIT or INTERRUPT, or None for no other way. Threads wait at their next
+lines until then. And `wants_post_mortem()`: the program has ended by an exception that the front
+end does not know of; whether that is to be a stop, though all that can follow is the end. And
+`detached()`: the service has let the program go. And `replaced()`: another front end is about to
+take the program. And `tracing_taken()`: the calling thread is about to have a trace function of the
+program's own. And `in_child()`, called in a process that the program has forked, in its only
+thread: what is to be the front end there, or None to let it go.
 
 `breakpoints` and `exceptions` say where else than at steps the program stops; `modules` knows
 what the program has loaded.
@@ -65,7 +65,8 @@ _STACK_ROOM = 100
 _services = {}
 
 
-class Service(BreakingIn):
+# A server that comes to the process finds it among the kinds of object.
+class Service(BreakingIn, object):
     """One for the life of a process, made in its main thread or told which that is."""
 
     def __init__(self, front_end, catch_ctrl_c=True, main_thread=None):

@@ -71,7 +71,8 @@ class Console(object):
         except (IOError, ValueError):
             raise Closed
 
-    def flush(self):
+    def write_at_once(self, text):
+        self.write(text)
         try:
             self._stdout.flush()
         except (IOError, ValueError):
@@ -118,9 +119,7 @@ class Console(object):
         return typed
 
     def _read_again(self, prompt):
-        self.write(prompt)
-        self.flush()
-        return PlainInput(self.descriptor()).read_line()
+        return PlainInput(self.descriptor()).read_line(lambda: self.write_at_once(prompt))
 
     def hand_over(self):
         """The process is about to begin anew, with the same input.

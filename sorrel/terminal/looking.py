@@ -13,8 +13,8 @@ from sorrel.terminal.console import Closed
 from sorrel.terminal.plain_input import InterruptibleConsole
 
 _COMMANDS = (
-    'args', 'continue', 'detach', 'down', 'frame', 'help', 'info', 'list', 'longlist', 'pp', 'print',
-    'quit', 'source', 'thread', 'threads', 'up', 'whatis', 'where')
+    'args', 'continue', 'detach', 'down', 'frame', 'help', 'info', 'list', 'longlist', 'pp',
+    'print', 'quit', 'source', 'thread', 'threads', 'up', 'whatis', 'where')
 _SHOWN = 40
 _REFUSED = '*** The thread has to stop first. Here are: ' + ', '.join(_COMMANDS)
 _RAISED = 'KeyboardInterrupt is raised in the main thread as soon as that goes on.'
@@ -32,8 +32,7 @@ class LookingCommands(object):
         try:
             self._tell_where_threads_wait()
             if not self._console.is_terminal():
-                self._say(_RAISED)
-                self._console.flush()
+                self._console.write_at_once(_RAISED + '\n')
                 return Resume(INTERRUPT)
             return self._look()
         except Closed:

@@ -30,13 +30,14 @@ class PlainInput(object):
         self._descriptor = descriptor
         self._typed = ''
 
-    def read_line(self, *others):
+    def read_line(self, ask, *others):
         """The next line without its line end; None at the end of input, or where others have some.
 
-        others: descriptors.
+        ask: called when the terminal is ready for an answer. others: descriptors.
         """
         modes = _begin_lines(self._descriptor)
         try:
+            ask()
             while '\n' not in self._typed:
                 ready = self._ready(others)
                 if self._descriptor not in ready:
@@ -99,9 +100,8 @@ class InterruptibleConsole(object):
 
     def read_line(self, prompt, complete):
         """As a Console has it."""
-        self._console.write(prompt)
-        self._console.flush()
-        line = self._input.read_line(self._interrupted)
+        line = self._input.read_line(
+            lambda: self._console.write_at_once(prompt), self._interrupted)
         if line is None and _select([self._interrupted], [], [], 0)[0]:
             _read(self._interrupted, _AT_ONCE)
             raise KeyboardInterrupt

@@ -348,7 +348,7 @@ class WithoutTerminal(sorrel_session.TestCase):
         process.stdin.write('c\n')
         process.stdin.flush()
         seen = ''
-        while 'main' not in seen or 'work ' not in seen:
+        while 'main ' not in seen or 'work ' not in seen:
             seen += os.read(process.stdout.fileno(), 1)
         self.assertTrue(harness.wait_until(lambda: _states(process.pid) == set('S')))
         for _ in range(2):
