@@ -49,8 +49,11 @@ class TimeLimit(object):
     def is_due(self, now):
         return self.deadline is not None and now >= self.deadline
 
-    def expire(self):
-        """Ends what is being called, if it still is; for another thread."""
+    def expire(self, end_call=None):
+        """Ends what is being called, if it still is; for another thread.
+
+        end_call: called with the ident of the thread, which is to come back to Python code.
+        """
         # The other thread goes on only when this is done.
         self._expiring = True
         if self._running:
@@ -59,6 +62,8 @@ class TimeLimit(object):
             self.overdue_since = self.overdue_since or now
             # Once more, should it be caught.
             self.deadline = now + _INSIST_AFTER
+            if end_call is not None:
+                end_call(self._ident)
         self._expiring = False
 
     def _begin(self, seconds):

@@ -14,13 +14,16 @@ So may be `idle()`, called about once a second while the program runs, in one of
 And `log(breakpoint, frame)`, which writes what a breakpoint with a message says, in its thread; it
 returns what `stopped` does.
 And a fifth, `imported()`: there are other modules than before; the thread that has imported them
-goes on when it returns. And `interrupt()`, called at Ctrl-C while threads are stopped: whether that
-was for what one of them evaluates. And `wants_post_mortem()`: the program has ended by an exception
-that the front end does not know of; whether that is to be a stop, though all that can follow is the
-end. And `detached()`: the service has let the program go. And `replaced()`: another front end is
-about to take the program. And `tracing_taken()`: the calling thread is about to have a trace
-function of the program's own. And `in_child()`, called in a process that the program has forked, in
-its only thread: what is to be the front end there, or None to let it go.
+goes on when it returns. And `interrupt()`, called at Ctrl-C while another thread than the main one
+is stopped: whether that was for what is done there. And `nothing_runs()`, called in a thread of the
+server's at Ctrl-C where no thread has got to a line since the last one: how the program is to go
+on, a Resume that is DETACH, QUIT or INTERRUPT, or None for no other way. Threads wait at their next
+lines until then. And `wants_post_mortem()`: the program has ended by an exception that the front
+end does not know of; whether that is to be a stop, though all that can follow is the end. And
+`detached()`: the service has let the program go. And `replaced()`: another front end is about to
+take the program. And `tracing_taken()`: the calling thread is about to have a trace function of the
+program's own. And `in_child()`, called in a process that the program has forked, in its only
+thread: what is to be the front end there, or None to let it go.
 
 `breakpoints`, `watches` and `exceptions` say where else than at steps the program stops, `passing`
 where these do not end; `modules` knows what the program has loaded.
@@ -43,6 +46,7 @@ from sorrel.inspection import frames, modules, raised, source
 from sorrel.languages import sublanguages
 from sorrel.service import (
     breakpoints, exceptions, living, own_tracing, signal_handlers, thread_hooks)
+from sorrel.service.breaking_in import BreakingIn, CTRL_C
 from sorrel.service.exceptions import NO_JUDGEMENT
 from sorrel.service.gate import Gate
 from sorrel.service.interrupts import Interrupts
@@ -63,7 +67,8 @@ _STACK_ROOM = 100
 _services = {}
 
 
-class Service(object):
+# A server that comes to the process finds it among the kinds of object.
+class Service(BreakingIn, object):
     """One for the life of a process, made in its main thread or told which that is."""
 
     def __init__(self, front_end, catch_ctrl_c=True, main_thread=None):
@@ -96,7 +101,8 @@ class Service(object):
         self._steps = Steps(self.passing)
         # The program's namespace until its code has begun to run.
         self._entering = None
-        self._interrupts = Interrupts(self._interrupt) if catch_ctrl_c else None
+        self._interrupts = Interrupts(self._interrupt, self._interrupt_elsewhere) \
+            if catch_ctrl_c else None
         # Threads that were told to stop wherever they are, each with who was asked for, and who is
         # still to be told.
         self._interrupted = {}
@@ -209,7 +215,8 @@ class Service(object):
 
     def ended(self, outcome):
         """Nothing of the program will run any more."""
-        if self.attached:
+        # Otherwise another thread may still be about to detach.
+        if self._attachment:
             self.detach()
             self._front_end.ended(outcome)
 
@@ -527,9 +534,13 @@ class Service(object):
         era = self._era
         ident = living.current()
         asked = self._to_interrupt
-        if asked is None or asked not in (_ANY_THREAD, ident):
+        if asked is None or asked not in (_ANY_THREAD, CTRL_C, ident):
             return False
         self._to_interrupt = None
+        if asked is CTRL_C:
+            if not _sorrel.take_interrupts():
+                return False  # The main thread has had it.
+            asked = _ANY_THREAD
         self._interrupted[ident] = asked
         self._steps.stop_anywhere(ident)
         self._end_steps_of(era)
@@ -798,6 +809,7 @@ class Service(object):
         self.exceptions.keep_living()
         try:
             self._stops[thread] = stop
+            self._absorb_interrupts()
             resume = self._guarded(self._front_end.stopped, stop)
         finally:
             self._stops.pop(thread, None)
@@ -872,21 +884,6 @@ class Service(object):
             self.quit()
         else:
             self._steps.request(thread, frame, resume, is_leaving)
-
-    def _interrupt(self):
-        """Ctrl-C, in the main thread."""
-        if self._is_forked():
-            raise KeyboardInterrupt
-        if not self._is_in_front():
-            return
-        interrupt = getattr(self._front_end, 'interrupt', None)
-        if self._stops and interrupt is not None and interrupt():
-            return  # What another thread evaluates ends.
-        if self.main_thread in self._stops or self.main_thread in self._interrupted:
-            # It is for the front end, or the program has not got to a line since the last one.
-            raise KeyboardInterrupt
-        self._interrupted[self.main_thread] = self.main_thread
-        self._steps.stop_anywhere(self.main_thread)
 
     def guard_ctrl_c(self, guard):
         """guard: called whenever what Ctrl-C does has been set, in the main thread."""

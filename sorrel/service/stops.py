@@ -7,7 +7,7 @@ from sorrel.inspection.evaluation import Evaluator
 
 # A thread has stopped. thread: its ident. reason: one of the words below. argument:
 # the value on its way out (RETURNED), (type, value, traceback) (RAISED), whether the frame is about
-# to be left (CALLED), else None.
+# to be left (CALLED), whether it is in the midst of a line (INTERRUPTED), else None.
 # frame: the frame; for RAISED with a policy it is the one where the exception was raised, which
 # may have been left already. policy: for RAISED, the mode of sorrel.exceptions for whose sake it
 # has stopped, None when its step has met the exception; or POST_MORTEM or TRACEBACK. is_end: whether
@@ -16,6 +16,8 @@ from sorrel.inspection.evaluation import Evaluator
 Stop = record('Stop', 'thread frame reason argument policy is_end called_by_c')
 
 STEPPED, INTERRUPTED, RETURNED, RAISED = 'step', 'interrupt', 'return', 'exception'
+# Nothing has stopped: the thread waits for something.
+WAITING = 'waiting'
 # The program has called for it, in the line before or, where the frame is left, in this one.
 CALLED = 'called'
 # The exception has ended the program, of which nothing more will run than what follows its end.
@@ -28,7 +30,7 @@ NUMBER_LIMIT = 2 ** 31 - 1
 
 def is_at_line(stop):
     """Whether the thread is about to run the line that its frame is at."""
-    return stop.reason in (STEPPED, INTERRUPTED) or stop.reason == CALLED and not stop.argument
+    return stop.reason in (STEPPED, INTERRUPTED, CALLED) and not stop.argument
 
 
 def evaluator(stop):
@@ -50,6 +52,8 @@ STEP_OUT = 'step_out'
 CONTINUE = 'continue_run'
 DETACH = 'detach'
 QUIT = 'quit'
+# The program goes on with a KeyboardInterrupt in its main thread.
+INTERRUPT = 'interrupt'
 
 # One thread of the program. ident: the interpreter's of it. frame: the innermost frame where it is
 # now. stop: its Stop, None while it runs.

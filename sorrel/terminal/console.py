@@ -15,6 +15,7 @@ from sorrel.common.line_editing import LineEditor
 from sorrel.common.terminal_encoding import is_terminal, TerminalEncoding
 from sorrel.protocol.descriptors import above_streams
 from sorrel.terminal.colours import Plain
+from sorrel.terminal.plain_input import PlainInput
 
 
 # The name that every process has for the terminal from which its signals come.
@@ -94,13 +95,20 @@ class Console(object):
         except (IOError, ValueError):
             raise Closed
 
+    def write_at_once(self, text):
+        self.write(text)
+        try:
+            self._stdout.flush()
+        except (IOError, ValueError):
+            raise Closed
+
     def read_line(self, prompt, complete):
         """The next line without its line end; None at the end of input.
 
         complete: as a LineEditor has it.
         """
         if self._editor is not None:
-            line = self._editor.edit(prompt, complete, self._stdin, self._stdout)
+            line = self._edit_line(prompt, complete)
         else:
             self.write(prompt)
             try:
@@ -108,7 +116,21 @@ class Console(object):
                 line = self._plain_line()
             except IOError:
                 raise Closed
-        return None if line is None else self._encoding.typed(line)
+        return None if line is None else self.as_typed(line)
+
+    def as_typed(self, line):
+        """A line as the terminal has given it, in the encoding that texts have here."""
+        return self._encoding.typed(line)
+
+    def _edit_line(self, prompt, complete):
+        try:
+            return self._editor.edit(prompt, complete, self._stdin, self._stdout)
+        except RuntimeError:
+            # The thread has stopped in the midst of the program's own raw_input().
+            return self._read_again(prompt)
+
+    def _read_again(self, prompt):
+        return PlainInput(self.descriptor()).read_line(lambda: self.write_at_once(prompt))
 
     def hand_over(self):
         """The process is about to begin anew, with the same input.

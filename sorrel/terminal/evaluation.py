@@ -5,6 +5,8 @@ from __future__ import absolute_import
 import thread
 import time
 
+import _sorrel
+
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.service import thread_hooks
 
@@ -52,7 +54,7 @@ class PromptEvaluation(object):
         limit = self._limit
         if limit is None:
             return False
-        limit.expire()
+        limit.expire(_sorrel.end_call_in)
         return True
 
     def _interruptible(self, function, *arguments):

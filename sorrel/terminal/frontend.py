@@ -45,6 +45,7 @@ from sorrel.terminal.stack import StackCommands
 from sorrel.terminal.stepping import SteppingCommands
 from sorrel.terminal.threads import ThreadCommands
 from sorrel.terminal.typed import TypedLines
+from sorrel.terminal.waiting import WaitingPrompt
 from sorrel.terminal.watching import WatchCommands
 
 _LINES_SHOWN = 11
@@ -77,8 +78,8 @@ class Terminal(
         AliasCommands, BreakpointCommands, BreakpointStops, CatchCommands, CommandFiles,
         CommandLists, Completion, DisplayCommands, HandingOn, InteractCommand, JumpCommand,
         ListingCommands, LogpointCommands, ProcessCommands, RestartCommand, SaveCommands,
-        SkipCommands, StackCommands, SteppingCommands, ThreadCommands, TypedLines, WatchCommands,
-        Cmd):
+        SkipCommands, StackCommands, SteppingCommands, ThreadCommands, TypedLines, WaitingPrompt,
+        WatchCommands, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -154,7 +155,7 @@ class Terminal(
         return None
 
     def interrupt(self):
-        return self._evaluation.interrupt()
+        return self._evaluation.interrupt() or self.interrupt_looking() or self._is_at_prompt()
 
     def wants_post_mortem(self):
         return self._post_mortem
@@ -177,6 +178,9 @@ class Terminal(
             pass
 
     # One stop.
+
+    def _is_at_prompt(self):
+        return self._stop is not None and self._resume is None
 
     def _announce(self):
         if self._stop.thread != self._thread:

@@ -4,6 +4,7 @@ from __future__ import absolute_import
 
 from sorrel.inspection import source, stacks
 from sorrel.service import living
+from sorrel.service.stops import WAITING
 from sorrel.terminal.console import Closed
 
 
@@ -22,7 +23,7 @@ class ThreadCommands(object):
 
     def do_thread(self, argument):
         """thread [NUMBER]: look at the stack of another thread, or again at the one stopped."""
-        number = int(argument) if argument else self._threads.number(self._stop.thread)
+        number = int(argument) if argument else self._threads.number(self._thread_in_front())
         thread = self._threads.find(number)
         if thread is None:
             self._say('*** No thread %d' % number)
@@ -34,6 +35,9 @@ class ThreadCommands(object):
             return
         self._look_at(thread.ident, stack)
         self._show_frame(self._index)
+
+    def _thread_in_front(self):
+        return self.service.main_thread if self._stop.reason == WAITING else self._stop.thread
 
     def do_modules(self, argument):
         """modules: list the files whose modules were loaded since the last such list."""

@@ -162,7 +162,7 @@ class Tree(object):
 
     def guard_interrupts(self):
         """It does something in the process in front alone, whichever that is when it comes."""
-        _sorrel.guard_interrupts(self._front)
+        return _sorrel.guard_interrupts(self._front)
 
     def _wait_for_interrupts(self, processes):
         """On a busy machine one may have come to them that they have not met with yet: it was for

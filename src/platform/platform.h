@@ -34,10 +34,26 @@ void forget_beats();
 // Has Ctrl-C (SIGINT) do what is set for it now only where the number at `front`, in memory that
 // processes share and that stays, is this process's id, or that of one that has ended. Elsewhere
 // nothing happens then: not even a system call ends early. To be called again whenever something
-// else has been set for the signal, and after each that has got through. False where it cannot be.
+// else has been set for the signal. False where it cannot be.
 // Where the number there is kEndAll, Ctrl-C ends the process with exit status 0.
+// With nullptr nothing is looked at but what was given before.
 bool guard_interrupts(const volatile int32_t* front);
 constexpr int32_t kEndAll = -1;
+
+// Whether system calls go on after a Ctrl-C that gets through the guard, where they can. They do
+// not until this is said, anew after whatever else is set for the signal.
+void let_calls_go_on(bool on);
+
+// Where the guard is in force, the system call that this thread waits in ends early, by its error
+// for that. The ident is the interpreter's, of a thread that there is.
+void end_call_in(long ident);
+
+// Tells of each Ctrl-C that gets through the guard: `at_signal` is called in the signal's handler,
+// before what is set for the signal; `after` later, in a thread of the process's own in which no
+// other signal is handled. A forked child has no such thread until this is called again there.
+// False where there can be none. For the main thread: where the system has given the signal to
+// another one, the call that the main thread waits in ends as well.
+bool watch_interrupts(void (*at_signal)(), void (*after)());
 
 // Brings a process group to the foreground of a terminal of the calling process, which need not be
 // there itself. False where it cannot be.

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
+#include <semaphore.h>
 #include <signal.h>
 #include <stdio_ext.h>
 #include <strings.h>
@@ -12,6 +13,7 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -168,6 +170,30 @@ bool fill_buffer(FILE* stream) {
 const volatile int32_t* front_process = nullptr;
 // What is to happen in the process in front.
 struct sigaction guarded_action = {};
+bool calls_go_on = false;
+
+// Who is told of Ctrl-C. A forked child has a copy, and no thread.
+struct Watch {
+    void (*at_signal)();
+    void (*after)();
+    pid_t process;
+    pthread_t main_thread;
+    sem_t come;
+};
+Watch watch = {};
+
+void* run_watch(void* /*none*/) {
+    // What is started from here inherits that, and may have to be ended by end_call_in().
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+    for (;;) {
+        if (sem_wait(&watch.come) == 0) {
+            watch.after();
+        }
+    }
+}
 
 // Its parent may still be to hear of its end.
 bool has_ended(pid_t process) {
@@ -216,19 +242,85 @@ void end_system_call(void* context) {
 #endif
 }
 
-void on_interrupt(int number, siginfo_t* /*information*/, void* context) {
-    const int saved = errno;
+bool is_in_front() {
+    if (front_process == nullptr) {
+        return true;
+    }
     const pid_t front = *front_process;
     if (front == kEndAll) {
         _exit(0);
     }
-    if (front <= 0 || front == getpid() || has_ended(front)) {
-        // It comes again as soon as this returns.
+    return front <= 0 || front == getpid() || has_ended(front);
+}
+
+void do_guarded(int number, siginfo_t* information, void* context) {
+    if ((guarded_action.sa_flags & SA_SIGINFO) != 0) {
+        guarded_action.sa_sigaction(number, information, context);
+    } else if (guarded_action.sa_handler != SIG_DFL && guarded_action.sa_handler != SIG_IGN) {
+        guarded_action.sa_handler(number);
+    } else {
+        // It comes again as soon as the handler returns.
         sigaction(number, &guarded_action, nullptr);
         raise(number);
-        end_system_call(context);
+    }
+}
+
+// How many signals are under way that are only to end system calls.
+std::atomic<int> ends{0};
+
+// Whether it is one of those.
+bool is_end(const siginfo_t* information) {
+    if (information->si_code != SI_TKILL || information->si_pid != getpid()) {
+        return false;
+    }
+    int count = ends;
+    while (count > 0 && !ends.compare_exchange_weak(count, count - 1)) {
+    }
+    return count > 0;
+}
+
+void end_call_in_thread(pthread_t thread) {
+    ++ends;
+    if (pthread_kill(thread, SIGINT) != 0) {
+        --ends;
+    }
+}
+
+// True where that is not known.
+bool is_in_main_thread() {
+    return watch.process != getpid() || pthread_equal(pthread_self(), watch.main_thread) != 0;
+}
+
+// What has come, for the calling process.
+void let_through(int number, siginfo_t* information, void* context) {
+    if (watch.at_signal != nullptr) {
+        watch.at_signal();
+    }
+    do_guarded(number, information, context);
+    if (watch.process == getpid()) {
+        sem_post(&watch.come);
+        if (!is_in_main_thread()) {
+            end_call_in_thread(watch.main_thread);
+        }
+    }
+}
+
+void on_interrupt(int number, siginfo_t* information, void* context) {
+    const int saved = errno;
+    const bool is_only_end = is_end(information);
+    if (is_only_end || is_in_front()) {
+        if (!is_only_end) {
+            let_through(number, information, context);
+        }
+        if (front_process != nullptr && !calls_go_on && (is_only_end || is_in_main_thread())) {
+            end_system_call(context);
+        }
     }
     errno = saved;
+}
+
+bool is_guard(const struct sigaction& action) {
+    return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == on_interrupt;
 }
 
 // Which beats are wanted is told by their number: a thread whose number is another ends.
@@ -337,16 +429,48 @@ bool guard_interrupts(const volatile int32_t* front) {
     if (sigaction(SIGINT, nullptr, &now) != 0) {
         return false;
     }
-    front_process = front;
-    if ((now.sa_flags & SA_SIGINFO) != 0 && now.sa_sigaction == on_interrupt) {
-        return true;
+    if (front != nullptr) {
+        front_process = front;
     }
-    guarded_action = now;
+    if (!is_guard(now)) {
+        guarded_action = now;
+        calls_go_on = (now.sa_flags & SA_RESTART) != 0;
+    }
     struct sigaction guard = {};
     guard.sa_sigaction = on_interrupt;
-    guard.sa_flags = SA_RESTART | SA_SIGINFO;
+    // Where it does not get through, no call may end early.
+    guard.sa_flags = SA_SIGINFO | (front_process != nullptr || calls_go_on ? SA_RESTART : 0);
     sigemptyset(&guard.sa_mask);
     return sigaction(SIGINT, &guard, nullptr) == 0;
+}
+
+void let_calls_go_on(bool on) {
+    struct sigaction now = {};
+    if (sigaction(SIGINT, nullptr, &now) == 0 && is_guard(now)) {
+        calls_go_on = on;
+        guard_interrupts(nullptr);
+    }
+}
+
+void end_call_in(long ident) {
+    struct sigaction now = {};
+    if (sigaction(SIGINT, nullptr, &now) == 0 && is_guard(now)) {
+        end_call_in_thread(static_cast<pthread_t>(ident));
+    }
+}
+
+bool watch_interrupts(void (*at_signal)(), void (*after)()) {
+    if (watch.process == getpid()) {
+        return true;
+    }
+    watch.at_signal = at_signal;
+    watch.after = after;
+    if (sem_init(&watch.come, 0, 0) != 0 || !start_thread_without_signals(run_watch, nullptr)) {
+        return false;
+    }
+    watch.main_thread = pthread_self();
+    watch.process = getpid();
+    return true;
 }
 
 bool set_foreground_group(int terminal, int group) {

@@ -222,6 +222,12 @@ void let_forks() {}
 
 bool guard_interrupts(const volatile int32_t* /*front*/) { return false; }
 
+void let_calls_go_on(bool /*on*/) {}
+
+void end_call_in(long /*ident*/) {}
+
+bool watch_interrupts(void (* /*at_signal*/)(), void (* /*after*/)()) { return false; }
+
 bool set_foreground_group(int /*terminal*/, int /*group*/) { return false; }
 
 bool begin_beats(void (*beat)(), int milliseconds) {

@@ -9,6 +9,7 @@
 #include "sorrelmodule/deferring.h"
 #include "sorrelmodule/frame_state.h"
 #include "sorrelmodule/import_watch.h"
+#include "sorrelmodule/interrupts.h"
 #include "sorrelmodule/outermost.h"
 #include "sorrelmodule/own_threads.h"
 #include "sorrelmodule/settrace.h"
@@ -164,8 +165,13 @@ PyObject* entry_guard_interrupts(PyObject* /*self*/, PyObject* args) {
     PyObject* memory = nullptr;
     const void* front = nullptr;
     Py_ssize_t size = 0;
-    if (PyArg_ParseTuple(args, "O:guard_interrupts", &memory) == 0 ||
-        PyObject_AsReadBuffer(memory, &front, &size) != 0) {
+    if (PyArg_ParseTuple(args, "|O:guard_interrupts", &memory) == 0) {
+        return nullptr;
+    }
+    if (memory == nullptr) {
+        return PyBool_FromLong(guard_interrupts(nullptr) ? 1 : 0);
+    }
+    if (PyObject_AsReadBuffer(memory, &front, &size) != 0) {
         return nullptr;
     }
     if (static_cast<size_t>(size) < sizeof(int32_t)) {
@@ -176,6 +182,45 @@ PyObject* entry_guard_interrupts(PyObject* /*self*/, PyObject* args) {
     // The one before is let go when nothing looks at it any more.
     set_slot(shared, memory);
     return PyBool_FromLong(is_guarded ? 1 : 0);
+}
+
+PyObject* entry_let_calls_go_on(PyObject* /*self*/, PyObject* args) {
+    int on = 0;
+    if (PyArg_ParseTuple(args, "i:let_calls_go_on", &on) == 0) {
+        return nullptr;
+    }
+    let_calls_go_on(on != 0);
+    return new_none();
+}
+
+PyObject* entry_watch_interrupts(PyObject* /*self*/, PyObject* function) {
+    return PyBool_FromLong(watch_interrupts_by(function) ? 1 : 0);
+}
+
+PyObject* entry_pending_interrupts(PyObject* /*self*/, PyObject* /*args*/) {
+    return PyInt_FromLong(pending_interrupts());
+}
+
+PyObject* entry_take_interrupts(PyObject* /*self*/, PyObject* /*args*/) {
+    return PyInt_FromLong(take_interrupts());
+}
+
+PyObject* entry_note_interrupt(PyObject* /*self*/, PyObject* /*args*/) {
+    note_interrupt();
+    return new_none();
+}
+
+PyObject* entry_end_call_in(PyObject* /*self*/, PyObject* args) {
+    long ident = 0;
+    if (PyArg_ParseTuple(args, "l:end_call_in", &ident) == 0) {
+        return nullptr;
+    }
+    end_call_in(ident);
+    return new_none();
+}
+
+PyObject* entry_was_main_thread_waiting(PyObject* /*self*/, PyObject* /*args*/) {
+    return PyBool_FromLong(was_main_thread_waiting() ? 1 : 0);
 }
 
 PyObject* entry_set_foreground_group(PyObject* /*self*/, PyObject* args) {
@@ -261,13 +306,37 @@ PyMethodDef methods[] = {
      "In a forked process: the interpreter keeps what it knows of threads that are not there any "
      "more, and new ones may get their idents.  From now on theirs is 0."},
     {"guard_interrupts", entry_guard_interrupts, METH_VARARGS,
-     "guard_interrupts(memory)\n\n"
+     "guard_interrupts([memory])\n\n"
      "Has Ctrl-C do what is set for it now only where the int at the beginning of this memory, "
      "which "
      "processes share, is this process's id, or that of one that has ended.  To be called again "
-     "whenever something else has been set for the signal, and after each that has got through.  "
-     "False where it cannot be.  Where that int is -1, Ctrl-C ends the process with exit status "
-     "0."},
+     "whenever something else has been set for the signal.  False where it cannot be.  Where that "
+     "int is -1, Ctrl-C ends the process with exit status 0.  Without memory, what was given "
+     "before counts, or in no case anything but this process."},
+    {"let_calls_go_on", entry_let_calls_go_on, METH_VARARGS,
+     "let_calls_go_on(flag)\n\n"
+     "Whether system calls go on after a Ctrl-C that the guard lets through, where they can."},
+    {"watch_interrupts", entry_watch_interrupts, METH_O,
+     "watch_interrupts(function)\n\n"
+     "Has function() called after each Ctrl-C that the guard lets through, one at a time, in a "
+     "thread of the server's, if the program has threads.  None: no more.  To be called by the "
+     "main thread, and again in a forked process.  False where it cannot be."},
+    {"pending_interrupts", entry_pending_interrupts, METH_NOARGS,
+     "pending_interrupts()\n\n"
+     "How many that the guard has let through nobody has taken."},
+    {"take_interrupts", entry_take_interrupts, METH_NOARGS,
+     "take_interrupts()\n\n"
+     "Takes them; returns how many there were.  The main thread's handler is called all the same."},
+    {"note_interrupt", entry_note_interrupt, METH_NOARGS,
+     "note_interrupt()\n\n"
+     "One that is no signal is about to be handled, too."},
+    {"end_call_in", entry_end_call_in, METH_VARARGS,
+     "end_call_in(ident)\n\n"
+     "The system call that the thread with this ident waits in ends early, as by a signal, where "
+     "the guard is in force."},
+    {"was_main_thread_waiting", entry_was_main_thread_waiting, METH_NOARGS,
+     "was_main_thread_waiting()\n\n"
+     "Whether the main thread was without the interpreter lock when the last one came."},
     {"set_foreground_group", entry_set_foreground_group, METH_VARARGS,
      "set_foreground_group(terminal, group)\n\n"
      "Brings a process group to the foreground of a terminal, whose descriptor this is, of the "

@@ -59,6 +59,25 @@ void set_thread_error() {
 
 }  // namespace
 
+void call_in_own_thread(PyInterpreterState* interpreter, PyObject* (*called)()) {
+    hold_forks();
+    PyThreadState* const thread = _PyThreadState_Prealloc(interpreter);
+    if (thread != nullptr) {
+        _PyThreadState_Init(thread);
+    }
+    let_forks();
+    if (thread == nullptr) {
+        return;
+    }
+    PyEval_AcquireThread(thread);
+    const Ref function = Ref::share(called());
+    if (function && !Ref::steal(PyObject_CallObject(function.get(), nullptr))) {
+        report_error(function.get());
+    }
+    PyThreadState_Clear(thread);
+    PyThreadState_DeleteCurrent();
+}
+
 int start_own_thread(PyObject* function) {
     auto* const start =
         can_hold_forks() ? static_cast<Start*>(PyMem_Malloc(sizeof(Start))) : nullptr;

@@ -12,6 +12,11 @@ namespace morvik {
 // MemoryError set.
 int start_own_thread(PyObject* function);
 
+// The same in the calling thread, which is none that the interpreter knows, and until the function
+// has returned. `called` says what that is, once the thread has the interpreter lock; where it
+// answers nullptr, nothing is called. There must have been threads before, and can_hold_forks().
+void call_in_own_thread(PyInterpreterState* interpreter, PyObject* (*called)());
+
 }  // namespace morvik
 
 #endif

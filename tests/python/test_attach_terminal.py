@@ -25,12 +25,12 @@ class TestCase(attach_session.TestCase):
         self.persons_folder = self.here = os.path.join(self.folder, 'home')
         os.mkdir(self.persons_folder)
 
-    def terminal(self, program, **streams):
+    def terminal(self, program, variables={}, **streams):
         """The process of a person who attaches to the program."""
         process = subprocess.Popen(
             [harness.launcher(), '-m', 'sorrel.main', 'attach'] + self.options + [
                 str(program.pid)], cwd=self.here,
-            env=dict(os.environ, HOME=self.persons_folder), **streams)
+            env=dict(os.environ, HOME=self.persons_folder, **variables), **streams)
         self.opened(dap_session.Ended(process))
         return process
 
@@ -61,7 +61,7 @@ class AttachTest(TestCase):
     def test_characters_are_those_of_the_persons_terminal(self):
         program = self.run_unaware(WORK, self.flag)
         out = self.typed(program, 'p u"\xe9"', 'def f(): raise ValueError(u"\xe9")', '', 'p f()',
-                         env=dict(os.environ, PYTHONIOENCODING='latin-1'))
+                         variables={'PYTHONIOENCODING': 'latin-1'})
         self.assert_in(PROMPT + "u'\\xe9'\n", out)
         self.assert_in('*** ValueError: \xe9\n', out)
         os.unlink(self.flag)

@@ -169,7 +169,7 @@ over = 1
         self.screen.read_to('reads\r\n')
         time.sleep(0.5)
         self.screen.interrupt()
-        self.assert_in('--Interrupted--\n> prog.py(6)', self.prompt())
+        self.assert_in('--Interrupted--\n> prog.py(5)', self.prompt())
 
     def test_ctrl_c_at_a_prompt_is_not_for_new_programs(self):
         harness.need_interpreter_alone(self)
