@@ -70,6 +70,13 @@ class Console(object):
         except (IOError, ValueError):
             raise Closed
 
+    def flush(self):
+        """Has the person see what was written."""
+        try:
+            self._stdout.flush()
+        except (IOError, ValueError):
+            raise Closed
+
     def read_line(self, prompt, complete):
         """The next line without its line end; None at the end of input.
 
