@@ -15,7 +15,7 @@ from sorrel.remote.commands import RemoteCommands
 from sorrel.remote.connection import Lost
 from sorrel.remote.exceptions import Exceptions
 from sorrel.remote.places import Places
-from sorrel.remote.session import Interrupted, PATIENCE, Session
+from sorrel.remote.session import Interrupted, PATIENCE, Session, Silent
 from sorrel.remote.sources import entry_of, Sources
 from sorrel.remote.values import ValueCommands
 from sorrel.service import exceptions
@@ -160,7 +160,7 @@ class RemoteTerminal(
             program = self._introduction()
             self.service.exceptions.tell()
             self._session.ask('configurationDone')
-        except Lost as error:
+        except (Lost, Silent) as error:
             raise RefusedByProgram(u'no program that can be debugged answers at %s: %s' % (
                 text(self._reached.name), error))
         except Interrupted:
@@ -442,8 +442,10 @@ class RemoteTerminal(
         """The Entries of a thread, the innermost last; count: of the innermost, 0 for all."""
         try:
             shown = self._session.ask('stackTrace', threadId=thread, levels=count)['stackFrames']
+        except Silent:
+            raise
         except RefusedByProgram:
-            return []
+            return []  # It is running.
         return [entry_of(frame) for frame in reversed(shown)]
 
     def _place(self, entry):

@@ -71,6 +71,6 @@ class Places(object):
         """That of a function that is known where the program is; None where it is not."""
         try:
             path, line = ast.literal_eval(self._value_text(_FIRST_LINE % name))
-        except (RefusedByProgram, ValueError, SyntaxError):
+        except (RefusedByProgram, SyntaxError, TypeError, ValueError):
             return None
         return Place(path, line)

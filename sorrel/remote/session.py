@@ -5,6 +5,7 @@ from __future__ import absolute_import
 import collections
 import time
 
+from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 from sorrel.remote import shapes
 from sorrel.remote.connection import Connection, Lost
@@ -13,11 +14,17 @@ from sorrel.remote.connection import Connection, Lost
 # for that has been cancelled, in seconds.
 PATIENCE = 10.0
 _CANCEL_PATIENCE = 3.0
+# Of what may run code of the program, nobody knows how long it takes.
+_RUN_CODE = frozenset(('evaluate', 'variables', 'exceptionInfo', 'completions'))
 _now = time.time
 
 
 class Interrupted(Exception):
     """Ctrl-C, while the program was waited for."""
+
+
+class Silent(Refused):
+    """There is no answer in time."""
 
 
 class Session(object):
@@ -28,7 +35,8 @@ class Session(object):
         self._connection = Connection(connected)
         self._show_output = show_output
         self._last_seq = 0
-        self._answers = {}
+        # The number of the request whose answer is waited for, and that.
+        self._awaited = self._response = None
         self._events = collections.deque()
         self._is_interrupted = False
 
@@ -50,17 +58,13 @@ class Session(object):
         self._send(command, arguments)
 
     def ask(self, command, **arguments):
-        """The body of the answer. Raises Refused, with what the program says."""
-        return self._answer(command, self._send(command, arguments), PATIENCE)
+        """The body of the answer. Raises Refused, with what the program says; Silent."""
+        return self._answer(command, self._send(command, arguments),
+                            None if command in _RUN_CODE else PATIENCE)
 
     def evaluate(self, expression, context, frame):
-        """The same for an evaluate request, which may take as long as it likes.
-
-        frame: the number of a frame.
-        """
-        return self._answer('evaluate', self._send('evaluate', {
-            'expression': expression.decode('utf-8', 'replace'), 'context': context,
-            'frameId': frame}), None)
+        """The same for an evaluate request. frame: the number of a frame."""
+        return self.ask('evaluate', expression=text(expression), context=context, frameId=frame)
 
     def next_event(self, seconds=None):
         """(name, body) of the next event that is no output; None where none comes in time.
@@ -82,20 +86,21 @@ class Session(object):
         return self._last_seq
 
     def _answer(self, command, seq, patience):
+        self._awaited, self._response = seq, None
         until = None if patience is None else _now() + patience
         is_cancelled = False
-        while seq not in self._answers:
+        while self._response is None:
             if not self._take(until) and until is not None and _now() >= until:
                 break
             if self.take_interrupt() and not is_cancelled:
                 is_cancelled = True
                 until = _now() + _CANCEL_PATIENCE
                 self._send('cancel', {'requestId': seq})
-        response = self._answers.pop(seq, None)
+        response, self._awaited = self._response, None
         if is_cancelled:
             raise Interrupted
         if response is None:
-            raise Lost(u'it has not answered "%s" within %d seconds' % (command, patience))
+            raise Silent(u'it has not answered "%s" within %d seconds' % (command, patience))
         if not response['success']:
             raise Refused(response.get('message') or u'it has refused "%s"' % command)
         return shapes.answer_to(command, response)
@@ -109,7 +114,8 @@ class Session(object):
         kind = message['type']
         if kind == 'response':
             shapes.check_response(message)
-            self._answers[message['request_seq']] = message
+            if message['request_seq'] == self._awaited:
+                self._response = message
         elif kind == 'event':
             self._take_event(*shapes.of_event(message))
         elif kind == 'request':

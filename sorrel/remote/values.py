@@ -51,7 +51,7 @@ class ValueCommands(object):
 
     def show_source(self, expression):
         """That of the function, method, class or module that an expression stands for."""
-        lines, first = ast.literal_eval(self._value_text(_SOURCE_LINES % expression))
+        lines, first = self._computed(_SOURCE_LINES, expression, tuple)
         for number, line in enumerate(lines, first or 1):
             self._say_line(number, line, False)
 
@@ -76,15 +76,18 @@ class ValueCommands(object):
         return self._session.evaluate(
             expression, 'clipboard', self._frame().id)['result'].encode('utf-8')
 
-    def _computed(self, template, expression):
-        """A text that the program makes of an expression."""
+    def _computed(self, template, expression, kind=str):
+        """What the program makes of an expression, of this type. Raises Refused."""
         if not expression:
             return self._value_text(expression)  # The error that it is.
         made = self._value_text(template % expression)
         try:
-            return str(ast.literal_eval(made))
+            value = ast.literal_eval(made)
         except (ValueError, SyntaxError):
+            value = None
+        if not isinstance(value, kind):
             raise Refused(u'it has answered: %s' % text(made))
+        return value
 
     def _show_locals(self, frame, indent=''):
         for name, value in sorted(self._variables(frame)):

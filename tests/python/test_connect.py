@@ -232,9 +232,16 @@ class NonsenseTest(connect_session.TestCase):
                        'no array', self.seen_of(say))
 
     def test_answers_that_do_not_come(self):
-        self.assertEqual(
-            self.seen_of(lambda peer: peer.tell('stopped', reason='step', threadId=1), '', 1),
-            '*** The connection is lost: it has not answered "stackTrace" within 1 seconds.\n')
+        impostor = self.opened(connect_session.Impostor())
+        process = self.start_client(impostor.place, 1)
+        peer = impostor.accept()
+        peer.let_in()
+        peer.tell('stopped', reason='step', threadId=1)
+        out, errors, status = self.finish(process, 'p 1\n')
+        self.assertEqual((out.partition('Ctrl-D leaves it.\n')[2], errors, status), (
+            '*** it has not answered "stackTrace" within 1 seconds\n'
+            '(sorrel) *** the thread runs no code of the program\n'
+            '(sorrel) \nDetached: the program runs on.\n', '', 0))
 
     def test_requests_to_the_client_are_refused(self):
         def say(peer):
