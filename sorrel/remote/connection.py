@@ -6,14 +6,11 @@ A program lets a client go that does not read; a person at the prompt may think 
 from __future__ import absolute_import
 
 import collections
-import fcntl
-import os
 import select
 import thread
 
 from sorrel.adapter.connection import ToProgram
-
-_DRAINED_AT_ONCE = 4096
+from sorrel.server.network.wakeup import Wakeup
 
 
 class Lost(Exception):
@@ -27,8 +24,7 @@ class Connection(object):
         self._program = ToProgram(connected)
         self._received = collections.deque()
         self._is_over = False
-        self._ready, self._wake = _pipe()
-        self._end, self._ended = _pipe()
+        self._ready, self._end = Wakeup(), Wakeup()
         self._is_read = thread.allocate_lock()
         self._is_read.acquire()
         thread.start_new_thread(self._read, ())
@@ -45,9 +41,9 @@ class Connection(object):
         is_over = self._is_over
         if not self._received and not is_over:
             try:
-                if select.select([self._ready], [], [], seconds)[0]:
-                    os.read(self._ready, _DRAINED_AT_ONCE)
-            except (select.error, OSError):
+                if select.select([self._ready.descriptor.number], [], [], seconds)[0]:
+                    self._ready.clear()
+            except select.error:
                 pass  # A signal; its handler has called wake().
             is_over = self._is_over
         if self._received:
@@ -59,23 +55,20 @@ class Connection(object):
 
     def wake(self):
         """Ends a receive(), the next one where there is none; from any thread."""
-        try:
-            os.write(self._wake, '.')
-        except OSError:
-            pass  # Full: it is about to end.
+        self._ready.wake()
 
     def close(self):
-        os.close(self._ended)
+        self._end.wake()
         self._is_read.acquire()
         self._program.close()
-        for descriptor in self._ready, self._wake, self._end:
-            os.close(descriptor)
+        for wakeup in self._ready, self._end:
+            wakeup.descriptor.close()
 
     def _read(self):
+        end = self._end.descriptor.number
         try:
             while not self._program.is_lost:
-                readable = select.select([self._program, self._end], [], [])[0]
-                if self._end in readable:
+                if end in select.select([self._program, end], [], [])[0]:
                     break
                 self._received.extend(self._program.read())
                 self.wake()
@@ -83,12 +76,3 @@ class Connection(object):
             self._is_over = True
             self.wake()
             self._is_read.release()
-
-
-def _pipe():
-    ends = os.pipe()
-    for descriptor in ends:
-        fcntl.fcntl(descriptor, fcntl.F_SETFL, fcntl.fcntl(descriptor, fcntl.F_GETFL)
-                    | os.O_NONBLOCK)
-        fcntl.fcntl(descriptor, fcntl.F_SETFD, fcntl.FD_CLOEXEC)
-    return ends
