@@ -75,7 +75,7 @@ class RemoteCommands(object):
     def _exceptions_at_hand(self):
         """What the protocol says of each, the one that has stopped the thread first."""
         details = self._session.ask('exceptionInfo', threadId=self._stop.thread).get('details')
-        while isinstance(details, dict):
+        while details is not None:
             yield details
             details = (details.get('innerException') or [None])[0]
 

@@ -10,6 +10,7 @@ _SOURCE = {'name?': unicode, 'path?': unicode, 'sourceReference?': int}
 _BREAKPOINT = {'id?': int, 'verified': bool, 'message?': unicode, 'line?': int, 'source?': _SOURCE}
 _BREAKPOINTS = {'breakpoints': [_BREAKPOINT]}
 _DETAILS = {'message?': unicode, 'stackTrace?': unicode}
+_DETAILS['innerException?'] = [_DETAILS]
 _MODULE = {'module': {'path?': unicode}, 'reason': unicode}
 
 _ANSWERS = {
