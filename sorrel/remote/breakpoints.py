@@ -34,7 +34,7 @@ class Breakpoint(object):
         # The program's number of it; why it is not set there.
         self.id = self.lack = self.refusal = None
         self.path = self.line = self.waits_for = None
-        # Of a function that is known by its name alone, to be found again.
+        # It is saved by its line.
         self.name = None
 
     def is_in_no_file(self):
@@ -53,23 +53,22 @@ class Breakpoint(object):
         return told
 
     def take(self, answer):
-        """What the program says of it, in an answer or an event."""
+        """What the program says of it, in an answer or an event. Refused, it is where it was."""
         self.id = answer.get('id')
-        said = answer.get('message', u'it cannot be set').encode('utf-8')
-        self.lack = self.refusal = self.waits_for = None
+        self.refusal = None
         path = answer.get('source', {}).get('path')
-        self.path = path.encode('utf-8') if path is not None else self.place.path
-        self.line = answer.get('line')
-        if answer['verified'] and self.path is not None and self.line is not None:
+        path = path.encode('utf-8') if path is not None else self.place.path
+        line = answer.get('line')
+        if answer['verified'] and path is not None and line is not None:
+            self.path, self.line, self.waits_for, self.lack = path, line, None, None
             return
-        self.path = self.line = None
-        self.waits_for = self.named
+        said = answer.get('message', u'it cannot be set').encode('utf-8')
         if said == capabilities.WAITING:
-            self.lack = _NOT_LOADED
-        elif self.place.path is None and '.' in self.place.name:
-            self.lack = said
-        else:
+            said = _NOT_LOADED
+        elif self.place.path is not None or '.' not in self.place.name:
             self.refusal = said
+            return
+        self.path, self.line, self.waits_for, self.lack = None, None, self.named, said
 
 
 class Breakpoints(object):
@@ -102,9 +101,10 @@ class Breakpoints(object):
                           message)
         self._known.append(made)
         self._tell(made)
-        if made.refusal is not None:
+        refusal = made.refusal
+        if refusal is not None:
             self.remove(made)
-            raise Refused(made.refusal)
+            raise Refused(refusal)
         self._last_number += 1
         return made
 
@@ -113,8 +113,13 @@ class Breakpoints(object):
         self._tell(breakpoint)
 
     def enable(self, breakpoint, is_enabled):
+        """Raises Refused."""
         breakpoint.enabled = is_enabled
         self._tell(breakpoint)
+        if breakpoint.refusal is not None:
+            refusal, breakpoint.enabled = breakpoint.refusal, False
+            self._tell(breakpoint)
+            raise Refused(refusal)
 
     def set_ignore_count(self, breakpoint, count):
         breakpoint.ignore_count = count
@@ -149,6 +154,7 @@ class Breakpoints(object):
 
     def _tell(self, changed):
         """Has the program set all that are in the file of this one, or at functions as it."""
+        changed.refusal = None
         path = changed.place.path
         told = [one for one in self._known if one.enabled and one.place.path == path]
         asked = [one.asked() for one in told]

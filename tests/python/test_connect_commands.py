@@ -261,6 +261,13 @@ class BreakpointTest(TestCase):
         self.assertEqual(answers[6], '> prog.py(18)<module>()\n-> shop.sell(turn)\n')
         self.assertEqual(answers[8], 'The program ended with exit status 0.\n')
 
+    def test_a_condition_that_is_none_keeps_a_disabled_one_disabled(self):
+        answers = self.commands(CALLS, 'b 17', 'disable 1', 'condition 1 1 +', 'enable 1', 'b',
+                                'condition 1 turn', 'enable', 'c', 'p turn')
+        self.assertEqual(answers[3][:40], '*** the condition is no expression: unex')
+        self.assert_in('no    at prog.py:17\n\tstop only if 1 +\n', answers[4])
+        self.assertEqual(answers[8], '1\n')
+
     def test_commands_and_logpoints(self):
         answers = self.commands(
             CALLS, 'logpoint 17, turn is {turn}', 'b 18', 'commands', 'silent', 'p turn * 10',
