@@ -26,15 +26,17 @@ _SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--no-color] [--just-my-code] 
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
-       python -m sorrel --pid PID [--just-my-code]'''
+       python -m sorrel --pid PID [--just-my-code]
+       python -m sorrel --connect PLACE [--token-file FILE]'''
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
-Protocol that come to a port. Or, in the terminal, one that runs already. The interpreter is started
-anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
+Protocol that come to a port. Or, in the terminal, one that runs already, or that listens. The
+interpreter is started anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
 _USAGE = '''%prog terminal [--module] [--tty DEVICE] [--no-color] [--just-my-code]
              [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog attach [--just-my-code | --handshake FILE] PID
+       %prog connect [--token-file FILE] (PLACE | PID)
        %prog dap
        %prog demo (ledger | bills)'''
 _DESCRIPTION = '''Debugs a Python program: in the terminal; by clients of the Debug Adapter Protocol that
@@ -45,6 +47,8 @@ _INPUT_NOTE = '''Commands are read from the standard input. With --tty /dev/tty 
 terminal, and the standard input is the program's alone.
 '''
 _DEMOS = ('ledger', 'bills')
+# What commands are about that are about no program.
+_NEEDED = {'demo': 'demo', 'attach': 'process id', 'connect': 'place'}
 
 
 class _OptionParser(optparse.OptionParser):
@@ -123,8 +127,15 @@ def _parse_short(arguments):
     _add_interpreter_options(parser)
     _add_kinds(parser)
     parser.add_option('--pid', help='debug the program that runs in this process')
+    parser.add_option('--connect', metavar='PLACE',
+                      help='debug the program that listens at [HOST:]PORT, or at unix:PATH')
     parser.set_defaults(handshake=None)
     options, words = parser.parse_args(arguments)
+    if options.connect is not None:
+        if words or [name for name, value in vars(options).items()
+                     if value and name not in ('connect', 'token_file')]:
+            parser.error('--connect goes with nothing but --token-file')
+        return 'connect', options, [options.connect]
     if options.pid is not None:
         _check_process_id(options.pid, parser)
         if words or [name for name, value in vars(options).items()
@@ -147,7 +158,7 @@ def _parse_short(arguments):
 def _parse(arguments):
     parser = _parser(_USAGE, _DESCRIPTION)
     words = parser.parse_args(arguments)[1]
-    if not words or words[0] not in ('terminal', 'serve', 'attach', 'dap', 'demo'):
+    if not words or words[0] not in ('terminal', 'serve', 'attach', 'connect', 'dap', 'demo'):
         parser.error('unknown command: %s' % words[0] if words else 'needs a command')
     command = words[0]
     if command in ('terminal', 'serve'):
@@ -165,17 +176,18 @@ def _parse(arguments):
     if command == 'attach':
         parser.add_option('--handshake', metavar='FILE',
                           help='let the program find the one client in FILE')
+    if command == 'connect':
+        parser.add_option('--token-file', metavar='FILE', help='show the token in FILE')
     options, words = parser.parse_args(words[1:])
     if command == 'demo' and words and words[0] not in _DEMOS:
         parser.error('unknown demo: %s' % words[0])
     if not words and command != 'dap':
-        parser.error('needs a %s' % {'demo': 'demo', 'attach': 'process id'}.get(
-            command, 'program'))
+        parser.error('needs a %s' % _NEEDED.get(command, 'program'))
     if command == 'attach':
         _check_process_id(words[0], parser)
         if options.just_my_code and options.handshake is not None:
             parser.error('--just-my-code is for the terminal: clients say so themselves')
-    if command == 'dap' and words or command in ('demo', 'attach') and len(words) > 1:
+    if command == 'dap' and words or command in ('demo', 'attach', 'connect') and len(words) > 1:
         parser.error('unexpected argument: %s' % words[-1])
     if command in ('terminal', 'serve'):
         _check_hooks(options, parser)
@@ -278,6 +290,22 @@ def _attach(pid, handshake, just_my_code):
     return 0
 
 
+def _connect(place, token_file):
+    from sorrel.common.decoding import text
+    from sorrel.protocol.messages import Refused
+    from sorrel.remote import frontend, reaching
+    try:
+        return frontend.RemoteTerminal(reaching.reach(place, token_file)).run()
+    except Refused as error:
+        sys.stderr.write('sorrel: %s\n' % text(error).encode('utf-8'))
+        return 1
+    except reaching.BadPlace as error:
+        sys.stderr.write('sorrel: %s\n' % error)
+        return 2
+    except KeyboardInterrupt:
+        return 1  # It was still on its way.
+
+
 def _play(name):
     from sorrel.service import runner
     from sorrel.terminal import demo, recordings
@@ -327,6 +355,8 @@ def _run(command, options, words, start_words):
         return _play(words[0])
     if command == 'attach':
         return _attach(int(words[0]), options.handshake, options.just_my_code)
+    if command == 'connect':
+        return _connect(words[0], options.token_file)
     if command == 'serve':
         return _serve(options, words[0], words[1:])
     return _debug(options, words[0], words[1:])

@@ -21,6 +21,9 @@ usage: ./morvik COMMAND [OPTIONS]
       --post-mortem                       wait for one when an exception has ended it
       --token-file FILE | --no-token      what they have to show instead of a new token
   attach [--python EXE] [--just-my-code] PID  debug a program that runs already
+  connect [--python EXE] [HOST:]PORT      debug one that listens, in the terminal
+  connect ... unix:PATH | PID             the same, at a socket, or in a process
+      --token-file FILE                   what to show instead of the token that is found
   dap [--python EXE]                      be an editor's debug adapter (docs/dap.md)
   install [--python EXE] [--target DIR]   install for EXE, or where PYTHONPATH leads (docs/installing.md)
   uninstall [--python EXE] [--target DIR] take it away again
@@ -222,6 +225,14 @@ command_attach() {
     in_host "$exe" '' -m sorrel.main attach ${just_my_code:+--just-my-code} "${rest[@]}"
 }
 
+command_connect() {
+    local exe
+    read_options --token-file -- "$@"
+    ((${#rest[@]} == 1)) || usage_error "connect needs a port, a socket or a process id"
+    exe=$(one_host) || exit
+    in_host "$exe" '' -m sorrel.main connect "${token[@]}" -- "${rest[0]}"
+}
+
 # python_of_adapter: what runs the adapter, which needs nothing that is built: the one named, else
 # the one that programs are launched with by default, else any that is on the path.
 python_of_adapter() {
@@ -383,7 +394,7 @@ main() {
     local command=${1:-help}
     (($# == 0)) || shift
     case $command in
-        setup | build | python | run | attach | dap | demo | test | bench | \
+        setup | build | python | run | attach | connect | dap | demo | test | bench | \
             install | uninstall | wheel | sdist) "command_$command" "$@" ;;
         help | --help | -h) command_help ;;
         *) usage_error "unknown command: $command" ;;

@@ -56,11 +56,13 @@ class ToClient(object):
 
 
 class ToProgram(object):
-    """is_lost: whether the program has hung up, or does not read, or says what is no message."""
+    """is_lost: whether the program has hung up, or does not read, or says what is no message; that
+    last is `is_broken`.
+    """
 
     def __init__(self, connected):
         connected.settimeout(_DEAF_PATIENCE)
-        self.is_lost = False
+        self.is_lost = self.is_broken = False
         self._socket = connected
         self._decoder = messages.Decoder(messages.FROM_PROGRAM)
 
@@ -73,7 +75,9 @@ class ToProgram(object):
             data = self._socket.recv(_READ_AT_ONCE)
             if data:
                 return self._decoder.feed(data)
-        except (socket.error, messages.Broken):
+        except messages.Broken:
+            self.is_broken = True
+        except socket.error:
             pass
         self.is_lost = True
         return []

@@ -105,5 +105,6 @@ class ProcessAttach(object):
 
 
 def _last_complaint(written):
-    lines = written.splitlines()
+    # A debug build says one thing more as it ends.
+    lines = [line for line in written.splitlines() if not line.endswith(' refs]')]
     return lines[-1].partition(': ')[2] or lines[-1] if lines else ''

@@ -97,8 +97,8 @@ def _tree(source, mode, frame, flags=0):
 
 
 def _flags(frame):
-    # Understood as the frame's own module understands its source.
-    return frame.f_code.co_flags & _FUTURE_FLAGS
+    # Understood as the frame's own module understands its source; None where that is not here.
+    return frame.f_code.co_flags & _FUTURE_FLAGS if frame is not None else 0
 
 
 class _Text(object):

@@ -2,6 +2,8 @@
 
 # The ways of stopping at exceptions.
 RAISED, UNCAUGHT, USER_UNHANDLED, PRINTED = 'raised', 'uncaught', 'userUnhandled', 'printed'
+# What is said of a breakpoint that has no code yet.
+WAITING = 'Waits for its module to be loaded.'
 
 
 def announced():

@@ -1,4 +1,4 @@
-"""What the arguments of requests have to look like.
+"""What the arguments of requests have to look like, and other parts of messages.
 
 A shape is a type, a set of words, a list of one shape for an array of any length, a Mapping, a
 Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name says
@@ -85,6 +85,11 @@ def checked(request):
     arguments = request.get('arguments')
     return _checked(_SHAPES.get(request['command'], {}),
                     {} if arguments is None else arguments, u'arguments')
+
+
+def conforming(shape, value, name):
+    """A value of this shape, objects without what is null. Raises Refused, which calls it so."""
+    return _checked(shape, value, name)
 
 
 def _checked(shape, value, name):

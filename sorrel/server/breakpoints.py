@@ -6,12 +6,11 @@ from sorrel.common import text_files
 from sorrel.common.decoding import text
 from sorrel.inspection import file_code, log_messages, source
 from sorrel.languages import sublanguages
+from sorrel.protocol import capabilities
 from sorrel.protocol.messages import Refused
 from sorrel.server.stopped import hit_conditions
 from sorrel.service import breakpoints, conditions, locations
 from sorrel.service.stops import is_at_line
-
-_WAITING = 'Waits for its module to be loaded.'
 
 
 class Breakpoint(object):
@@ -35,7 +34,7 @@ class Breakpoint(object):
     def set_verified(self, is_verified):
         self.is_verified = is_verified
         self.is_waiting = not is_verified
-        self.message = None if is_verified else _WAITING
+        self.message = None if is_verified else capabilities.WAITING
 
 
 class Breakpoints(object):

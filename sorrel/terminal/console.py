@@ -97,6 +97,10 @@ class Console(object):
 
     def write_at_once(self, text):
         self.write(text)
+        self.flush()
+
+    def flush(self):
+        """Has the person see what was written."""
         try:
             self._stdout.flush()
         except (IOError, ValueError):

@@ -4,10 +4,8 @@ from __future__ import absolute_import
 
 import __future__
 import inspect
-import itertools
 import os
 import pprint
-import re
 import repr as shortened
 import sys
 from cmd import Cmd
@@ -19,9 +17,9 @@ from sorrel.languages import sublanguages
 from sorrel.service import exceptions
 from sorrel.service.service import Service
 from sorrel.service.stops import (
-    DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, TRACEBACK, evaluator)
+    DETACH, INTERRUPTED, POST_MORTEM, QUIT, RAISED, Resume, RETURNED, evaluator)
 from sorrel.service.thread_numbers import Threads
-from sorrel.terminal import layout, syntax
+from sorrel.terminal import layout, titles
 from sorrel.terminal.aliases import AliasCommands
 from sorrel.terminal.breakpoint_stops import BreakpointStops
 from sorrel.terminal.breakpoints import BreakpointCommands
@@ -37,7 +35,9 @@ from sorrel.terminal.interaction import InteractCommand
 from sorrel.terminal.jumping import JumpCommand
 from sorrel.terminal.listings import ListingCommands
 from sorrel.terminal.logpoints import LogpointCommands
+from sorrel.terminal.looking import LookingCommands
 from sorrel.terminal.processes import ProcessCommands
+from sorrel.terminal.prompt import PromptLines
 from sorrel.terminal.restarting import RestartCommand
 from sorrel.terminal.saving import SaveCommands
 from sorrel.terminal.skipping import SkipCommands
@@ -48,19 +48,9 @@ from sorrel.terminal.typed import TypedLines
 from sorrel.terminal.waiting import WaitingPrompt
 from sorrel.terminal.watching import WatchCommands
 
-_LINES_SHOWN = 11
-_DETACH = 'Detach, and let the program run on by itself? (y or n) '
 _PRINTS_BY_FUNCTION = __future__.print_function.compiler_flag
 # In place of the thread that stopped last, when that has ended.
 _ENDED = object()
-
-_RAISED = {
-    exceptions.UNHANDLED: '--Unhandled exception--',
-    exceptions.USER_UNHANDLED: '--Exception that leaves your own code--',
-    exceptions.PRINTED: '--Exception that is printed--',
-    exceptions.ALWAYS: '--Exception--',
-    POST_MORTEM: '--Post-mortem: the program has ended--',
-    TRACEBACK: '--Post-mortem--'}
 
 
 def over_service(console, post_mortem=False):
@@ -77,9 +67,9 @@ def over_service(console, post_mortem=False):
 class Terminal(
         AliasCommands, BreakpointCommands, BreakpointStops, CatchCommands, CommandFiles,
         CommandLists, Completion, DisplayCommands, HandingOn, InteractCommand, JumpCommand,
-        ListingCommands, LogpointCommands, ProcessCommands, RestartCommand, SaveCommands,
-        SkipCommands, StackCommands, SteppingCommands, ThreadCommands, TypedLines, WaitingPrompt,
-        WatchCommands, Cmd):
+        ListingCommands, LogpointCommands, LookingCommands, ProcessCommands, PromptLines,
+        RestartCommand, SaveCommands, SkipCommands, StackCommands, SteppingCommands, ThreadCommands,
+        TypedLines, WaitingPrompt, WatchCommands, Cmd):
     """Commands find here: `_stop`, where the program has stopped; `_evaluator`, for what is typed
     there; `_stack`, the entries of the stack that is looked at, and `_index`, which of them;
     `_shown_thread`, whose stack that is.
@@ -195,7 +185,7 @@ class Terminal(
             self._say('--Return--')
         elif self._stop.reason == RAISED:
             if self._stop.policy is not None:
-                self._say(_RAISED[self._stop.policy])
+                self._say(titles.RAISED[self._stop.policy])
             self._say(errors.whole_text(*self._stop.argument[:2]))
             for cause in causes.of(self._stop.argument):
                 self._say('Raised while handling ' + errors.error_text(*cause[:2]))
@@ -209,10 +199,6 @@ class Terminal(
         if self._is_sticky:
             self.do_longlist('')
         self._show_displays()
-
-    def _agreed(self, question):
-        answer = self._console.read_line(question, None)
-        return answer is not None and _is_yes(answer)
 
     def _one_command(self):
         process = os.getpid()
@@ -231,42 +217,17 @@ class Terminal(
         if os.getpid() != process:
             raise Closed  # It has been forked, here: the person talks to its parent.
 
-    def parseline(self, line):
-        line = line.strip()
-        name, rest = syntax.split(line)
-        if not hasattr(self, 'do_' + name) or not syntax.is_command(name, rest.strip()) \
-                or syntax.is_statement(name, rest, self._is_variable(syntax.typed_word(line)[0])):
-            return '', None, line
-        return name, rest.strip(), line
+    def _execute(self, text):
+        self._try(self._evaluator.statement, text, self._frame(), self._show_value)
 
-    def default(self, line):
-        complaint = self._complaint(line)
-        if complaint is not None:
-            self._say('*** ' + complaint)
-        else:
-            self._try(self._evaluator.statement, line.lstrip('!'), self._frame(), self._show_value)
+    def _is_known(self, name):
+        return name in self._evaluator.names or evaluation.is_of_program(name, self._frame())
 
-    def is_statement(self, line):
-        return bool(line) and not self.parseline(line)[0] and self._complaint(line) is None
+    def _is_whole(self, text):
+        return evaluation.is_whole(text, self._frame())
 
-    def _complaint(self, line):
-        """Why a line that is no command cannot be a statement either; None where it can be one."""
-        name, rest = syntax.split(line)
-        if not name or name.startswith('_') or syntax.goes_on(rest):
-            return None
-        command = getattr(self, 'do_' + name, None)
-        if command is not None:
-            if not rest.strip() and self._is_variable(syntax.typed_word(line)[0]):
-                return None
-            return 'Usage: ' + inspect.getdoc(command).partition(':')[0]
-        if syntax.is_keyword(name) or name in self._evaluator.names \
-                or evaluation.is_of_program(name, self._frame()):
-            return None
-        meant = syntax.like(name, self.command_names())
-        return 'No such command: %s%s' % (name, '. Did you mean %s?' % meant if meant else '')
-
-    def command_names(self):
-        return set(name[3:] for name in self.get_names() if name.startswith('do_'))
+    def _is_begun(self, text):
+        return evaluation.is_begun(text, self._frame())
 
     def _is_variable(self, name):
         frame = self._frame()
@@ -288,36 +249,9 @@ class Terminal(
         if self._has_ended():
             self._resume = Resume(DETACH)
             return
-        if self._console.name is not None:
-            # A terminal that is gone answers with another end of input.
-            answer = self._console.read_line(_DETACH, None)
-            if answer is not None and not _is_yes(answer):
-                return
-            if answer is None:
-                self._say('')
-        self.do_detach('')
+        self._leave_at_end_of_input()
 
     # Commands that show.
-
-    def do_up(self, argument):
-        """up, u [COUNT]: go to the frame that called this one."""
-        self._go_to(self._index - int(argument or 1), 'Oldest frame')
-
-    def do_down(self, argument):
-        """down, d [COUNT]: go to the frame that this one has called."""
-        self._go_to(self._index + int(argument or 1), 'Newest frame')
-
-    def do_list(self, argument):
-        """list, l [FIRST [LAST]]: show source lines, by default around this one, then those after.
-
-        A LAST smaller than FIRST is a number of lines.
-        """
-        numbers = [int(number) for number in re.findall(r'\d+', argument)]
-        first = self._first_listed(numbers)
-        last = first + _LINES_SHOWN - 1
-        if len(numbers) == 2:
-            last = numbers[1] if numbers[1] >= first else first + numbers[1]
-        self._list(first, last)
 
     def do_args(self, argument):
         """args, a: show this function's arguments."""
@@ -344,33 +278,16 @@ class Terminal(
         """whatis EXPRESSION: show its type."""
         self._try(lambda: self._say(_kind(self._value(argument))))
 
-    def do_help(self, argument):
-        """help, h, ? [COMMAND]: this list, or more about a command."""
-        if argument:
-            command = getattr(self, 'do_' + syntax.ALIASES.get(argument, argument), None)
-            self._say(inspect.getdoc(command) if command else '*** No command %s' % argument)
-            return
-        for name in sorted(self.command_names()):
-            self._say(inspect.getdoc(getattr(self, 'do_' + name)).splitlines()[0])
-        self._say('Anything else is executed as a statement, and so is what follows a "!".')
-        self._say('An empty line repeats the last command. End of input lets the program run on.')
-
     # Helpers.
 
     def _say(self, text):
         self._console.write(self._colours().answer(self._placed(text)) + '\n')
-
-    def _colours(self):
-        return self._console.colours
 
     def _look_at(self, thread, stack):
         self._shown_thread = thread
         self._stack = stack
         self._index = len(stack) - 1
         self._next_listed = None
-
-    def _entry(self):
-        return self._stack[self._index]
 
     def _frame(self):
         return self._entry().frame
@@ -407,58 +324,19 @@ class Terminal(
         except:
             self._say('*** ' + errors.error_text(*sys.exc_info()[:2]))
 
-    def _show_frame(self, index):
-        entry = self._stack[index]
-        mark = self._colours().mark('>') if index == self._index else ' '
-        returned = ''
+    def _place(self, entry):
+        return source.place(entry)
+
+    def _source_line(self, entry, number):
+        return source.line(entry, number)
+
+    def _is_python(self, entry):
+        return entry.path == source.file_name(entry.frame)
+
+    def _returned(self, entry):
         if self._stop.reason == RETURNED and entry.frame is self._stop.frame:
-            returned = '->' + _short(self._stop.argument)
-        self._say('%s %s%s' % (mark, source.place(entry), returned))
-        line = source.line(entry, entry.line).strip()
-        if line:
-            if _is_python(entry):
-                line = self._colours().line(line)
-            self._say(self._colours().mark('->') + ' ' + line)
-
-    def _go_to(self, index, end):
-        index = min(max(index, 0), len(self._stack) - 1)
-        if index == self._index:
-            self._say('*** ' + end)
-            return
-        self._index = index
-        self._next_listed = None
-        self._show_frame(index)
-
-    def _first_listed(self, numbers):
-        if len(numbers) == 2:
-            return numbers[0]
-        if not numbers and self._next_listed is not None:
-            return self._next_listed
-        middle = numbers[0] if numbers else self._entry().line
-        return max(1, middle - _LINES_SHOWN // 2)
-
-    def _list(self, first, last):
-        for number in itertools.count(first):
-            if number > last:
-                break
-            line = source.line(self._entry(), number)
-            if not line:
-                self._say('[EOF]')
-                break
-            self._say_line(number, self._painted(self._entry(), number, line),
-                           number == self._entry().line)
-            self._next_listed = number + 1
-
-    def _say_line(self, number, line, is_current):
-        mark = self._colours().mark('->') if is_current else '  '
-        self._say(('%3d  %s\t%s' % (number, mark, line)).rstrip())
-
-    def _painted(self, entry, number, line):
-        """A line of an entry's file among others, without its line end."""
-        return self._coloured(entry.path, number, line) if _is_python(entry) else line.rstrip()
-
-    def _coloured(self, path, number, line):
-        return self._colours().listed(line.rstrip(), number, path)
+            return _short(self._stop.argument)
+        return ''
 
     def _has_ended(self):
         """Whether the stop is one at the end of the program."""
@@ -471,15 +349,6 @@ class Terminal(
         if stop.thread == self.service.main_thread:
             return 'the program'
         return 'thread ' + self._thread_of(stop.thread).name
-
-
-def _is_python(entry):
-    """Whether an entry's file is not one of another language."""
-    return entry.path == source.file_name(entry.frame)
-
-
-def _is_yes(answer):
-    return answer.strip().lower() in ('y', 'yes')
 
 
 def _short(value):

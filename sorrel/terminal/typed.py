@@ -8,7 +8,6 @@ from __future__ import absolute_import
 import re
 
 from sorrel.common.records import record
-from sorrel.inspection import evaluation
 
 # file, number: where it was read; None for what was typed.
 Line = record('Line', 'text file number', None, None)
@@ -31,7 +30,11 @@ def parts(text):
 
 
 class TypedLines(object):
-    """`cmdqueue` has the Lines that are carried out before the person is asked again."""
+    """`cmdqueue` has the Lines that are carried out before the person is asked again.
+
+    The front end has `_is_whole(text)` and `_is_begun(text)`: whether a text is a statement, or the
+    beginning of one, where the program is.
+    """
 
     # The one that is being carried out.
     _line = None
@@ -68,9 +71,9 @@ class TypedLines(object):
     def _whole(self, line):
         """The text of a command, with the further lines of a statement; None where they end."""
         text = line.text.strip()
-        if not self.is_statement(text) or evaluation.is_whole(text.lstrip('!'), self._frame()):
+        if not self.is_statement(text) or self._is_whole(text.lstrip('!')):
             return text
-        while evaluation.is_begun(text.lstrip('!'), self._frame()):
+        while self._is_begun(text.lstrip('!')):
             if line in [following._replace(text=line.text) for following in self.cmdqueue[:1]]:
                 break  # What comes next is another command.
             more = self._following(line, _MORE)

@@ -5,7 +5,7 @@ It is carried out in a thread of the debugger's own: what it evaluates runs ther
 
 from __future__ import absolute_import
 
-from sorrel.inspection import evaluation, libraries, source, stacks
+from sorrel.inspection import libraries, source, stacks
 from sorrel.inspection.time_limit import Overtime
 from sorrel.service import living
 from sorrel.service.stops import DETACH, evaluator, INTERRUPT, Resume, Stop, WAITING

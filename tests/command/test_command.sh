@@ -58,6 +58,9 @@ refused "--no-token goes with --listen" run --no-token "$0"
 refused "--token-file goes with --listen" run --token-file=x "$0"
 refused "--just-my-code does not go with --listen" run --just-my-code --listen 0 "$0"
 refused "unknown option: --post-mortem" demo --post-mortem
+refused "unknown option: --no-token" connect --no-token
+refused "connect needs a port, a socket or a process id" connect
+refused "connect needs a port, a socket or a process id" connect 5678 extra
 refused "unknown option: --no-token" dap --no-token
 refused "unknown option: --token-file" dap --token-file x
 refused "unexpected argument: extra" build extra

@@ -92,8 +92,7 @@ class Screen(object):
         """shell: what one does that gets the command for "$@"."""
         self._test = test
         # The launcher is named before the fork: after it there is only the exec.
-        command = [harness.launcher(), '-m', 'sorrel.main', 'terminal'] + list(options) + [
-            '--', program] + list(args)
+        command = self.command(program, list(args), list(options))
         if shell is not None:
             command = ['/bin/sh', '-mc', shell, 'sh'] + command
         self._process, self._terminal = pty.fork()
@@ -106,6 +105,10 @@ class Screen(object):
             finally:
                 os._exit(99)
         self._ended = False
+
+    def command(self, program, args, options):
+        return [harness.launcher(), '-m', 'sorrel.main', 'terminal'] + options + [
+            '--', program] + args
 
     def type(self, text):
         os.write(self._terminal, text)

@@ -184,8 +184,10 @@ print 'over'
         screen.interrupt()
         screen.read_to('--Interrupted--\r\n> ')
         screen.read_to(PROMPT)
-        screen.type('next\n')
-        screen.read_to(PROMPT)
+        # It may have been amid its print.
+        for _ in range(2):
+            screen.type('next\n')
+            screen.read_to(PROMPT)
         screen.type('said = False\n')
         screen.read_to(PROMPT)
         screen.type('c\n')

@@ -85,7 +85,8 @@ Num Type         Disp Enb   Where
             'p opened.fileno()', 'c'])
         self.assertEqual(answers[2], 'True\n')
         self.assertEqual(answers[6:10], ['True\n', 'None\n', 'None\n', 'True\n'])
-        self.assertEqual(answers[12], answers[3])
+        # None of its files is open any more.
+        self.assert_(int(answers[12]) <= int(answers[3]), (answers[12], answers[3]))
 
     def test_input_for_the_program_is_not_lost(self):
         answers = self.answers('print raw_input()\nprint raw_input()\n', [
