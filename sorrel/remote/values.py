@@ -7,7 +7,7 @@ import ast
 from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 from sorrel.remote import sources
-from sorrel.terminal.displays import head
+from sorrel.terminal.displays import heading
 
 # Evaluated in the program, with the expression that is asked about.
 _LAID_OUT = "__import__('pprint').pformat((%s))"
@@ -128,4 +128,4 @@ class ValueCommands(object):
             shown = self._value_text(expression)
         except Refused as error:
             shown = '** raised %s **' % text(error).encode('utf-8')
-        return shown, head(expression) + shown
+        return shown, heading(expression) + shown

@@ -56,7 +56,7 @@ class DisplayCommands(object):
     def display_as(self, described):
         for path, line, name, expressions in described:
             self._displays[path.encode('utf-8'), line, str(name)] = [
-                [expression, None, head(expression) + 'not evaluated yet']
+                [expression, None, heading(expression) + 'not evaluated yet']
                 for expression in [expression.encode('utf-8') for expression in expressions]]
 
     def _function(self):
@@ -72,7 +72,7 @@ class DisplayCommands(object):
 
     def _displayed(self, expression):
         """(all of its value as text, what is said of it)"""
-        head = head(expression)
+        head = heading(expression)
         try:
             value = self._computed(expression)
             text = repr(value)
@@ -84,7 +84,7 @@ class DisplayCommands(object):
             return text, head + text
 
 
-def head(expression):
+def heading(expression):
     return 'display %s: ' % expression
 
 
