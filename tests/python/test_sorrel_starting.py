@@ -235,7 +235,7 @@ class InterpretersOptionsTest(StartingTest):
             self.assertEqual(self.start_by_file(option, 'prog.py'), (
                 '', 'sorrel: no such option: %s\n' % option, 2))
         self.assertEqual(self.start_by_file('--pid', '1', '-O'), (
-            '', 'sorrel: --pid goes with nothing else\n', 2))
+            '', 'sorrel: --pid goes with nothing but --just-my-code\n', 2))
 
 
 class ShadowTest(StartingTest):
