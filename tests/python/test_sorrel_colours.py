@@ -138,6 +138,7 @@ PythonLexer = None
                          'n\n' + self.at('prog.py(4)<module>()', 'f(1)', '%s'))
 
     def test_processes_are_shown_alike(self):
+        harness.need_interpreter_alone(self)
         self.script('y = 2\nz = 3\n', 'other.py')
         self.begin_in_colours('''\
 import os, subprocess, sys

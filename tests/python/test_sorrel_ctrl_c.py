@@ -79,6 +79,9 @@ class CtrlC(sorrel_session.ScreenTestCase):
         self.screen.read_to('^C')
         self.wait_until_met()
 
+    def thread_count(self):
+        return len(os.listdir('/proc/%d/task' % self.screen._process))
+
     def wait_until_met(self):
         self.assertTrue(harness.wait_until(lambda: not _is_pending(self.screen._process)))
 
@@ -330,8 +333,10 @@ Thread work waits at prog.py(8)work()
 
     def test_another_look(self):
         self.begin_stuck()
+        with_who_asks = self.thread_count()
         self.screen.type('c\n')
         self.screen.read_to('c\r\n')
+        self.assertTrue(harness.wait_until(lambda: self.thread_count() < with_who_asks))
         self.wait_until_all_sleep()
         self.interrupt()
         self.interrupt()

@@ -6,6 +6,7 @@ import pty
 import select
 import time
 
+import harness
 import sorrel_session
 from sorrel_session import PATIENCE, PROMPT
 
@@ -209,6 +210,7 @@ while True:
         self.assertEqual(self.screen.read_all()[1], 0)
 
     def test_processes_have_turns_there(self):
+        harness.need_interpreter_alone(self)
         self.script('y = 2\n', 'other.py')
         self.open('''\
 import os, subprocess, sys
