@@ -19,7 +19,7 @@ from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.requests import RUNNING, Then
-from sorrel.server.stopped import completion, console_commands
+from sorrel.server.stopped import completion, console_commands, console_errors
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References
 from sorrel.service.stops import (
@@ -232,9 +232,14 @@ class StoppedThread(object):
 
     def _of_program(self, function, *arguments):
         """Calls what may run code of the program."""
-        return self._within(self._session.patience, function, *arguments)
+        return self._within(self._session.patience, _in_one_line, function, *arguments)
 
-    def _within(self, seconds, function, *arguments):
+    def _typed(self, function, *arguments):
+        """The same for what is typed in the console, which may take as long as it likes."""
+        return self._within(None, console_errors.formatted, function, *arguments)
+
+    def _within(self, seconds, explain, function, *arguments):
+        """explain: makes the text that a client is told of a (type, value, traceback)."""
         try:
             return self.limit.call(seconds, function, *arguments)
         except values.Overtime:
@@ -242,7 +247,7 @@ class StoppedThread(object):
         except Refused:
             raise
         except:
-            raise Refused(text(errors.error_text(*sys.exc_info()[:2])))
+            raise Refused(explain(*sys.exc_info()))
 
     def _scopes(self, arguments):
         frame = self._find_frame(arguments)
@@ -310,17 +315,17 @@ class StoppedThread(object):
         return self._of_program(self._evaluator.expression, expression, frame)
 
     def _execute(self, typed, frame):
-        """What is typed in the console: it may be statements, and take as long as it likes."""
+        """What is typed in the console: it may be statements."""
         said = console_commands.execute(typed, self.stop, self._service.exceptions)
         if said is not None:
             return {'result': text(said), 'variablesReference': 0}
         in_its_language = sublanguages.evaluator(sublanguages.at_work(self.ident), frame)
         if in_its_language is not None:
-            value = self._within(None, self._evaluator.call, in_its_language, typed)
+            value = self._typed(self._evaluator.call, in_its_language, typed)
             self._evaluator.remember(value)
             return _result(self._presenter.value(value, frame))
         shown = []
-        self._within(None, self._evaluator.statement, typed, frame, shown.append)
+        self._typed(self._evaluator.statements, typed, frame, shown.append)
         if not shown:
             return {'result': '', 'variablesReference': 0}
         self._evaluator.remember(shown[-1])
@@ -410,6 +415,10 @@ class StoppedThread(object):
 
 def _lazy_stack(thread, frame):
     return stacks.LazyStack(stacks.outward(thread, frame), sum(1 for _ in frames.outward(frame)))
+
+
+def _in_one_line(type, value, traceback):
+    return text(errors.error_text(type, value))
 
 
 def _result(shown):
