@@ -115,7 +115,7 @@ test('texts are shortened but for the clipboard', () => stopped(async (client) =
     const long = await client.evaluate('"x" * 100000', 'watch');
     assert.ok(long.result.length < 2000);
     assert.equal((await client.evaluate('"x" * 100000', 'clipboard')).result.length, 100002);
-    assert.equal((await client.evaluate('u"\\xe4"', 'hover')).result, "u'\\xe4'");
+    assert.equal((await client.evaluate('u"\\xe4"', 'hover')).result, "u'\u00e4'");
 }));
 
 test('an expression that takes too long is ended', () => stopped(async (client) => {
