@@ -5,8 +5,13 @@ from __future__ import absolute_import
 import itertools
 import types
 
+import _sorrel
+
 from sorrel.inspection.parts import is_name, named, OF_CLASS
 
+# Methods as they stand in classes are among them.
+_FUNCTION_TYPES = (types.FunctionType, types.BuiltinFunctionType, staticmethod, classmethod,
+                   type(list.append), type(object.__init__))
 # What classes have for the interpreter's sake.
 _OF_INTERPRETER = frozenset(('__module__', '__dict__', '__weakref__', '__slots__'))
 _type_variables = type.__dict__['__dict__'].__get__
@@ -166,5 +171,19 @@ def _old_bases(kind):
     return found
 
 
+def stored(value, name):
+    """What stands in a value or its class by this name. Raises LookupError where none is known."""
+    try:
+        return _sorrel.static_attribute(value, name)
+    except LookupError:
+        # Functions and properties of a class are other things for its instances.
+        kind = value.__class__ if type(value) is types.InstanceType else type(value)
+        return _sorrel.static_attribute(kind, name)
+
+
 def is_class(value):
     return issubclass(type(value), type) or type(value) is types.ClassType
+
+
+def is_function(value):
+    return type(value) in _FUNCTION_TYPES

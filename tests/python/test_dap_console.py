@@ -15,9 +15,26 @@ class Shop(object):
         total = 0
         return total  # sell
 
+    @staticmethod
+    def static():
+        pass
+
+    @property
+    def size(self):
+        asked.append(self)
+
+class Old:
+    def __init__(self):
+        self.n = 1
+
+    def sell(self):
+        pass
+
 def fail(number):
     raise ValueError('no %d' % number)
 
+asked = []
+old = Old()
 shop = Shop()
 done = shop.sell([1, 2, 3])  # call
 '''
@@ -189,3 +206,32 @@ class BreakpointTest(TestCase):
             ('important', 'sorrel: the condition of a breakpoint fails: '
                           'ZeroDivisionError: integer division or modulo by zero\n')]
             + [('console', 'at %d\n' % number) for number in range(3)])
+
+
+class CompletionTest(TestCase):
+
+    def types(self, client, text):
+        targets = client.ask('completions', text=text, column=len(text) + 1,
+                             frameId=client.top()['id'])['targets']
+        return dict((target['label'], target['type']) for target in targets)
+
+    def test_what_could_follow_has_a_type(self):
+        client = self.console()
+        names = {}
+        for begun in 'se', 'whi', 'o', 'Sh', 'fail', 'len', 'shop', 'Val':
+            names.update(self.types(client, begun))
+        for name, type in (
+                ('self', 'variable'), ('while', 'keyword'), ('os', 'module'), ('Shop', 'class'),
+                ('fail', 'function'), ('len', 'function'), ('ValueError', 'class')):
+            self.assertEqual((name, names[name]), (name, type))
+        for path, name, type in (
+                ('self', 'n', 'field'), ('self', 'sell', 'method'), ('self', 'size', 'property'),
+                ('self', 'static', 'method'), ('os', 'path', 'module'), ('os', 'fork', 'function'),
+                ('os', 'sep', 'field'), ('xs', 'append', 'method'), ('Shop', 'sell', 'method'),
+                ('old', 'sell', 'method'), ('Old', 'sell', 'method'), ('old', 'n', 'field')):
+            self.assertEqual((name, self.types(client, path + '.')[name]), (name, type))
+
+    def test_nothing_of_the_program_runs_for_a_type(self):
+        client = self.console()
+        self.types(client, 'self.')
+        self.assertEqual(client.evaluate('asked'), '[]')

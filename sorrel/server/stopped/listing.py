@@ -12,8 +12,6 @@ from sorrel.inspection import attributes, parts
 
 _CLASS_ATTRIBUTES, _FUNCTIONS, _SPECIAL = '(class attributes)', '(functions)', '(special names)'
 _PUBLIC, _PRIVATE, _LAST = range(3)
-_FUNCTION_TYPES = (types.FunctionType, types.BuiltinFunctionType, staticmethod, classmethod,
-                   type(list.append), type(object.__init__))
 
 
 class Group(object):
@@ -63,7 +61,7 @@ def _group_of(child, defines):
     if _is_special(child.name):
         return _SPECIAL
     is_of_class = child.origin is parts.OF_CLASS
-    if type(child.value) in _FUNCTION_TYPES and (defines or is_of_class):
+    if attributes.is_function(child.value) and (defines or is_of_class):
         return _FUNCTIONS
     return _CLASS_ATTRIBUTES if is_of_class else None
 
@@ -81,6 +79,6 @@ def _rank(child):
 def _kind(child):
     if attributes.is_class(child.value):
         return 'class'
-    if type(child.value) in _FUNCTION_TYPES or type(child.value) is types.MethodType:
+    if attributes.is_function(child.value) or type(child.value) is types.MethodType:
         return 'method'
     return 'data'

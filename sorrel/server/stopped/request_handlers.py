@@ -342,11 +342,11 @@ class StoppedThread(object):
         lines = arguments['text'].split('\n')
         line = arguments.get('line', self._session.first_line) - self._session.first_line
         typed = lines[line] if 0 <= line < len(lines) else u''
-        start, end, names = self._of_program(
+        start, end, found = self._of_program(
             completion.complete, typed, arguments['column'] - first_column, frame,
             self._evaluator)
-        return {'targets': [{'label': name, 'start': start + first_column, 'length': end - start}
-                            for name in names]}
+        return {'targets': [{'label': name, 'type': type, 'start': start + first_column,
+                             'length': end - start} for name, type in found]}
 
     def _exception_info(self, arguments):
         self._check_thread(arguments)
