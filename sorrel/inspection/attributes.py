@@ -141,7 +141,7 @@ def _class_attribute(value, name, held):
 
 def _computed_by(get, descriptor, value):
     """What asks for a value that a class of the program computes."""
-    return lambda: get(descriptor, value, value.__class__)
+    return lambda: get(descriptor, value, _class_of(value))
 
 
 def _function_of(held):
@@ -177,8 +177,12 @@ def stored(value, name):
         return _sorrel.static_attribute(value, name)
     except LookupError:
         # Functions and properties of a class are other things for its instances.
-        kind = value.__class__ if type(value) is types.InstanceType else type(value)
-        return _sorrel.static_attribute(kind, name)
+        return _sorrel.static_attribute(_class_of(value), name)
+
+
+def _class_of(value):
+    # Only of these it is no answer of the program's.
+    return value.__class__ if type(value) is types.InstanceType else type(value)
 
 
 def is_class(value):

@@ -81,6 +81,7 @@ class ConsoleTest(TestCase):
                     ('global shop; shop = 8', ''), ('globals()["shop"]', '8'),
                     ('for i in 1, 2: i', '2'), ('x1\nNone', ''),
                     ('x1 = 3\r\nx1', '3'), ('    x1 = 4\n    if x1:\n        x1 += 1\n    x1', '5'),
+                    (u'x1 = u"\xe9"\nx1, "\xe9"', u"(u'\xe9', '\\xc3\\xa9')"), ('x1 = 5', ''),
                     ('  """a\n  b"""', "'a\\nb'"), (' x1', '5')):
                 self.assertEqual((text, self.typed(client, text)), (text, result))
 
