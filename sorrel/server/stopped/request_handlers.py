@@ -285,9 +285,9 @@ class StoppedThread(object):
         child, frame, expression = self._presenter.find(
             arguments['variablesReference'], arguments['name'])
         if child.assign is None:
-            raise Refused('%s cannot be changed%s' % (
-                arguments['name'], child.fixed_by and ': it is part of a %s'
-                % values.class_name(child.fixed_by) or ''))
+            why = '' if child.fixed_by is None \
+                else ': it is part of a ' + values.class_name(child.fixed_by)
+            raise Refused('%s cannot be changed%s' % (arguments['name'], why))
         value = self._of_program(self._evaluator.expression, arguments['value'], frame)
         self._of_program(child.assign, value)
         return self._presenter.value(value, frame, expression, _in_hex(arguments))
