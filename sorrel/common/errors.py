@@ -21,15 +21,28 @@ def formatted(type, value, tb):
 
     The standard library would open whatever files the code names.
     """
-    entries = []
+    return below(traceback.format_list(entries(tb)), type, value)
+
+
+def entries(tb, is_left_out=None):
+    """What a traceback says: (file, line number, name of the code, line) of each of its parts.
+
+    is_left_out: whether a frame is not to be among them.
+    """
+    found = []
     while tb is not None:
-        code = tb.tb_frame.f_code
-        line = file_lines.line(code.co_filename, tb.tb_lineno).strip()
-        entries.append((code.co_filename, tb.tb_lineno, code.co_name, line or None))
+        if is_left_out is None or not is_left_out(tb.tb_frame):
+            code = tb.tb_frame.f_code
+            line = file_lines.line(code.co_filename, tb.tb_lineno).strip()
+            found.append((code.co_filename, tb.tb_lineno, code.co_name, line or None))
         tb = tb.tb_next
+    return found
+
+
+def below(entries, type, value):
+    """An exception as the interpreter prints it, below the texts of these entries."""
     head = ['Traceback (most recent call last):\n'] if entries else []
-    return ''.join(head + traceback.format_list(entries)
-                   + traceback.format_exception_only(type, value))
+    return ''.join(head + entries + traceback.format_exception_only(type, value))
 
 
 def error_text(type, value):

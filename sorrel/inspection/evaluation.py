@@ -10,13 +10,15 @@ import UserDict
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import nesting, private_names, raised, scopes, trees
+from sorrel.inspection import nesting, pasted_texts, private_names, raised, scopes, trees
 
 # As the module codeop has it: a block may go on after the end of the text.
 _NO_END_OF_BLOCK = 0x200
 # Of a text that is evaluated, in characters.
 _TEXT_LIMIT = 64 * 1024
 _HIGH = re.compile(r'[\x80-\xff]')
+# Shown before the last one of several statements, and never else.
+_LAST = '.last statement'
 # Different bits, where a feature has one.
 _FUTURE_FLAGS = sum(set([getattr(__future__, name).compiler_flag
                          for name in __future__.all_feature_names]))
@@ -109,17 +111,22 @@ class _Text(object):
         self._mode = mode
         self._frame = frame
         self._class = private_names.class_of(frame) if private_names.are_in(source) else None
+        self.code = self._code()
+
+    def _code(self):
         if self._class is None:
-            self.code = _compiled(source, mode, _flags(frame))
-        else:
-            self.code = self.compiled(self.tree(), mode)
+            return _compiled(self._source, self._mode, _flags(self._frame))
+        return self.compiled(self.tree(), self._mode)
 
     def tree(self):
         """A new one each time: it may be changed."""
-        tree = _tree(self._source, self._mode, self._frame)
+        tree = self._parsed()
         if self._class is not None:
             private_names.of_class(tree, self._class)
         return tree
+
+    def _parsed(self):
+        return _tree(self._source, self._mode, self._frame)
 
     def compiled(self, tree, mode):
         return compile(tree, '<stdin>', mode, _flags(self._frame), True)
@@ -158,6 +165,30 @@ class Expression(_Text):
         return not self._has_functions
 
 
+class _Statements(_Text):
+    """Any number of statements, as if they stood in one line at an interpreter's prompt.
+
+    The value that tells of the last one is given to display hooks right before it.
+    """
+
+    def __init__(self, source, frame):
+        _Text.__init__(self, source, 'single', frame)
+
+    def _code(self):
+        return self.compiled(self.tree(), self._mode)
+
+    def _parsed(self):
+        kinds = trees.Kinds()
+        body = _tree(self._source, 'exec', self._frame).body
+        if len(body) > 1:
+            mark = kinds.Expr(kinds.Str(_LAST))
+            for node in mark, mark.value:
+                # Code that goes back to earlier lines is none for the compiler of 2.6.
+                node.lineno, node.col_offset = body[-1].lineno, 0
+            body.insert(-1, mark)
+        return kinds.Interactive(body)
+
+
 def expression(source, frame, lent={}):
     """The value of an expression. Raises whatever evaluating it raises.
 
@@ -172,7 +203,24 @@ def statement(source, frame, display, lent={}):
     The value of a statement that is an expression is given to `display`, if both aren't None.
     Raises whatever executing it raises.
     """
-    text = _Text(source.strip() + '\n', 'single', frame)
+    _run(_Text(source.strip() + '\n', 'single', frame), frame, display, lent)
+
+
+def statements(source, frame, display, lent={}):
+    """The same for a text of several statements. Only the last one's value is for `display`."""
+    values = []
+
+    def note(value):
+        if type(value) is str and value == _LAST:
+            del values[:]
+        else:
+            values.append(value)
+    _run(_Statements(pasted_texts.outdented(source) + '\n', frame), frame, note, lent)
+    for value in values:
+        display(value)
+
+
+def _run(text, frame, display, lent):
     # Once: asking for f_locals again would bring back the old values.
     variables = _variables(text.code, frame, lent)
     function = text.needs_function(variables) and text.function(variables)
@@ -232,6 +280,9 @@ class Evaluator(object):
 
     def statement(self, source, frame, display):
         self.call(statement, source, frame, display, self.names)
+
+    def statements(self, source, frame, display):
+        self.call(statements, source, frame, display, self.names)
 
     def statement_apart(self, source, frame, namespace, display):
         self.call(statement_apart, source, frame, namespace, display)

@@ -17,7 +17,7 @@ _NAME = re.compile(r'[^\W\d]\w*$')
 _STORED = 'STORE_NAME', 'DELETE_NAME'
 _GLOBAL = 'LOAD_GLOBAL', 'STORE_GLOBAL', 'DELETE_GLOBAL'
 # Names of a statement's function that are none of the program's.
-_FUNCTION, _DISPLAY, _LOCALS, _SAVE = '.function', '.display', '.locals', '.save'
+FUNCTION, _DISPLAY, _LOCALS, _SAVE = '.function', '.display', '.locals', '.save'
 # Taken now: a program may replace what the interpreter's modules offer.
 _locals = locals
 
@@ -66,14 +66,14 @@ class Statement(object):
         body = [_placed(kinds.TryFinally(tree.body, [end]))]
         parameters = _parameters(kinds, [_DISPLAY, _LOCALS, _SAVE] + self._names)
         self._code = compiled(kinds.Interactive(
-            [_placed(kinds.FunctionDef(_FUNCTION, parameters, body, []))]), 'single')
+            [_placed(kinds.FunctionDef(FUNCTION, parameters, body, []))]), 'single')
 
     def run(self, display):
         """display: called with the values of expressions that are statements."""
         made, saved = {}, []
         exec self._code in self._globals, made
         try:
-            made[_FUNCTION](
+            made[FUNCTION](
                 display, _locals, saved.append, *[self._given[name] for name in self._names])
         finally:
             for left in saved:

@@ -9,7 +9,7 @@ from __future__ import absolute_import
 # As the module _ast has it.
 ONLY_TREE = 0x400
 # Has nodes of all kinds that are to be made.
-_TEXT = 'def f(a):\n try: f(lambda: a)\n finally: pass\n'
+_TEXT = 'def f(a):\n try: f(lambda: a)\n finally: ""\n'
 
 
 class Kinds(object):

@@ -9,6 +9,7 @@ import types
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.inspection import characters
 from sorrel.inspection.time_limit import Overtime
 
 _TEXT_LIMIT = 1000
@@ -17,7 +18,7 @@ _ITEMS_SHOWN = 20
 _NESTED_ITEMS_SHOWN = 5
 _DEPTH = 3
 
-_PLAIN_TYPES = (types.NoneType, bool, int, float, complex)
+_PLAIN_TYPES = (types.NoneType, bool, float, complex)
 # Brackets, and for types whose name is shown, what stands around them.
 _BRACKETS = {
     list: ('[', ']'), tuple: ('(', ')'), set: ('set([', '])'), frozenset: ('frozenset([', '])'),
@@ -47,33 +48,36 @@ class Shower(object):
         # Types whose own repr did not end once.
         self._endless = set()
 
-    def show(self, value):
-        return _shortened(self._show(value, _DEPTH, _ITEMS_SHOWN, _TEXT_LIMIT), _TEXT_LIMIT)
+    def show(self, value, in_hex=False):
+        return _shortened(self._show(
+            value, hex if in_hex else repr, _DEPTH, _ITEMS_SHOWN, _TEXT_LIMIT), _TEXT_LIMIT)
 
     def show_all(self, value):
         """The full text, as long as it may be."""
         return text(self._own_repr(value))
 
-    def _show(self, value, depth, items_shown, text_limit):
+    def _show(self, value, number_text, depth, items_shown, text_limit):
         kind = type(value)
+        if kind is int or kind is long:
+            return number_text(value) if abs(value) < 1 << 4096 \
+                else '<long of %d bits>' % _bits(value)
         if kind in _PLAIN_TYPES or kind in _SHORT_TYPES:
-            return repr(value)
-        if kind is long:
-            return repr(value) if abs(value) < 1 << 4096 else '<long of %d bits>' % _bits(value)
+            return text(repr(value))
         if kind is str or kind is unicode:
             # The longest that can still be needed.
-            return _shortened(repr(value[:text_limit + 1]), text_limit)
+            shown = repr(value[:text_limit + 1])
+            return _shortened(shown if kind is str else characters.readable(shown), text_limit)
         base = container_base(value)
         if base is not None and (_has_repr_of(kind, base) or base.__len__(value) > _LONG):
             if not depth:
                 return '...'
-            shown = self._show_container(value, base, depth - 1, items_shown)
+            shown = self._show_container(value, base, number_text, depth - 1, items_shown)
             return shown if _has_repr_of(kind, base) else '%s(%s)' % (type_name(value), shown)
         return _shortened(self._own_repr(value), text_limit)
 
-    def _show_container(self, value, base, depth, items_shown):
+    def _show_container(self, value, base, number_text, depth, items_shown):
         def show(item):
-            return self._show(item, depth, _NESTED_ITEMS_SHOWN, _NESTED_TEXT_LIMIT)
+            return self._show(item, number_text, depth, _NESTED_ITEMS_SHOWN, _NESTED_TEXT_LIMIT)
         length = base.__len__(value)
         if base is dict:
             begin, end = '{', '}'

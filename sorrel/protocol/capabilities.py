@@ -15,6 +15,7 @@ def announced():
         'supportsLogPoints': True,
         'supportsEvaluateForHovers': True,
         'supportsClipboardContext': True,
+        'supportsValueFormattingOptions': True,
         'supportsSetVariable': True,
         'supportsSetExpression': True,
         'supportsGotoTargetsRequest': True,

@@ -23,6 +23,7 @@ class Mapping(object):
 
 _SOURCE = {'path?': unicode, 'sourceReference?': int}
 _BREAKPOINT = {'condition?': unicode, 'hitCondition?': unicode}
+_IN_FORMAT = {'format?': {'hex?': bool}}
 _ON_THREAD = {'threadId': int}
 
 # What every way to begin knows.
@@ -69,11 +70,13 @@ _SHAPES = {
     'gotoTargets': {'source': _SOURCE, 'line': int},
     'stackTrace': dict(_ON_THREAD, **{'startFrame?': int, 'levels?': int}),
     'scopes': {'frameId': int},
-    'variables': {'variablesReference': int, 'filter?': frozenset(('indexed', 'named')),
-                  'start?': int, 'count?': int},
-    'setVariable': {'variablesReference': int, 'name': unicode, 'value': unicode},
-    'setExpression': {'expression': unicode, 'value': unicode, 'frameId?': int},
-    'evaluate': {'expression': unicode, 'frameId?': int, 'context?': unicode},
+    'variables': dict(_IN_FORMAT, **{
+        'variablesReference': int, 'filter?': frozenset(('indexed', 'named')), 'start?': int,
+        'count?': int}),
+    'setVariable': dict(_IN_FORMAT, variablesReference=int, name=unicode, value=unicode),
+    'setExpression': dict(_IN_FORMAT, **{
+        'expression': unicode, 'value': unicode, 'frameId?': int}),
+    'evaluate': dict(_IN_FORMAT, **{'expression': unicode, 'frameId?': int, 'context?': unicode}),
     'completions': {'text': unicode, 'column': int, 'line?': int, 'frameId?': int},
     'modules': {'startModule?': int, 'moduleCount?': int},
     'source': {'source?': _SOURCE, 'sourceReference': int},

@@ -2,8 +2,9 @@
 
 from __future__ import absolute_import
 
-from sorrel.common import text_files
+from sorrel.common import errors, text_files
 from sorrel.common.decoding import text
+from sorrel.common.records import record
 from sorrel.inspection import file_code, log_messages, source
 from sorrel.languages import sublanguages
 from sorrel.protocol import capabilities
@@ -11,6 +12,11 @@ from sorrel.protocol.messages import Refused
 from sorrel.server.stopped import hit_conditions
 from sorrel.service import breakpoints, conditions, locations
 from sorrel.service.stops import is_at_line
+
+# A breakpoint that a thread is to stop for. error: the (type, value) that its condition has raised.
+Hit = record('Hit', 'id is_function error')
+
+_CONDITION, _LOG_MESSAGE = 'condition', 'log message'
 
 
 class Breakpoint(object):
@@ -24,6 +30,8 @@ class Breakpoint(object):
         self.condition = (condition or '').encode('utf-8') or None
         self.hit_condition = hit_condition or None
         self.hits = 0
+        # Which of its texts have failed, and the client was told.
+        self.failures = set()
         # Where it is; of a function, not before that is found.
         self.path = self.line = None
         # The service's, once it is set.
@@ -87,7 +95,7 @@ class Breakpoints(object):
                 self._tell_if_changed(breakpoint, self._set_or_verify)
 
     def hits(self, stop, may_be_step):
-        """Those that the thread is to stop for, as (id, whether it is of a function).
+        """A Hit for each of those that the thread is to stop for.
 
         may_be_step: whether it may have stopped for another reason.
         """
@@ -104,9 +112,21 @@ class Breakpoints(object):
                 self._tell_if_changed(breakpoint, lambda reached: reached.set_verified(True))
         # The core has tried the conditions, but tells only that one of them held.
         is_sure = len(there) == 1 and not may_be_step
-        return [(breakpoint.id, breakpoint.function is not None) for breakpoint in there
-                if (is_sure or conditions.judge(breakpoint.held.meant, stop.thread, stop.frame)[0])
-                and self._is_due(breakpoint, stop.frame)]
+        found = []
+        for breakpoint in there:
+            holds, error = self._judge(breakpoint, stop, is_sure)
+            if error is not None:
+                self._tell_failure(breakpoint, _CONDITION, error)
+            if holds and self._is_due(breakpoint, stop.frame):
+                found.append(Hit(breakpoint.id, breakpoint.function is not None, error))
+        return found
+
+    def _judge(self, breakpoint, stop, is_sure):
+        """Whether the condition holds, and what it has raised."""
+        if is_sure and breakpoint.log_message and breakpoint.hits:
+            return True, None  # Not evaluated twice each time that the program passes by.
+        holds, error = conditions.judge(breakpoint.held.meant, stop.thread, stop.frame)
+        return is_sure or holds, error
 
     # Setting them.
 
@@ -191,6 +211,15 @@ class Breakpoints(object):
             return False
         if not breakpoint.log_message:
             return True
-        self._session.output('console', log_messages.logged(breakpoint.log_message, frame) + '\n',
-                             (breakpoint.path, breakpoint.line))
+        failures = []
+        logged = log_messages.logged(breakpoint.log_message, frame, failures.append)
+        self._session.output('console', logged + '\n', (breakpoint.path, breakpoint.line))
+        for error in failures:
+            self._tell_failure(breakpoint, _LOG_MESSAGE, error)
         return False
+
+    def _tell_failure(self, breakpoint, which, error):
+        if which not in breakpoint.failures:
+            breakpoint.failures.add(which)
+            self._session.output('important', 'sorrel: the %s of a breakpoint fails: %s\n' % (
+                which, errors.error_text(*error)), (breakpoint.path, breakpoint.line))

@@ -24,4 +24,4 @@ def be_main():
 
 
 def ident():
-    return _sorrel.first_thread_ident()
+    return _sorrel.thread_idents()[0]

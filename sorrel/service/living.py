@@ -9,6 +9,8 @@ import sys
 import thread
 import threading
 
+import _sorrel
+
 from sorrel.inspection import frames
 
 # Taken now: a program may replace what the interpreter's modules offer.
@@ -24,6 +26,13 @@ def current_frames():
     # 0: of what is left in a forked process of its parent's threads.
     return dict((ident, frames.without_own_calls(frame))
                 for ident, frame in _current_frames().items() if ident != 0)
+
+
+def in_order_of_start():
+    """(ident, frame) of each of the current_frames()."""
+    found = current_frames()
+    # Each once: a thread that is being started has, for a moment, the ident of its starter.
+    return [(ident, found.pop(ident)) for ident in _sorrel.thread_idents() if ident in found]
 
 
 def is_in_server(thread):

@@ -268,9 +268,12 @@ class Service(BreakingIn, object):
         thread_hooks.start_own(run)
 
     def threads(self):
-        """A Thread for each one that runs code of the program, and the main one, by ident."""
-        found = [self._thread(ident, frame) for ident, frame in sorted(
-            living.current_frames().items()) if ident not in self._ignored]
+        """A Thread for each one that runs code of the program, and the main one.
+
+        They come in the order of their start.
+        """
+        found = [self._thread(ident, frame) for ident, frame in living.in_order_of_start()
+                 if ident not in self._ignored]
         # Others are the server's own, or have not begun yet, or are ending.
         return [thread for thread in found
                 if thread.ident == self.main_thread or frames.is_program(thread.frame)]

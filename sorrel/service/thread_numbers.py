@@ -32,7 +32,8 @@ class Threads(object):
         """(number, whether it is new) of each thread that was started or has ended."""
         # First: who gets a number from now on is new, not gone.
         known = set(self._numbers)
-        now = set(thread.ident for thread in self._service.threads())
+        idents = [thread.ident for thread in self._service.threads()]
+        now = set(idents)
         changes = []
         while self._ended:
             changes.append((self._ended.popleft(), False))
@@ -41,10 +42,11 @@ class Threads(object):
             number = self._numbers.pop(ident, None)
             if number is not None:
                 changes.append((number, False))
-        for ident in sorted(now - known):
-            number = self._next()
-            if self._numbers.setdefault(ident, number) == number:
-                changes.append((number, True))
+        for ident in idents:
+            if ident not in known:
+                number = self._next()
+                if self._numbers.setdefault(ident, number) == number:
+                    changes.append((number, True))
         return changes
 
     def forget(self, ident):

@@ -298,14 +298,21 @@ void disown_other_threads() {
 #endif
 }
 
-long first_thread_ident() {
-    long ident = 0;
+Ref thread_idents() {
+    Ref idents = Ref::steal(PyList_New(0));
+    if (!idents) {
+        return idents;
+    }
     for (const PyThreadState* thread = first_thread(); thread != nullptr; thread = thread->next) {
         if (thread->thread_id != 0) {
-            ident = thread->thread_id;  // New ones come first.
+            const Ref ident = Ref::steal(PyInt_FromLong(thread->thread_id));
+            if (!ident || PyList_Append(idents.get(), ident.get()) != 0) {
+                return Ref();
+            }
         }
     }
-    return ident;
+    // New ones come first.
+    return PyList_Reverse(idents.get()) == 0 ? std::move(idents) : Ref();
 }
 
 }  // namespace morvik

@@ -7,6 +7,7 @@
 #define MORVIK_SORRELMODULE_ALL_THREADS_H
 
 #include "host/python.h"
+#include "host/ref.h"
 
 namespace morvik {
 
@@ -29,8 +30,9 @@ void untrace_all_threads(PyObject* trace_object);
 // On 2.6 it would also be taken for that one: a debug build aborts then.
 void disown_other_threads();
 
-// The ident of the interpreter's oldest thread: the one that has begun it, and is its main thread.
-long first_thread_ident();
+// New list with the idents of the interpreter's threads in the order of their start, or nullptr
+// with MemoryError set. The first one has begun the interpreter, and is its main thread.
+Ref thread_idents();
 
 }  // namespace morvik
 

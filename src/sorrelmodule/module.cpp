@@ -232,8 +232,8 @@ PyObject* entry_set_foreground_group(PyObject* /*self*/, PyObject* args) {
     return PyBool_FromLong(set_foreground_group(terminal, group) ? 1 : 0);
 }
 
-PyObject* entry_first_thread_ident(PyObject* /*self*/, PyObject* /*args*/) {
-    return PyInt_FromLong(first_thread_ident());
+PyObject* entry_thread_idents(PyObject* /*self*/, PyObject* /*args*/) {
+    return thread_idents().release();
 }
 
 PyMethodDef methods[] = {
@@ -341,9 +341,10 @@ PyMethodDef methods[] = {
      "set_foreground_group(terminal, group)\n\n"
      "Brings a process group to the foreground of a terminal, whose descriptor this is, of the "
      "calling process, which need not be there itself.  False where it cannot be."},
-    {"first_thread_ident", entry_first_thread_ident, METH_NOARGS,
-     "first_thread_ident()\n\n"
-     "The ident of the interpreter's main thread, whichever thread asks."},
+    {"thread_idents", entry_thread_idents, METH_NOARGS,
+     "thread_idents()\n\n"
+     "The idents of all threads of the interpreter in the order of their start, as a list.  The "
+     "first one is the main thread's.  A thread that is being started may have its starter's."},
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -171,7 +171,7 @@ test('an exception is described', () => withClient(async (client) => {
     assert.match(described.details.stackTrace, new RegExp(
         `line ${line(RAISING, '# uncaught')}, in <module>[^]*line ${RAISE}, in fail\n`));
     // Before the stack unwinds: its variables are still there.
-    assert.equal((await client.evaluate('error.args')).result, "(u'index \\xe4',)");
+    assert.equal((await client.evaluate('error.args')).result, "(u'index \u00e4',)");
     assert.equal((await client.stack()).length, 2);
     await client.go();
     assert.equal((await client.next('exited')).exitCode, 1);

@@ -130,7 +130,7 @@ test('the exception stands among the variables of its frame', () => stopped(asyn
     const shown = await client.variable('__exception__');
     assert.match(shown.value, /^\(<type 'exceptions.KeyError'>, KeyError\('x',\), <traceback /);
     assert.equal(shown.evaluateName, '__exception__');
-    assert.deepEqual(shown.presentationHint, { attributes: ['readOnly'] });
+    assert.deepEqual(shown.presentationHint, { kind: 'data', attributes: ['readOnly'] });
     const [, value] = await client.variables(shown.variablesReference);
     assert.equal(value.evaluateName, '__exception__[1]');
     const locals = await client.scope('Locals');

@@ -282,3 +282,29 @@ class RaiseInThreadTest(harness.TestCase):
 
     def test_it_can_be_taken_back(self):
         self.assertEqual(_sorrel.raise_in_thread(thread.get_ident(), None), 1)
+
+
+class ThreadIdentsTest(harness.TestCase):
+
+    def test_they_come_in_the_order_of_their_start(self):
+        before = _sorrel.thread_idents()
+        self.assertEqual(before[0], thread.get_ident())
+        may_end = threading.Event()
+        started = []
+
+        def begin():
+            is_there = threading.Event()
+
+            def run():
+                is_there.set()
+                may_end.wait()
+            started.append(threading.Thread(target=run))
+            started[-1].start()
+            is_there.wait()
+        for _ in range(9):
+            begin()
+        idents = [one.ident for one in started]
+        self.assertEqual(_sorrel.thread_idents(), before + idents)
+        may_end.set()
+        for one in started:
+            one.join()

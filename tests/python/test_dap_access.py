@@ -444,7 +444,7 @@ os._exit(0)
             adapter.go()
             adapter.stopped()
             adapter.step()
-            kinds = adapter.variable('kinds', 'Globals')['value']
+            kinds = adapter.variable('kinds', 'Locals')['value']
             adapter.ask('disconnect')
             adapter.close()
         open(self.path + '.end', 'w').close()

@@ -101,7 +101,7 @@ class SpeedTest(dap_session.TestCase):
 
     def test_a_million_items_cost_what_is_shown(self):
         client = self.launched(COUNTING, '# loop')
-        held = dict((name, client.variable(name, 'Globals')) for name in ('items', 'own', 'table'))
+        held = dict((name, client.variable(name, 'Locals')) for name in ('items', 'own', 'table'))
         for name, start in (('items', 0), ('items', 999900), ('own', 500000), ('table', 0)):
             self.assertEqual(held[name]['indexedVariables'], 1000000)
 
@@ -112,12 +112,12 @@ class SpeedTest(dap_session.TestCase):
                 self.assertEqual(page[0]['name'], '[%d]' % start if name != 'table' else '0')
             self.assert_faster(show, 0.080)
         # All that the program has, and the beginning of each.
-        self.assert_faster(lambda: client.variables(client.scope('Globals')) and None, 0.080)
+        self.assert_faster(lambda: client.variables(client.scope('Locals')) and None, 0.080)
 
     def test_all_items_at_once_are_not_sent(self):
         client = self.launched(COUNTING, '# loop')
         for name in 'items', 'own', 'table':
-            page = client.variables(client.variable(name, 'Globals')['variablesReference'])
+            page = client.variables(client.variable(name, 'Locals')['variablesReference'])
             self.assertTrue(len(page) < 1000, len(page))
             self.assertEqual(page[-1]['indexedVariables'] + len(page) - 1, 1000000)
 

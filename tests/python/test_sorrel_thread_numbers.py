@@ -78,11 +78,11 @@ class NumbersTest(harness.TestCase):
         self.service.idents += [7, 5]
         self.assertEqual(self.threads.take_changes(), [(2, True), (3, True)])
         self.assertEqual([(number, thread.ident) for number, thread in self.threads.all()],
-                         [(1, 100), (2, 5), (3, 7)])
+                         [(1, 100), (2, 7), (3, 5)])
         self.service.idents.remove(5)
-        self.assertEqual(self.threads.take_changes(), [(2, False)])
+        self.assertEqual(self.threads.take_changes(), [(3, False)])
         self.threads.forget(7)
-        self.assertEqual(self.threads.take_changes(), [(3, False), (4, True)])
+        self.assertEqual(self.threads.take_changes(), [(2, False), (4, True)])
         self.assertEqual(self.threads.take_changes(), [])
 
     def test_a_thread_may_end_at_any_moment(self):

@@ -14,19 +14,19 @@ from sorrel.common.decoding import text
 from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
-    causes, child_values, code_lines, evaluation, frames, libraries, source, stacks, values)
+    causes, child_values, code_lines, evaluation, frames, libraries, private_names, source, stacks,
+    values)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.requests import RUNNING, Then
-from sorrel.server.stopped import completion, console_commands
+from sorrel.server.stopped import completion, console_commands, console_errors
 from sorrel.server.stopped.stop_events import Told
-from sorrel.server.stopped.variables import Presenter, References
+from sorrel.server.stopped.variables import Presenter, References, TOO_LONG
 from sorrel.service.stops import (
     CONTINUE, evaluator, is_at_line, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER)
 
 
-TOO_LONG = 'ended, since it took too long'
 # The requests that are answered only here.
 COMMANDS = frozenset((
     'stackTrace', 'scopes', 'variables', 'setVariable', 'setExpression', 'evaluate', 'completions',
@@ -232,9 +232,14 @@ class StoppedThread(object):
 
     def _of_program(self, function, *arguments):
         """Calls what may run code of the program."""
-        return self._within(self._session.patience, function, *arguments)
+        return self._within(self._session.patience, _in_one_line, function, *arguments)
 
-    def _within(self, seconds, function, *arguments):
+    def _typed(self, function, *arguments):
+        """The same for what is typed in the console, which may take as long as it likes."""
+        return self._within(None, console_errors.formatted, function, *arguments)
+
+    def _within(self, seconds, explain, function, *arguments):
+        """explain: makes the text that a client is told of a (type, value, traceback)."""
         try:
             return self.limit.call(seconds, function, *arguments)
         except values.Overtime:
@@ -242,21 +247,22 @@ class StoppedThread(object):
         except Refused:
             raise
         except:
-            raise Refused(text(errors.error_text(*sys.exc_info()[:2])))
+            raise Refused(explain(*sys.exc_info()))
 
     def _scopes(self, arguments):
         frame = self._find_frame(arguments)
-        variables = child_values.Variables(frame.f_globals, (), frame.f_globals.__setitem__)
-        scopes = [{'name': 'Globals', 'expensive': True, 'presentationHint': 'globals',
+        set_global = frame.f_globals.__setitem__
+        is_module = frame.f_locals is frame.f_globals
+        variables = child_values.Variables(
+            frame.f_locals, frame.f_code.co_varnames,
+            set_global if is_module else evaluation.assigner(frame), self._lent_to(frame),
+            defines=is_module or private_names.is_class_body(frame.f_code) or None)
+        scopes = [{'name': 'Locals', 'expensive': False, 'presentationHint': 'locals',
                    'variablesReference': self._presenter.whole(variables, frame)}]
-        extra = self._lent_to(frame)
-        if extra or frame.f_locals is not frame.f_globals:
-            held = frame.f_locals if frame.f_locals is not frame.f_globals else {}
-            variables = child_values.Variables(
-                held, frame.f_code.co_varnames, evaluation.assigner(frame), extra)
-            scopes.insert(0, {
-                'name': 'Locals', 'expensive': False, 'presentationHint': 'locals',
-                'variablesReference': self._presenter.whole(variables, frame)})
+        if not is_module:
+            variables = child_values.Variables(frame.f_globals, (), set_global)
+            scopes.append({'name': 'Globals', 'expensive': True, 'presentationHint': 'globals',
+                           'variablesReference': self._presenter.whole(variables, frame)})
         return {'scopes': scopes}
 
     def _lent_to(self, frame):
@@ -273,16 +279,18 @@ class StoppedThread(object):
     def _variables(self, arguments):
         return {'variables': self._presenter.parts(
             arguments['variablesReference'], arguments.get('filter'),
-            arguments.get('start', 0), arguments.get('count', 0))}
+            arguments.get('start', 0), arguments.get('count', 0), _in_hex(arguments))}
 
     def _set_variable(self, arguments):
         child, frame, expression = self._presenter.find(
             arguments['variablesReference'], arguments['name'])
         if child.assign is None:
-            raise Refused('%s cannot be changed' % arguments['name'])
+            why = '' if child.fixed_by is None \
+                else ': it is part of a ' + values.class_name(child.fixed_by)
+            raise Refused('%s cannot be changed%s' % (arguments['name'], why))
         value = self._of_program(self._evaluator.expression, arguments['value'], frame)
         self._of_program(child.assign, value)
-        return self._presenter.value(value, frame, expression)
+        return self._presenter.value(value, frame, expression, _in_hex(arguments))
 
     def _set_expression(self, arguments):
         frame = self._find_frame(arguments)
@@ -290,18 +298,18 @@ class StoppedThread(object):
         statement = '%s = (%s)' % (expression, arguments['value'])
         self._of_program(self._evaluator.statement, statement, frame, None)
         value = self._of_program(self._evaluator.expression, expression, frame)
-        return self._presenter.value(value, frame, expression)
+        return self._presenter.value(value, frame, expression, _in_hex(arguments))
 
     def _evaluate(self, arguments):
         frame = self._find_frame(arguments)
         expression = arguments['expression']
         if arguments.get('context') in (None, 'repl'):
-            return self._execute(expression, frame)
+            return self._execute(expression, frame, _in_hex(arguments))
         value = self._value(expression, frame)
-        shown = self._presenter.value(value, frame, expression)
+        shown = self._presenter.value(value, frame, expression, _in_hex(arguments))
         if arguments['context'] == 'clipboard':
             shown['value'] = self._presenter.shower.show_all(value)
-        return _result(shown)
+        return _result(shown, value)
 
     def _value(self, expression, frame):
         in_its_language = sublanguages.evaluator(sublanguages.at_work(self.ident), frame)
@@ -309,22 +317,24 @@ class StoppedThread(object):
             return self._of_program(self._evaluator.call, in_its_language, expression)
         return self._of_program(self._evaluator.expression, expression, frame)
 
-    def _execute(self, typed, frame):
-        """What is typed in the console: it may be statements, and take as long as it likes."""
+    def _execute(self, typed, frame, in_hex):
+        """What is typed in the console: it may be statements."""
         said = console_commands.execute(typed, self.stop, self._service.exceptions)
         if said is not None:
             return {'result': text(said), 'variablesReference': 0}
         in_its_language = sublanguages.evaluator(sublanguages.at_work(self.ident), frame)
         if in_its_language is not None:
-            value = self._within(None, self._evaluator.call, in_its_language, typed)
-            self._evaluator.remember(value)
-            return _result(self._presenter.value(value, frame))
+            value = self._typed(self._evaluator.call, in_its_language, typed)
+            return self._typed_value(value, frame, in_hex)
         shown = []
-        self._within(None, self._evaluator.statement, typed, frame, shown.append)
+        self._typed(self._evaluator.statements, typed, frame, shown.append)
         if not shown:
             return {'result': '', 'variablesReference': 0}
-        self._evaluator.remember(shown[-1])
-        return _result(self._presenter.value(shown[-1], frame))
+        return self._typed_value(shown[-1], frame, in_hex)
+
+    def _typed_value(self, value, frame, in_hex):
+        self._evaluator.remember(value)
+        return _result(self._presenter.value(value, frame, None, in_hex), value)
 
     def _completions(self, arguments):
         frame = self._find_frame(arguments)
@@ -332,11 +342,11 @@ class StoppedThread(object):
         lines = arguments['text'].split('\n')
         line = arguments.get('line', self._session.first_line) - self._session.first_line
         typed = lines[line] if 0 <= line < len(lines) else u''
-        start, end, names = self._of_program(
+        start, end, found = self._of_program(
             completion.complete, typed, arguments['column'] - first_column, frame,
             self._evaluator)
-        return {'targets': [{'label': name, 'start': start + first_column, 'length': end - start}
-                            for name in names]}
+        return {'targets': [{'label': name, 'type': type, 'start': start + first_column,
+                             'length': end - start} for name, type in found]}
 
     def _exception_info(self, arguments):
         self._check_thread(arguments)
@@ -412,8 +422,18 @@ def _lazy_stack(thread, frame):
     return stacks.LazyStack(stacks.outward(thread, frame), sum(1 for _ in frames.outward(frame)))
 
 
-def _result(shown):
+def _in_one_line(type, value, traceback):
+    return text(errors.error_text(type, value))
+
+
+def _in_hex(arguments):
+    return arguments.get('format', {}).get('hex', False)
+
+
+def _result(shown, value):
     shown['result'] = shown.pop('value')
+    if issubclass(type(value), basestring):
+        shown['presentationHint'] = {'attributes': ['rawString']}
     return shown
 
 

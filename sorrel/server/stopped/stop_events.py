@@ -2,6 +2,8 @@
 
 from __future__ import absolute_import
 
+from sorrel.common import errors
+from sorrel.common.decoding import text
 from sorrel.common.records import record
 from sorrel.inspection import frames
 from sorrel.service import living
@@ -13,6 +15,7 @@ from sorrel.service.stops import (
 # client is shown. details: what else is in the body of the event.
 Told = record('Told', 'reason frame details')
 
+_FAILED = 'Paused on breakpoint: its condition fails'
 _CALLED = 'Paused by the program'
 _PAUSED = 'Paused on exception'
 _CALLED_BY_C = ' (no handler in Python code; called by C code)'
@@ -98,9 +101,12 @@ class Stops(object):
 
 
 def _told_hits(hits, frame):
-    all_of_functions = all(is_function for _, is_function in hits)
-    return Told('function breakpoint' if all_of_functions else 'breakpoint', frame,
-                {'hitBreakpointIds': [id for id, _ in hits]})
+    details = {'hitBreakpointIds': [hit.id for hit in hits]}
+    failures = [errors.error_text(*hit.error) for hit in hits if hit.error is not None]
+    if failures:
+        details.update(description=_FAILED, text=text('; '.join(failures)))
+    all_of_functions = all(hit.is_function for hit in hits)
+    return Told('function breakpoint' if all_of_functions else 'breakpoint', frame, details)
 
 
 def _caller(stop):

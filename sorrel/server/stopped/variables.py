@@ -6,11 +6,18 @@ import sys
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.common.records import record
 from sorrel.inspection import child_values, values
+from sorrel.inspection.time_limit import Overtime
 from sorrel.protocol.messages import Refused
+from sorrel.server.stopped import listing
 
 # A client that asks for all of a long container gets as many, and the rest to open.
 _AT_ONCE = 500
+# What is said of code of the program that has been ended.
+TOO_LONG = 'ended, since it took too long'
+# In place of the value of a property that has raised an exception.
+_Failure = record('_Failure', 'text')
 
 
 class References(object):
@@ -48,9 +55,9 @@ class Presenter(object):
         """A reference to all parts of a scope or a value."""
         return self.references.add((whole, frame, expression))
 
-    def value(self, value, frame, expression=None):
+    def value(self, value, frame, expression=None, in_hex=False):
         """What responses say of a value that stands alone."""
-        shown = {'value': self.shower.show(value), 'type': values.type_name(value),
+        shown = {'value': self.shower.show(value, in_hex), 'type': values.type_name(value),
                  'variablesReference': 0}
         if child_values.has_children(value):
             shown['variablesReference'] = self.whole(child_values.Object(value), frame, expression)
@@ -59,19 +66,24 @@ class Presenter(object):
                 shown['indexedVariables'] = count
         return shown
 
-    def parts(self, reference, kind, start, count):
+    def parts(self, reference, kind, start, count, in_hex=False):
         """The variables of a whole. kind: 'named', 'indexed' or None; count: 0 for all."""
         whole, frame, expression = self._known(reference)
         items = whole.items
         found = []
         if kind != 'indexed':
-            found = self._named(whole)
+            found = listing.arranged(whole, self._named(whole))
             if kind == 'named' or items is None:
                 found = found[start:start + count] if count else found[start:]
-        shown = [self._part(child, frame, expression) for child in found]
+
+        def part(child):
+            if isinstance(child, listing.Group):
+                return self._group(child, frame, expression)
+            return self._part(child, frame, expression, in_hex)
+        shown = [part(child) for child in found]
         if kind != 'named' and items is not None:
             wanted = count or min(items.count() - start, _AT_ONCE)
-            shown += [self._part(child, frame, expression) for child in items.get(start, wanted)]
+            shown += [part(child) for child in items.get(start, wanted)]
             if not count and items.count() - start > _AT_ONCE:
                 shown.append(self._rest(items.rest(start + _AT_ONCE), frame, expression))
         return shown
@@ -94,26 +106,40 @@ class Presenter(object):
         except:
             raise Refused(text(errors.error_text(*sys.exc_info()[:2])))
 
+    def _group(self, group, frame, expression):
+        return {'name': group.name, 'value': '', 'presentationHint': {'kind': 'virtual'},
+                'variablesReference': self.whole(group, frame, expression)}
+
     def _rest(self, rest, frame, expression):
         return {'name': rest.name(), 'value': '...', 'indexedVariables': rest.count(),
                 'variablesReference': self.whole(rest, frame, expression),
                 'presentationHint': {'kind': 'virtual'}}
 
-    def _part(self, child, frame, whole_expression):
+    def _part(self, child, frame, whole_expression, in_hex):
         expression = _written(child, whole_expression)
         if child.read is not None:
             shown = {'value': '', 'presentationHint': {'kind': 'property', 'lazy': True},
                      'variablesReference': self.whole(
-                         child_values.Property(child, self.shower.call_limited), frame,
-                         whole_expression)}
+                         child_values.Property(child, self._ask), frame, whole_expression)}
+        elif type(child.value) is _Failure:
+            shown = {'value': child.value.text, 'variablesReference': 0,
+                     'presentationHint': {'kind': 'property', 'attributes': ['readOnly']}}
         else:
-            shown = self.value(child.value, frame, expression)
-            if child.assign is None:
-                shown['presentationHint'] = {'attributes': ['readOnly']}
+            shown = self.value(child.value, frame, expression, in_hex)
+            shown['presentationHint'] = listing.hint(child)
         shown['name'] = self._name(child)
         if expression is not None:
             shown['evaluateName'] = text(expression)
         return shown
+
+    def _ask(self, read):
+        """The value of a property; a _Failure where it has none."""
+        try:
+            return self.shower.call_limited(read)
+        except Overtime:
+            return _Failure(TOO_LONG)
+        except:
+            return _Failure(text(errors.error_text(*sys.exc_info()[:2])))
 
     def _name(self, child):
         return text(child.name) if child.name is not None else self.shower.show(child.key)
