@@ -48,7 +48,7 @@ _SHAPES = {
                    'supportsStartDebuggingRequest?': bool},
     'launch': LAUNCH,
     'attach': ATTACH,
-    'disconnect': {'terminateDebuggee?': bool},
+    'disconnect': {'terminateDebuggee?': bool, 'restart?': bool},
     'setBreakpoints': {
         'source': _SOURCE,
         'breakpoints?': [dict(_BREAKPOINT, **{'line': int, 'logMessage?': unicode})]},

@@ -39,6 +39,9 @@ void forget_beats();
 bool guard_interrupts(const volatile int32_t* front);
 constexpr int32_t kEndAll = -1;
 
+// Sends a signal to the calling process.
+void send_signal_to_self(int number);
+
 // Brings a process group to the foreground of a terminal of the calling process, which need not be
 // there itself. False where it cannot be.
 bool set_foreground_group(int terminal, int group);

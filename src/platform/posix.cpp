@@ -349,6 +349,8 @@ bool guard_interrupts(const volatile int32_t* front) {
     return sigaction(SIGINT, &guard, nullptr) == 0;
 }
 
+void send_signal_to_self(int number) { kill(getpid(), number); }
+
 bool set_foreground_group(int terminal, int group) {
     // It would stop whoever asks for this in the background.
     sigset_t stops;

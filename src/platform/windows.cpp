@@ -7,6 +7,7 @@
 #include <process.h>
 #include <shlobj.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -221,6 +222,8 @@ void hold_forks() {}
 void let_forks() {}
 
 bool guard_interrupts(const volatile int32_t* /*front*/) { return false; }
+
+void send_signal_to_self(int number) { raise(number); }
 
 bool set_foreground_group(int /*terminal*/, int /*group*/) { return false; }
 
