@@ -235,7 +235,13 @@ command_dap() {
     local exe
     read_options -- "$@"
     no_arguments
-    exe=$(python_of_adapter) || exit
+    if ! exe=$(python_of_adapter 2>&1); then
+        echo "$exe" >&2
+        exe=${exe##*$'\n'}
+        refuse_client "${exe#morvik: }"
+        exit 1
+    fi
+    exe=${exe##*$'\n'}
     PYTHONPATH=$root${PYTHONPATH:+:$PYTHONPATH} exec "$exe" -m sorrel.main dap
 }
 

@@ -5,7 +5,7 @@ from __future__ import absolute_import
 import os
 import subprocess
 
-from sorrel.adapter import interpreters
+from sorrel.adapter import checks, interpreters
 from sorrel.processes import commands, guard, own_folders
 from sorrel.protocol.launch_callers import Handshake
 
@@ -24,7 +24,9 @@ class Launch(object):
         self._arguments = arguments
         self._handshake = None
         self._interpreter = interpreters.command(arguments, interpreters.own())
+        self._folder = self._find_folder()
         self._command = self._make_command()
+        self._check()
 
     def sockets(self):
         """Those that look() is to be called for."""
@@ -39,9 +41,9 @@ class Launch(object):
         self._greet()
         try:
             return subprocess.Popen(
-                self._full_command(), cwd=_encoded(self._arguments.get('cwd')),
-                env=self._environment(), stdin=open(os.devnull), stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE, close_fds=True, preexec_fn=guard.OWN_SESSION)
+                self._full_command(), cwd=self._folder, env=self._environment(), stdin=open(os.devnull),
+                stdout=subprocess.PIPE, stderr=subprocess.PIPE, close_fds=True,
+                preexec_fn=guard.OWN_SESSION)
         except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
             self.close()
             raise CannotLaunch('cannot start it: %s' % error)
@@ -50,7 +52,7 @@ class Launch(object):
         """The arguments of the request that has the client start the program."""
         self._greet()
         return {'kind': self.terminal(), 'title': 'Morvik',
-                'cwd': self._arguments.get('cwd') or os.getcwd(), 'args': self._full_command(),
+                'cwd': self._folder, 'args': self._full_command(),
                 'env': dict(self._arguments.get('env') or {})}
 
     def look(self, readable):
@@ -75,10 +77,34 @@ class Launch(object):
     def _greet(self):
         self._handshake = Handshake()
 
+    def _find_folder(self):
+        """Where it is started: by default where the program is."""
+        folder, program = self._arguments.get('cwd'), self._arguments.get('program')
+        if folder:
+            return os.path.abspath(folder.encode('utf-8'))
+        return os.path.dirname(_absolute(program)) if program else os.getcwd()
+
+    def _check(self):
+        """Raises Refused where it cannot be started."""
+        program, python = self._arguments.get('program'), interpreters.named(self._arguments)
+        try:
+            if self._arguments.get('cwd'):
+                checks.check_folder(self._folder)
+            if program and program != '-':
+                given = program.encode('utf-8')
+                checks.check_program(
+                    given, self._folder if self._arguments.get('cwd') else os.getcwd())
+            if python is not None:
+                checks.check_interpreter(python, self._environment(), self._folder)
+        except TypeError as error:  # A NUL in a word.
+            raise CannotLaunch('cannot start it: %s' % error)
+
     def _make_command(self):
         program, module = self._arguments.get('program'), self._arguments.get('module')
         if bool(program) == bool(module):
             raise CannotLaunch('name either a program or a module')
+        if program and program != '-' and not self._arguments.get('cwd'):
+            program = _absolute(program).decode('utf-8')
         # The interpreter gets them from the server: -E and -S would have that not be found.
         command = self._options()
         command += ['--module'] if module else []
@@ -108,6 +134,6 @@ class Launch(object):
         return environment
 
 
-def _encoded(word):
-    """For the operating system; None for none."""
-    return word.encode('utf-8') if word else None
+def _absolute(path):
+    """What it means to the adapter, for the operating system."""
+    return os.path.abspath(path.encode('utf-8'))

@@ -9,11 +9,11 @@ import select
 import signal
 import time
 
+from sorrel.adapter import complaints
+
 _READ_AT_ONCE = 65536
-_COMPLAINT_LIMIT = 1000
-_COMPLAINING = ('sorrel: ', 'morvik: ')
-# What an interpreter says for which Morvik is not installed.
-_NOT_INSTALLED = 'No module named sorrel'
+# The first complaint of a compiler counts, and many lines may follow it.
+_COMPLAINT_LIMIT = 100000
 
 
 class Process(object):
@@ -65,9 +65,7 @@ class Process(object):
 
     def complaint(self):
         """What was wrong, as one of the commands that start a program says it; '' for nothing."""
-        lines = [line for line in self._complaint.splitlines()
-                 if line.startswith(_COMPLAINING) or line.endswith(_NOT_INSTALLED)]
-        return lines[-1] if lines else u''
+        return complaints.complaint(self._complaint)
 
     def _read(self, output):
         name, decoder = self._written[output]

@@ -93,9 +93,9 @@ for (const [what, args, complaint] of [
     ['both a program and a module', { program: 'x.py', module: 'x' },
         /name either a program or a module/],
     ['a folder that is not there', { program: 'x.py', cwd: '/none/such' }, /none\/such/],
-    ['an interpreter that is not there', { program: 'x.py', python: '/none/such' },
-        /could not be started/],
-    ['a program that is not there', { program: '/none/such.py' }, /could not be started/],
+    ['an interpreter that is not there', { module: 'x', python: '/none/such' },
+        /no such interpreter: \/none\/such/],
+    ['a program that is not there', { program: '/none/such.py' }, /can't open .*\/none\/such.py/],
     ['a module that is not there', { module: 'none_such' }, /could not be started/],
 ]) {
     test(`launching ${what} is refused`, () => withClient(async (client) => {
