@@ -1,6 +1,6 @@
-"""What can be told of a program before it is started: whether what it is to be started with is there.
+"""What is looked at before a program is started: whether all that it needs for that is there.
 
-A program in a terminal of the client's could not tell the client itself.
+One in a terminal of the client's could not tell the client itself.
 """
 
 from __future__ import absolute_import

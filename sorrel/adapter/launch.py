@@ -41,9 +41,9 @@ class Launch(object):
         self._greet()
         try:
             return subprocess.Popen(
-                self._full_command(), cwd=self._folder, env=self._environment(), stdin=open(os.devnull),
-                stdout=subprocess.PIPE, stderr=subprocess.PIPE, close_fds=True,
-                preexec_fn=guard.OWN_SESSION)
+                self._full_command(), cwd=self._folder, env=self._environment(),
+                stdin=open(os.devnull), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                close_fds=True, preexec_fn=guard.OWN_SESSION)
         except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
             self.close()
             raise CannotLaunch('cannot start it: %s' % error)
