@@ -29,10 +29,10 @@ _SHORT_USAGE = '''python -m sorrel [--post-mortem] [--hook MODULE:NAME]... [--] 
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
 Protocol that come to a port. Or, in the terminal, one that runs already. The interpreter is started
 anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
-_USAGE = '''%prog terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [--]
+_USAGE = '''%prog terminal [--module | --text] [--post-mortem] [--hook MODULE:NAME]... [--]
              PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
-             | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+             | --handshake FILE) [--module | --text] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog attach [--handshake FILE] PID
        %prog dap
        %prog demo (ledger | bills)'''
@@ -133,6 +133,8 @@ def _parse(arguments):
         _add_interpreter_options(parser)
         parser.add_option('--module', action='store_const', dest='kind', const='-m', default='',
                           help='PROGRAM is a module by name')
+        parser.add_option('--text', action='store_const', dest='kind', const='-c',
+                          help='PROGRAM is the text of one')
     if command == 'serve':
         _add_listen_options(parser)
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')

@@ -11,7 +11,7 @@ import select
 import signal
 import time
 
-from sorrel.adapter import attach
+from sorrel.adapter import attach, unknown_attributes
 from sorrel.adapter.answers import answer, event, is_to_end
 from sorrel.adapter.children import Children
 from sorrel.adapter.connection import ToClient, ToProgram
@@ -196,7 +196,9 @@ class Adapter(object):
 
     def _on_launch(self, request):
         self._check_beginning()
-        launch = Launch(schema.checked(request))
+        arguments = schema.checked(request)
+        launch = Launch(arguments)
+        self._warn_of_unknown(request, arguments)
         if launch.terminal() and self._initialize.get('supportsRunInTerminalRequest'):
             self._terminal_request = self._send({
                 'type': 'request', 'command': 'runInTerminal',
@@ -210,6 +212,7 @@ class Adapter(object):
     def _on_attach(self, request):
         self._check_beginning()
         arguments = schema.checked(request)
+        self._warn_of_unknown(request, arguments)
         if 'processId' in arguments:
             self._launch = ProcessAttach(arguments, self._hear_of_attaching)
             self._begin_to_launch(attach.for_program(request, arguments))
@@ -222,6 +225,11 @@ class Adapter(object):
             raise
         self._children.expect(self._initialize, arguments)
         self._join(connection)
+
+    def _warn_of_unknown(self, request, arguments):
+        written = unknown_attributes.warning(request, arguments)
+        if written:
+            self._event('output', {'category': 'important', 'output': written})
 
     def _begin_to_launch(self, request):
         self._begin = request
@@ -337,6 +345,22 @@ class Adapter(object):
                 self._is_first_gone = True
             else:
                 self._merging.hear(self._debuggee, message)
+            if self._is_turned_away(message):
+                self._forget_program()
+                break
+
+    def _is_turned_away(self, message):
+        """Whether the program refuses to be attached to."""
+        return message['type'] == 'response' and message.get('command') == 'attach' \
+            and not message.get('success')
+
+    def _forget_program(self):
+        """The client may attach once more, to this one or another."""
+        self._children.leave()
+        self._program.close()
+        self._program = None
+        self._merging = Merging(self._send)
+        self._children = Children(self._merging, self._send)
 
     def _lose_program(self):
         self._program.close()

@@ -5,7 +5,8 @@ from __future__ import absolute_import
 import os
 import subprocess
 
-from sorrel.adapter import checks, interpreters
+from sorrel.adapter import checks, environment_files, interpreters
+from sorrel.common.decoding import text
 from sorrel.processes import commands, guard, own_folders
 from sorrel.protocol.launch_callers import Handshake
 
@@ -25,6 +26,7 @@ class Launch(object):
         self._handshake = None
         self._interpreter = interpreters.command(arguments, interpreters.own())
         self._folder = self._find_folder()
+        self._variables_of_file = self._read_variables()
         self._command = self._make_command()
         self._check()
 
@@ -53,7 +55,7 @@ class Launch(object):
         self._greet()
         return {'kind': self.terminal(), 'title': 'Morvik',
                 'cwd': self._folder, 'args': self._full_command(),
-                'env': dict(self._arguments.get('env') or {})}
+                'env': self._variables_in_terminal()}
 
     def look(self, readable):
         """The connection to the program when it is there, else None."""
@@ -84,6 +86,18 @@ class Launch(object):
             return os.path.abspath(folder.encode('utf-8'))
         return os.path.dirname(_absolute(program)) if program else os.getcwd()
 
+    def _read_variables(self):
+        """Those of the file that the client names."""
+        path = self._arguments.get('envFile')
+        return environment_files.variables(
+            os.path.join(self._folder, path.encode('utf-8'))) if path else {}
+
+    def _variables_in_terminal(self):
+        variables = dict(
+            (text(name), text(value)) for name, value in self._variables_of_file.items())
+        variables.update(self._arguments.get('env') or {})
+        return variables
+
     def _check(self):
         """Raises Refused where it cannot be started."""
         program, python = self._arguments.get('program'), interpreters.named(self._arguments)
@@ -101,23 +115,24 @@ class Launch(object):
 
     def _make_command(self):
         program, module = self._arguments.get('program'), self._arguments.get('module')
-        if bool(program) == bool(module):
-            raise CannotLaunch('name either a program or a module')
+        code = u'\n'.join(self._arguments.get('code', ()))
+        if [bool(program), bool(module), bool(code)].count(True) != 1:
+            raise CannotLaunch('name either a program, a module or code')
         if program and program != '-' and not self._arguments.get('cwd'):
             program = _absolute(program).decode('utf-8')
         # The interpreter gets them from the server: -E and -S would have that not be found.
         command = self._options()
-        command += ['--module'] if module else []
+        command += ['--module'] if module else ['--text'] if code else []
         for hook in self._arguments.get('hooks', ()):
             command += ['--hook', hook]
-        command += ['--', program or module] + self._arguments.get('args', [])
+        command += ['--', program or module or code] + self._arguments.get('args', [])
         return [word.encode('utf-8') for word in command]
 
     def _options(self):
-        options = self._arguments.get('pythonArgs', [])
+        options = interpreters.options(self._arguments)
         if commands.options_of(options) != options:
             raise CannotLaunch('pythonArgs: no options of the interpreter: %s' % ' '.join(options))
-        return options[:]
+        return options
 
     def _full_command(self):
         return self._interpreter + ['-u', '-m', 'sorrel.main', 'serve',
@@ -126,6 +141,7 @@ class Launch(object):
     def _environment(self):
         environment = dict(os.environ)
         own_folders.hide(environment)
+        environment.update(self._variables_of_file)
         for name, value in (self._arguments.get('env') or {}).items():
             if value is None:
                 environment.pop(name.encode('utf-8'), None)

@@ -1,7 +1,7 @@
 """What the arguments of requests have to look like.
 
-A shape is a type, a set of words, a list of one shape for an array of any length, a Mapping, a
-Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name says
+A shape is a type, a set of words, a list of one shape for an array of any length, Words, a Mapping,
+a Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name says
 that the attribute may be missing or null; attributes without a shape are nobody's business.
 """
 
@@ -15,6 +15,10 @@ _MOST = (1 << 31) - 1
 
 class Number(object):
     """A whole number from 0 on, or its digits in a string, as editors' variables have it."""
+
+
+class Words(object):
+    """A string, or an array of them that is not empty: an array is what is handed out."""
 
 
 class Mapping(object):
@@ -33,14 +37,14 @@ DEBUGGING = {
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{
-    'program?': unicode, 'module?': unicode, 'args?': [unicode], 'cwd?': unicode, 'env?': Mapping(),
-    'python?': unicode, 'pythonArgs?': [unicode], 'build?': bool, 'hooks?': [unicode],
+    'program?': unicode, 'module?': unicode, 'code?': Words(), 'args?': [unicode], 'cwd?': unicode,
+    'env?': Mapping(), 'envFile?': unicode, 'python?': Words(), 'pythonArgs?': [unicode], 'build?': bool, 'hooks?': [unicode],
     'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(DEBUGGING, **{
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
     'tokenFile?': unicode, 'processId?': Number(), 'subProcessId?': Number(),
-    'python?': unicode, 'build?': bool})
+    'python?': Words(), 'build?': bool})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
@@ -94,6 +98,12 @@ def _checked(shape, value, name):
         _require(isinstance(value, list), name, u'is no array')
         return [_checked(shape[0], item, u'%s[%d]' % (name, number))
                 for number, item in enumerate(value)]
+    if isinstance(shape, Words):
+        if isinstance(value, unicode):
+            return [value]
+        _require(isinstance(value, list), name, u'is neither a string nor an array')
+        _require(value, name, u'is empty')
+        return _checked([unicode], value, name)
     if isinstance(shape, Mapping):
         _require(isinstance(value, dict), name, u'is no object')
         for key, item in value.items():

@@ -89,9 +89,9 @@ test('the interpreter is the one that is named', async () => {
 });
 
 for (const [what, args, complaint] of [
-    ['neither a program nor a module', { args: [] }, /name either a program or a module/],
+    ['neither a program nor a module', { args: [] }, /name either a program, a module or code/],
     ['both a program and a module', { program: 'x.py', module: 'x' },
-        /name either a program or a module/],
+        /name either a program, a module or code/],
     ['a folder that is not there', { program: 'x.py', cwd: '/none/such' }, /none\/such/],
     ['an interpreter that is not there', { module: 'x', python: '/none/such' },
         /no such interpreter: \/none\/such/],

@@ -70,7 +70,7 @@ class AdapterTest(dap_session.TestCase):
         adapter.ask('initialize')
         self.assertEqual(adapter.refusal('initialize'), 'initialize comes once')
         for arguments, why in (
-                ({}, 'name either a program or a module'),
+                ({}, 'name either a program, a module or code'),
                 ({'program': 5}, 'program is no string'),
                 ({'program': self.path, 'args': 'x y'}, 'args is no array'),
                 ({'program': self.path, 'args': ['x', 1]}, 'args[1] is no string'),

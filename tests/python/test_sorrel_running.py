@@ -410,7 +410,7 @@ class CommandLine(sorrel_session.TestCase):
 
     def test_help(self):
         out, err, status = self.call('-m', 'sorrel.main', '--help')
-        self.assert_in('sorrel terminal [--module] [--post-mortem] [--hook MODULE:NAME]... [--]\n',
+        self.assert_in('sorrel terminal [--module | --text] [--post-mortem] [--hook MODULE:NAME]... [--]\n',
                        out)
         self.assertEqual((err, status), ('', 0))
 
