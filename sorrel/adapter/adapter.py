@@ -438,6 +438,13 @@ class Adapter(object):
             self._event('output', {'category': 'console', 'output': written})
 
     def _tell_output(self, category, written):
+        if self._launch is not None:
+            # The program has not begun: it is what starts it, and builds for it, that says this.
+            self._hear_of_beginning(category, written)
+        else:
+            self._event('output', {'category': category, 'output': written})
+
+    def _hear_of_beginning(self, category, written):
         if self._progress is not None and category == 'stderr':
             self._progress.hear(written)
-        self._event('output', {'category': category, 'output': written})
+        self._event('output', {'category': 'console', 'output': written})

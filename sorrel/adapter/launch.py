@@ -41,9 +41,12 @@ class Launch(object):
     def start(self):
         """Returns the process, as a subprocess.Popen. Raises CannotLaunch."""
         self._greet()
+        environment = self._environment()
+        # No terminal says what the client, which is told it as text, reads.
+        environment.setdefault('PYTHONIOENCODING', 'UTF-8')
         try:
             return subprocess.Popen(
-                self._full_command(), cwd=self._folder, env=self._environment(),
+                self._full_command(), cwd=self._folder, env=environment,
                 stdin=open(os.devnull), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                 close_fds=True, preexec_fn=guard.OWN_SESSION)
         except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.

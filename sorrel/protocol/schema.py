@@ -1,8 +1,8 @@
 """What the arguments of requests have to look like.
 
 A shape is a type, a set of words, a list of one shape for an array of any length, Words, a Mapping,
-a Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name says
-that the attribute may be missing or null; attributes without a shape are nobody's business.
+a Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name
+says that the attribute may be missing or null; attributes without a shape are nobody's business.
 """
 
 from __future__ import absolute_import
@@ -38,8 +38,8 @@ DEBUGGING = {
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{
     'program?': unicode, 'module?': unicode, 'code?': Words(), 'args?': [unicode], 'cwd?': unicode,
-    'env?': Mapping(), 'envFile?': unicode, 'python?': Words(), 'pythonArgs?': [unicode], 'build?': bool, 'hooks?': [unicode],
-    'noDebug?': bool,
+    'env?': Mapping(), 'envFile?': unicode, 'python?': Words(), 'pythonArgs?': [unicode],
+    'build?': bool, 'hooks?': [unicode], 'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(DEBUGGING, **{
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,

@@ -102,9 +102,9 @@ for (const [what, args, complaint] of [
         await client.initialize();
         await assert.rejects(client.send('launch', args), complaint);
         if (complaint.source.includes('started')) {
-            // Why, is told where the program would have written.
+            // What starts the program has said so, too.
             await client.next('terminated');
-            assert.match(client.written('stderr'), /none.such/);
+            assert.match(client.written('console'), /none.such/);
         }
     }));
 }

@@ -101,6 +101,20 @@ class AttributeTest(dap_session.TestCase):
         self.adapter.go()
         self.adapter.output('1\n')
 
+    def test_what_a_program_writes_is_utf_8(self):
+        text = '# -*- coding: utf-8 -*-\nimport sys\nprint u"\xc3\xa9"\n' \
+            'sys.stderr.write(sys.stderr.encoding)\n'
+        self.assertEqual(self.ran(program=self.script(text)), u'\xe9\n')
+
+    def test_the_environment_says_which_encoding_there_is(self):
+        for environment in {'PYTHONIOENCODING': 'ascii:replace'}, {'PYTHONIOENCODING': None}:
+            adapter = self.adapter = self.opened(dap_session.Adapter())
+            expected = environment['PYTHONIOENCODING'] or 'UTF-8'
+            self.assertEqual(
+                self.ran(program=self.script('import sys\nprint sys.stdout.encoding\n'),
+                         env=environment), expected.partition(':')[0] + '\n')
+            adapter.close()
+
     # Variables in a file.
 
     def test_variables_of_a_file_come_below_those_that_are_named(self):

@@ -199,10 +199,21 @@ class BuildTest(TestCase):
                 'progressStart', 'progressUpdate', 'progressUpdate', 'progressEnd')]
         self.assertEqual((begun['title'], begun['message'], begun['requestId']),
                          ('Morvik', 'building something', number))
-        self.assertEqual((half['percentage'], whole['percentage']), (50, 100))
+        self.assertEqual([(event['percentage'], event['message']) for event in half, whole],
+                         [(50, 'step 1 of 2'), (100, 'step 2 of 2')])
         self.assertEqual(set(event['progressId'] for event in (begun, half, whole, end)),
                          set([begun['progressId']]))
         adapter.ask('disconnect')
+
+    def test_what_a_build_says_is_not_what_the_program_says(self):
+        adapter = self.start()
+        self.debugged(adapter, build=True)
+        said = dict((category, ''.join(
+            message['body']['output'] for message in adapter.messages
+            if message.get('event') == 'output' and message['body']['category'] == category))
+            for category in ('console', 'stderr'))
+        self.assert_in('building something', said['console'])
+        self.assert_not_in('building', said['stderr'])
 
     def test_why_it_could_not_be_built(self):
         output = open(os.path.join(self.checkout, 'tools', 'build.sh'), 'a')

@@ -410,8 +410,8 @@ class CommandLine(sorrel_session.TestCase):
 
     def test_help(self):
         out, err, status = self.call('-m', 'sorrel.main', '--help')
-        self.assert_in('sorrel terminal [--module | --text] [--post-mortem] [--hook MODULE:NAME]... [--]\n',
-                       out)
+        self.assert_in('sorrel terminal [--module | --text] [--post-mortem] '
+                       '[--hook MODULE:NAME]... [--]\n', out)
         self.assertEqual((err, status), ('', 0))
 
     def test_options_after_the_program_are_its_own(self):
