@@ -17,6 +17,7 @@ from sorrel.adapter.children import Children
 from sorrel.adapter.connection import ToClient, ToProgram
 from sorrel.adapter.launch import CannotLaunch, Launch
 from sorrel.adapter.merging import Merging
+from sorrel.adapter.message_log import MessageLog
 from sorrel.adapter.process import Process
 from sorrel.adapter.process_attach import ProcessAttach
 from sorrel.adapter.progress import Progress
@@ -197,6 +198,7 @@ class Adapter(object):
     def _on_launch(self, request):
         self._check_beginning()
         arguments = schema.checked(request)
+        self._begin_log(request, arguments)
         launch = Launch(arguments)
         self._warn_of_unknown(request, arguments)
         if launch.terminal() and self._initialize.get('supportsRunInTerminalRequest'):
@@ -212,6 +214,7 @@ class Adapter(object):
     def _on_attach(self, request):
         self._check_beginning()
         arguments = schema.checked(request)
+        self._begin_log(request, arguments)
         self._warn_of_unknown(request, arguments)
         if 'processId' in arguments:
             self._launch = ProcessAttach(arguments, self._hear_of_attaching)
@@ -225,6 +228,14 @@ class Adapter(object):
             raise
         self._children.expect(self._initialize, arguments)
         self._join(connection)
+
+    def _begin_log(self, request, arguments):
+        if arguments.get('logToFile') and self._client.log is None:
+            log = MessageLog.wanted(arguments['logToFile'])
+            log.note('client', request)
+            self._client.log = log
+            self._event('output', {
+                'category': 'console', 'output': u'messages are logged to %s\n' % text(log.path)})
 
     def _warn_of_unknown(self, request, arguments):
         written = unknown_attributes.warning(request, arguments)

@@ -14,7 +14,8 @@ from sorrel.protocol.messages import Refused
 _CONNECT_PATIENCE = 10.0
 # What the program wants to know: not what is for the adapter alone, or for the editor.
 _PASSED_ON = frozenset(name.rstrip('?') for name in schema.ATTACH).difference(
-    ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python', 'build'))
+    ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python', 'build',
+     'logToFile'))
 # Where a program is found, and what is to be shown there.
 _PLACE = ('connect', 'host', 'port', 'socket', 'token', 'tokenFile')
 # What a process has no first line for is not passed on to it.

@@ -1,8 +1,9 @@
 """What the arguments of requests have to look like.
 
-A shape is a type, a set of words, a list of one shape for an array of any length, Words, a Mapping,
-a Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name
-says that the attribute may be missing or null; attributes without a shape are nobody's business.
+A shape is a type, a set of words, a list of one shape for an array of any length, Words, a
+PathOrSwitch, a Mapping, a Number, or a dict for an object: the shapes of its attributes by their
+names. A "?" after a name says that the attribute may be missing or null; attributes without a shape
+are nobody's business.
 """
 
 from __future__ import absolute_import
@@ -21,6 +22,10 @@ class Words(object):
     """A string, or an array of them that is not empty: an array is what is handed out."""
 
 
+class PathOrSwitch(object):
+    """A string, or true or false."""
+
+
 class Mapping(object):
     """An object with attributes of any name, all of them strings or null."""
 
@@ -37,11 +42,13 @@ DEBUGGING = {
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{
+    'logToFile?': PathOrSwitch(),
     'program?': unicode, 'module?': unicode, 'code?': Words(), 'args?': [unicode], 'cwd?': unicode,
     'env?': Mapping(), 'envFile?': unicode, 'python?': Words(), 'pythonArgs?': [unicode],
     'build?': bool, 'hooks?': [unicode], 'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(DEBUGGING, **{
+    'logToFile?': PathOrSwitch(),
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
     'tokenFile?': unicode, 'processId?': Number(), 'subProcessId?': Number(),
     'python?': Words(), 'build?': bool})
@@ -104,6 +111,9 @@ def _checked(shape, value, name):
         _require(isinstance(value, list), name, u'is neither a string nor an array')
         _require(value, name, u'is empty')
         return _checked([unicode], value, name)
+    if isinstance(shape, PathOrSwitch):
+        _require(isinstance(value, (bool, unicode)), name, u'is neither a string nor true or false')
+        return value
     if isinstance(shape, Mapping):
         _require(isinstance(value, dict), name, u'is no object')
         for key, item in value.items():

@@ -1,5 +1,6 @@
 """What clients say when they launch or attach, beyond what the program is."""
 
+import json
 import os
 import sys
 
@@ -134,6 +135,46 @@ class AttributeTest(dap_session.TestCase):
         self.assertEqual(
             self.adapter.refusal('launch', program=self.script(PROGRAM), envFile=path),
             "envFile '%s', line 2: not NAME=VALUE" % path)
+
+    # What is said, in a file.
+
+    def test_messages_are_logged_but_no_token(self):
+        program = self.serve('import time\ntime.sleep(60)\n')
+        path = os.path.join(self.folder, 'messages')
+        self.adapter.begin({'port': program.port, 'token': program.token, 'logToFile': path})
+        self.adapter.ask('configurationDone')
+        self.adapter.ask('disconnect')
+        self.assertEqual(self.adapter.event('output')['output'],
+                         'messages are logged to %s\n' % path)
+        logged = [line.split(' ', 2) for line in open(path)]
+        messages = [json.loads(words[2]) for words in logged]
+        self.assertEqual([(words[1], message.get('command'))
+                          for words, message in zip(logged, messages)
+                          if message['type'] != 'event'], [
+            ('client', 'attach'), ('adapter', 'attach'), ('client', 'configurationDone'),
+            ('adapter', 'configurationDone'), ('client', 'disconnect'), ('adapter', 'disconnect')])
+        self.assertEqual(messages[0]['arguments']['token'], '...')
+        self.assert_not_in(program.token, open(path).read())
+        self.assertEqual(os.stat(path).st_mode & 0777, 0600)
+
+    def test_messages_are_logged_to_a_new_file(self):
+        self.adapter = self.opened(dap_session.Adapter())
+        self.ran(program=self.script('print 1\n'), logToFile=True)
+        said = self.adapter.event('output')['output']
+        path = said[len('messages are logged to '):].rstrip('\n')
+        try:
+            self.assert_in('"terminated"', open(path).read())
+        finally:
+            os.remove(path)
+
+    def test_a_log_that_cannot_be_written(self):
+        self.adapter.ask('initialize')
+        self.assertEqual(
+            self.adapter.refusal('launch', program=self.script('print 1\n'), logToFile='/'),
+            "can't write logToFile '/': Is a directory")
+        self.assertEqual(
+            self.adapter.refusal('launch', program=self.script('print 1\n'), logToFile=5),
+            'logToFile is neither a string nor true or false')
 
     # Once more.
 
