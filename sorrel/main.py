@@ -45,7 +45,8 @@ _DEMOS = ('ledger', 'bills')
 class _OptionParser(optparse.OptionParser):
 
     def error(self, message):
-        self.exit(2, 'sorrel: %s\n' % message)
+        _complain(message, getattr(self.values, 'handshake', None))
+        self.exit(2)
 
 
 def _parser(usage, description, **more):
@@ -216,8 +217,16 @@ def _serve(options, program, arguments):
                            bool(options.wait), options.handshake, options.hook,
                            options.token_file, not options.no_token, bool(options.post_mortem))
     except (runner.CannotRead, serve.CannotServe) as error:
-        sys.stderr.write('sorrel: %s\n' % error)
+        _complain(error, options.handshake)
         return 2
+
+
+def _complain(why, handshake_file):
+    """handshake_file: of an adapter that waits for what cannot be; None for none."""
+    sys.stderr.write('sorrel: %s\n' % why)
+    if handshake_file is not None:
+        from sorrel.protocol import launch_handshake
+        launch_handshake.refuse(handshake_file, str(why))
 
 
 def _attach(pid, handshake):
@@ -277,7 +286,7 @@ def _run(command, options, words, start_words):
     complaint = _complaint_of_core() or _complaint_of_restart(
         getattr(options, 'interpreter', None), start_words)
     if complaint is not None:
-        sys.stderr.write('sorrel: %s\n' % complaint)
+        _complain(complaint, getattr(options, 'handshake', None))
         return 2
     if command == 'demo':
         return _play(words[0])

@@ -30,6 +30,7 @@ from sorrel.protocol.messages import Refused
 # How long a program that is to end may take, and how long what it has written may, in seconds.
 _END_PATIENCE = 3.0
 _LOOK = 0.1
+_NOT_STARTED = u'the program could not be started'
 # How long what comes after the answer to `disconnect` may take.
 _LEAVE_PATIENCE = 5.0
 
@@ -316,6 +317,11 @@ class Adapter(object):
         except Refused as error:
             self._refuse_begin(text(error.args[0]))
             return
+        if connection is None and self._is_launched and self._process is None:
+            # It writes to a terminal.
+            why = self._launch.refusal()
+            if why:
+                self._refuse_begin(_NOT_STARTED + u': ' + text(why))
         if connection is not None:
             launch, self._launch = self._launch, None
             self._await_children(launch)
@@ -406,8 +412,7 @@ class Adapter(object):
         self._process = None
         self._is_first_gone = True
         if self._begin is not None:
-            self._refuse_begin(u'the program could not be started' + (complaint and u': ')
-                               + complaint)
+            self._refuse_begin(_NOT_STARTED + (complaint and u': ') + complaint)
         else:
             self._event('exited', {'exitCode': status})
 

@@ -64,6 +64,10 @@ class Launch(object):
         """The connection to the program when it is there, else None."""
         return self._handshake.look(readable)
 
+    def refusal(self):
+        """Why it cannot be run, where what was to start it has said so."""
+        return self._handshake.refusal()
+
     def handshake_for_children(self):
         """To be called when the program is there: what it starts is to come by the same Handshake.
 

@@ -56,6 +56,20 @@ class Adapter(dap_session.Peer):
         self.process.stdout.close()
 
 
+def refusal_in_terminal(adapter, **arguments):
+    """Why what begins in a terminal of the client's, which the adapter does not read, does not."""
+    adapter.ask('initialize', supportsRunInTerminalRequest=True)
+    number = adapter.request('launch', dict(arguments, console='integratedTerminal'))
+    asked = adapter._next(lambda message: message.get('command') == 'runInTerminal', 'request')
+    terminal = subprocess.Popen(
+        asked['arguments']['args'], cwd=asked['arguments']['cwd'], stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT, stdin=open(os.devnull), close_fds=True)
+    terminal.communicate()
+    adapter.send({'seq': 1000, 'type': 'response', 'request_seq': asked['seq'],
+                  'command': 'runInTerminal', 'success': True})
+    return adapter.answer(number)['message']
+
+
 class TestCase(installed_case.TestCase):
     """With another checkout, for which nothing is built, and a folder to install to."""
 
@@ -131,6 +145,10 @@ class LaunchTest(TestCase):
             % {'python': sys.executable})
         self.assertEqual(self.built(), [])
 
+    def test_neither_built_nor_installed_in_a_terminal(self):
+        self.assert_in('Morvik is neither built for', refusal_in_terminal(
+            self.start(), program=self.script(PROGRAM), python=sys.executable))
+
     def test_no_such_interpreter(self):
         adapter = self.start()
         adapter.ask('initialize')
@@ -172,6 +190,19 @@ class LaunchTest(TestCase):
         adapter.ask('initialize')
         self.assertEqual(adapter.refusal('launch', program=self.script(PROGRAM), build=True),
                          'there is nothing here that could be built: Morvik is installed')
+
+
+class TerminalTest(dap_session.TestCase):
+
+    def test_what_cannot_be_run(self):
+        for arguments, why in (
+                ({'module': 'none_such'}, 'No module named none_such'),
+                ({'program': self.script(PROGRAM), 'hooks': ['none_such:Hook']},
+                 "can't load hook 'none_such:Hook': ImportError: No module named none_such"),
+                ({'program': self.script(PROGRAM), 'pythonArgs': ['-i']}, 'no such option: -i')):
+            adapter = self.opened(dap_session.Adapter())
+            self.assertEqual(refusal_in_terminal(adapter, **arguments),
+                             'the program could not be started: ' + why)
 
 
 class BuildTest(TestCase):
