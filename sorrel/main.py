@@ -31,10 +31,10 @@ _SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--no-color] [--just-my-code] 
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
 Protocol that come to a port. Or, in the terminal, one that runs already, or that listens. The
 interpreter is started anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
-_USAGE = '''%prog terminal [--module] [--tty DEVICE] [--no-color] [--just-my-code]
+_USAGE = '''%prog terminal [--module | --text] [--tty DEVICE] [--no-color] [--just-my-code]
              [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
-             | --handshake FILE) [--module] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+             | --handshake FILE) [--module | --text] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog attach [--just-my-code | --handshake FILE] PID
        %prog connect [--token-file FILE] (PLACE | PID)
        %prog dap
@@ -54,7 +54,8 @@ _NEEDED = {'demo': 'demo', 'attach': 'process id', 'connect': 'place'}
 class _OptionParser(optparse.OptionParser):
 
     def error(self, message):
-        self.exit(2, 'sorrel: %s\n' % message)
+        _complain(message, getattr(self.values, 'handshake', None))
+        self.exit(2)
 
 
 def _parser(usage, description, **more):
@@ -166,6 +167,8 @@ def _parse(arguments):
         _add_interpreter_options(parser)
         parser.add_option('--module', action='store_const', dest='kind', const='-m', default='',
                           help='PROGRAM is a module by name')
+        parser.add_option('--text', action='store_const', dest='kind', const='-c',
+                          help='PROGRAM is the text of one')
     if command == 'terminal':
         _add_terminal_options(parser)
     if command in ('terminal', 'attach'):
@@ -272,8 +275,16 @@ def _serve(options, program, arguments):
                            bool(options.wait), options.handshake, options.hook,
                            options.token_file, not options.no_token, bool(options.post_mortem))
     except (runner.CannotRead, serve.CannotServe) as error:
-        sys.stderr.write('sorrel: %s\n' % error)
+        _complain(error, options.handshake)
         return 2
+
+
+def _complain(why, handshake_file):
+    """handshake_file: of an adapter that waits for what cannot be; None for none."""
+    sys.stderr.write('sorrel: %s\n' % why)
+    if handshake_file is not None:
+        from sorrel.protocol import launch_handshake
+        launch_handshake.refuse(handshake_file, str(why))
 
 
 def _attach(pid, handshake, just_my_code):
@@ -349,7 +360,7 @@ def _run(command, options, words, start_words):
     complaint = _complaint_of_core() or _complaint_of_restart(
         getattr(options, 'interpreter', None), start_words)
     if complaint is not None:
-        sys.stderr.write('sorrel: %s\n' % complaint)
+        _complain(complaint, getattr(options, 'handshake', None))
         return 2
     if command == 'demo':
         return _play(words[0])

@@ -169,9 +169,18 @@ command_build() {
     echo "$(build_dir "$exe" "$asan")/lib"
 }
 
+# expect_adapter ARGS...: where an adapter waits for what these words begin, it is told why not.
+expect_adapter() {
+    while (($# > 1)) && [[ $1 != -- ]]; do
+        [[ $1 != --handshake || ! -f $2 ]] || refusal_file=${2%/*}/refused
+        shift
+    done
+}
+
 command_python() {
     local exe
     read_options --asan --as-is -- "$@"
+    expect_adapter "${rest[@]}"
     if [[ -n $as_is ]]; then
         ((${#hosts[@]} > 0)) || usage_error "--as-is goes with --python"
         as_it_is "${hosts[-1]}" "${rest[@]}"
@@ -258,7 +267,13 @@ command_dap() {
     local exe
     read_options -- "$@"
     no_arguments
-    exe=$(python_of_adapter) || exit
+    if ! exe=$(python_of_adapter 2>&1); then
+        echo "$exe" >&2
+        exe=${exe##*$'\n'}
+        refuse_client "${exe#morvik: }"
+        exit 1
+    fi
+    exe=${exe##*$'\n'}
     PYTHONPATH=$root${PYTHONPATH:+:$PYTHONPATH} exec "$exe" -m sorrel.main dap
 }
 

@@ -5,8 +5,12 @@ say() {
     printf 'morvik: %s\n' "$*" >&2
 }
 
+# Where an adapter that does not read standard error looks for what has gone wrong; '' for nowhere.
+refusal_file=''
+
 die() {
     say "$@"
+    [[ -z $refusal_file ]] || printf '%s' "$*" >"$refusal_file"
     exit 1
 }
 

@@ -77,10 +77,15 @@ all_hosts() {
 
 # named_host NAME: the path of an interpreter a person named, checked.
 named_host() {
-    local exe
+    local exe why
     exe=$(type -P "$1") || die "no such interpreter: $1"
     exe=$(cd "$(dirname "$exe")" && pwd)/${exe##*/}
-    describe_host "$exe" >/dev/null || die "$1 cannot be a host"
+    if ! why=$(describe_host "$exe" 2>&1 >/dev/null); then
+        [[ ! $why =~ :\ ((is|has)\ [^$'\n']*)$ ]] || die "$1 ${BASH_REMATCH[1]}"
+        # What is no Python complains in its own way.
+        echo "$why" >&2
+        die "$1 cannot be a host"
+    fi
     echo "$exe"
 }
 

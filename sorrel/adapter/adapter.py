@@ -11,12 +11,13 @@ import select
 import signal
 import time
 
-from sorrel.adapter import attach
+from sorrel.adapter import attach, unknown_attributes
 from sorrel.adapter.answers import answer, event, is_to_end
 from sorrel.adapter.children import Children
 from sorrel.adapter.connection import ToClient, ToProgram
 from sorrel.adapter.launch import CannotLaunch, Launch
 from sorrel.adapter.merging import Merging
+from sorrel.adapter.message_log import MessageLog
 from sorrel.adapter.process import Process
 from sorrel.adapter.process_attach import ProcessAttach
 from sorrel.adapter.progress import Progress
@@ -29,6 +30,7 @@ from sorrel.protocol.messages import Refused
 # How long a program that is to end may take, and how long what it has written may, in seconds.
 _END_PATIENCE = 3.0
 _LOOK = 0.1
+_NOT_STARTED = u'the program could not be started'
 # How long what comes after the answer to `disconnect` may take.
 _LEAVE_PATIENCE = 5.0
 
@@ -196,7 +198,10 @@ class Adapter(object):
 
     def _on_launch(self, request):
         self._check_beginning()
-        launch = Launch(schema.checked(request))
+        arguments = schema.checked(request)
+        self._begin_log(request, arguments)
+        launch = Launch(arguments)
+        self._warn_of_unknown(request, arguments)
         if launch.terminal() and self._initialize.get('supportsRunInTerminalRequest'):
             self._terminal_request = self._send({
                 'type': 'request', 'command': 'runInTerminal',
@@ -210,6 +215,8 @@ class Adapter(object):
     def _on_attach(self, request):
         self._check_beginning()
         arguments = schema.checked(request)
+        self._begin_log(request, arguments)
+        self._warn_of_unknown(request, arguments)
         if 'processId' in arguments:
             self._launch = ProcessAttach(arguments, self._hear_of_attaching)
             self._begin_to_launch(attach.for_program(request, arguments))
@@ -222,6 +229,19 @@ class Adapter(object):
             raise
         self._children.expect(self._initialize, arguments)
         self._join(connection)
+
+    def _begin_log(self, request, arguments):
+        if arguments.get('logToFile') and self._client.log is None:
+            log = MessageLog.wanted(arguments['logToFile'])
+            log.note('client', request)
+            self._client.log = log
+            self._event('output', {
+                'category': 'console', 'output': u'messages are logged to %s\n' % text(log.path)})
+
+    def _warn_of_unknown(self, request, arguments):
+        written = unknown_attributes.warning(request, arguments)
+        if written:
+            self._event('output', {'category': 'important', 'output': written})
 
     def _begin_to_launch(self, request):
         self._begin = request
@@ -297,6 +317,11 @@ class Adapter(object):
         except Refused as error:
             self._refuse_begin(text(error.args[0]))
             return
+        if connection is None and self._is_launched and self._process is None:
+            # It writes to a terminal.
+            why = self._launch.refusal()
+            if why:
+                self._refuse_begin(_NOT_STARTED + u': ' + text(why))
         if connection is not None:
             launch, self._launch = self._launch, None
             self._await_children(launch)
@@ -337,6 +362,22 @@ class Adapter(object):
                 self._is_first_gone = True
             else:
                 self._merging.hear(self._debuggee, message)
+            if self._is_turned_away(message):
+                self._forget_program()
+                break
+
+    def _is_turned_away(self, message):
+        """Whether the program refuses to be attached to."""
+        return message['type'] == 'response' and message.get('command') == 'attach' \
+            and not message.get('success')
+
+    def _forget_program(self):
+        """The client may attach once more, to this one or another."""
+        self._children.leave()
+        self._program.close()
+        self._program = None
+        self._merging = Merging(self._send)
+        self._children = Children(self._merging, self._send)
 
     def _lose_program(self):
         self._program.close()
@@ -371,8 +412,7 @@ class Adapter(object):
         self._process = None
         self._is_first_gone = True
         if self._begin is not None:
-            self._refuse_begin(u'the program could not be started' + (complaint and u': ')
-                               + complaint)
+            self._refuse_begin(_NOT_STARTED + (complaint and u': ') + complaint)
         else:
             self._event('exited', {'exitCode': status})
 
@@ -414,6 +454,13 @@ class Adapter(object):
             self._event('output', {'category': 'console', 'output': written})
 
     def _tell_output(self, category, written):
+        if self._launch is not None:
+            # The program has not begun: it is what starts it, and builds for it, that says this.
+            self._hear_of_beginning(category, written)
+        else:
+            self._event('output', {'category': category, 'output': written})
+
+    def _hear_of_beginning(self, category, written):
         if self._progress is not None and category == 'stderr':
             self._progress.hear(written)
-        self._event('output', {'category': category, 'output': written})
+        self._event('output', {'category': 'console', 'output': written})

@@ -1,5 +1,9 @@
 """Messages that the adapter makes itself."""
 
+from __future__ import absolute_import
+
+from sorrel.protocol.leaving import means_end
+
 
 def answer(request, why=None, body=None):
     """The response to a request. why: it is refused."""
@@ -27,5 +31,4 @@ def is_to_end(disconnect, is_launched):
     is_launched: whether the client has launched it.
     """
     arguments = disconnect.get('arguments')
-    ends = arguments.get('terminateDebuggee') if isinstance(arguments, dict) else None
-    return is_launched if ends is None else bool(ends)
+    return means_end(arguments if isinstance(arguments, dict) else {}, is_launched)

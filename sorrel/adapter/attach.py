@@ -2,16 +2,20 @@
 
 from __future__ import absolute_import
 
+import errno
 import os
 import socket
 
+from sorrel.adapter import interpreters
+from sorrel.common.decoding import text
 from sorrel.protocol import schema, tokens
 from sorrel.protocol.messages import Refused
 
 _CONNECT_PATIENCE = 10.0
 # What the program wants to know: not what is for the adapter alone, or for the editor.
 _PASSED_ON = frozenset(name.rstrip('?') for name in schema.ATTACH).difference(
-    ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python', 'build'))
+    ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python', 'build',
+     'logToFile'))
 # Where a program is found, and what is to be shown there.
 _PLACE = ('connect', 'host', 'port', 'socket', 'token', 'tokenFile')
 # What a process has no first line for is not passed on to it.
@@ -34,7 +38,8 @@ def connect(arguments):
     try:
         connection = make()
     except (EnvironmentError, OverflowError, TypeError) as error:  # TypeError: a NUL in a path.
-        raise Refused('cannot connect to %s: %s' % (name, error))
+        raise Refused(u'cannot connect to %s: %s%s' % (
+            text(name), text(getattr(error, 'strerror', None) or error), _advice(error, arguments)))
     if connection.family != getattr(socket, 'AF_UNIX', None):
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     return connection
@@ -69,6 +74,23 @@ def place_of_child(arguments, arrival):
         return {'socket': arrival.socket}
     # On another machine: it is reached where the program was.
     return dict(place, subProcessId=arrival.pid)
+
+
+def _advice(error, arguments):
+    """How to make a program listen, where none does."""
+    if getattr(error, 'errno', None) not in (errno.ECONNREFUSED, errno.ENOENT):
+        return u''
+    if 'socket' in arguments:
+        place = u'unix:' + arguments['socket']
+    else:
+        found = arguments.get('connect', arguments)
+        host = found.get('host')
+        place = u'%d' % found['port']
+        if host not in (None, u'127.0.0.1', u'localhost'):
+            place = u'%s:%s' % (host, place)
+    command = u'./morvik run' if os.path.exists(interpreters.MORVIK) else u'python -m sorrel'
+    return u'. No program listens there; one does that is started with: %s --listen %s PROGRAM' % (
+        command, place)
 
 
 def _token(arguments, connection):

@@ -16,10 +16,14 @@ _DEAF_PATIENCE = 10.0
 
 
 class ToClient(object):
-    """is_lost: whether the client has left, or does not read, or says what is no message."""
+    """is_lost: whether the client has left, or does not read, or says what is no message.
+
+    log: the MessageLog, or None.
+    """
 
     def __init__(self, client_in, client_out):
         self.is_lost = False
+        self.log = None
         self._in = client_in
         self._out = client_out
         self._decoder = messages.Decoder()
@@ -33,16 +37,23 @@ class ToClient(object):
         data = os.read(self._in, _READ_AT_ONCE)
         try:
             if data:
-                return self._decoder.feed(data)
+                return self._noted(self._decoder.feed(data))
         except messages.Broken:
             pass
         self.is_lost = True
         return []
 
+    def _noted(self, said):
+        for message in said if self.log is not None else ():
+            self.log.note('client', message)
+        return said
+
     def send(self, message):
         """Returns the message's number."""
         self._seq += 1
         message['seq'] = self._seq
+        if self.log is not None:
+            self.log.note('adapter', message)
         data = messages.encode(message)
         try:
             while data and not self.is_lost:

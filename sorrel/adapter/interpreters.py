@@ -34,7 +34,12 @@ def command(arguments, interpreter):
 
 def named(arguments):
     """The one that a request names; None for none."""
-    return arguments['python'].encode('utf-8') if arguments.get('python') else None
+    return arguments['python'][0].encode('utf-8') if arguments.get('python') else None
+
+
+def options(arguments):
+    """Those of the interpreter's that a request to launch has."""
+    return arguments.get('python', [])[1:] + arguments.get('pythonArgs', [])
 
 
 def own():

@@ -9,11 +9,13 @@ import select
 import signal
 import time
 
+from sorrel.adapter import complaints
+
 _READ_AT_ONCE = 65536
-_COMPLAINT_LIMIT = 1000
-_COMPLAINING = ('sorrel: ', 'morvik: ')
-# What an interpreter says for which Morvik is not installed.
-_NOT_INSTALLED = 'No module named sorrel'
+# How long the rest of a line is waited for, in seconds.
+_REST_OF_LINE = 0.005
+# The first complaint of a compiler counts, and many lines may follow it.
+_COMPLAINT_LIMIT = 100000
 
 
 class Process(object):
@@ -23,22 +25,25 @@ class Process(object):
         """process: a subprocess.Popen. tell: called with 'stdout' or 'stderr' and what it wrote."""
         self._process = process
         self._tell = tell
-        self._written = {}
-        for pipe, name in ((process.stdout, 'stdout'), (process.stderr, 'stderr')):
-            self._written[pipe.fileno()] = name, codecs.getincrementaldecoder('utf-8')('replace')
+        # In the order in which they are told where both have something: what is printed before an
+        # error ends the program comes before that.
+        self._written = [
+            (pipe.fileno(), name, codecs.getincrementaldecoder('utf-8')('replace'))
+            for pipe, name in ((process.stdout, 'stdout'), (process.stderr, 'stderr'))]
         # The end of what it has written to stderr.
         self._complaint = u''
 
     @property
     def outputs(self):
-        return list(self._written)
+        return [output for output, _, _ in self._written]
 
     def read(self, readable=None):
         """Tells what has been written to these outputs, or to all; does not wait for more."""
-        for output in self.outputs:
+        for written in self._written[:]:
+            output = written[0]
             if (readable is None or output in readable) \
                     and select.select([output], [], [], 0)[0]:
-                self._read(output)
+                self._read(*written)
 
     def read_rest(self, seconds):
         """Tells what is still to be read; processes that it has started may go on writing."""
@@ -65,17 +70,19 @@ class Process(object):
 
     def complaint(self):
         """What was wrong, as one of the commands that start a program says it; '' for nothing."""
-        lines = [line for line in self._complaint.splitlines()
-                 if line.startswith(_COMPLAINING) or line.endswith(_NOT_INSTALLED)]
-        return lines[-1] if lines else u''
+        return complaints.complaint(self._complaint)
 
-    def _read(self, output):
-        name, decoder = self._written[output]
-        data = os.read(output, _READ_AT_ONCE)
-        written = decoder.decode(data, not data)
+    def _read(self, output, name, decoder):
+        written, is_end = u'', False
+        # The interpreter writes a line and its end apart: the other stream's is not to come between.
+        while not (is_end or written.endswith(u'\n') or len(written) > _READ_AT_ONCE) \
+                and select.select([output], [], [], _REST_OF_LINE if written else 0)[0]:
+            data = os.read(output, _READ_AT_ONCE)
+            is_end = not data
+            written += decoder.decode(data, is_end)
         if name == 'stderr':
             self._complaint = (self._complaint + written)[-_COMPLAINT_LIMIT:]
         if written:
             self._tell(name, written)
-        if not data:
-            del self._written[output]
+        if is_end:
+            self._written.remove((output, name, decoder))

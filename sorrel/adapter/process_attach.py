@@ -6,7 +6,8 @@ import os
 import subprocess
 import time
 
-from sorrel.adapter import interpreters
+from sorrel.adapter import checks, complaints, interpreters
+from sorrel.common.decoding import text
 from sorrel.processes import own_folders, running
 from sorrel.protocol.launch_callers import Handshake
 from sorrel.protocol.messages import Refused
@@ -30,6 +31,9 @@ class ProcessAttach(object):
         self._follows = arguments.get('subProcess', True)
         self._tell = tell
         command = interpreters.command(arguments, interpreters.of_process(self._pid))
+        named = interpreters.named(arguments)
+        if named is not None:
+            checks.check_interpreter(named, os.environ, os.getcwd())
         self._handshake = Handshake()
         command += ['-m', 'sorrel.main', 'attach', '--handshake', self._handshake.path,
                     str(self._pid)]
@@ -89,11 +93,11 @@ class ProcessAttach(object):
         written = self._written()
         if len(written) > self._told:
             more, self._told = written[self._told:], len(written)
-            self._tell(more.decode('utf-8', 'replace'))
+            self._tell(text(more))
         if status is None:
             return
         if status != 0:
-            raise Refused(_last_complaint(written)
+            raise Refused(complaints.complaint(text(written))
                           or 'the command to attach has ended with %d' % status)
         why = running.complaint(self._pid, self._handshake.path)
         if why:
@@ -102,9 +106,3 @@ class ProcessAttach(object):
             self._until = time.time() + _PATIENCE
         elif time.time() > self._until:
             raise Refused(running.why_no_answer(self._pid))
-
-
-def _last_complaint(written):
-    # A debug build says one thing more as it ends.
-    lines = [line for line in written.splitlines() if not line.endswith(' refs]')]
-    return lines[-1].partition(': ')[2] or lines[-1] if lines else ''

@@ -30,7 +30,7 @@ class Progress(object):
                 self._say(text(line[len(_SAID):]))
             elif step is not None and self._has_begun and int(step.group(2)):
                 self._tell('progressUpdate', {
-                    'progressId': self._id,
+                    'progressId': self._id, 'message': u'step %s of %s' % step.groups(),
                     'percentage': min(100 * int(step.group(1)) // int(step.group(2)), 100)})
 
     def end(self):

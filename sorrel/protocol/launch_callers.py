@@ -9,6 +9,7 @@ import tempfile
 import time
 
 from sorrel.protocol import secrets
+from sorrel.protocol.launch_handshake import REFUSAL
 
 _PATIENCE = 10.0
 # Whoever says a wrong word is hung up on, whatever is wrong with it, after so many seconds; so is
@@ -88,6 +89,17 @@ class Handshake(object):
             if time.time() >= caller.until:
                 self._hang_up(caller)
         return None
+
+    def refusal(self):
+        """Why there will be no program, as what was to start it says; '' where it does not."""
+        try:
+            refusal = open(os.path.join(self.folder, REFUSAL))
+        except EnvironmentError:
+            return ''
+        try:
+            return refusal.read()
+        finally:
+            refusal.close()
 
     def close(self):
         for caller in self._callers:

@@ -13,6 +13,8 @@ import socket
 from sorrel.protocol import messages, secrets
 from sorrel.protocol.descriptors import above_streams
 
+# Beside the handshake's file, where the program cannot be run: why.
+REFUSAL = 'refused'
 _PATIENCE = 10.0
 
 
@@ -72,6 +74,18 @@ class Handshaker(object):
 def connect(path):
     """The same for a program that has no others. Raises EnvironmentError or Impostor."""
     return Handshaker.of_file(path).connect()
+
+
+def refuse(path, why):
+    """Says why there will be no program, to an adapter that cannot read what is written here."""
+    try:
+        refusal = open(os.path.join(os.path.dirname(path), REFUSAL), 'w')
+        try:
+            refusal.write(why)
+        finally:
+            refusal.close()
+    except EnvironmentError:
+        pass  # The adapter is gone.
 
 
 def remove(path):

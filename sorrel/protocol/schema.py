@@ -1,8 +1,9 @@
 """What the arguments of requests have to look like, and other parts of messages.
 
-A shape is a type, a set of words, a list of one shape for an array of any length, a Mapping, a
-Number, or a dict for an object: the shapes of its attributes by their names. A "?" after a name says
-that the attribute may be missing or null; attributes without a shape are nobody's business.
+A shape is a type, a set of words, a list of one shape for an array of any length, Words, a
+PathOrSwitch, a Mapping, a Number, or a dict for an object: the shapes of its attributes by their
+names. A "?" after a name says that the attribute may be missing or null; attributes without a shape
+are nobody's business.
 """
 
 from __future__ import absolute_import
@@ -15,6 +16,14 @@ _MOST = (1 << 31) - 1
 
 class Number(object):
     """A whole number from 0 on, or its digits in a string, as editors' variables have it."""
+
+
+class Words(object):
+    """A string, or an array of them that is not empty: an array is what is handed out."""
+
+
+class PathOrSwitch(object):
+    """A string, or true or false."""
 
 
 class Mapping(object):
@@ -34,14 +43,16 @@ DEBUGGING = {
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{
-    'program?': unicode, 'module?': unicode, 'args?': [unicode], 'cwd?': unicode, 'env?': Mapping(),
-    'python?': unicode, 'pythonArgs?': [unicode], 'build?': bool, 'hooks?': [unicode],
-    'noDebug?': bool,
+    'logToFile?': PathOrSwitch(),
+    'program?': unicode, 'module?': unicode, 'code?': Words(), 'args?': [unicode], 'cwd?': unicode,
+    'env?': Mapping(), 'envFile?': unicode, 'python?': Words(), 'pythonArgs?': [unicode],
+    'build?': bool, 'hooks?': [unicode], 'noDebug?': bool,
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(DEBUGGING, **{
+    'logToFile?': PathOrSwitch(),
     'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
     'tokenFile?': unicode, 'processId?': Number(), 'subProcessId?': Number(),
-    'python?': unicode, 'build?': bool})
+    'python?': Words(), 'build?': bool})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
@@ -49,7 +60,7 @@ _SHAPES = {
                    'supportsStartDebuggingRequest?': bool},
     'launch': LAUNCH,
     'attach': ATTACH,
-    'disconnect': {'terminateDebuggee?': bool},
+    'disconnect': {'terminateDebuggee?': bool, 'restart?': bool},
     'setBreakpoints': {
         'source': _SOURCE,
         'breakpoints?': [dict(_BREAKPOINT, **{'line': int, 'logMessage?': unicode})]},
@@ -102,6 +113,15 @@ def _checked(shape, value, name):
         _require(isinstance(value, list), name, u'is no array')
         return [_checked(shape[0], item, u'%s[%d]' % (name, number))
                 for number, item in enumerate(value)]
+    if isinstance(shape, Words):
+        if isinstance(value, unicode):
+            return [value]
+        _require(isinstance(value, list), name, u'is neither a string nor an array')
+        _require(value, name, u'is empty')
+        return _checked([unicode], value, name)
+    if isinstance(shape, PathOrSwitch):
+        _require(isinstance(value, (bool, unicode)), name, u'is neither a string nor true or false')
+        return value
     if isinstance(shape, Mapping):
         _require(isinstance(value, dict), name, u'is no object')
         for key, item in value.items():

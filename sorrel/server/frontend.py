@@ -22,7 +22,7 @@ _TERMINATE_PATIENCE = 1.0
 # How often is looked whether a client has come.
 _LOOK = 0.05
 # Taken now: a program may replace what the interpreter's modules offer.
-_now, _sleep = time.time, time.sleep
+_now, _sleep, _getsignal = time.time, time.sleep, signal.getsignal
 
 
 class Program(object):
@@ -129,27 +129,36 @@ class Program(object):
             function()
         del self.at_end[:]
 
-    def terminate(self):
-        """As kill(1) does it, so that the program can still clear up."""
+    def terminate(self, let_go):
+        """As kill(1) does it, so that the program can still clear up.
+
+        let_go: lets a thread that is stopped go on, which is called only where a handler of the
+        program's in Python code is to be.
+        """
         if not hasattr(os, 'kill'):
             os._exit(1)
-        # Its handler would be called, and could raise an exception, in whatever the main thread is
+        if self.is_waiting or not callable(_getsignal(signal.SIGTERM)):
+            os.kill(os.getpid(), signal.SIGTERM)
+            return
+        # The handler would be called, and could raise an exception, in whatever the main thread is
         # just doing: that has to be the program's.
+        self.service.owe_signal(signal.SIGTERM)
+        let_go()
         end = _now() + _TERMINATE_PATIENCE
-        while not self.is_waiting and living.is_in_server(self.service.main_thread) \
-                and _now() < end:
+        while self.service.is_signal_owed() and _now() < end \
+                and living.is_in_server(self.service.main_thread):
             _sleep(0.001)
-        os.kill(os.getpid(), signal.SIGTERM)
+        if self.service.take_owed_signal() is not None:
+            os.kill(os.getpid(), signal.SIGTERM)
 
     def is_being_left(self):
         """To be called before the program goes on without its client."""
         if self.start_method == 'launch':
             _write_to_nobody()
 
-    def lose_client(self):
-        """A client that is gone ends what it has launched, unless that is ending by itself."""
-        if self.start_method == 'launch' and not self._is_at_its_end:
-            self.terminate()
+    def ends_with_client(self):
+        """Whether a client that is gone ends it: what it has launched, unless that is ending."""
+        return self.start_method == 'launch' and not self._is_at_its_end
 
     def end(self):
         """The program has ended, and its exit functions have run."""

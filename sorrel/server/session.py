@@ -13,6 +13,7 @@ from sorrel.common.decoding import text
 from sorrel.inspection import values
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.protocol import capabilities
+from sorrel.protocol.leaving import means_end
 from sorrel.protocol.messages import Refused
 from sorrel.server.breakpoints import Breakpoints
 from sorrel.server.exception_filters import Exceptions
@@ -65,7 +66,7 @@ class Session(object):
         self._program = program
         self._service = program.service
         self._is_closed = self._has_begun = self._is_configured = self._has_taken = False
-        self._stops_on_entry = self._is_undebugged = self._is_terminating = False
+        self._stops_on_entry = self._is_undebugged = False
         # Whether the program may go on without the client, for what either has done.
         self._may_run_on = False
         # Of what is found out about a stop that the client is not told of yet.
@@ -145,6 +146,9 @@ class Session(object):
         """
         self._is_closed = True
         self._program.is_being_left()
+        if self._is_configured and not self._may_run_on and not self._server.is_lost \
+                and self._program.ends_with_client():
+            self._end_program()
         # What the last client has left behind is not this one's to end.
         if self._is_configured:
             self._detach()
@@ -157,8 +161,6 @@ class Session(object):
         self._program.left(self)
         if has_taken:
             self._program.leave()
-        if self._is_configured and not self._may_run_on and not self._server.is_lost:
-            self._program.lose_client()
 
     # For the program.
 
@@ -166,7 +168,8 @@ class Session(object):
         """Called in the thread that has stopped; returns how it goes on."""
         if self._is_closed:
             return Resume(DETACH)
-        if self._is_terminating:
+        if self._service.is_signal_owed():
+            # A stop before that is there would only hold it up.
             return Resume(CONTINUE)
         told = self._supervisor.consider(self._service.hold(stop), self._consider, stop)
         if not isinstance(told, Told):
@@ -356,9 +359,7 @@ class Session(object):
         self._program.tell_of_others()
 
     def _disconnect(self, arguments):
-        ends = arguments.get('terminateDebuggee')
-        if ends is None:
-            ends = self._program.start_method == 'launch'
+        ends = means_end(arguments, self._program.start_method == 'launch')
         self._may_run_on = not ends
         self._server.when_sent(self._program.end_at_once if ends else self._server.drop_client)
 
@@ -366,14 +367,15 @@ class Session(object):
         self._server.when_sent(self._end_program)
 
     def _end_program(self):
+        self._program.terminate(self._let_go)
+
+    def _let_go(self):
         stopped = self._supervisor.current()
-        # A stop before the signal is there would only hold it up.
-        self._is_terminating = True
-        if self._supervisor.free(Resume(CONTINUE)):
+        if stopped is not None:
+            # Told before: the program's handler may stop.
             self.event('continued', {'threadId': self.threads.number(stopped.ident),
                                      'allThreadsContinued': self.stops_all})
-        self._program.terminate()
-        self._is_terminating = False
+            self._supervisor.free(Resume(CONTINUE))
 
     def _pause(self, arguments):
         stopped = self._supervisor.current()

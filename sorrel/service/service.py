@@ -115,6 +115,8 @@ class Service(BreakingIn, object):
         self.is_tracing = False
         # Called by threads that tracing has not begun in from their first frame on.
         self._thread_end = thread_hooks.ThreadEnd(self._on_thread_end)
+        # The signal that the main thread is to have before it runs anything more of the program.
+        self._owed_signal = []
         # Has an item from when it is attached until a thread takes that to detach.
         self._attachment = []
         frames.learn_own_modules()
@@ -181,16 +183,19 @@ class Service(BreakingIn, object):
     def _without_events(self, function, *arguments):
         """Calls it in turn as a callback of the core's does, attached."""
         core.add_to_tstate_tracing(1)
+        owed = None
         try:
             if not self.attached:
                 self._trace_all()
             # The core comes to know the thread by an event.
             core.trace_dispatch(sys._getframe(), 'line', None)
             core.acquire_sorrel_mutex()
-            self._in_turn(function, *arguments)
+            owed = self._in_turn(function, *arguments)
         finally:
             core.release_sorrel_mutex()
             core.add_to_tstate_tracing(-1)
+        if owed is not None:
+            os.kill(os.getpid(), -owed)
 
     def _at_traceback(self, error):
         thread = living.current()
@@ -406,6 +411,23 @@ class Service(BreakingIn, object):
         self.trace_new_threads()
         self._without_events(self._at_traceback, error)
 
+    def owe_signal(self, number):
+        """The main thread goes on, be it from a stop or from waiting for one, with this signal.
+
+        The program's handler is what it runs first then, where the program is.
+        """
+        self._owed_signal[:] = [number]
+
+    def is_signal_owed(self):
+        return bool(self._owed_signal)
+
+    def take_owed_signal(self):
+        """What has become of it: None where it has been sent, or there was none."""
+        try:
+            return self._owed_signal.pop()
+        except IndexError:
+            return None
+
     def raise_here(self, exception):
         """The calling thread, which is stopped, raises it at its next event; None for none."""
         core.raise_exception(living.current(), exception)
@@ -439,7 +461,8 @@ class Service(BreakingIn, object):
             except Exception:
                 pass  # The program's own object, or closed: nothing more to save.
 
-    # The core's callbacks. An error in one would be lost, and end the tracing of its thread.
+    # The core's callbacks. An error in one would be lost, and end the tracing of its thread. A
+    # negative number is a signal that is sent when it has been left.
 
     def _callback(self, method):
         return _sorrel.deferring(method, self.defer)
@@ -447,14 +470,14 @@ class Service(BreakingIn, object):
     def _on_line(self, frame, changed_bps):
         if not self._with_room(self._passes_by, frame) \
                 and not self._with_room(self._goes_through, frame, changed_bps):
-            self._in_turn(self._at_line, frame, changed_bps)
+            return self._in_turn(self._at_line, frame, changed_bps)
 
     def _on_return(self, frame, value, changed_bps):
-        self._in_turn(self._stopped, frame, RETURNED, value)
+        return self._in_turn(self._stopped, frame, RETURNED, value)
 
     def _on_exception(self, frame, error, changed_bps):
         if self._with_room(self._is_of_concern, frame, error):
-            self._in_turn(self._raised, frame, error)
+            return self._in_turn(self._raised, frame, error)
 
     def _on_idle(self):
         if self._to_interrupt is not None and not self._interrupt_here():
@@ -528,6 +551,8 @@ class Service(BreakingIn, object):
         if not self._is_forked():
             if not self._gate.wait():
                 return 0
+            if self._owed_signal and ident == self.main_thread:
+                return self._signal_to_send()
             self._look_at_modules()
             self._interrupt_here()
         return 1
@@ -767,6 +792,7 @@ class Service(BreakingIn, object):
         self.main_thread = own
         self._ignored.clear()
         self._to_interrupt = None
+        self.take_owed_signal()
         for of_threads in self._stops, self._holds, self._interrupted, self._callers:
             for thread in of_threads.keys():
                 if thread != own:
@@ -832,17 +858,28 @@ class Service(BreakingIn, object):
                     return Resume(DETACH)
 
     def _in_turn(self, function, *arguments):
-        """Calls it when no other thread is stopped, unless the program is let go meanwhile."""
+        """Calls it when no other thread is stopped, unless the program is let go meanwhile.
+
+        Returns what the callback is to return.
+        """
         if self._is_forked():
-            return
+            return None
         era = self._era
         self._gate.take_turn()
         if era != self._era:
-            return
+            return None
         try:
             self._with_room(self._with_hold, function, *arguments)
         finally:
             self._end_steps_of(era)
+        return self._signal_to_send()
+
+    def _signal_to_send(self):
+        """For a callback to return; None for none."""
+        if not self._owed_signal or living.current() != self.main_thread:
+            return None
+        owed = self.take_owed_signal()
+        return None if owed is None else -owed
 
     def _with_hold(self, function, *arguments):
         thread = living.current()

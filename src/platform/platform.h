@@ -55,6 +55,9 @@ void end_call_in(long ident);
 // another one, the call that the main thread waits in ends as well.
 bool watch_interrupts(void (*at_signal)(), void (*after)());
 
+// Sends a signal to the calling process.
+void send_signal_to_self(int number);
+
 // Brings a process group to the foreground of a terminal of the calling process, which need not be
 // there itself. False where it cannot be.
 bool set_foreground_group(int terminal, int group);

@@ -473,6 +473,8 @@ bool watch_interrupts(void (*at_signal)(), void (*after)()) {
     return true;
 }
 
+void send_signal_to_self(int number) { kill(getpid(), number); }
+
 bool set_foreground_group(int terminal, int group) {
     // It would stop whoever asks for this in the background.
     sigset_t stops;

@@ -7,6 +7,7 @@
 #include <process.h>
 #include <shlobj.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -227,6 +228,8 @@ void let_calls_go_on(bool /*on*/) {}
 void end_call_in(long /*ident*/) {}
 
 bool watch_interrupts(void (* /*at_signal*/)(), void (* /*after*/)()) { return false; }
+
+void send_signal_to_self(int number) { raise(number); }
 
 bool set_foreground_group(int /*terminal*/, int /*group*/) { return false; }
 

@@ -1,5 +1,7 @@
 #include "sorrelmodule/deferring.h"
 
+#include "platform/platform.h"
+
 namespace morvik {
 
 namespace {
@@ -29,13 +31,24 @@ int defer_pending(PyObject* defer) {
     return is_deferred;
 }
 
+// A negative number is a signal to send, once all of the function has been left: the program's
+// handler is called where the program is then. The caller gets 0 instead.
+PyObject* sent_or_same(PyObject* result) {
+    if (!PyInt_Check(result) || PyInt_AS_LONG(result) >= 0) {
+        return result;
+    }
+    const Ref number = Ref::steal(result);
+    send_signal_to_self(static_cast<int>(-PyInt_AS_LONG(number.get())));
+    return PyInt_FromLong(0);
+}
+
 // A signal handler runs between any two instructions of Python code, the first of the function's
 // included: only what is outside of it sees all that is raised there.
 PyObject* call_deferring(PyObject* self, PyObject* args) {
     PyObject* const defer = PyTuple_GET_ITEM(self, kDefer);
     Ref result = Ref::steal(PyObject_Call(PyTuple_GET_ITEM(self, kFunction), args, nullptr));
     if (result) {
-        return result.release();
+        return sent_or_same(result.release());
     }
     int is_deferred = defer_pending(defer);
     if (is_deferred < 0) {

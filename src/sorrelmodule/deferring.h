@@ -8,8 +8,9 @@ namespace morvik {
 
 // A function that calls function(...) and returns what that does. Where that raises, at whichever
 // instruction, defer(type, value, traceback) is called: when this is true, the new function returns
-// True, else the exception passes. What defer itself raises is treated the same, once. Nothing with
-// an error set where memory is short.
+// True, else the exception passes. Where function returns a negative number, that signal is sent to
+// the process once it has been left, and the new function returns 0. What defer itself raises is
+// treated the same, once. Nothing with an error set where memory is short.
 Ref new_deferring(PyObject* function, PyObject* defer);
 
 }  // namespace morvik

@@ -89,22 +89,22 @@ test('the interpreter is the one that is named', async () => {
 });
 
 for (const [what, args, complaint] of [
-    ['neither a program nor a module', { args: [] }, /name either a program or a module/],
+    ['neither a program nor a module', { args: [] }, /name either a program, a module or code/],
     ['both a program and a module', { program: 'x.py', module: 'x' },
-        /name either a program or a module/],
+        /name either a program, a module or code/],
     ['a folder that is not there', { program: 'x.py', cwd: '/none/such' }, /none\/such/],
-    ['an interpreter that is not there', { program: 'x.py', python: '/none/such' },
-        /could not be started/],
-    ['a program that is not there', { program: '/none/such.py' }, /could not be started/],
+    ['an interpreter that is not there', { module: 'x', python: '/none/such' },
+        /no such interpreter: \/none\/such/],
+    ['a program that is not there', { program: '/none/such.py' }, /can't open .*\/none\/such.py/],
     ['a module that is not there', { module: 'none_such' }, /could not be started/],
 ]) {
     test(`launching ${what} is refused`, () => withClient(async (client) => {
         await client.initialize();
         await assert.rejects(client.send('launch', args), complaint);
         if (complaint.source.includes('started')) {
-            // Why, is told where the program would have written.
+            // What starts the program has said so, too.
             await client.next('terminated');
-            assert.match(client.written('stderr'), /none.such/);
+            assert.match(client.written('console'), /none.such/);
         }
     }));
 }

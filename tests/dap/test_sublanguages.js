@@ -105,5 +105,5 @@ test('a hook that is not there refuses the launch', () => withClient(async (clie
     await assert.rejects(client.send('launch', { program: BILLS, hooks: ['weft.none:Hook'] }),
         /could not be started/);
     await client.next('terminated');
-    assert.match(client.written('stderr'), /can't load hook 'weft\.none:Hook'/);
+    assert.match(client.written('console'), /can't load hook 'weft\.none:Hook'/);
 }));

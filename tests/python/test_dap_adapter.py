@@ -70,7 +70,7 @@ class AdapterTest(dap_session.TestCase):
         adapter.ask('initialize')
         self.assertEqual(adapter.refusal('initialize'), 'initialize comes once')
         for arguments, why in (
-                ({}, 'name either a program or a module'),
+                ({}, 'name either a program, a module or code'),
                 ({'program': 5}, 'program is no string'),
                 ({'program': self.path, 'args': 'x y'}, 'args is no array'),
                 ({'program': self.path, 'args': ['x', 1]}, 'args[1] is no string'),
@@ -86,8 +86,6 @@ class AdapterTest(dap_session.TestCase):
                 ({'program': self.path, 'pathMappings': [{'localRoot': '/a'}]},
                  'pathMappings[0].remoteRoot is missing')):
             self.assertEqual(adapter.refusal('launch', **arguments), why)
-        self.assert_in('cannot start it', adapter.refusal(
-            'launch', program=self.path, cwd=os.path.join(self.folder, 'none')))
         adapter.refusal('launch', program=self.path, args=['a\0b'])
         adapter.refusal('launch', program=self.path, env={'A': 'a\0b'})
         for place in {}, {'port': 1, 'socket': 'x'}:
@@ -112,15 +110,48 @@ class AdapterTest(dap_session.TestCase):
         path = os.path.join(self.folder, 'none.py')
         self.assertEqual(
             self.adapter.refusal('launch', program=path),
-            "the program could not be started: sorrel: can't open program '%s': "
-            "No such file or directory" % path)
+            "can't open program '%s': No such file or directory" % path)
+        self.assertEqual(
+            self.adapter.refusal('launch', program='none.py', cwd=self.folder),
+            "can't open program 'none.py' in %s: No such file or directory" % self.folder)
+        self.assertEqual(
+            self.adapter.refusal('launch', module='none_such', cwd=self.folder),
+            'the program could not be started: No module named none_such')
         self.adapter.event('terminated')
+
+    def test_a_folder_that_is_not_there_is_refused_by_its_attribute(self):
+        self.adapter.ask('initialize')
+        folder = os.path.join(self.folder, 'none')
+        for console in 'internalConsole', 'integratedTerminal':
+            self.assertEqual(
+                self.adapter.refusal('launch', program=self.path, cwd=folder, console=console),
+                'cwd does not exist: ' + folder)
+        self.assertEqual(self.adapter.refusal('launch', program=self.path, cwd=self.path),
+                         'cwd is not a folder: ' + self.path)
+        # The adapter is there for the next one.
+        self.adapter.ask('launch', program=self.path, cwd=self.folder)
+
+    def test_who_connects_to_nobody_is_told_how_a_program_listens(self):
+        self.adapter.ask('initialize')
+        listener = socket.socket()
+        listener.bind(('127.0.0.1', 0))
+        port = listener.getsockname()[1]
+        self.assertEqual(
+            self.adapter.refusal('attach', port=port),
+            'cannot connect to 127.0.0.1:%d: Connection refused. No program listens there; '
+            'one does that is started with: ./morvik run --listen %d PROGRAM' % (port, port))
+        listener.close()
+        path = os.path.join(self.folder, 'none')
+        self.assertEqual(
+            self.adapter.refusal('attach', socket=path),
+            'cannot connect to %s: No such file or directory. No program listens there; '
+            'one does that is started with: ./morvik run --listen unix:%s PROGRAM' % (path, path))
 
     def test_options_that_the_interpreter_does_not_take_here_are_refused_with_the_reason(self):
         self.adapter.ask('initialize')
         self.assertEqual(
             self.adapter.refusal('launch', program=self.path, pythonArgs=['-i']),
-            'the program could not be started: sorrel: no such option: -i')
+            'the program could not be started: no such option: -i')
         self.adapter.event('terminated')
 
     # Ends.

@@ -27,6 +27,15 @@ build() {
     ln -sfn %s "$(build_dir "$1" '')/bin"
 }
 '''
+# And one that fails.
+FAILING = '''
+build() {
+    say "building something"
+    echo "core.cpp:1:10: fatal error: Python.h: No such file or directory" >&2
+    echo "ninja: build stopped: subcommand failed." >&2
+    die "the build failed"
+}
+'''
 
 
 class Adapter(dap_session.Peer):
@@ -45,6 +54,20 @@ class Adapter(dap_session.Peer):
         dap_session.Ended(self.process).close()
         self.process.stdin.close()
         self.process.stdout.close()
+
+
+def refusal_in_terminal(adapter, **arguments):
+    """Why what begins in a terminal of the client's, which the adapter does not read, does not."""
+    adapter.ask('initialize', supportsRunInTerminalRequest=True)
+    number = adapter.request('launch', dict(arguments, console='integratedTerminal'))
+    asked = adapter._next(lambda message: message.get('command') == 'runInTerminal', 'request')
+    terminal = subprocess.Popen(
+        asked['arguments']['args'], cwd=asked['arguments']['cwd'], stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT, stdin=open(os.devnull), close_fds=True)
+    terminal.communicate()
+    adapter.send({'seq': 1000, 'type': 'response', 'request_seq': asked['seq'],
+                  'command': 'runInTerminal', 'success': True})
+    return adapter.answer(number)['message']
 
 
 class TestCase(installed_case.TestCase):
@@ -83,6 +106,19 @@ class TestCase(installed_case.TestCase):
                        and message['body']['category'] == 'stdout')
 
 
+class BeginningTest(TestCase):
+
+    def test_an_editor_is_told_why_there_is_no_adapter(self):
+        for python, why in (
+                ('/none/"python"', 'no such interpreter: /none/"python"'),
+                ('/bin/cat', '/bin/cat is neither Python 2.6 nor 2.7')):
+            adapter = self.opened(Adapter(
+                [os.path.join(self.checkout, 'morvik'), 'dap', '--python', python],
+                stderr=open(os.devnull, 'w')))
+            self.assertEqual(adapter.refusal('initialize', adapterID='x'), why)
+            self.assertEqual(adapter.process.wait(), 1)
+
+
 class LaunchTest(TestCase):
 
     def test_with_what_is_installed_where_nothing_is_built(self):
@@ -104,16 +140,39 @@ class LaunchTest(TestCase):
         adapter.ask('initialize')
         why = adapter.refusal('launch', program=self.script(PROGRAM), python=sys.executable)
         self.assertEqual(why, (
-            'the program could not be started: morvik: Morvik is neither built for %(python)s '
+            'the program could not be started: Morvik is neither built for %(python)s '
             '(./morvik build --python %(python)s, or "build": true) nor installed there')
             % {'python': sys.executable})
         self.assertEqual(self.built(), [])
 
+    def test_neither_built_nor_installed_in_a_terminal(self):
+        self.assert_in('Morvik is neither built for', refusal_in_terminal(
+            self.start(), program=self.script(PROGRAM), python=sys.executable))
+
     def test_no_such_interpreter(self):
         adapter = self.start()
         adapter.ask('initialize')
-        self.assert_in('no such interpreter: /none/python', adapter.refusal(
-            'launch', program=self.script(PROGRAM), python='/none/python'))
+        for console in 'internalConsole', 'integratedTerminal':
+            self.assertEqual(
+                adapter.refusal('launch', program=self.script(PROGRAM), python='/none/python',
+                                console=console), 'no such interpreter: /none/python')
+
+    def test_an_interpreter_of_another_version(self):
+        other = self.script('#!/bin/sh\nprintf "version 3.11;"\n', 'python3')
+        no_python = self.script('#!/bin/sh\necho "usage: $0"\nexit 2\n', 'tool')
+        for path in other, no_python:
+            os.chmod(path, 0755)
+        adapter = self.start(PATH=self.folder + os.pathsep + os.environ['PATH'])
+        adapter.ask('initialize')
+        program = self.script(PROGRAM)
+        for name in other, 'python3':
+            self.assertEqual(adapter.refusal('launch', program=program, python=name, build=True),
+                             other + ' is Python 3.11; 2.6 or 2.7 is needed')
+        self.assertEqual(adapter.refusal('attach', processId=os.getpid(), python=other),
+                         other + ' is Python 3.11; 2.6 or 2.7 is needed')
+        self.assertEqual(adapter.refusal('launch', program=program, python=no_python),
+                         no_python + ' is no Python; 2.6 or 2.7 is needed')
+        self.assertEqual(self.built(), [])
 
     def test_an_installed_adapter_and_an_interpreter_that_it_is_not_installed_for(self):
         self.install()
@@ -131,6 +190,19 @@ class LaunchTest(TestCase):
         adapter.ask('initialize')
         self.assertEqual(adapter.refusal('launch', program=self.script(PROGRAM), build=True),
                          'there is nothing here that could be built: Morvik is installed')
+
+
+class TerminalTest(dap_session.TestCase):
+
+    def test_what_cannot_be_run(self):
+        for arguments, why in (
+                ({'module': 'none_such'}, 'No module named none_such'),
+                ({'program': self.script(PROGRAM), 'hooks': ['none_such:Hook']},
+                 "can't load hook 'none_such:Hook': ImportError: No module named none_such"),
+                ({'program': self.script(PROGRAM), 'pythonArgs': ['-i']}, 'no such option: -i')):
+            adapter = self.opened(dap_session.Adapter())
+            self.assertEqual(refusal_in_terminal(adapter, **arguments),
+                             'the program could not be started: ' + why)
 
 
 class BuildTest(TestCase):
@@ -158,10 +230,32 @@ class BuildTest(TestCase):
                 'progressStart', 'progressUpdate', 'progressUpdate', 'progressEnd')]
         self.assertEqual((begun['title'], begun['message'], begun['requestId']),
                          ('Morvik', 'building something', number))
-        self.assertEqual((half['percentage'], whole['percentage']), (50, 100))
+        self.assertEqual([(event['percentage'], event['message']) for event in half, whole],
+                         [(50, 'step 1 of 2'), (100, 'step 2 of 2')])
         self.assertEqual(set(event['progressId'] for event in (begun, half, whole, end)),
                          set([begun['progressId']]))
         adapter.ask('disconnect')
+
+    def test_what_a_build_says_is_not_what_the_program_says(self):
+        adapter = self.start()
+        self.debugged(adapter, build=True)
+        said = dict((category, ''.join(
+            message['body']['output'] for message in adapter.messages
+            if message.get('event') == 'output' and message['body']['category'] == category))
+            for category in ('console', 'stderr'))
+        self.assert_in('building something', said['console'])
+        self.assert_not_in('building', said['stderr'])
+
+    def test_why_it_could_not_be_built(self):
+        output = open(os.path.join(self.checkout, 'tools', 'build.sh'), 'a')
+        output.write(FAILING)
+        output.close()
+        adapter = self.start()
+        adapter.ask('initialize')
+        self.assertEqual(
+            adapter.refusal('launch', program=self.script(PROGRAM), build=True),
+            'the program could not be started: the build failed: '
+            'core.cpp:1:10: fatal error: Python.h: No such file or directory')
 
     def test_nobody_hears_of_progress_who_does_not_want_to(self):
         adapter = self.start()

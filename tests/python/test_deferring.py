@@ -1,5 +1,6 @@
 """Callbacks in which exceptions turn up that are not the server's."""
 
+import signal
 import sys
 
 import harness
@@ -57,6 +58,17 @@ class Deferring(harness.TestCase):
             self.call(self.fail_with, 'x')
         except ValueError, error:
             self.assertEqual(error.args, ('second',))
+
+    def test_a_negative_number_is_a_signal_that_is_sent_outside(self):
+        seen = []
+        previous = signal.signal(signal.SIGALRM, lambda number, frame: seen.append(
+            (number, frame.f_code.co_name)))
+        try:
+            result = self.call(lambda: -signal.SIGALRM)
+            self.assertEqual((result, seen), (0, [(signal.SIGALRM, 'call')]))
+        finally:
+            signal.signal(signal.SIGALRM, previous)
+        self.assertEqual(self.call(lambda: 5), 5)
 
     def test_wrong_arguments(self):
         self.assertRaises(TypeError, _sorrel.deferring, len)

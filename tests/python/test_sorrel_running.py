@@ -410,7 +410,7 @@ class CommandLine(sorrel_session.TestCase):
 
     def test_help(self):
         out, err, status = self.call('-m', 'sorrel.main', '--help')
-        self.assert_in('sorrel terminal [--module] [--tty DEVICE] [--no-color] '
+        self.assert_in('sorrel terminal [--module | --text] [--tty DEVICE] [--no-color] '
                        '[--just-my-code]\n', out)
         self.assertEqual((err, status), ('', 0))
 
