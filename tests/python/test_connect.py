@@ -124,10 +124,11 @@ class RefusalTest(connect_session.TestCase):
     def test_nobody_listens(self):
         listener = socket.socket()
         listener.bind(('127.0.0.1', 0))
-        place = '127.0.0.1:%d' % listener.getsockname()[1]
-        self.assertEqual(
-            self.client(place),
-            ('', 'sorrel: cannot connect to %s: [Errno 111] Connection refused\n' % place, 1))
+        port = listener.getsockname()[1]
+        self.assertEqual(self.client('127.0.0.1:%d' % port), (
+            '', 'sorrel: cannot connect to 127.0.0.1:%d: Connection refused. No program listens '
+            'there; one does that is started with: ./morvik run --listen %d PROGRAM\n' % (
+                port, port), 1))
 
     def test_the_shorter_command_line(self):
         listener = socket.socket()
