@@ -289,8 +289,7 @@ PyMethodDef methods[] = {
      "whichever instruction, defer(type, value, traceback) is called: when this is true, the new "
      "function returns True, else the exception passes.  What defer itself raises is treated the "
      "same, once.  Where function returns a negative number, that signal is sent to the process "
-     "once "
-     "it has been left, and 0 is returned."},
+     "once it has been left, and 0 is returned."},
     {"run_outermost", entry_run_outermost, METH_VARARGS,
      "run_outermost(code, variables)\n\n"
      "Executes the code in this namespace, which has to hold its __builtins__.  Its frame has no "
