@@ -199,7 +199,7 @@ class ForEditors(dap_session.TestCase):
                     'evaluate', expression=expression, context=context, frameId=frame)))
         for value in (deep, '-' * 100000 + '1'):
             self.assert_(REFUSED.match(client.refusal(
-                'setVariable', variablesReference=client.scope('Globals'), name='x', value=value)))
+                'setVariable', variablesReference=client.scope('Locals'), name='x', value=value)))
             self.assert_(REFUSED.match(client.refusal(
                 'setExpression', expression='x', value=value, frameId=frame)))
         text = 'x.' + 'y.' * 50000
