@@ -78,6 +78,8 @@ def connect(path):
 
 def refuse(path, why):
     """Says why there will be no program, to an adapter that cannot read what is written here."""
+    if not os.path.isfile(path):
+        return  # Nobody waits for it there.
     try:
         refusal = open(os.path.join(os.path.dirname(path), REFUSAL), 'w')
         try:

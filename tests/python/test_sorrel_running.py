@@ -371,6 +371,15 @@ class CommandLine(sorrel_session.TestCase):
         self.assert_refused(['--fast'], 'sorrel: no such option: --fast\n')
         self.assert_refused(['terminal', '--fast', 'x.py'], 'sorrel: no such option: --fast\n')
 
+    def test_a_refusal_is_written_only_where_somebody_waits_for_it(self):
+        wrong = ['serve', '--handshake', 'words', '--no-token', 'x.py']
+        message = 'sorrel: --token-file and --no-token go with --listen\n'
+        self.assert_refused(wrong, message)
+        self.assertEqual(os.listdir(self.folder), [])
+        self.script('', 'words')
+        self.assert_refused(wrong, message)
+        self.assertEqual(sorted(os.listdir(self.folder)), ['refused', 'words'])
+
     def test_a_demo_that_there_is_not(self):
         self.assert_refused(['demo'], 'sorrel: needs a demo\n')
         self.assert_refused(['demo', 'x'], 'sorrel: unknown demo: x\n')
