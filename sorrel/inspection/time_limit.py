@@ -14,6 +14,7 @@ import _sorrel
 _INSIST_AFTER = 0.1
 # Taken now: a program may replace what the interpreter's modules offer.
 _now, _sleep, _get_ident = time.time, time.sleep, thread.get_ident
+_new_lock = thread.allocate_lock
 _raise_in = _sorrel.raise_in_thread
 
 
@@ -26,7 +27,8 @@ class TimeLimit(object):
     def __init__(self):
         self._ident = None
         self._running = False
-        self._expiring = False
+        # Held by the thread that ends it just now.
+        self._expiry = _new_lock()
         # When to call `expire()`; None for never.
         self.deadline = None
         # Since when what is being called is to end; None while it may go on.
@@ -54,17 +56,20 @@ class TimeLimit(object):
 
         end_call: called with the ident of the thread, which is to come back to Python code.
         """
-        # The other thread goes on only when this is done.
-        self._expiring = True
-        if self._running:
-            _raise_in(self._ident, Overtime)
-            now = _now()
-            self.overdue_since = self.overdue_since or now
-            # Once more, should it be caught.
-            self.deadline = now + _INSIST_AFTER
-            if end_call is not None:
-                end_call(self._ident)
-        self._expiring = False
+        if not self._expiry.acquire(False):
+            return
+        try:
+            # The thread goes on only when this is done.
+            if self._running:
+                _raise_in(self._ident, Overtime)
+                now = _now()
+                self.overdue_since = self.overdue_since or now
+                # Once more, should it be caught.
+                self.deadline = now + _INSIST_AFTER
+                if end_call is not None:
+                    end_call(self._ident)
+        finally:
+            self._expiry.release()
 
     def _begin(self, seconds):
         self._ident = _get_ident()
@@ -74,7 +79,7 @@ class TimeLimit(object):
 
     def _end(self):
         self._running = False
-        while self._expiring:
+        while self._expiry.locked():
             _sleep(0.001)
         self.deadline = self.overdue_since = None
         _raise_in(self._ident, None)

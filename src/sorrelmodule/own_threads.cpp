@@ -88,6 +88,8 @@ int start_own_thread(PyObject* function) {
         PyErr_NoMemory();
         return -1;
     }
+    // Until it runs it has the ident of the calling thread, and would be found in its place.
+    thread->thread_id = 0;
     Py_INCREF(function);
     *start = {thread, function};
     PyEval_InitThreads();

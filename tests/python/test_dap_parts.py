@@ -6,6 +6,7 @@ import os
 import socket
 import sys
 import thread
+import threading
 import time
 
 import dap_session
@@ -418,6 +419,26 @@ class TimeLimitTest(harness.TestCase):
             self.limit.call(0.001, lambda: None)
             self.limit.expire()
             sum(range(1000))
+
+    def test_it_goes_on_when_all_are_done_that_have_ended_it(self):
+        has_left, still_there = threading.Event(), []
+
+        def end_twice():
+            time.sleep(0.1)
+            self.limit.expire(end_again)
+
+        def end_again(ident):
+            self.limit.expire()
+            has_left.wait(0.3)
+            still_there.append(not has_left.isSet())
+
+        def for_ever():
+            while True:
+                pass
+        thread.start_new_thread(end_twice, ())
+        self.assertRaises(time_limit.Overtime, self.limit.call, 5, for_ever)
+        has_left.set()
+        self.assertEqual(still_there, [True])
 
     def test_errors_pass(self):
         self.assertRaises(ZeroDivisionError, self.limit.call, 5, lambda: 1 / 0)

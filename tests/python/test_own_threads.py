@@ -48,6 +48,21 @@ class StartThread(harness.TestCase):
         self.assertEqual(''.join(said).split('\n')[0],
                          'Unhandled exception in a thread of the debug server: Failing')
 
+    def test_one_that_hardly_begins_is_not_taken_for_the_one_that_has_started_it(self):
+        class Meant(Exception):
+            pass
+        begun = []
+        for _ in range(200):
+            _sorrel.start_thread(lambda: begun.append(1))
+            try:
+                _sorrel.raise_in_thread(thread.get_ident(), Meant)
+                for _ in range(1000):
+                    pass
+                self.fail('it was raised elsewhere')
+            except Meant:
+                pass
+        self.assertTrue(harness.wait_until(lambda: len(begun) == 200))
+
     def test_references_are_level(self):
         function = lambda: None
         before = sys.getrefcount(function)
