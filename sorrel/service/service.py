@@ -277,8 +277,9 @@ class Service(BreakingIn, object):
 
         They come in the order of their start.
         """
-        found = [self._thread(ident, frame) for ident, frame in living.in_order_of_start()
-                 if ident not in self._ignored]
+        # By a generator: a frame of this thread's that stays in a variable here would keep all.
+        found = list(self._thread(ident, frame) for ident, frame in living.in_order_of_start()
+                     if ident not in self._ignored)
         # Others are the server's own, or have not begun yet, or are ending.
         return [thread for thread in found
                 if thread.ident == self.main_thread or frames.is_program(thread.frame)]
