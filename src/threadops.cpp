@@ -115,6 +115,7 @@ void thread_data_free(ThreadData* record) {
     clear_slot(record->sub_lang_frame);
     clear_slot(record->sub_lang_hook);
     clear_slot(record->pending_exc);
+    returned_calls_free(record->returned);
     free(record);
 }
 

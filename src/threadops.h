@@ -7,23 +7,24 @@
 
 #include "hashtable.h"
 #include "host/python.h"
+#include "returned_calls.h"
 
 namespace morvik {
 
 // One thread's record, owned by the thread table. Every object field holds a reference of its
 // own; where nullptr is not mentioned a field is never nullptr.
 struct ThreadData {
-    int frames_hooked;      // 1: every frame on the stack carries the trace function, but for those
-                            // in which the thread rests
-    int trace_installed;    // 1: the thread is traced by the core
-    int32_t tstate_id;      // the id handed to Python: low 32 bits of the thread state's address
-    int exiting_on_exc;     // 1: an exception was seen leaving bot_frame
-    long thread_ident;      // the interpreter's ident of the thread
-    PyObject* thread_name;  // name of the thread's main function, None if unknown; nullptr
-                            // only while the thread is being hooked
-    PyObject* bot_frame;    // the bottom traced frame; None if unknown
-    PyObject* stop_frame;   // nullptr: run freely; None: stop at the next event; a frame: stop
-                            // in it, or once it has been left
+    bool frames_hooked;        // every frame on the stack carries the trace function, but for those
+                               // in which the thread rests
+    bool trace_installed;      // the thread is traced by the core
+    bool exiting_on_exc;       // an exception was seen leaving bot_frame
+    int32_t tstate_id;         // the id handed to Python: low 32 bits of the thread state's address
+    long thread_ident;         // the interpreter's ident of the thread
+    PyObject* thread_name;     // name of the thread's main function, None if unknown; nullptr
+                               // only while the thread is being hooked
+    PyObject* bot_frame;       // the bottom traced frame; None if unknown
+    PyObject* stop_frame;      // nullptr: run freely; None: stop at the next event; a frame: stop
+                               // in it, or once it has been left
     PyObject* return_frame;    // the frame whose return stops, or None
     PyObject* curr_frame;      // the frame of the event at hand, None between events
     int line_first;            // inclusive range of lines of stop_frame that are stepped over;
@@ -31,6 +32,7 @@ struct ThreadData {
     PyObject* sub_lang_frame;  // the frame that activated the hook, or nullptr
     PyObject* sub_lang_hook;   // the active sub-language hook, or nullptr
     PyObject* pending_exc;     // exception to raise at the next event, or nullptr
+    ReturnedCalls* returned;   // owned; nullptr before the first step that they are wanted of
 
     // Frames that are borrowed: they go from here with their return events. nullptr for none.
     PyFrameObject* in_step;  // one on the stack that stop_frame was found to have called, if not

@@ -40,7 +40,6 @@ _INSTEAD = {
     'flask': 'use "hooks" for templates',
     'pyramid': 'use "hooks" for templates',
     'redirectOutput': 'what a launched program writes is shown in any case',
-    'showReturnValue': 'what a function returns is shown in any case',
     'localRoot': 'use "pathMappings"',
     'remoteRoot': 'use "pathMappings"',
     'listen': 'the program listens, and is attached to by "port" or "socket"',

@@ -2,15 +2,13 @@
 
 from __future__ import absolute_import
 
-import inspect
 import re
 import sys
-import tokenize
 import types
 
 from sorrel.common import file_lines
 from sorrel.common.records import record
-from sorrel.inspection import code_lines, modules, values
+from sorrel.inspection import blocks, code_lines, modules, values
 
 # The lines of a definition in a file; last: None for all there are.
 Definition = record('Definition', 'path first last')
@@ -76,12 +74,4 @@ def _lines(code):
 
 def _end(path, first):
     """The last line of what begins on this one."""
-    block = []
-    line = file_lines.line(path, first)
-    while line:
-        block.append(line)
-        line = file_lines.line(path, first + len(block))
-    try:
-        return first + len(inspect.getblock(block)) - 1
-    except (tokenize.TokenError, SyntaxError):
-        return first
+    return blocks.end(lambda number: file_lines.line(path, number), first)

@@ -39,7 +39,7 @@ _ON_THREAD = {'threadId': int}
 DEBUGGING = {
     'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool, 'postMortem?': bool,
     'learnExceptions?': bool, 'subProcess?': bool, 'autoAttach?': [unicode],
-    'lazySubProcess?': bool,
+    'lazySubProcess?': bool, 'showReturnValue?': bool,
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{

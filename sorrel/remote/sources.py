@@ -3,11 +3,10 @@
 from __future__ import absolute_import
 
 import ast
-import inspect
-import tokenize
 
 from sorrel.common import file_lines, text_files
 from sorrel.common.records import record
+from sorrel.inspection import blocks
 from sorrel.protocol.messages import Refused
 
 
@@ -47,15 +46,7 @@ class Sources(object):
 
     def end(self, entry, first):
         """The last line of what begins on this one."""
-        block = []
-        line = self.line(entry, first)
-        while line:
-            block.append(line)
-            line = self.line(entry, first + len(block))
-        try:
-            return first + len(inspect.getblock(block)) - 1
-        except (tokenize.TokenError, SyntaxError):
-            return first
+        return blocks.end(lambda number: self.line(entry, number), first)
 
     def first_line(self, entry, name):
         """Of the body of a function of the entry's file, by a name such as "Class.method"; or None.

@@ -44,11 +44,9 @@ class ValueCommands(object):
 
     def do_retval(self, argument):
         """retval, rv: show the value that the function left last has returned."""
-        for name, value in self._variables(self._innermost()):
-            if name.startswith(_RETURNED):
-                self._say(value)
-                return
-        self._say('*** No function has just returned a value')
+        returned = [value for name, value in self._variables(self._innermost())
+                    if name.startswith(_RETURNED)]
+        self._say(returned[-1] if returned else '*** No function has just returned a value')
 
     def show_source(self, expression):
         """That of the function, method, class or module that an expression stands for."""

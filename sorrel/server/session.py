@@ -23,6 +23,7 @@ from sorrel.server.shared import sources
 from sorrel.server.shared.requests import answer, Then
 from sorrel.server.stopped.request_handlers import COMMANDS, StoppedThread
 from sorrel.server.stopped.stop_events import Stops, Told
+from sorrel.service import returned
 from sorrel.service.stops import CONTINUE, DETACH, Resume
 from sorrel.service.thread_numbers import Threads
 
@@ -51,6 +52,8 @@ class Session(object):
         self.stops_all = True
         # Whether the client wants to see what has ended the program.
         self.post_mortem = False
+        # Whether it wants to see what the calls have returned that a step has gone over.
+        self.shows_returned = True
         # Patterns of the names of what it wants to debug of what the program starts. Whether it
         # wants to hear of a process only when that stops.
         self._follows = []
@@ -157,6 +160,7 @@ class Session(object):
             self.breakpoints.clear()
             self._service.exceptions.forget()
             self._service.passing.forget()
+            returned.note(False)
             self._service.detach()
         self._program.left(self)
         if has_taken:
@@ -317,6 +321,8 @@ class Session(object):
         self._has_begun = True
         self._service.passing.set_just_my_code(arguments.get('justMyCode', True))
         self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
+        self.shows_returned = arguments.get('showReturnValue', True)
+        returned.note(self.shows_returned)
         self.stops_all = arguments.get('stopAllThreads', True)
         self.post_mortem = arguments.get('postMortem', False)
         self._is_undebugged = arguments.get('noDebug', False)

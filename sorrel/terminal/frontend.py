@@ -3,11 +3,11 @@
 from __future__ import absolute_import
 
 import __future__
-import inspect
 import os
 import pprint
 import repr as shortened
 import sys
+import types
 from cmd import Cmd
 
 from sorrel.common import errors
@@ -49,6 +49,8 @@ from sorrel.terminal.waiting import WaitingPrompt
 from sorrel.terminal.watching import WatchCommands
 
 _PRINTS_BY_FUNCTION = __future__.print_function.compiler_flag
+# Flags of code.
+_VARARGS, _VARKEYWORDS = 0x4, 0x8
 # In place of the thread that stopped last, when that has ended.
 _ENDED = object()
 
@@ -257,8 +259,7 @@ class Terminal(
         """args, a: show this function's arguments."""
         code = self._frame().f_code
         count = code.co_argcount
-        count += bool(code.co_flags & inspect.CO_VARARGS)
-        count += bool(code.co_flags & inspect.CO_VARKEYWORDS)
+        count += bool(code.co_flags & _VARARGS) + bool(code.co_flags & _VARKEYWORDS)
         values = self._frame().f_locals
         for name in code.co_varnames[:count]:
             if name in values:
@@ -359,8 +360,8 @@ def _short(value):
 
 
 def _kind(value):
-    if inspect.ismethod(value):
+    if isinstance(value, types.MethodType):
         return 'Method ' + value.__name__
-    if inspect.isfunction(value):
+    if isinstance(value, types.FunctionType):
         return 'Function ' + value.__name__
     return repr(type(value))

@@ -2,8 +2,6 @@
 
 from __future__ import absolute_import
 
-import inspect
-
 from sorrel.terminal import syntax
 
 _DETACH = 'Detach, and let the program run on by itself? (y or n) '
@@ -42,7 +40,7 @@ class PromptLines(object):
         if command is not None:
             if not rest.strip() and self._is_variable(syntax.typed_word(line)[0]):
                 return None
-            return 'Usage: ' + inspect.getdoc(command).partition(':')[0]
+            return 'Usage: ' + _documentation(command).partition(':')[0]
         if syntax.is_keyword(name) or self._is_known(name):
             return None
         meant = syntax.like(name, self.command_names())
@@ -55,10 +53,10 @@ class PromptLines(object):
         """help, h, ? [COMMAND]: this list, or more about a command."""
         if argument:
             command = getattr(self, 'do_' + syntax.ALIASES.get(argument, argument), None)
-            self._say(inspect.getdoc(command) if command else '*** No command %s' % argument)
+            self._say(_documentation(command) if command else '*** No command %s' % argument)
             return
         for name in sorted(self.command_names()):
-            self._say(inspect.getdoc(getattr(self, 'do_' + name)).splitlines()[0])
+            self._say(_documentation(getattr(self, 'do_' + name)).splitlines()[0])
         self._say('Anything else is executed as a statement, and so is what follows a "!".')
         self._say('An empty line repeats the last command. End of input lets the program run on.')
 
@@ -80,3 +78,10 @@ class PromptLines(object):
 
 def _is_yes(answer):
     return answer.strip().lower() in ('y', 'yes')
+
+
+def _documentation(command):
+    """What a command says of itself, without the indentation that this has in the source."""
+    lines = command.__doc__.strip().splitlines()
+    margin = min([len(line) - len(line.lstrip()) for line in lines[1:] if line.strip()] or [0])
+    return '\n'.join(lines[:1] + [line[margin:] for line in lines[1:]])

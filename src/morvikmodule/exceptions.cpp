@@ -88,7 +88,7 @@ PyObject* entry_clear_exception_ignores(PyObject* /*self*/, PyObject* /*args*/) 
 
 PyObject* entry_exiting_on_exception(PyObject* /*self*/, PyObject* /*args*/) {
     const ThreadData* const record = thread_table_current(&core.threads);
-    return PyInt_FromLong(core.autoquit != 0 && record != nullptr && record->exiting_on_exc != 0);
+    return PyInt_FromLong(core.autoquit != 0 && record != nullptr && record->exiting_on_exc);
 }
 
 PyObject* entry_set_always_stop_excepts(PyObject* /*self*/, PyObject* args) {

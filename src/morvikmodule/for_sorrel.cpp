@@ -3,6 +3,7 @@
 #include "morvikmodule/entry_points.h"
 #include "tracercore/passed_code.h"
 #include "tracercore/rest.h"
+#include "tracercore/returning.h"
 #include "tracercore/stepping.h"
 #include "tracercore/watching.h"
 
@@ -53,6 +54,23 @@ PyObject* entry_watch(PyObject* /*self*/, PyObject* args) {
     return new_none();
 }
 
+PyObject* entry_note_returns(PyObject* /*self*/, PyObject* on) {
+    const int is_on = PyObject_IsTrue(on);
+    if (is_on < 0) {
+        return nullptr;
+    }
+    core.notes_returns = is_on != 0;
+    return new_none();
+}
+
+PyObject* entry_returned(PyObject* /*self*/, PyObject* frame) {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    return record != nullptr && record->returned != nullptr && is_frame(frame) &&
+                   record->returned->caller == as_frame(frame)
+               ? returned_calls_list(record->returned)
+               : PyList_New(0);
+}
+
 PyMethodDef functions[] = {
     {"step_through", entry_step_through, METH_NOARGS,
      "step_through()\n\n"
@@ -70,6 +88,15 @@ PyMethodDef functions[] = {
      "called from now on: with the frame, and with whether that is left for good.  frames: None "
      "for "
      "those of all code.  callback: None for nothing more."},
+    {"note_returns", entry_note_returns, METH_O,
+     "note_returns(on)\n\n"
+     "Whether steps that begin from now on note what the calls return that they go over."},
+    {"returned", entry_returned, METH_O,
+     "returned(frame)\n\n"
+     "What the calls that this frame has made itself have returned since the calling thread's last "
+     "step began, or came back to this frame: a list of (name, globals, value), the last 20.  "
+     "Until "
+     "the next step request they are kept alive."},
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "tracercore/policy.h"
 #include "tracercore/quiet.h"
 #include "tracercore/rest.h"
+#include "tracercore/returning.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
 
@@ -66,11 +67,11 @@ bool ensure_thread_traced() {
         discard_callback_error();
         return false;
     }
-    if (record->frames_hooked == 0) {
+    if (!record->frames_hooked) {
         insert_into_thread(thread);
         record = thread_table_find(&core.threads, thread);
     }
-    if (record == nullptr || record->trace_installed == 0) {
+    if (record == nullptr || !record->trace_installed) {
         set_trace_for_current_thread(1);
     }
     return true;
@@ -175,6 +176,7 @@ int dispatch_in_turn(PyFrameObject* frame, int event, PyObject* argument) {
     record = thread_table_current(&core.threads);
     if (event == kEventReturn && record != nullptr) {
         forget_ended_frame(record, frame);
+        note_return(record, frame, argument);
     }
     const bool goes_on_here = event != kEventReturn && result == 0;
     watch_calls(goes_on_here && is_frame(frame) ? frame : frame_back(frame));

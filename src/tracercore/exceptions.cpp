@@ -37,7 +37,7 @@ bool leaves_bottom_frame(PyFrameObject* frame) {
     dprintf(kLogExceptions, "  leaving bottom frame\n");
     record = thread_table_current(&core.threads);  // logging runs code that may drop it
     if (record != nullptr) {
-        record->exiting_on_exc = 1;
+        record->exiting_on_exc = true;
     }
     return true;
 }

@@ -25,7 +25,7 @@ void trace_importing_thread() {
     }
     ThreadData* const record = thread_table_find(&core.threads, thread);
     if (record != nullptr) {
-        record->trace_installed = 0;  // the program took the trace function away
+        record->trace_installed = false;  // the program took the trace function away
     }
     insert_into_thread(thread);
     set_trace_for_current_thread(1);

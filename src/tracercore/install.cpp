@@ -174,7 +174,7 @@ void insert_into_thread(PyThreadState* thread) {
     }
     record = thread_table_find(&core.threads, thread);
     if (record != nullptr) {
-        record->frames_hooked = frames ? 1 : 0;  // else at the thread's next event
+        record->frames_hooked = static_cast<bool>(frames);  // else at the thread's next event
         if (record->thread_name == nullptr) {
             record->thread_name = new_none();
         }
@@ -184,7 +184,7 @@ void insert_into_thread(PyThreadState* thread) {
 void remove_from_thread(PyThreadState* thread) {
     ThreadData* const record = thread_table_find(&core.threads, thread);
     if (record != nullptr) {
-        record->frames_hooked = 0;
+        record->frames_hooked = false;
     }
     const Ref frames = frames_of_thread(thread);
     for (Py_ssize_t i = 0; frames && i < PyList_GET_SIZE(frames.get()); ++i) {
@@ -202,10 +202,10 @@ int set_trace_for_current_thread(int on) {
         drop_error("a thread's trace function was not changed");
         return 1;
     }
-    if (record->trace_installed == on) {
+    if (record->trace_installed == (on != 0)) {
         return 1;
     }
-    record->trace_installed = on;
+    record->trace_installed = on != 0;
     if (on != 0) {
         PyEval_SetTrace(c_dispatch, core.trace_dispatch);
         watch_calls(current_thread_state()->frame);
@@ -222,7 +222,7 @@ void untrace_current_thread() {
     // A record made after a reset does not know that its thread was traced before.
     ThreadData* const record = thread_table_find(&core.threads, thread);
     if (record != nullptr && is_traced_here(thread)) {
-        record->trace_installed = 1;
+        record->trace_installed = true;
     }
     set_trace_for_current_thread(0);
 }

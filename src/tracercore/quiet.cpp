@@ -7,6 +7,7 @@
 #include "tracercore/exceptions.h"
 #include "tracercore/policy.h"
 #include "tracercore/rest.h"
+#include "tracercore/returning.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
 #include "tracercore/watching.h"
@@ -106,6 +107,7 @@ bool event_is_quiet(ThreadData* record, PyFrameObject* frame, int event, PyObjec
             const ErrnoGuard keep_errno;
             clear_frame_exc_info(&core.catch_info, frame);
         }
+        note_return(record, frame, argument);
     }
 }
 
@@ -125,7 +127,7 @@ bool pass_quietly(PyFrameObject* frame, int event, PyObject* argument) {
         }
         return policy == Policy::kIgnore;
     }
-    if (record == nullptr || record->frames_hooked == 0 || record->trace_installed == 0 ||
+    if (record == nullptr || !record->frames_hooked || !record->trace_installed ||
         record->woken_frame == frame || !event_is_quiet(record, frame, event, argument) ||
         !idle_is_quiet()) {
         return false;

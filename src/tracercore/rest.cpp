@@ -64,8 +64,8 @@ bool step_needs_events(ThreadData* record, PyFrameObject* frame) {
 // What can be told without running Python code: all but whether a breakpoint may stop in the frame.
 bool thread_needs_events(const PyThreadState* thread, ThreadData* record, PyFrameObject* frame) {
     if (record == nullptr || core.always_trace || core.tracing == 0 || dprintf_file != nullptr ||
-        core.mutex_owner != kNoOwner || core.pending_raise_count != 0 ||
-        record->frames_hooked == 0 || record->trace_installed == 0) {
+        core.mutex_owner != kNoOwner || core.pending_raise_count != 0 || !record->frames_hooked ||
+        !record->trace_installed) {
         return true;
     }
     const Policy policy = known_policy(thread);

@@ -164,6 +164,7 @@ void reset_policies() {
     core.debug_all_threads = 1;
     clear_slot(core.debug_thread_cb);
     forget_watch();
+    core.notes_returns = false;
     clear_thread_policies();
 }
 

@@ -66,6 +66,7 @@ struct CoreState {
     PyObject* debug_thread_cb;   // thread policy, or nullptr
     PyObject* watch_cb;          // looks at lines and returns, or nullptr
     PyObject* watched_frames;    // at those of these in a tuple; nullptr for every frame
+    bool notes_returns;          // of calls that a step goes over
     HashTable debug_thread_map;  // thread ident to the policy's answer, 0 or 1
     long last_debugged;          // an ident in it whose answer is 1, kNoOwner for none
 

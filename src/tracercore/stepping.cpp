@@ -4,6 +4,7 @@
 #include "dprintf.h"
 #include "host/ref.h"
 #include "tracercore/rest.h"
+#include "tracercore/returning.h"
 
 namespace morvik {
 
@@ -115,6 +116,7 @@ void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return
     if (stop_frame != nullptr) {
         wake_thread(current_thread_state());
     }
+    begin_noting_returns(record);
 }
 
 }  // namespace morvik

@@ -47,8 +47,8 @@ TEST_F(ThreadTableTest, NewRecordHasItsInitialValues) {
     PyThreadState* const thread = other_thread(&storage_, 42);
     const ThreadData* const record = thread_table_get_or_add(&table_, thread);
     ASSERT_NE(record, nullptr);
-    EXPECT_EQ(record->frames_hooked, 0);
-    EXPECT_EQ(record->trace_installed, 0);
+    EXPECT_FALSE(record->frames_hooked);
+    EXPECT_FALSE(record->trace_installed);
     EXPECT_EQ(record->tstate_id, static_cast<int32_t>(reinterpret_cast<intptr_t>(thread)));
     EXPECT_EQ(record->thread_ident, 42);
     EXPECT_EQ(record->thread_name, Py_None);
@@ -60,8 +60,9 @@ TEST_F(ThreadTableTest, NewRecordHasItsInitialValues) {
     EXPECT_EQ(record->line_last, -1);
     EXPECT_EQ(record->sub_lang_frame, nullptr);
     EXPECT_EQ(record->sub_lang_hook, nullptr);
-    EXPECT_EQ(record->exiting_on_exc, 0);
+    EXPECT_FALSE(record->exiting_on_exc);
     EXPECT_EQ(record->pending_exc, nullptr);
+    EXPECT_EQ(record->returned, nullptr);
 }
 
 TEST_F(ThreadTableTest, ExistingRecordIsReturnedUnchanged) {

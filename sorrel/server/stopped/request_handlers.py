@@ -23,6 +23,7 @@ from sorrel.server.shared.requests import RUNNING, Then
 from sorrel.server.stopped import completion, console_commands, console_errors
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References, TOO_LONG
+from sorrel.service import returned
 from sorrel.service.stops import (
     CONTINUE, evaluator, is_at_line, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER)
 
@@ -272,9 +273,15 @@ class StoppedThread(object):
         found = [(name, value) for name, value in sorted(self._evaluator.names.items())
                  if name != '_' and value is not None
                  and not evaluation.is_of_program(name, frame)]
-        if self.stop.reason == RETURNED and self.stop.argument is not None:
-            found.append(('(return) ' + self.stop.frame.f_code.co_name, self.stop.argument))
+        if self._session.shows_returned:
+            found += [('(return) ' + name, value) for name, value in self._returned_to(frame)]
         return found
+
+    def _returned_to(self, frame):
+        """(name, value) of the calls that have just returned to the frame that has stopped."""
+        if self.stop.reason == RETURNED and self.stop.argument is not None:
+            return [(self.stop.frame.f_code.co_name, self.stop.argument)]
+        return returned.to(frame)
 
     def _variables(self, arguments):
         return {'variables': self._presenter.parts(
