@@ -13,17 +13,17 @@ namespace morvik {
 // One thread's record, owned by the thread table. Every object field holds a reference of its
 // own; where nullptr is not mentioned a field is never nullptr.
 struct ThreadData {
-    int frames_hooked;      // 1: every frame on the stack carries the trace function, but for those
-                            // in which the thread rests
-    int trace_installed;    // 1: the thread is traced by the core
-    int32_t tstate_id;      // the id handed to Python: low 32 bits of the thread state's address
-    int exiting_on_exc;     // 1: an exception was seen leaving bot_frame
-    long thread_ident;      // the interpreter's ident of the thread
-    PyObject* thread_name;  // name of the thread's main function, None if unknown; nullptr
-                            // only while the thread is being hooked
-    PyObject* bot_frame;    // the bottom traced frame; None if unknown
-    PyObject* stop_frame;   // nullptr: run freely; None: stop at the next event; a frame: stop
-                            // in it, or once it has been left
+    int8_t frames_hooked;  // 1: every frame on the stack carries the trace function, but for those
+                           // in which the thread rests
+    int8_t trace_installed;    // 1: the thread is traced by the core
+    int8_t exiting_on_exc;     // 1: an exception was seen leaving bot_frame
+    int32_t tstate_id;         // the id handed to Python: low 32 bits of the thread state's address
+    long thread_ident;         // the interpreter's ident of the thread
+    PyObject* thread_name;     // name of the thread's main function, None if unknown; nullptr
+                               // only while the thread is being hooked
+    PyObject* bot_frame;       // the bottom traced frame; None if unknown
+    PyObject* stop_frame;      // nullptr: run freely; None: stop at the next event; a frame: stop
+                               // in it, or once it has been left
     PyObject* return_frame;    // the frame whose return stops, or None
     PyObject* curr_frame;      // the frame of the event at hand, None between events
     int line_first;            // inclusive range of lines of stop_frame that are stepped over;
@@ -33,8 +33,10 @@ struct ThreadData {
     PyObject* pending_exc;     // exception to raise at the next event, or nullptr
 
     // Frames that are borrowed: they go from here with their return events. nullptr for none.
-    PyFrameObject* in_step;  // one on the stack that stop_frame was found to have called, if not
-                             // directly
+    PyFrameObject* in_step;    // one on the stack that stop_frame was found to have called, if not
+                               // directly
+    PyFrameObject* step_base;  // the outermost one of the stack, of those that the thread switches
+                               // between, that the step request is for; nullptr for any
     PyFrameObject* woken_frame;  // the one in whose midst the thread got its events back, until its
                                  // next line event
     PyFrameObject* unwound_frame;  // one that runs its handlers for an exception which they may not

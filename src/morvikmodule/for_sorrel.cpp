@@ -53,6 +53,18 @@ PyObject* entry_watch(PyObject* /*self*/, PyObject* args) {
     return new_none();
 }
 
+PyObject* entry_is_elsewhere(PyObject* /*self*/, PyObject* frame) {
+    if (!is_frame(frame)) {
+        PyErr_SetString(PyExc_TypeError, "frame must be a frame");
+        return nullptr;
+    }
+    ThreadData* const record = own_record();
+    if (record == nullptr) {
+        return nullptr;
+    }
+    return PyBool_FromLong(is_elsewhere(record, as_frame(frame)) ? 1 : 0);
+}
+
 PyMethodDef functions[] = {
     {"step_through", entry_step_through, METH_NOARGS,
      "step_through()\n\n"
@@ -64,6 +76,10 @@ PyMethodDef functions[] = {
     {"pass_no_code", entry_pass_no_code, METH_NOARGS,
      "pass_no_code()\n\n"
      "They pass none any more that was named before."},
+    {"is_elsewhere", entry_is_elsewhere, METH_O,
+     "is_elsewhere(frame)\n\n"
+     "Whether the frame is on another stack of the calling thread than the one that its step is "
+     "for."},
     {"watch", entry_watch, METH_VARARGS,
      "watch(callback, frames)\n\n"
      "Before each line of these frames, a tuple, and before each of their returns, the callback is "

@@ -131,6 +131,7 @@ int start_trace() {
     const unsigned shortages = out_of_memory_count();
     FirstError errors;
     scan_loaded_modules();
+    notice_stack_switches();
     errors.collect();
     for_each_thread(insert_into_thread);
     set_trace_for_current_thread(1);
