@@ -230,6 +230,12 @@ void untrace_current_thread() {
 
 void bootstrap_current_thread() {
     PyThreadState* const thread = current_thread_state();
+    const ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (core.stacks_switch && record != nullptr && record->trace_installed != 0) {
+        // A greenlet begins that the program takes for a thread.
+        PyEval_SetTrace(c_dispatch, core.trace_dispatch);
+        return;
+    }
     forget_thread(thread);
     insert_into_thread(thread);
     set_trace_for_current_thread(1);
