@@ -76,6 +76,7 @@ endforeach()
 # It tells how long an editor waits.
 set_tests_properties(${build_name}/python/test_dap_speed PROPERTIES RUN_SERIAL TRUE)
 
+include(cmake/greenlet.cmake)
 include(cmake/plain_hosts.cmake)
 include(cmake/event_cost.cmake)
 include(cmake/fuzz.cmake)

@@ -91,7 +91,7 @@ void thread_table_remove(ThreadTable* table, PyThreadState* thread) {
 }
 
 ThreadData* thread_data_new(PyThreadState* thread) {
-    auto* const record = static_cast<ThreadData*>(calloc(1, sizeof(ThreadData)));
+    auto* const record = static_cast<ThreadData*>(calloc(1, kRecordBytes));
     if (record == nullptr) {
         return nullptr;
     }

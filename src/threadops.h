@@ -35,8 +35,10 @@ struct ThreadData {
     ReturnedCalls* returned;   // owned; nullptr before the first step that they are wanted of
 
     // Frames that are borrowed: they go from here with their return events. nullptr for none.
-    PyFrameObject* in_step;  // one on the stack that stop_frame was found to have called, if not
-                             // directly
+    PyFrameObject* in_step;    // one on the stack that stop_frame was found to have called, if not
+                               // directly
+    PyFrameObject* step_base;  // the outermost one of the stack, of those that the thread switches
+                               // between, that the step request is for; nullptr for any
     PyFrameObject* woken_frame;  // the one in whose midst the thread got its events back, until its
                                  // next line event
     PyFrameObject* unwound_frame;  // one that runs its handlers for an exception which they may not
@@ -50,10 +52,10 @@ struct ThreadData {
     unsigned last_beat;   // the number of that beat; 0 for none
 };
 
-// 2.6 writes into the freed state of a thread that has ended when a generator that was made there
-// is traced in another one. Blocks of that size are not to be records.
-static_assert(sizeof(ThreadData) + sizeof(long) < sizeof(PyThreadState),
-              "the allocator would take one for the other");
+// The blocks that records are in. 2.6 writes into the freed state of a thread that has ended when a
+// generator that was made there is traced in another one: blocks of that size are not to be records.
+constexpr size_t kRecordBytes = 2 * sizeof(PyThreadState);
+static_assert(sizeof(ThreadData) <= kRecordBytes, "a record does not fit in its block");
 
 struct ThreadTable {
     HashTable records;             // thread-state address to ThreadData

@@ -4,10 +4,9 @@ from __future__ import absolute_import
 
 import atexit
 import os
-import thread
-import time
 
 from sorrel.api import Error
+from sorrel.common.originals import thread, time
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import tokens
 from sorrel.server import access

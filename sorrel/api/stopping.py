@@ -4,11 +4,10 @@ from __future__ import absolute_import
 
 import os
 import sys
-import thread
-import time
 import types
 
 from sorrel.api import Error
+from sorrel.common.originals import thread, time
 from sorrel.inspection import frames
 from sorrel.service import exceptions, late
 from sorrel.service.service import Service

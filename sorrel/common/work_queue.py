@@ -3,7 +3,8 @@
 from __future__ import absolute_import
 
 import collections
-import thread
+
+from sorrel.common.originals import thread
 
 # Taken now: a program may replace what the interpreter's modules offer.
 _new_lock = thread.allocate_lock

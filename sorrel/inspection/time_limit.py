@@ -6,10 +6,10 @@ Python code. Code in C that waits or computes for long is therefore never ended.
 
 from __future__ import absolute_import
 
-import thread
-import time
 
 import _sorrel
+
+from sorrel.common.originals import thread, time
 
 _INSIST_AFTER = 0.1
 # Taken now: a program may replace what the interpreter's modules offer.

@@ -8,8 +8,8 @@ program starts, which listen in the folder of that file.
 from __future__ import absolute_import
 
 import os
-import socket
 
+from sorrel.common.originals import socket
 from sorrel.protocol import messages, secrets
 from sorrel.protocol.descriptors import above_streams
 
@@ -62,8 +62,10 @@ class Handshaker(object):
         return client
 
     def _call(self, more):
-        client = above_streams(lambda: socket.create_connection(self._address, _PATIENCE))
+        client = above_streams(lambda: socket.socket(socket.AF_INET, socket.SOCK_STREAM))
         try:
+            client.settimeout(_PATIENCE)
+            client.connect(self._address)
             client.sendall(self._first + more)
         except BaseException:
             client.close()

@@ -7,9 +7,8 @@ from __future__ import absolute_import
 
 import atexit
 import os
-import thread
-import time
 
+from sorrel.common.originals import thread, time
 from sorrel.processes import programs
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake

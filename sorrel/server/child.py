@@ -4,8 +4,8 @@ from __future__ import absolute_import
 
 import atexit
 import os
-import time
 
+from sorrel.common.originals import time
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import launch_handshake, secrets
 from sorrel.protocol.descriptors import Descriptor

@@ -7,8 +7,8 @@ import os
 import signal
 import stat
 import sys
-import time
 
+from sorrel.common.originals import time
 from sorrel.languages import sublanguages
 from sorrel.processes import programs
 from sorrel.server.network.polling import wait

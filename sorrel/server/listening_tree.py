@@ -3,10 +3,9 @@
 from __future__ import absolute_import
 
 import os
-import thread
-import time
 
 from sorrel.common import errors
+from sorrel.common.originals import thread, time
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import tokens
 from sorrel.server.child import Child

@@ -5,11 +5,10 @@ from __future__ import absolute_import
 import fnmatch
 import itertools
 import os
-import thread
-import time
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.common.originals import thread, time
 from sorrel.inspection import values
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.protocol import capabilities

@@ -8,11 +8,11 @@ them runs Python code either, for the person, who is told where they wait.
 from __future__ import absolute_import
 
 import sys
-import time
 
 import _sorrel
 import tmorvik26_vs2012_x64 as core
 
+from sorrel.common.originals import time
 from sorrel.inspection import frames
 from sorrel.service.main_thread import Activity
 from sorrel.service.stops import DETACH, INTERRUPT, INTERRUPTED, QUIT, Stop

@@ -6,11 +6,11 @@ What is asked here holds at once, also while the program runs.
 from __future__ import absolute_import
 
 import os
-import thread
 
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import text_files
+from sorrel.common.originals import thread
 from sorrel.common.records import record
 from sorrel.inspection import evaluation, file_code, private_names, source
 from sorrel.service import conditions

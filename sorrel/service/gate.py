@@ -12,9 +12,10 @@ from __future__ import absolute_import
 
 import collections
 import sys
-import thread
 
 import tmorvik26_vs2012_x64 as core
+
+from sorrel.common.originals import thread
 
 # Taken now: a program may replace what the interpreter's modules offer.
 _new_lock = thread.allocate_lock

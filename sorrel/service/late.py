@@ -6,8 +6,8 @@ Each who comes brings a front end, and takes the place of the one before, who ha
 from __future__ import absolute_import
 
 import os
-import thread
 
+from sorrel.common.originals import thread
 from sorrel.inspection import frames
 from sorrel.service import first_thread
 from sorrel.service.service import Service

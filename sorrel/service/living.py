@@ -6,11 +6,11 @@ The core's ids are no help: they are half an address, and many threads' addresse
 from __future__ import absolute_import
 
 import sys
-import thread
 import threading
 
 import _sorrel
 
+from sorrel.common.originals import thread
 from sorrel.inspection import frames
 
 # Taken now: a program may replace what the interpreter's modules offer.

@@ -35,13 +35,12 @@ import __builtin__
 import dis
 import os
 import sys
-import time
-from thread import allocate_lock
 
 import _sorrel
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import errors
+from sorrel.common.originals import thread, time
 from sorrel.inspection import frames, modules, raised, source
 from sorrel.languages import sublanguages
 from sorrel.service import (
@@ -295,7 +294,7 @@ class Service(BreakingIn, object):
 
     def attach_from_program(self):
         """The same, for a thread of the program, which is debugged, too. Raises thread.error."""
-        is_done = allocate_lock()
+        is_done = thread.allocate_lock()
         is_done.acquire()
 
         def attach():

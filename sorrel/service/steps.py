@@ -17,7 +17,8 @@ from sorrel.service.stops import (
     CONTINUE, INTERRUPTED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER_RANGE, STEPPED)
 
 _NO_TARGET = object()
-_step_through, _pass_code = [core._for_sorrel[name] for name in 'step_through', 'pass_code']
+_step_through, _pass_code, _is_elsewhere = [
+    core._for_sorrel[name] for name in 'step_through', 'pass_code', 'is_elsewhere']
 
 
 class Steps(object):
@@ -71,9 +72,11 @@ class Steps(object):
         return thread in self._targets
 
     def stops_at(self, thread, frame):
-        """Whether the thread stops at any event in this frame, for the sake of its step."""
+        """Whether the calling thread, whose ident this is, stops at any event in this frame, for
+        the sake of its step.
+        """
         target = self._targets.get(thread, _NO_TARGET)
-        if target is _NO_TARGET or self.passes(thread, frame):
+        if target is _NO_TARGET or self.passes(thread, frame) or _is_elsewhere(frame):
             return False
         for caller in frames.callers(frame):
             if id(caller) == target:

@@ -9,6 +9,7 @@ import threading
 import _sorrel
 import tmorvik26_vs2012_x64 as core
 
+from sorrel.common import originals
 from sorrel.inspection import frames
 
 
@@ -89,10 +90,15 @@ def _starter(start, trace, on_end):
         if callable(function):
             function = ThreadMain(function, trace, on_end)
         return start(function, args, *kwargs)
+    _starters.append(start_new_thread)
     return start_new_thread
 
 
-_bare_start = thread.start_new_thread
+_bare_start = originals.thread.start_new_thread
+_STARTS = ((thread, 'start_new_thread'), (thread, 'start_new'),
+           (threading, '_start_new_thread'))
+# Those of the server's that have been put there.
+_starters = []
 
 
 def start_own(function):
@@ -101,7 +107,13 @@ def start_own(function):
 
 
 def install(on_end):
-    """on_end: called in every thread that ends, as the last of what it runs."""
+    """on_end: called in every thread that ends, as the last of what it runs.
+
+    What a program has put in the place of the interpreter's function starts greenlets, say, in the
+    thread that calls it: nothing is to begin or end in that.
+    """
+    if thread.start_new_thread is not _bare_start:
+        return
     bare = _starter(_bare_start, core.bootstrap_new_thread, on_end)
     thread.start_new_thread = thread.start_new = bare
     # A Thread is traced from its run method on: until then, other threads may be waiting for it.
@@ -110,6 +122,9 @@ def install(on_end):
 
 
 def remove():
-    thread.start_new_thread = thread.start_new = _bare_start
-    threading._start_new_thread = _bare_start
+    # What the program has put there since then stays.
+    for module, name in _STARTS:
+        if getattr(module, name) in _starters:
+            setattr(module, name, _bare_start)
+    del _starters[:]
     threading.settrace(None)

@@ -7,11 +7,9 @@ from __future__ import absolute_import
 
 import atexit
 import os
-import socket
-import thread
-import time
 
 from sorrel.common.decoding import text
+from sorrel.common.originals import socket, thread, time
 from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection.time_limit import Overtime

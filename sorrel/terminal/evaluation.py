@@ -2,11 +2,10 @@
 
 from __future__ import absolute_import
 
-import thread
-import time
 
 import _sorrel
 
+from sorrel.common.originals import thread, time
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.service import thread_hooks
 

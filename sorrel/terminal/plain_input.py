@@ -4,8 +4,6 @@ from __future__ import absolute_import
 
 import errno
 import os
-import select
-import thread
 
 try:
     import fcntl
@@ -13,6 +11,7 @@ try:
 except ImportError:
     fcntl = termios = None  # Another platform.
 
+from sorrel.common.originals import select, thread
 from sorrel.protocol.descriptors import above_streams
 
 _AT_ONCE = 1024

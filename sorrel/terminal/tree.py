@@ -15,9 +15,10 @@ import signal
 import stat
 import struct
 import tempfile
-import time
 
 import _sorrel
+
+from sorrel.common.originals import time
 
 _PREFIX = 'sorrel-tree-'
 _FRONT, _FIRST, _FOLLOW, _LET_GO = 'front', 'first', 'follow', 'let-go-%d'

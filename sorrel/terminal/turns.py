@@ -9,7 +9,8 @@ from __future__ import absolute_import
 
 import errno
 import os
-import time
+
+from sorrel.common.originals import time
 
 try:
     import fcntl

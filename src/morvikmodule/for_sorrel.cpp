@@ -71,6 +71,18 @@ PyObject* entry_returned(PyObject* /*self*/, PyObject* frame) {
                : PyList_New(0);
 }
 
+PyObject* entry_is_elsewhere(PyObject* /*self*/, PyObject* frame) {
+    if (!is_frame(frame)) {
+        PyErr_SetString(PyExc_TypeError, "frame must be a frame");
+        return nullptr;
+    }
+    ThreadData* const record = own_record();
+    if (record == nullptr) {
+        return nullptr;
+    }
+    return PyBool_FromLong(is_elsewhere(record, as_frame(frame)) ? 1 : 0);
+}
+
 PyMethodDef functions[] = {
     {"step_through", entry_step_through, METH_NOARGS,
      "step_through()\n\n"
@@ -82,12 +94,15 @@ PyMethodDef functions[] = {
     {"pass_no_code", entry_pass_no_code, METH_NOARGS,
      "pass_no_code()\n\n"
      "They pass none any more that was named before."},
+    {"is_elsewhere", entry_is_elsewhere, METH_O,
+     "is_elsewhere(frame)\n\n"
+     "Whether the frame is on another stack of the calling thread than the one that its step is "
+     "for."},
     {"watch", entry_watch, METH_VARARGS,
      "watch(callback, frames)\n\n"
      "Before each line of these frames, a tuple, and before each of their returns, the callback is "
      "called from now on: with the frame, and with whether that is left for good.  frames: None "
-     "for "
-     "those of all code.  callback: None for nothing more."},
+     "for those of all code.  callback: None for nothing more."},
     {"note_returns", entry_note_returns, METH_O,
      "note_returns(on)\n\n"
      "Whether steps that begin from now on note what the calls return that they go over."},
@@ -95,8 +110,7 @@ PyMethodDef functions[] = {
      "returned(frame)\n\n"
      "What the calls that this frame has made itself have returned since the calling thread's last "
      "step began, or came back to this frame: a list of (name, globals, value), the last 20.  "
-     "Until "
-     "the next step request they are kept alive."},
+     "Until the next step request they are kept alive."},
 };
 
 }  // namespace

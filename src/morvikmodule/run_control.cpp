@@ -1,4 +1,5 @@
 // Entry points for set-up and run control: init to stop.
+#include <climits>
 #include <cstdio>
 
 #include "dbgcommon.h"
@@ -198,6 +199,10 @@ PyObject* entry_step_out(PyObject* /*self*/, PyObject* /*args*/) {
     const Ref hook = Ref::share(record->sub_lang_hook);
     if (!hook) {
         PyFrameObject* const caller = frame_back(left.get());
+        if (caller == nullptr && core.stacks_switch) {
+            // What it returns to is on another stack: only the return is certain to come.
+            return request_step(left.get(), left.get(), 0, INT_MAX);
+        }
         return request_step(caller != nullptr ? as_object(caller) : Py_None, left.get(), -1, -1);
     }
     const Ref target = call_method(hook.get(), "_GetStepOutFrame", "O", left.get());
@@ -209,11 +214,12 @@ PyObject* entry_continue_run(PyObject* /*self*/, PyObject* /*args*/) {
 }
 
 PyObject* entry_stop(PyObject* /*self*/, PyObject* /*args*/) {
-    const ThreadData* const record = own_record();
+    ThreadData* const record = own_record();
     if (record == nullptr) {
         return nullptr;
     }
-    return request_step(Py_None, record->return_frame, -1, -1);
+    request_stop(record);
+    return new_none();
 }
 
 }  // namespace morvik

@@ -66,10 +66,17 @@ bool call_import_cb(PyObject* module) {
     return true;
 }
 
+// Those that switch stacks are known by a function of theirs.
+bool switches_stacks(PyObject* module) {
+    return module != nullptr && PyModule_Check(module) &&
+           PyDict_GetItemString(PyModule_GetDict(module), "getcurrent") != nullptr;
+}
+
 // What the hook does after the import proper, with this thread's events held back.
 void follow_import(PyObject* module) {
     PyThreadState* const thread = current_thread_state();
     add_to_tracing(thread, 1);
+    notice_stack_switches();
     if (module != nullptr) {
         resolve_module(&core.breakpoints, module);
         if (!call_import_cb(module)) {
@@ -194,6 +201,14 @@ void scan_loaded_modules() {
     FirstError errors;
     register_loaded_modules(&errors);
     register_main_script();
+}
+
+void notice_stack_switches() {
+    if (!core.stacks_switch &&
+        switches_stacks(PyDict_GetItemString(PyImport_GetModuleDict(), "greenlet"))) {
+        core.stacks_switch = true;
+        rest_no_more();
+    }
 }
 
 int register_module_code(PyFrameObject* frame) {

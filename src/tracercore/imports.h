@@ -23,6 +23,9 @@ const char* register_module(PyObject* module);
 // import_cb left is set.
 void scan_loaded_modules();
 
+// Whether a module by which threads switch stacks has been loaded is found out.
+void notice_stack_switches();
+
 // Module code starts to run: its code objects get their file names, and its file is reported as
 // new or reloaded. 0, or -1 with an error set.
 int register_module_code(PyFrameObject* frame);

@@ -131,6 +131,7 @@ int start_trace() {
     const unsigned shortages = out_of_memory_count();
     FirstError errors;
     scan_loaded_modules();
+    notice_stack_switches();
     errors.collect();
     for_each_thread(insert_into_thread);
     set_trace_for_current_thread(1);
@@ -229,6 +230,12 @@ void untrace_current_thread() {
 
 void bootstrap_current_thread() {
     PyThreadState* const thread = current_thread_state();
+    const ThreadData* const record = thread_table_find(&core.threads, thread);
+    if (core.stacks_switch && record != nullptr && record->trace_installed) {
+        // A greenlet begins that the program takes for a thread.
+        PyEval_SetTrace(c_dispatch, core.trace_dispatch);
+        return;
+    }
     forget_thread(thread);
     insert_into_thread(thread);
     set_trace_for_current_thread(1);

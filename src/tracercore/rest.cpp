@@ -347,6 +347,13 @@ void stay_awake() {
 int dispatch_at_rest(PyObject* /*profile_object*/, PyFrameObject* frame, int event,
                      PyObject* argument) {
     PyThreadState* const thread = current_thread_state();
+    if (core.always_trace && thread->c_tracefunc == c_dispatch) {
+        // Only to bring their events back to frames in which it has rested before.
+        PyFrameObject* const next = event == kEventReturn ? frame_back(frame) : nullptr;
+        if (next == nullptr || next->f_trace != nullptr) {
+            return 0;
+        }
+    }
     if (event != kEventCall && event != kEventReturn) {
         if (event == kEventBuiltinCall && replaces_functions(argument) && is_resting(thread)) {
             wake_thread(thread);
@@ -430,11 +437,17 @@ void raised(PyFrameObject* frame) {
 void rest_init() {
     const char* const always = getenv("MORVIK_ALWAYS_TRACE");
     core.always_trace = always != nullptr && strcmp(always, "1") == 0;
+    core.stacks_switch = false;
     auto* const hook = static_cast<RaisedHook*>(python_library_symbol(kRaisedHook));
     core.raises_are_told = hook != nullptr;
     if (hook != nullptr) {
         *hook = raised;
     }
+}
+
+void rest_no_more() {
+    core.always_trace = true;
+    wake_all_threads();
 }
 
 bool is_without_events(const PyThreadState* thread) {

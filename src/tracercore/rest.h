@@ -22,6 +22,10 @@ namespace morvik {
 // What the environment says, and whether the launcher tells of exceptions. Called by init().
 void rest_init();
 
+// A module has been loaded by which threads go on in the midst of other frames, of which there is
+// no event: nobody could wake one that rests. From now on none does.
+void rest_no_more();
+
 bool is_resting(const PyThreadState* thread);
 
 // The same, and also where somebody else's profile function has come in the place of the core's

@@ -56,6 +56,7 @@ struct CoreState {
     bool initialised;  // init() has run; everything below is blank before
 
     bool always_trace;     // no thread ever rests
+    bool stacks_switch;    // a thread may go on in another stack of frames, by no event
     bool raises_are_told;  // of each exception, by the launcher
     int tracing;           // 1 between start and stop of tracing
     float idle_period;     // seconds; only tested to be above 0

@@ -18,7 +18,23 @@ bool in_line_range(const ThreadData* record, const PyFrameObject* frame) {
     return record->line_first <= line && line <= record->line_last;
 }
 
+PyFrameObject* outermost(PyFrameObject* frame) {
+    while (is_frame(frame->f_back)) {
+        frame = frame->f_back;
+    }
+    return frame;
+}
+
 }  // namespace
+
+bool is_elsewhere(ThreadData* record, PyFrameObject* frame) {
+    if (!core.stacks_switch || record->step_base == nullptr) {
+        return false;
+    }
+    const bool is_in_step = record->in_step != nullptr &&
+                            (record->in_step == frame || record->in_step == frame->f_back);
+    return !is_in_step && outermost(frame) != record->step_base;
+}
 
 bool stop_frame_was_left(ThreadData* record, PyFrameObject* frame) {
     if (record->in_step != nullptr) {
@@ -40,10 +56,14 @@ bool stop_frame_was_left(ThreadData* record, PyFrameObject* frame) {
             return true;
         }
     }
-    return false;
+    // Not every stack has the thread's bottom frame.
+    return core.stacks_switch;
 }
 
 StepDecision decide_step_request(ThreadData* record, PyFrameObject* frame) {
+    if (is_elsewhere(record, frame)) {
+        return StepDecision::kRunOn;
+    }
     if (record->stop_frame == Py_None) {
         return stops_in_any(record, frame) ? StepDecision::kStopAnywhere : StepDecision::kRunOn;
     }
@@ -113,10 +133,23 @@ void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return
     record->line_last = line_last;
     record->passes_code = passes_code;
     record->in_step = nullptr;
+    PyFrameObject* const innermost = current_thread_state()->frame;
+    record->step_base = innermost != nullptr ? outermost(innermost) : nullptr;
     if (stop_frame != nullptr) {
         wake_thread(current_thread_state());
     }
     begin_noting_returns(record);
+}
+
+void request_stop(ThreadData* record) {
+    const Ref old_stop_frame = Ref::steal(record->stop_frame);
+    record->stop_frame = new_none();
+    record->line_first = -1;
+    record->line_last = -1;
+    record->passes_code = false;
+    record->in_step = nullptr;
+    record->step_base = nullptr;
+    wake_thread(current_thread_state());
 }
 
 }  // namespace morvik

@@ -33,12 +33,19 @@ inline bool stops_in_any(const ThreadData* record, const PyFrameObject* frame) {
 // taken once for a stack: whoever asks at every call and return is told by a comparison.
 bool stop_frame_was_left(ThreadData* record, PyFrameObject* frame);
 
+// Whether the frame is on another stack than the one that the thread's step request is for. A step
+// does not end there, until the outermost frame of its own stack is left.
+bool is_elsewhere(ThreadData* record, PyFrameObject* frame);
+
 // To be called when a frame's return event is over: what is remembered goes with the frame.
 inline void forget_ended_frame(ThreadData* record, const PyFrameObject* frame) {
     if (record->in_step == frame) {
         record->in_step = record->stop_frame == reinterpret_cast<const PyObject*>(frame)
                               ? nullptr
                               : frame->f_back;
+    }
+    if (record->step_base == frame) {
+        record->step_base = nullptr;
     }
     if (record->woken_frame == frame) {
         record->woken_frame = nullptr;
@@ -62,6 +69,10 @@ bool stop_here(PyFrameObject* frame, StopEvent event);
 // (destructors of what was replaced).
 void set_step_request(ThreadData* record, PyObject* stop_frame, PyObject* return_frame,
                       int line_first, int line_last, bool passes_code = false);
+
+// Has the calling thread, whose record this is, stop at its next event, on whatever stack. The rest
+// as before.
+void request_stop(ThreadData* record);
 
 }  // namespace morvik
 

@@ -6,8 +6,7 @@ attach, with the token where one is needed.
 
 from __future__ import absolute_import
 
-import time
-
+from sorrel.common.originals import time
 from sorrel.protocol import capabilities, messages
 from sorrel.protocol.messages import Refused
 from sorrel.server.network.connection import Connection, Gone

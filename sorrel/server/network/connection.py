@@ -4,9 +4,8 @@ from __future__ import absolute_import
 
 import collections
 import errno
-import socket
-import time
 
+from sorrel.common.originals import socket, time
 from sorrel.protocol import messages
 from sorrel.protocol.descriptors import Descriptor
 

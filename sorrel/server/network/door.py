@@ -2,8 +2,7 @@
 
 from __future__ import absolute_import
 
-import time
-
+from sorrel.common.originals import time
 from sorrel.protocol.descriptors import above_streams, Descriptor
 from sorrel.server.network.connection import will_pass
 

@@ -2,9 +2,8 @@
 
 from __future__ import absolute_import
 
-import time
-
 from sorrel.common.alive import is_alive
+from sorrel.common.originals import time
 from sorrel.common.records import record
 from sorrel.protocol import messages
 from sorrel.server.network.connection import Connection, Gone

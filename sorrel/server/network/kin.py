@@ -6,9 +6,7 @@ it. When it is gone, another one that has noticed does that.
 
 from __future__ import absolute_import
 
-import socket
-import time
-
+from sorrel.common.originals import socket, time
 from sorrel.protocol import messages
 from sorrel.protocol.descriptors import above_streams
 from sorrel.server.network.connection import Connection, Gone

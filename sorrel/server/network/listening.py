@@ -4,9 +4,9 @@ from __future__ import absolute_import
 
 import errno
 import os
-import socket
 import stat
 
+from sorrel.common.originals import socket
 from sorrel.common.records import record
 from sorrel.protocol.descriptors import above_streams
 

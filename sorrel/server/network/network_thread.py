@@ -8,10 +8,9 @@ Nobody it talks to can keep it from its other work: what it does in one turn is 
 from __future__ import absolute_import
 
 import os
-import thread
-import time
 
 from sorrel.common.errors import print_error
+from sorrel.common.originals import thread, time
 from sorrel.protocol import messages
 from sorrel.server.network.connection import Connection, Gone
 from sorrel.server.network.output_queue import LOG_LIMIT, OutputQueue

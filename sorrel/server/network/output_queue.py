@@ -7,8 +7,8 @@ and it is said how much. Answers, stops and the like are never left out.
 from __future__ import absolute_import
 
 import collections
-import thread
-import time
+
+from sorrel.common.originals import thread, time
 
 # How many letters of log messages may wait, and bytes of all that is on its way.
 LOG_LIMIT = 2 * 1024 * 1024

@@ -2,7 +2,8 @@
 
 from __future__ import absolute_import
 
-import select
+from sorrel.common.originals import select
+
 
 # Taken now: a program may replace what the interpreter's modules offer.
 _Error = select.error

@@ -2,9 +2,8 @@
 
 from __future__ import absolute_import
 
-import time
-
 from sorrel.common.errors import print_error
+from sorrel.common.originals import time
 from sorrel.server.network.authentication import Stranger
 from sorrel.server.network.connection import Gone
 from sorrel.server.network.door import Door

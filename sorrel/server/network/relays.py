@@ -2,8 +2,7 @@
 
 from __future__ import absolute_import
 
-import socket
-
+from sorrel.common.originals import socket
 from sorrel.protocol import messages
 from sorrel.protocol.descriptors import above_streams
 from sorrel.server.network.connection import Connection, Gone

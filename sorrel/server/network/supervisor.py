@@ -6,8 +6,7 @@ wait for another thread, or never end, and is to hold up neither the program nor
 
 from __future__ import absolute_import
 
-import time
-
+from sorrel.common.originals import time
 from sorrel.server.shared.requests import Job, RUNNING
 from sorrel.server.stopped.request_handlers import GOING_ON, TOO_LONG
 

@@ -3,10 +3,10 @@
 from __future__ import absolute_import
 
 import sys
-import time
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.common.originals import time
 from sorrel.common.records import record
 from sorrel.protocol import schema
 from sorrel.protocol.messages import Refused

@@ -7,10 +7,10 @@ from __future__ import absolute_import
 
 import os
 import sys
-import time
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
+from sorrel.common.originals import time
 from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
