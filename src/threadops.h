@@ -3,6 +3,7 @@
 #ifndef MORVIK_THREADOPS_H
 #define MORVIK_THREADOPS_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "hashtable.h"
