@@ -11,6 +11,7 @@ from sorrel.adapter.answers import answer, event, is_to_end
 from sorrel.adapter.debuggee import Debuggee, Exchange, in_order
 from sorrel.adapter.merged_breakpoints import MergedBreakpoints
 from sorrel.adapter.numbers import is_number, Numbers, OF_STOP, FRAME, THREAD, Unknown
+from sorrel.protocol import named_sources
 
 # How long the others wait for a process that does not answer, in seconds.
 PATIENCE = 2.0
@@ -126,7 +127,7 @@ class Merging(object):
                 self._learn_threads(other)
         process.is_taking_part = True
         for asked in self._breakpoints.all():
-            self._ask_quietly(process, asked.key[0], asked.arguments,
+            self._ask_quietly(process, asked.key[0], named_sources.by_name(asked.arguments),
                               functools.partial(self._hear_breakpoints, asked))
         if self._exceptions is not None:
             self._ask_quietly(process, 'setExceptionBreakpoints', self._exceptions)
@@ -290,9 +291,12 @@ class Merging(object):
         if not exchange.bodies:
             self._refuse(exchange)
             return
-        found = []
+        found, known = [], []
         for source in self._items(exchange, 'sources'):
-            if source not in found:
+            # The same file has a reference of its own in each process.
+            path = source.get('path') if isinstance(source, dict) else None
+            if (path or source) not in known:
+                known.append(path or source)
                 found.append(source)
         self._answer(exchange, {'sources': found})
 
@@ -307,8 +311,12 @@ class Merging(object):
 
     def _set_breakpoints(self, request, now):
         asked = self._breakpoints.ask(request)
+        # Of a source with a reference, only one process knows what that is.
+        owner, owned = self._numbers.to_process(asked.arguments, self._first())
+        others = named_sources.by_name(asked.arguments)
         self._ask_all(request, now, functools.partial(self._finish_breakpoints, asked),
-                      functools.partial(self._hear_breakpoints, asked))
+                      functools.partial(self._hear_breakpoints, asked),
+                      lambda process: owned if process is owner else others)
 
     def _hear_breakpoints(self, asked, process, body):
         if self.has(process):

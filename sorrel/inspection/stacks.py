@@ -51,6 +51,11 @@ def outward(thread, frame):
             yield entry
 
 
+def is_own_place(entry):
+    """Whether it is where its frame's code is, and not where a sub-language says."""
+    return entry.path == source.file_name(entry.frame)
+
+
 def _outermost_first(entries):
     found = list(entries)
     found.reverse()

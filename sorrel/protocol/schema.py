@@ -30,7 +30,7 @@ class Mapping(object):
     """An object with attributes of any name, all of them strings or null."""
 
 
-_SOURCE = {'path?': unicode, 'sourceReference?': int}
+_SOURCE = {'name?': unicode, 'path?': unicode, 'sourceReference?': int}
 _BREAKPOINT = {'condition?': unicode, 'hitCondition?': unicode}
 _IN_FORMAT = {'format?': {'hex?': bool}}
 _ON_THREAD = {'threadId': int}

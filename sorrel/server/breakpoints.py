@@ -8,7 +8,6 @@ from sorrel.common.records import record
 from sorrel.inspection import file_code, log_messages, source
 from sorrel.languages import sublanguages
 from sorrel.protocol import capabilities
-from sorrel.protocol.messages import Refused
 from sorrel.server.stopped import hit_conditions
 from sorrel.service import breakpoints, conditions, locations
 from sorrel.service.stops import is_at_line
@@ -57,9 +56,7 @@ class Breakpoints(object):
     # For the session.
 
     def set_in_source(self, arguments):
-        if 'path' not in arguments['source']:
-            raise Refused('breakpoints can only be set in files')
-        path = self._session.sources.to_program(arguments['source']['path'])
+        path = self._session.sources.named(arguments['source'])
         wanted = [(one, self._session.to_program_line(one['line']))
                   for one in arguments.get('breakpoints', ())]
         new = self._replace(self._in_sources.get(path, ()), wanted)

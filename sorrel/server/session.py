@@ -12,7 +12,7 @@ from sorrel.common import errors
 from sorrel.common.decoding import text
 from sorrel.inspection import values
 from sorrel.inspection.time_limit import TimeLimit
-from sorrel.protocol import capabilities
+from sorrel.protocol import capabilities, named_sources
 from sorrel.protocol.leaving import means_end
 from sorrel.protocol.messages import Refused
 from sorrel.server.breakpoints import Breakpoints
@@ -115,8 +115,8 @@ class Session(object):
                 for (said, _), arguments in sorted(self._said.items()) if said == command]
 
     def _remember(self, command, arguments):
-        source = arguments.get('source') if isinstance(arguments, dict) else None
-        path = source.get('path') if isinstance(source, dict) else None
+        arguments = named_sources.by_name(arguments)
+        path = named_sources.path(arguments)
         if path is None or isinstance(path, unicode):
             self._said[command, path] = arguments
 

@@ -201,9 +201,9 @@ class StoppedThread(object):
 
     def _describe(self, entry, references):
         frame = entry.frame
+        described, line = self._session.sources.of_entry(entry)
         shown = {'id': references.add(entry), 'name': text(frame.f_code.co_name),
-                 'source': self._session.sources.describe(entry.path, frame.f_globals),
-                 'line': self._session.to_client_line(entry.line),
+                 'source': described, 'line': self._session.to_client_line(line),
                  'column': self._session.first_column}
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
@@ -361,7 +361,7 @@ class StoppedThread(object):
 
     def _goto_targets(self, arguments):
         line = self._session.to_program_line(arguments['line'])
-        path = self._session.sources.to_program(arguments['source'].get('path', u''))
+        path = self._session.sources.named(arguments['source'])
         if not self._can_jump() or path != source.file_name(self._frame):
             return {'targets': []}
         return {'targets': [
