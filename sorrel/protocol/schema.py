@@ -79,7 +79,10 @@ _SHAPES = {
     'pause': _ON_THREAD,
     'goto': dict(_ON_THREAD, targetId=int),
     'gotoTargets': {'source': _SOURCE, 'line': int},
-    'stackTrace': dict(_ON_THREAD, **{'startFrame?': int, 'levels?': int}),
+    'stackTrace': dict(_ON_THREAD, **{
+        'startFrame?': int, 'levels?': int, 'format?': {
+            'hex?': bool, 'parameters?': bool, 'parameterTypes?': bool, 'parameterNames?': bool,
+            'parameterValues?': bool, 'line?': bool, 'module?': bool, 'includeAll?': bool}}),
     'scopes': {'frameId': int},
     'variables': dict(_IN_FORMAT, **{
         'variablesReference': int, 'filter?': frozenset(('indexed', 'named')), 'start?': int,

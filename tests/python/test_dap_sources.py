@@ -36,13 +36,16 @@ def stop():
     return 7  # here
 space['made'](stop)
 '''
-LOST = '''\
+LOST = """\
 space = {}
-exec 'def lost(call, mark=(1, u"x")):\\n    for one in mark:\\n        return call() + 5\\n' in space
+exec '''def lost(call, mark=(1, u"x")):
+    for one in mark:
+        return call() + 5
+''' in space
 def stop():
     return 7  # here
 space['lost'](stop)
-'''
+"""
 WITH_CACHE_OF_ITS_OWN = '''\
 import linecache
 asked = []
@@ -158,7 +161,7 @@ space['made'](stop)
         self.assertEqual([line[0] for line in words if line and line[1:2] == ['0']], ['2'])
 
     def test_a_step_in_code_without_a_source_goes_on_in_its_instructions(self):
-        self.at_mark(LOST.replace('+ 5', '+ 5\\n    return'))
+        self.at_mark(LOST)
         line = self.frames()[1]['line']
         self.client.step('stepOut')
         self.assertEqual(self.client.top()['line'], line)
