@@ -29,6 +29,8 @@ class Merging(object):
         self._breakpoints = MergedBreakpoints(self._numbers)
         # The arguments last given to setExceptionBreakpoints.
         self._exceptions = None
+        # Those of setPydevdSourceMap, by the file.
+        self._source_maps = {}
         # Those that are there, in the order in which they came, and how many there have been.
         self._processes = []
         self._count = 0
@@ -41,7 +43,8 @@ class Merging(object):
             'threads': self._ask_for_threads, 'modules': self._ask_for_modules,
             'loadedSources': self._ask_for_sources, 'setBreakpoints': self._set_breakpoints,
             'setFunctionBreakpoints': self._set_breakpoints,
-            'setExceptionBreakpoints': self._set_exceptions, 'pause': self._pause,
+            'setExceptionBreakpoints': self._set_exceptions,
+            'setPydevdSourceMap': self._set_source_map, 'pause': self._pause,
             'configurationDone': self._configuration_done, 'cancel': self._cancel,
             'disconnect': self._end, 'terminate': self._end}
         self._events = {
@@ -126,6 +129,8 @@ class Merging(object):
             for other in self._taking_part():
                 self._learn_threads(other)
         process.is_taking_part = True
+        for arguments in self._source_maps.values():
+            self._ask_quietly(process, 'setPydevdSourceMap', arguments)
         for asked in self._breakpoints.all():
             self._ask_quietly(process, asked.key[0], named_sources.by_name(asked.arguments),
                               functools.partial(self._hear_breakpoints, asked))
@@ -336,6 +341,14 @@ class Merging(object):
             if exchange.refusals and not exchange.bodies \
                     and self._exceptions is request.get('arguments'):
                 self._exceptions = before
+            self._finish_one(exchange)
+        self._ask_all(request, now, finish)
+
+    def _set_source_map(self, request, now):
+        def finish(exchange):
+            path = named_sources.path(request.get('arguments'))
+            if exchange.bodies and isinstance(path, unicode):
+                self._source_maps[path] = request['arguments']
             self._finish_one(exchange)
         self._ask_all(request, now, finish)
 

@@ -64,6 +64,10 @@ _SHAPES = {
     'setBreakpoints': {
         'source': _SOURCE,
         'breakpoints?': [dict(_BREAKPOINT, **{'line': int, 'logMessage?': unicode})]},
+    'setPydevdSourceMap': {
+        'source': {'path': unicode},
+        'pydevdSourceMaps': [{'line': int, 'endLine': int, 'runtimeSource': {'path': unicode},
+                              'runtimeLine': int}]},
     'setFunctionBreakpoints': {'breakpoints': [dict(_BREAKPOINT, name=unicode)]},
     'setExceptionBreakpoints': {
         'filters?': [unicode],

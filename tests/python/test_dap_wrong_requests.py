@@ -20,6 +20,8 @@ REQUESTS = {
     'setExceptionBreakpoints': {
         'filters': ['raised'], 'filterOptions': [{'filterId': 'raised', 'condition': 'KeyError'}],
         'exceptionOptions': [{'path': [{'names': ['KeyError']}], 'breakMode': 'never'}]},
+    'setPydevdSourceMap': {'source': {'path': 'x.ipynb'}, 'pydevdSourceMaps': [
+        {'line': 1, 'endLine': 2, 'runtimeSource': {'path': '/x.py'}, 'runtimeLine': 1}]},
     'exceptionInfo': {'threadId': 1},
     'gotoTargets': {'source': {'path': 'x.py'}, 'line': 1},
     'goto': {'threadId': 1, 'targetId': 1},

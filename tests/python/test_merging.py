@@ -120,6 +120,18 @@ class MergingTest(harness.TestCase):
 
     # Numbers.
 
+    def test_where_lines_are_is_said_to_all_processes_and_to_late_ones(self):
+        child = self.child()
+        asked = self.ask('setPydevdSourceMap', source={'path': u'x'}, pydevdSourceMaps=[])
+        for process in self.first, child:
+            self.assertEqual(self.sides[process].asked('setPydevdSourceMap')['arguments'],
+                             asked['arguments'])
+            self.answer(process, 'setPydevdSourceMap')
+        late = self.unready(4712)
+        self.event(late, 'initialized')
+        self.assertEqual(self.sides[late].asked('setPydevdSourceMap')['arguments'],
+                         asked['arguments'])
+
     def test_breakpoints_in_a_source_with_a_reference_go_to_others_by_its_name(self):
         child = self.child()
         number = self.session._numbers.given(child, numbers.SOURCE, 3)

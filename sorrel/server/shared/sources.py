@@ -15,6 +15,7 @@ from sorrel.common.records import record
 from sorrel.inspection import disassembly, frames, known_texts, modules, stacks
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.path_mappings import PathMappings
+from sorrel.server.shared.source_maps import Range, SourceMaps
 
 # The library's module for this loads ten others: every new program would wait for them.
 _ESCAPE = re.compile(r'%([0-9A-Fa-f]{2})')
@@ -30,6 +31,7 @@ class Sources(object):
     def __init__(self):
         self._mappings = PathMappings()
         self._uris = False
+        self._maps = SourceMaps()
         # What the client is to ask for: the _Texts by their references, and these by path and text.
         self._texts = {}
         self._numbers = {}
@@ -59,6 +61,27 @@ class Sources(object):
             raise Refused('no file can have this name')
         return os.path.normpath(self._mappings.to_program(path) or path)
 
+    def map_lines(self, source, ranges):
+        """Lines of a file of the client's are lines of others in the program.
+
+        ranges: (first, last, path, first line there) of each, as the client names them. Takes the
+        place of what was said of the file before. Raises Refused.
+        """
+        self._maps.set(self.to_program(source), source, [
+            Range(first, last, self.to_program(path), runtime_first)
+            for first, last, path, runtime_first in ranges])
+
+    def place(self, path, line):
+        """The program's (path, line) of a line of a file that the client has named."""
+        return self._maps.to_program(path, line)
+
+    def at(self, path, line):
+        """(Source, line) of a place in a file, for the client."""
+        mapped = self._maps.to_client(path, line)
+        if mapped is None:
+            return self.file(path), line
+        return {'name': os.path.basename(mapped[0]), 'path': mapped[0]}, mapped[1]
+
     def named(self, source):
         """The program's path of a Source that the client has named. Raises Refused."""
         known = self._find(source)
@@ -82,13 +105,17 @@ class Sources(object):
         """A Source of the protocol."""
         return self.file(path) if self._is_on_disk(path) else self._without_file(path)
 
+    def of_place(self, path, line):
+        """(Source, line) of a line of the program's."""
+        return self.at(path, line) if self._is_on_disk(path) else (self.describe(path), line)
+
     def of_entry(self, entry):
         """(Source, line) of an Entry of a stack. To be called in its thread alone: the loader of
         its module may be asked.
         """
         path, line = entry.path, entry.line
         if self._is_on_disk(path):
-            return self.file(path), line
+            return self.at(path, line)
         known = known_texts.of_entry(entry)
         if known or not stacks.is_own_place(entry):
             return self._without_file(path, known), line

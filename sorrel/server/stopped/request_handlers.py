@@ -369,13 +369,15 @@ class StoppedThread(object):
 
     def _goto_targets(self, arguments):
         line = self._session.to_program_line(arguments['line'])
-        path = self._session.sources.named(arguments['source'])
+        path, line = self._session.sources.place(
+            self._session.sources.named(arguments['source']), line)
         if not self._can_jump() or path != source.file_name(self._frame):
             return {'targets': []}
         return {'targets': [
-            {'id': self._jumps.add(target), 'label': 'line %d' % target,
-             'line': self._session.to_client_line(target)}
-            for target in _jump_targets(self._frame, line)]}
+            {'id': self._jumps.add(target), 'label': 'line %d' % shown,
+             'line': self._session.to_client_line(shown)}
+            for target in _jump_targets(self._frame, line)
+            for shown in [self._session.sources.of_place(path, target)[1]]]}
 
     def _can_jump(self):
         """Elsewhere than between two lines the interpreter would be led astray."""
