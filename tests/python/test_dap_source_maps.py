@@ -67,6 +67,15 @@ class SourceMapTest(dap_session.TestCase):
         targets = self.client.ask('gotoTargets', source={'path': BOOK}, line=102)['targets']
         self.assertEqual([target['line'] for target in targets], [102])
 
+    def test_another_name_of_the_programs_file_will_do(self):
+        link = self.cell.replace('cell.py', 'link.py')
+        os.symlink(self.cell, link)
+        self.map(self.range(101, 103, 3, link))
+        self.break_in_book(102)
+        self.client.ask('configurationDone')
+        self.assertEqual(self.client.stopped(), 'breakpoint cell:102')
+        self.assert_in_book(self.client.top()['source'])
+
     def test_lines_that_are_not_mapped_are_the_programs(self):
         self.map(self.range(101, 103, 3))
         self.client.ask('setBreakpoints', source={'path': self.cell}, breakpoints=[{'line': 8}])

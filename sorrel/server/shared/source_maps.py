@@ -2,12 +2,18 @@
 
 from __future__ import absolute_import
 
+import os
+
 from sorrel.common.decoding import text
 from sorrel.common.records import record
 from sorrel.protocol.messages import Refused
 
 # Lines from the first to the last one of a file, which are lines of another one from this one on.
-Range = record('Range', 'first last path runtime_first')
+Range = record('Range', 'first last path real_path runtime_first')
+
+
+def range_of(first, last, path, runtime_first):
+    return Range(first, last, path, os.path.realpath(path), runtime_first)
 
 
 class SourceMaps(object):
@@ -45,9 +51,10 @@ class SourceMaps(object):
 
     def to_client(self, path, line):
         """The (name, line) that a line of the program's is to the client; None where it is none."""
+        real_path = os.path.realpath(path) if self._known else None
         for name, ranges in self._known.values():
             for one in ranges:
-                if one.path == path and 0 <= line - one.runtime_first <= one.last - one.first:
+                if one.real_path == real_path and 0 <= line - one.runtime_first <= one.last - one.first:
                     return name, line - one.runtime_first + one.first
         return None
 
@@ -55,7 +62,7 @@ class SourceMaps(object):
 def _check_apart(one, other):
     """Raises Refused where two Ranges are the same lines of the program's."""
     distance = one.runtime_first - other.runtime_first
-    if one.path == other.path and other.first - other.last + distance <= 0 \
+    if one.real_path == other.real_path and other.first - other.last + distance <= 0 \
             and one.first - one.last - distance <= 0:
         raise Refused('lines of %s are mapped twice, from line %d and from line %d on' % (
             text(one.path), other.runtime_first, one.runtime_first))

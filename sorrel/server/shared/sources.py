@@ -15,7 +15,7 @@ from sorrel.common.records import record
 from sorrel.inspection import disassembly, frames, known_texts, modules, stacks
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.path_mappings import PathMappings
-from sorrel.server.shared.source_maps import Range, SourceMaps
+from sorrel.server.shared.source_maps import range_of, SourceMaps
 
 # The library's module for this loads ten others: every new program would wait for them.
 _ESCAPE = re.compile(r'%([0-9A-Fa-f]{2})')
@@ -68,7 +68,7 @@ class Sources(object):
         place of what was said of the file before. Raises Refused.
         """
         self._maps.set(self.to_program(source), source, [
-            Range(first, last, self.to_program(path), runtime_first)
+            range_of(first, last, self.to_program(path), runtime_first)
             for first, last, path, runtime_first in ranges])
 
     def place(self, path, line):
