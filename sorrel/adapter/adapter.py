@@ -11,7 +11,7 @@ import select
 import signal
 import time
 
-from sorrel.adapter import attach, unknown_attributes
+from sorrel.adapter import attach, local_roots, unknown_attributes
 from sorrel.adapter.answers import answer, event, is_to_end
 from sorrel.adapter.children import Children
 from sorrel.adapter.connection import ToClient, ToProgram
@@ -198,7 +198,7 @@ class Adapter(object):
 
     def _on_launch(self, request):
         self._check_beginning()
-        arguments = schema.checked(request)
+        request, arguments = local_roots.completed(request, schema.checked(request))
         self._begin_log(request, arguments)
         launch = Launch(arguments)
         self._warn_of_unknown(request, arguments)
@@ -214,7 +214,7 @@ class Adapter(object):
 
     def _on_attach(self, request):
         self._check_beginning()
-        arguments = schema.checked(request)
+        request, arguments = local_roots.completed(request, schema.checked(request))
         self._begin_log(request, arguments)
         self._warn_of_unknown(request, arguments)
         if 'processId' in arguments:

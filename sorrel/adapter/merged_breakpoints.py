@@ -4,6 +4,7 @@ from __future__ import absolute_import
 
 from sorrel.adapter.debuggee import in_order
 from sorrel.adapter.numbers import FIRST_GIVEN
+from sorrel.protocol import named_sources
 
 
 class Asked(object):
@@ -142,7 +143,5 @@ class MergedBreakpoints(object):
 
 
 def _key(request):
-    arguments = request.get('arguments')
-    source = arguments.get('source') if isinstance(arguments, dict) else None
-    path = source.get('path') if isinstance(source, dict) else None
+    path = named_sources.path(named_sources.by_name(request.get('arguments')))
     return request['command'], path if isinstance(path, unicode) else None

@@ -11,6 +11,7 @@ from sorrel.adapter.answers import answer, event, is_to_end
 from sorrel.adapter.debuggee import Debuggee, Exchange, in_order
 from sorrel.adapter.merged_breakpoints import MergedBreakpoints
 from sorrel.adapter.numbers import is_number, Numbers, OF_STOP, FRAME, THREAD, Unknown
+from sorrel.protocol import named_sources
 
 # How long the others wait for a process that does not answer, in seconds.
 PATIENCE = 2.0
@@ -28,6 +29,8 @@ class Merging(object):
         self._breakpoints = MergedBreakpoints(self._numbers)
         # The arguments last given to setExceptionBreakpoints.
         self._exceptions = None
+        # Those of setPydevdSourceMap, by the file.
+        self._source_maps = {}
         # Those that are there, in the order in which they came, and how many there have been.
         self._processes = []
         self._count = 0
@@ -40,7 +43,8 @@ class Merging(object):
             'threads': self._ask_for_threads, 'modules': self._ask_for_modules,
             'loadedSources': self._ask_for_sources, 'setBreakpoints': self._set_breakpoints,
             'setFunctionBreakpoints': self._set_breakpoints,
-            'setExceptionBreakpoints': self._set_exceptions, 'pause': self._pause,
+            'setExceptionBreakpoints': self._set_exceptions,
+            'setPydevdSourceMap': self._set_source_map, 'pause': self._pause,
             'configurationDone': self._configuration_done, 'cancel': self._cancel,
             'disconnect': self._end, 'terminate': self._end}
         self._events = {
@@ -125,8 +129,10 @@ class Merging(object):
             for other in self._taking_part():
                 self._learn_threads(other)
         process.is_taking_part = True
+        for arguments in self._source_maps.values():
+            self._ask_quietly(process, 'setPydevdSourceMap', arguments)
         for asked in self._breakpoints.all():
-            self._ask_quietly(process, asked.key[0], asked.arguments,
+            self._ask_quietly(process, asked.key[0], named_sources.by_name(asked.arguments),
                               functools.partial(self._hear_breakpoints, asked))
         if self._exceptions is not None:
             self._ask_quietly(process, 'setExceptionBreakpoints', self._exceptions)
@@ -290,9 +296,12 @@ class Merging(object):
         if not exchange.bodies:
             self._refuse(exchange)
             return
-        found = []
+        found, known = [], []
         for source in self._items(exchange, 'sources'):
-            if source not in found:
+            # The same file has a reference of its own in each process.
+            path = source.get('path') if isinstance(source, dict) else None
+            if (path or source) not in known:
+                known.append(path or source)
                 found.append(source)
         self._answer(exchange, {'sources': found})
 
@@ -307,8 +316,12 @@ class Merging(object):
 
     def _set_breakpoints(self, request, now):
         asked = self._breakpoints.ask(request)
+        # Of a source with a reference, only one process knows what that is.
+        owner, owned = self._numbers.to_process(asked.arguments, self._first())
+        others = named_sources.by_name(asked.arguments)
         self._ask_all(request, now, functools.partial(self._finish_breakpoints, asked),
-                      functools.partial(self._hear_breakpoints, asked))
+                      functools.partial(self._hear_breakpoints, asked),
+                      lambda process: owned if process is owner else others)
 
     def _hear_breakpoints(self, asked, process, body):
         if self.has(process):
@@ -328,6 +341,14 @@ class Merging(object):
             if exchange.refusals and not exchange.bodies \
                     and self._exceptions is request.get('arguments'):
                 self._exceptions = before
+            self._finish_one(exchange)
+        self._ask_all(request, now, finish)
+
+    def _set_source_map(self, request, now):
+        def finish(exchange):
+            path = named_sources.path(request.get('arguments'))
+            if exchange.bodies and isinstance(path, unicode):
+                self._source_maps[path] = request['arguments']
             self._finish_one(exchange)
         self._ask_all(request, now, finish)
 

@@ -17,7 +17,16 @@ def keep(code, text):
 
 def line(code, number):
     """A line of what the code was made of, '' where that is not known."""
-    return file_lines.pick(_texts.get(id(code), (code, []))[1], number)
+    return file_lines.pick(_lines(code), number)
+
+
+def text(code):
+    """All of what the code was made of, '' where that is not known."""
+    return ''.join(_lines(code))
+
+
+def _lines(code):
+    return _texts.get(id(code), (code, []))[1]
 
 
 def _keep(code, lines):

@@ -64,7 +64,10 @@ def of_loader(path, globals):
 
     globals: the module's. The loader may be the program's, and is only to be asked in its threads.
     """
-    if _is_no_file(path) or text_files.is_file(path):
+    if text_files.is_file(path):
+        return ''
+    # What a module has made itself is not its loader's.
+    if _is_no_file(path) and not _is_name_of(path, globals):
         return ''
     try:
         text = globals['__loader__'].get_source(globals['__name__'])
@@ -75,6 +78,12 @@ def of_loader(path, globals):
     if not isinstance(text, str) or len(text) > text_files.LIMIT:
         return ''
     return text
+
+
+def _is_name_of(path, globals):
+    """Whether the module with these variables says that this is its file."""
+    of_module = dict.get(globals, '__file__')
+    return type(of_module) is str and of_module == path
 
 
 def _is_no_file(name):

@@ -20,35 +20,43 @@ def of_thread(thread):
     return _outermost_first(outward(thread.ident, thread.frame))
 
 
-def of_traceback(thread, traceback):
+def of_traceback(thread, traceback, with_hidden=False):
     """The entries that an exception has left in a thread (its ident), outermost first."""
     language = sublanguages.at_work(thread)
     found = []
     while traceback is not None:
-        found += _shown(language, traceback.tb_frame, traceback.tb_lineno)
+        found += _shown(language, traceback.tb_frame, traceback.tb_lineno, with_hidden)
         traceback = traceback.tb_next
     return found
 
 
-def outward_from_stop(stop):
-    """The same as at_stop, innermost first, one by one."""
+def outward_from_stop(stop, with_hidden=False):
+    """The same as at_stop, innermost first, one by one.
+
+    with_hidden: also what a sub-language hides.
+    """
     frame = stop.frame
     if stop.policy is not None:
         # Some of the frames may have been left by now, and lead nowhere.
         traceback = frames.of_program(stop.argument[2])
         frame = traceback.tb_frame.f_back
-        for entry in reversed(of_traceback(stop.thread, traceback)):
+        for entry in reversed(of_traceback(stop.thread, traceback, with_hidden)):
             yield entry
-    for entry in outward(stop.thread, frame):
+    for entry in outward(stop.thread, frame, with_hidden):
         yield entry
 
 
-def outward(thread, frame):
+def outward(thread, frame, with_hidden=False):
     """The entries of a thread (its ident) from this frame on, innermost first, one by one."""
     language = sublanguages.at_work(thread)
     for caller in frames.outward(frame):
-        for entry in _shown(language, caller, caller.f_lineno):
+        for entry in _shown(language, caller, caller.f_lineno, with_hidden):
             yield entry
+
+
+def is_own_place(entry):
+    """Whether it is where its frame's code is, and not where a sub-language says."""
+    return entry.path == source.file_name(entry.frame)
 
 
 def _outermost_first(entries):
@@ -57,9 +65,9 @@ def _outermost_first(entries):
     return found
 
 
-def _shown(language, frame, line):
+def _shown(language, frame, line, with_hidden):
     if sublanguages.is_hidden(language, frame):
-        return []
+        return [Entry(frame, source.file_name(frame), line)] if with_hidden else []
     location = sublanguages.location(language, frame)
     return [Entry(frame, *(location or (source.file_name(frame), line)))]
 

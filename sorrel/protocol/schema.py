@@ -30,7 +30,7 @@ class Mapping(object):
     """An object with attributes of any name, all of them strings or null."""
 
 
-_SOURCE = {'path?': unicode, 'sourceReference?': int}
+_SOURCE = {'name?': unicode, 'path?': unicode, 'sourceReference?': int}
 _BREAKPOINT = {'condition?': unicode, 'hitCondition?': unicode}
 _IN_FORMAT = {'format?': {'hex?': bool}}
 _ON_THREAD = {'threadId': int}
@@ -64,6 +64,10 @@ _SHAPES = {
     'setBreakpoints': {
         'source': _SOURCE,
         'breakpoints?': [dict(_BREAKPOINT, **{'line': int, 'logMessage?': unicode})]},
+    'setPydevdSourceMap': {
+        'source': {'path': unicode},
+        'pydevdSourceMaps': [{'line': int, 'endLine': int, 'runtimeSource': {'path': unicode},
+                              'runtimeLine': int}]},
     'setFunctionBreakpoints': {'breakpoints': [dict(_BREAKPOINT, name=unicode)]},
     'setExceptionBreakpoints': {
         'filters?': [unicode],
@@ -79,7 +83,10 @@ _SHAPES = {
     'pause': _ON_THREAD,
     'goto': dict(_ON_THREAD, targetId=int),
     'gotoTargets': {'source': _SOURCE, 'line': int},
-    'stackTrace': dict(_ON_THREAD, **{'startFrame?': int, 'levels?': int}),
+    'stackTrace': dict(_ON_THREAD, **{
+        'startFrame?': int, 'levels?': int, 'format?': {
+            'hex?': bool, 'parameters?': bool, 'parameterTypes?': bool, 'parameterNames?': bool,
+            'parameterValues?': bool, 'line?': bool, 'module?': bool, 'includeAll?': bool}}),
     'scopes': {'frameId': int},
     'variables': dict(_IN_FORMAT, **{
         'variablesReference': int, 'filter?': frozenset(('indexed', 'named')), 'start?': int,

@@ -8,7 +8,6 @@ from sorrel.common.records import record
 from sorrel.inspection import file_code, log_messages, source
 from sorrel.languages import sublanguages
 from sorrel.protocol import capabilities
-from sorrel.protocol.messages import Refused
 from sorrel.server.stopped import hit_conditions
 from sorrel.service import breakpoints, conditions, locations
 from sorrel.service.stops import is_at_line
@@ -34,6 +33,8 @@ class Breakpoint(object):
         self.failures = set()
         # Where it is; of a function, not before that is found.
         self.path = self.line = None
+        # The same in a file before it has moved to a line with code.
+        self.wanted = None
         # The service's, once it is set.
         self.held = None
         self.is_verified = self.is_waiting = False
@@ -57,17 +58,14 @@ class Breakpoints(object):
     # For the session.
 
     def set_in_source(self, arguments):
-        if 'path' not in arguments['source']:
-            raise Refused('breakpoints can only be set in files')
-        path = self._session.sources.to_program(arguments['source']['path'])
+        path = self._session.sources.named(arguments['source'])
         wanted = [(one, self._session.to_program_line(one['line']))
                   for one in arguments.get('breakpoints', ())]
         new = self._replace(self._in_sources.get(path, ()), wanted)
         self._in_sources[path] = new
         for breakpoint in new:
             if breakpoint.held is None:
-                breakpoint.path, breakpoint.line = path, breakpoint.asked[0]
-                self._set(breakpoint)
+                self._set_at(breakpoint, self._session.sources.place(path, breakpoint.asked[0]))
         return {'breakpoints': [self._describe(breakpoint) for breakpoint in new]}
 
     def set_functions(self, arguments):
@@ -78,6 +76,15 @@ class Breakpoints(object):
             if breakpoint.held is None:
                 self._set(breakpoint)
         return {'breakpoints': [self._describe(breakpoint) for breakpoint in self._functions]}
+
+    def lines_mapped(self):
+        """The client has said anew where in the program lines of its files are."""
+        for path, in_source in self._in_sources.items():
+            for breakpoint in in_source:
+                place = self._session.sources.place(path, breakpoint.asked[0])
+                if place != breakpoint.wanted:
+                    self._tell_if_changed(
+                        breakpoint, lambda moved, place=place: self._move(moved, place))
 
     def clear(self):
         """Removes what is there before the program is debugged; afterwards it forgets by itself."""
@@ -146,6 +153,18 @@ class Breakpoints(object):
                 self._service.breakpoints.remove(breakpoint.held)
         return new
 
+    def _set_at(self, breakpoint, place):
+        """place: the path and the line."""
+        breakpoint.wanted = breakpoint.path, breakpoint.line = place
+        self._set(breakpoint)
+
+    def _move(self, breakpoint, place):
+        if breakpoint.held is not None:
+            self._service.breakpoints.remove(breakpoint.held)
+            breakpoint.held = None
+        breakpoint.is_verified = False
+        self._set_at(breakpoint, place)
+
     def _set(self, breakpoint):
         breakpoint.message = None
         breakpoint.is_waiting = False
@@ -198,8 +217,8 @@ class Breakpoints(object):
         if breakpoint.message is not None:
             shown['message'] = text(breakpoint.message)
         if breakpoint.path is not None:
-            shown['source'] = self._session.sources.file(breakpoint.path)
-            shown['line'] = self._session.to_client_line(breakpoint.line)
+            shown['source'], line = self._session.sources.at(breakpoint.path, breakpoint.line)
+            shown['line'] = self._session.to_client_line(line)
         return shown
 
     # At a stop.

@@ -64,6 +64,6 @@ class LoadedSources(object):
         return {'sources': [self._session.sources.describe(path) for path in paths]}
 
     def _source(self, arguments):
-        content = self._session.sources.content(
-            arguments.get('source', {}).get('path'), arguments['sourceReference'])
-        return {'content': content, 'mimeType': 'text/x-python'}
+        content, type = self._session.sources.content(
+            arguments.get('source', {}), arguments['sourceReference'])
+        return {'content': content, 'mimeType': type}

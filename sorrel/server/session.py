@@ -11,7 +11,7 @@ from sorrel.common.decoding import text
 from sorrel.common.originals import thread, time
 from sorrel.inspection import values
 from sorrel.inspection.time_limit import TimeLimit
-from sorrel.protocol import capabilities
+from sorrel.protocol import capabilities, named_sources
 from sorrel.protocol.leaving import means_end
 from sorrel.protocol.messages import Refused
 from sorrel.server.breakpoints import Breakpoints
@@ -28,8 +28,8 @@ from sorrel.service.thread_numbers import Threads
 
 _DEFAULT_PATIENCE = 5.0
 # What holds for processes that the program starts, in the order in which it is to be said.
-_LASTING = ('initialize', 'launch', 'attach', 'setBreakpoints', 'setFunctionBreakpoints',
-            'setExceptionBreakpoints')
+_LASTING = ('initialize', 'launch', 'attach', 'setPydevdSourceMap', 'setBreakpoints',
+            'setFunctionBreakpoints', 'setExceptionBreakpoints')
 # What follows the name of a thread that does not come back from what it evaluates.
 _BUSY = ' (busy)'
 # How long the thread that is stopped may take to detach the program, in seconds.
@@ -85,7 +85,8 @@ class Session(object):
             'terminate': self._terminate, 'pause': self._pause, 'threads': self._list_threads,
             'setBreakpoints': self.breakpoints.set_in_source,
             'setFunctionBreakpoints': self.breakpoints.set_functions,
-            'setExceptionBreakpoints': self.exceptions.set, 'cancel': self._cancel})
+            'setExceptionBreakpoints': self.exceptions.set, 'cancel': self._cancel,
+            'setPydevdSourceMap': self._map_lines})
 
     # For the server.
 
@@ -117,8 +118,8 @@ class Session(object):
                 for (said, _), arguments in sorted(self._said.items()) if said == command]
 
     def _remember(self, command, arguments):
-        source = arguments.get('source') if isinstance(arguments, dict) else None
-        path = source.get('path') if isinstance(source, dict) else None
+        arguments = named_sources.by_name(arguments)
+        path = named_sources.path(arguments)
         if path is None or isinstance(path, unicode):
             self._said[command, path] = arguments
 
@@ -282,8 +283,8 @@ class Session(object):
         """place: the file and line that it is about."""
         body = {'category': category, 'output': text(written)}
         if place is not None:
-            body['source'] = self.sources.describe(place[0])
-            body['line'] = self.to_client_line(place[1])
+            body['source'], line = self.sources.of_place(*place)
+            body['line'] = self.to_client_line(line)
         self.event('output', body)
 
     def send(self, message):
@@ -404,6 +405,13 @@ class Session(object):
                  for number, thread in self.threads.all()]
         return {'threads': [{'id': number, 'name': text(name)}
                             for number, name in known or [(1, 'MainThread')]]}
+
+    def _map_lines(self, arguments):
+        self.sources.map_lines(arguments['source']['path'], [
+            (self.to_program_line(one['line']), self.to_program_line(one['endLine']),
+             one['runtimeSource']['path'], self.to_program_line(one['runtimeLine']))
+            for one in arguments['pydevdSourceMaps']])
+        self.breakpoints.lines_mapped()
 
     def _cancel(self, arguments):
         self._supervisor.cancel(arguments.get('requestId'))

@@ -113,9 +113,9 @@ print packed.run(lambda: made['run'](lambda: 1))  # callbacks
         const read = async (source) => (await client.send('source', {
             source, sourceReference: source.sourceReference })).body;
         assert.equal((await read(packed)).content, text);
-        // Code that was made of a text has none.
+        // Code that was made of a text has its instructions.
         const made = sources.find((source) => source.name === '<string>');
-        await assert.rejects(read(made), /source is not known/);
+        assert.match((await read(made)).content, /^# Bytecode of run/);
         await assert.rejects(client.send('source', { sourceReference: 9999 }), /not known/);
         // A file is given, too.
         const byPath = (await client.send('source', {

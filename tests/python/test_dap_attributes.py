@@ -57,6 +57,40 @@ class AttributeTest(dap_session.TestCase):
         self.adapter.ask('configurationDone')
         self.adapter.ask('disconnect')
 
+    # Paths.
+
+    def stop_at(self, local, **arguments):
+        """The source of the stop at a breakpoint in what the client calls so."""
+        self.adapter.launch(**arguments)
+        self.adapter.ask('setBreakpoints', source={'path': local}, breakpoints=[{'line': 1}])
+        self.adapter.ask('configurationDone')
+        self.assertEqual(self.adapter.stopped(), 'breakpoint <module>:1')
+        return self.adapter.top()['source']
+
+    def test_relative_local_roots_are_in_the_folder_of_the_program(self):
+        folder = os.path.realpath(self.folder)
+        os.mkdir(os.path.join(folder, 'there'))
+        path = self.script('print 1\n', 'there/prog.py')
+        local = os.path.join(folder, 'here', 'prog.py')
+        self.assertEqual(self.stop_at(
+            local, program=path, cwd=folder,
+            pathMappings=[{'localRoot': './here', 'remoteRoot': 'there'}])['path'], local)
+
+    def test_relative_local_roots_are_in_the_folder_of_the_adapter(self):
+        path = self.script('print 1\n', 'prog.py')
+        local = os.path.join(os.getcwd(), 'here', 'prog.py')
+        self.assertEqual(self.stop_at(local, program=path, pathMappings=[
+            {'localRoot': 'here', 'remoteRoot': '.'}])['path'], local)
+
+    def test_relative_local_roots_where_no_folder_is_known(self):
+        path = self.script('print 1\n')
+        self.adapter.ask('initialize', adapterID='morvik')
+        self.assertEqual(
+            self.adapter.refusal('launch', program=path, cwd='/', pathMappings=[
+                {'localRoot': '.', 'remoteRoot': '/srv'}]),
+            'pathMappings[0].localRoot is not a full path, and no folder is known that it begins '
+            'at: .')
+
     # Where and what with.
 
     def test_a_program_begins_in_its_own_folder(self):

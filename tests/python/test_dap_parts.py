@@ -466,6 +466,45 @@ class SourcesTest(harness.TestCase):
         self.assert_mapped(u'/home/me/other.py', '/srv/other.py')
         self.assert_mapped(u'/home/media/a.py', '/home/media/a.py')
 
+    def test_the_innermost_folder_of_several_mappings_counts(self):
+        self.sources.map_paths([{'localRoot': u'/', 'remoteRoot': u'/far'},
+                                {'localRoot': u'/home/me//', 'remoteRoot': u'/far/srv/'},
+                                {'localRoot': u'/home/./me/shop/', 'remoteRoot': u'/far/shop'}])
+        self.assert_mapped(u'/etc/x.py', '/far/etc/x.py')
+        self.assert_mapped(u'/home/me/x.py', '/far/srv/x.py')
+        self.assert_mapped(u'/home/me/shop/x.py', '/far/shop/x.py')
+
+    def test_the_root_of_all_can_be_mapped(self):
+        self.sources.map_paths([{'localRoot': u'/mnt/other', 'remoteRoot': u'/'}])
+        self.assert_mapped(u'/mnt/other/srv/x.py', '/srv/x.py')
+
+    def test_relative_folders_are_in_the_one_that_the_program_was_started_in(self):
+        start = os.getcwd()
+        for root in u'.', u'./', u'':
+            self.sources.map_paths([{'localRoot': u'/home/me', 'remoteRoot': root}])
+            self.assert_mapped(u'/home/me/x/y.py', start + '/x/y.py')
+        self.sources.map_paths([{'localRoot': u'C:\\me', 'remoteRoot': u'x/../y'}])
+        self.assert_mapped(u'C:\\me\\z.py', start + '/y/z.py')
+
+    def test_home_folders(self):
+        home = os.environ.get('HOME')
+        try:
+            os.environ['HOME'] = '/home/program'
+            self.sources.map_paths([{'localRoot': u'/home/me', 'remoteRoot': u'~/app'}])
+            self.assert_mapped(u'/home/me/y.py', '/home/program/app/y.py')
+            del os.environ['HOME']
+            self.assert_raises(messages.Refused, '~: there is no home folder',
+                               self.sources.map_paths, [{'localRoot': u'/', 'remoteRoot': u'~'}])
+        finally:
+            if home is not None:
+                os.environ['HOME'] = home
+
+    def test_folders_of_the_clients_are_no_relative_ones(self):
+        self.assert_raises(
+            messages.Refused, 'pathMappings[1].localRoot is not a full path: src',
+            self.sources.map_paths, [{'localRoot': u'/a', 'remoteRoot': u'/b'},
+                                     {'localRoot': u'src', 'remoteRoot': u'/b'}])
+
     def test_a_client_on_windows(self):
         self.sources.map_paths([{'localRoot': u'C:\\Work', 'remoteRoot': u'/srv'}])
         self.assert_mapped(u'C:\\Work\\x\\y.py', '/srv/x/y.py')
@@ -481,11 +520,12 @@ class SourcesTest(harness.TestCase):
         self.assertEqual(described, {'name': '<string>', 'sourceReference': 1})
         self.assertEqual(self.sources.describe('<string>'), described)
         self.assert_raises(messages.Refused, 'its source is not known',
-                           self.sources.content, None, 1)
+                           self.sources.content, {}, 1)
         path = self.script('x = 1\n')
-        self.assertEqual(self.sources.content(path.decode('ascii'), 0), 'x = 1\n')
+        self.assertEqual(self.sources.content({'path': path.decode('ascii')}, 0),
+                         ('x = 1\n', 'text/x-python'))
         self.assert_raises(messages.Refused, 'its source is not known',
-                           self.sources.content, None, 7)
+                           self.sources.content, {}, 7)
 
 
 class HitsTest(harness.TestCase):

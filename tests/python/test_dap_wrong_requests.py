@@ -20,10 +20,13 @@ REQUESTS = {
     'setExceptionBreakpoints': {
         'filters': ['raised'], 'filterOptions': [{'filterId': 'raised', 'condition': 'KeyError'}],
         'exceptionOptions': [{'path': [{'names': ['KeyError']}], 'breakMode': 'never'}]},
+    'setPydevdSourceMap': {'source': {'path': 'x.ipynb'}, 'pydevdSourceMaps': [
+        {'line': 1, 'endLine': 2, 'runtimeSource': {'path': '/x.py'}, 'runtimeLine': 1}]},
     'exceptionInfo': {'threadId': 1},
     'gotoTargets': {'source': {'path': 'x.py'}, 'line': 1},
     'goto': {'threadId': 1, 'targetId': 1},
-    'stackTrace': {'threadId': 1, 'startFrame': 0, 'levels': 1},
+    'stackTrace': {'threadId': 1, 'startFrame': 0, 'levels': 1, 'format': {
+        'hex': True, 'parameters': True, 'parameterValues': True, 'includeAll': True}},
     'scopes': {'frameId': 1},
     'variables': {'variablesReference': 1, 'filter': 'named', 'start': 0, 'count': 1},
     'setVariable': {'variablesReference': 1, 'name': 'x', 'value': '1'},

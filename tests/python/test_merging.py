@@ -120,6 +120,38 @@ class MergingTest(harness.TestCase):
 
     # Numbers.
 
+    def test_where_lines_are_is_said_to_all_processes_and_to_late_ones(self):
+        child = self.child()
+        asked = self.ask('setPydevdSourceMap', source={'path': u'x'}, pydevdSourceMaps=[])
+        for process in self.first, child:
+            self.assertEqual(self.sides[process].asked('setPydevdSourceMap')['arguments'],
+                             asked['arguments'])
+            self.answer(process, 'setPydevdSourceMap')
+        late = self.unready(4712)
+        self.event(late, 'initialized')
+        self.assertEqual(self.sides[late].asked('setPydevdSourceMap')['arguments'],
+                         asked['arguments'])
+
+    def test_breakpoints_in_a_source_with_a_reference_go_to_others_by_its_name(self):
+        child = self.child()
+        number = self.session._numbers.given(child, numbers.SOURCE, 3)
+        for source, named in (({'name': u'<made>'}, u'<made>'),
+                              ({'name': u'b.py', 'path': u'/b.py'}, u'/b.py')):
+            self.ask('setBreakpoints', source=dict(source, sourceReference=number))
+            self.assertEqual(self.sides[self.first].asked('setBreakpoints')['arguments'],
+                             {'source': {'path': named}})
+            self.assertEqual(self.sides[child].asked('setBreakpoints')['arguments'],
+                             {'source': dict(source, sourceReference=3)})
+
+    def test_a_file_that_several_processes_have_references_to_is_listed_once(self):
+        child = self.child()
+        self.ask('loadedSources')
+        for process in self.first, child:
+            self.answer(process, 'loadedSources', {'sources': [
+                {'name': u'b.py', 'path': u'/b.py', 'sourceReference': 1}]})
+        self.assertEqual(self.client.sent[-1]['body']['sources'], [
+            {'name': u'b.py', 'path': u'/b.py', 'sourceReference': 1}])
+
     def test_the_first_program_keeps_its_numbers_and_all_else_of_its_messages(self):
         for name, body in (
                 ('stopped', {'reason': u'step', 'threadId': 1, 'allThreadsStopped': True}),

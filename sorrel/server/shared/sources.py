@@ -2,6 +2,7 @@
 
 from __future__ import absolute_import
 
+import itertools
 import os
 import re
 import sys
@@ -10,32 +11,46 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import text_files
 from sorrel.common.decoding import text
-from sorrel.inspection import frames, modules, source
+from sorrel.common.records import record
+from sorrel.inspection import disassembly, frames, known_texts, modules, stacks
 from sorrel.protocol.messages import Refused
+from sorrel.server.shared.path_mappings import PathMappings
+from sorrel.server.shared.source_maps import range_of, SourceMaps
 
 # The library's module for this loads ten others: every new program would wait for them.
 _ESCAPE = re.compile(r'%([0-9A-Fa-f]{2})')
 _TO_ESCAPE = re.compile(r'[^A-Za-z0-9_.\-/]')
 
 
+# A text that the client can ask for. is_listing: whether it is made of bytecode.
+_Text = record('_Text', 'path text is_listing')
+
+
 class Sources(object):
 
     def __init__(self):
-        self._mappings = []
+        self._mappings = PathMappings()
         self._uris = False
-        # Files that only the program can read, by the references given to them from 1 on; and
-        # what it knows of each.
-        self._references = {}
-        self._unreadable = []
+        self._maps = SourceMaps()
+        # What the client is to ask for: the _Texts by their references, and these by path and text.
+        self._texts = {}
+        self._numbers = {}
+        self._new_numbers = itertools.count(1)
+        # Files that the client has named by their paths: it has them.
+        self._of_client = set()
         self._on_disk = {}
+        # By the ids of code objects, which are kept.
+        self._listings = {}
 
     def use_uris(self):
         self._uris = True
 
     def map_paths(self, mappings):
-        """mappings: dicts of a "localRoot", which is the client's, and a "remoteRoot"."""
-        self._mappings = [(_Root(mapping['localRoot']), _Root(mapping['remoteRoot']))
-                          for mapping in mappings]
+        """mappings: dicts of a "localRoot", which is the client's, and a "remoteRoot".
+
+        Raises Refused.
+        """
+        self._mappings = PathMappings(mappings, _START_FOLDER)
 
     def to_program(self, path):
         """A path that the client has named, as the program would name it. Raises Refused."""
@@ -44,86 +59,125 @@ class Sources(object):
             path = _ESCAPE.sub(lambda found: chr(int(found.group(1), 16)), path[len('file://'):])
         if '\0' in path:
             raise Refused('no file can have this name')
-        for local, remote in self._mappings:
-            rest = local.rest(path)
-            if rest is not None:
-                path = remote.join(rest)
-                break
-        return os.path.normpath(path)
+        return os.path.normpath(self._mappings.to_program(path) or path)
+
+    def map_lines(self, source, ranges):
+        """Lines of a file of the client's are lines of others in the program.
+
+        ranges: (first, last, path, first line there) of each, as the client names them. Takes the
+        place of what was said of the file before. Raises Refused.
+        """
+        self._maps.set(self.to_program(source), source, [
+            range_of(first, last, self.to_program(path), runtime_first)
+            for first, last, path, runtime_first in ranges])
+
+    def place(self, path, line):
+        """The program's (path, line) of a line of a file that the client has named."""
+        return self._maps.to_program(path, line)
+
+    def at(self, path, line):
+        """(Source, line) of a place in a file, for the client."""
+        mapped = self._maps.to_client(path, line)
+        if mapped is None:
+            return self.file(path), line
+        return {'name': os.path.basename(mapped[0]), 'path': mapped[0]}, mapped[1]
+
+    def named(self, source):
+        """The program's path of a Source that the client has named. Raises Refused."""
+        known = self._find(source)
+        if known is None:
+            if not source.get('path'):
+                raise Refused('no file is named')
+            path = self.to_program(source['path'])
+            self._of_client.add(path)
+            return path
+        if known.is_listing:
+            raise Refused('this is no text of the program')
+        return known.path
 
     def to_client(self, path):
-        for local, remote in self._mappings:
-            rest = remote.rest(path)
-            if rest is not None:
-                path = local.join(rest)
-                break
+        path = self._mappings.to_client(path) or path
         if self._uris:
             path = 'file://' + _TO_ESCAPE.sub(lambda found: '%%%02X' % ord(found.group()), path)
         return text(path)
 
-    def describe(self, path, globals=None):
-        """A Source of the protocol.
+    def describe(self, path):
+        """A Source of the protocol."""
+        return self.file(path) if self._is_on_disk(path) else self._without_file(path)
 
-        globals: of a module whose loader may know more. To be given in its thread alone: the
-        loader is asked now.
+    def of_place(self, path, line):
+        """(Source, line) of a line of the program's."""
+        return self.at(path, line) if self._is_on_disk(path) else (self.describe(path), line)
+
+    def of_entry(self, entry):
+        """(Source, line) of an Entry of a stack. To be called in its thread alone: the loader of
+        its module may be asked.
         """
+        path, line = entry.path, entry.line
         if self._is_on_disk(path):
-            return self.file(path)
-        if path not in self._references:
-            self._unreadable.append((path, ''))
-            self._references[path] = len(self._unreadable)
-        number = self._references[path]
-        if globals is not None and not self._unreadable[number - 1][1]:
-            self._unreadable[number - 1] = path, source.of_loader(path, globals)
-        return {'name': text(path), 'sourceReference': number}
+            return self.at(path, line)
+        known = known_texts.of_entry(entry)
+        if known or not stacks.is_own_place(entry):
+            return self._without_file(path, known), line
+        listing = self._listing(entry.frame.f_code)
+        return (self._without_file(path, listing.text, True),
+                listing.row(entry.frame, line))
 
     def file(self, path):
-        """A Source that the client can find under its name."""
-        return {'name': text(os.path.basename(path)), 'path': self.to_client(path)}
+        """A Source of a file, which the client can find under its name or else ask for."""
+        shown = {'name': text(os.path.basename(path)), 'path': self.to_client(path)}
+        if self._mappings.are_any() and path not in self._of_client \
+                and self._mappings.to_client(path) is None:
+            shown['sourceReference'] = self._reference(path)
+        return shown
 
-    def content(self, path, reference):
-        """The text of a described source. Raises Refused."""
-        known = ''
-        if 0 < reference <= len(self._unreadable):
-            path, known = self._unreadable[reference - 1]
+    def content(self, source, reference):
+        """(text, type) of a described source. Raises Refused."""
+        path = source.get('path')
+        if reference in self._texts:
+            path, known, is_listing = self._texts[reference]
         elif path:
-            path = self.to_program(path)
+            path, known, is_listing = self.to_program(path), '', False
         else:
             raise Refused('its source is not known')
         try:
-            return text(known or text_files.text(path))
+            return (text(known or text_files.text(path)),
+                    'text/plain' if is_listing else 'text/x-python')
         except text_files.Unreadable as error:
             raise Refused('its source is not known' if error.is_missing
                           else 'its source cannot be read: %s' % error)
+
+    def _find(self, source):
+        """The _Text that the client means; None where it names a file by its path."""
+        known, path = self._texts.get(source.get('sourceReference')), source.get('path')
+        # The number may be one of an earlier session, and the file another one.
+        return known if known and path in (None, self.to_client(known.path)) else None
+
+    def _listing(self, code):
+        known, listing = self._listings.get(id(code), (None, None))
+        if known is not code:
+            listing = disassembly.Listing(code)
+            self._listings[id(code)] = code, listing
+        return listing
+
+    def _without_file(self, path, known='', is_listing=False):
+        return {'name': text(path), 'sourceReference': self._reference(path, known, is_listing)}
+
+    def _reference(self, path, known='', is_listing=False):
+        """known: the text, where no file has it and it has been found out; else ''."""
+        number = self._numbers.get((path, known)) or self._numbers.get((path, ''))
+        if number is None or known and self._texts[number].text not in ('', known):
+            number = next(self._new_numbers)
+        if known or number not in self._texts:
+            self._texts[number] = _Text(path, known, is_listing)
+        # Without more being known, the last one is meant.
+        self._numbers[path, known] = self._numbers[path, ''] = number
+        return number
 
     def _is_on_disk(self, path):
         if path not in self._on_disk:
             self._on_disk[path] = text_files.is_file(path)
         return self._on_disk[path]
-
-
-class _Root(object):
-    """A folder, of this system or of Windows."""
-
-    def __init__(self, path):
-        path = path.encode('utf-8')
-        self._is_windows = '\\' in path or path[1:2] == ':'
-        self._separator = '\\' if self._is_windows else '/'
-        self._path = path.rstrip('/' + self._separator) + self._separator
-
-    def rest(self, path):
-        """What follows this folder in a path, with slashes; None where it lies elsewhere."""
-        known = self._path
-        if self._is_windows:
-            # Upper and lower case are the same there, and so are both slashes.
-            path, known = path.replace('/', '\\'), known.replace('/', '\\')
-        begun = path[:len(known)]
-        if begun != known and not (self._is_windows and begun.lower() == known.lower()):
-            return None
-        return path[len(known):].replace(self._separator, '/')
-
-    def join(self, rest):
-        return self._path + rest.replace('/', self._separator)
 
 
 def full_name(path):

@@ -20,7 +20,7 @@ from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.requests import RUNNING, Then
-from sorrel.server.stopped import completion, console_commands, console_errors
+from sorrel.server.stopped import completion, console_commands, console_errors, frame_names
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References, TOO_LONG
 from sorrel.service import returned
@@ -69,8 +69,8 @@ class StoppedThread(object):
         self._frames = References(session.numbers)
         # Those of other threads, until these are let run.
         self._frames_of_others = References(session.numbers)
-        # This thread's, once it has been looked at.
-        self._own_stack = None
+        # This thread's, once it has been looked at, by whether what is hidden is shown.
+        self._own_stacks = {}
         self._presenter = Presenter(values.Shower(self._limited), session.numbers)
         self._jumps = References(session.numbers)
         self._resume = self._told_to_go = None
@@ -131,7 +131,8 @@ class StoppedThread(object):
         for references in (self._frames, self._frames_of_others, self._presenter.references,
                            self._jumps):
             references.clear()
-        self._frame = self.stop = self._own_stack = None
+        self._frame = self.stop = None
+        self._own_stacks.clear()
         self._evaluator.forget()
         self._causes = []
         return [job for job in left if job is not None]
@@ -179,32 +180,36 @@ class StoppedThread(object):
 
     def _stack_trace(self, arguments):
         number = arguments['threadId']
-        stack = self._stack(number)
+        stack = self._stack(number, arguments.get('format', {}).get('includeAll', False))
         known = self._frames if self._is_this(number) else self._frames_of_others
         shown = stack.page(arguments.get('startFrame', 0), arguments.get('levels', 0))
-        return {'stackFrames': [self._describe(entry, known) for entry in shown],
+        format = arguments.get('format', {})
+        return {'stackFrames': [self._describe(entry, known, format) for entry in shown],
                 'totalFrames': stack.most()}
 
-    def _stack(self, number):
+    def _stack(self, number, with_hidden):
         if not self._is_this(number):
             thread = self._session.find_thread(number)
             if not self._session.stops_all:
                 raise Refused('the thread is running')
             # It may still move before it waits.
-            return _lazy_stack(thread.ident, thread.frame)
-        if self._own_stack is None:
-            if self.stop.policy is None:
-                self._own_stack = _lazy_stack(self.stop.thread, self._frame)
-            else:
-                entries = list(stacks.outward_from_stop(self.stop))
-                self._own_stack = stacks.LazyStack(iter(entries), len(entries))
-        return self._own_stack
+            return _lazy_stack(thread.ident, thread.frame, with_hidden)
+        if with_hidden not in self._own_stacks:
+            self._own_stacks[with_hidden] = self._own_stack(with_hidden)
+        return self._own_stacks[with_hidden]
 
-    def _describe(self, entry, references):
+    def _own_stack(self, with_hidden):
+        if self.stop.policy is None:
+            return _lazy_stack(self.stop.thread, self._frame, with_hidden)
+        entries = list(stacks.outward_from_stop(self.stop, with_hidden))
+        return stacks.LazyStack(iter(entries), len(entries))
+
+    def _describe(self, entry, references, format):
         frame = entry.frame
-        shown = {'id': references.add(entry), 'name': text(frame.f_code.co_name),
-                 'source': self._session.sources.describe(entry.path, frame.f_globals),
-                 'line': self._session.to_client_line(entry.line),
+        described, line = self._session.sources.of_entry(entry)
+        line = self._session.to_client_line(line)
+        shown = {'id': references.add(entry), 'source': described, 'line': line,
+                 'name': frame_names.name(frame, line, format, self._show_in(format)),
                  'column': self._session.first_column}
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
@@ -213,6 +218,9 @@ class StoppedThread(object):
             shown['presentationHint'] = 'subtle'
             shown['source']['presentationHint'] = 'deemphasize'
         return shown
+
+    def _show_in(self, format):
+        return lambda value: self._presenter.shower.show(value, format.get('hex', False))
 
     def _find_frame(self, arguments):
         if not arguments.get('frameId'):
@@ -368,13 +376,15 @@ class StoppedThread(object):
 
     def _goto_targets(self, arguments):
         line = self._session.to_program_line(arguments['line'])
-        path = self._session.sources.to_program(arguments['source'].get('path', u''))
+        path, line = self._session.sources.place(
+            self._session.sources.named(arguments['source']), line)
         if not self._can_jump() or path != source.file_name(self._frame):
             return {'targets': []}
         return {'targets': [
-            {'id': self._jumps.add(target), 'label': 'line %d' % target,
-             'line': self._session.to_client_line(target)}
-            for target in _jump_targets(self._frame, line)]}
+            {'id': self._jumps.add(target), 'label': 'line %d' % shown,
+             'line': self._session.to_client_line(shown)}
+            for target in _jump_targets(self._frame, line)
+            for shown in [self._session.sources.of_place(path, target)[1]]]}
 
     def _can_jump(self):
         """Elsewhere than between two lines the interpreter would be led astray."""
@@ -388,7 +398,7 @@ class StoppedThread(object):
             self._frame.f_lineno = line
         except ValueError as error:
             raise Refused(str(error))
-        self._own_stack = None
+        self._own_stacks.clear()
         return Then(None, lambda: self._session.tell_stop(
             Told('goto', self._frame, {}), self.ident))
 
@@ -425,8 +435,9 @@ class StoppedThread(object):
         return self._step(arguments, STEP_OUT, self._frame)
 
 
-def _lazy_stack(thread, frame):
-    return stacks.LazyStack(stacks.outward(thread, frame), sum(1 for _ in frames.outward(frame)))
+def _lazy_stack(thread, frame, with_hidden):
+    return stacks.LazyStack(stacks.outward(thread, frame, with_hidden),
+                            sum(1 for _ in frames.outward(frame)))
 
 
 def _in_one_line(type, value, traceback):
