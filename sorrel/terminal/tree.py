@@ -14,10 +14,11 @@ import shutil
 import signal
 import stat
 import struct
-import tempfile
 import time
 
 import _sorrel
+
+from sorrel.common import temporary
 
 _PREFIX = 'sorrel-tree-'
 _FRONT, _FIRST, _FOLLOW, _LET_GO = 'front', 'first', 'follow', 'let-go-%d'
@@ -246,9 +247,9 @@ class Tree(object):
 
 def _new_folder():
     """For this user alone."""
-    place = os.path.realpath(tempfile.gettempdir())
+    place = os.path.realpath(temporary.place())
     _clear_up_after_killed(place)
-    return tempfile.mkdtemp('', _PREFIX, place)
+    return temporary.new_folder(_PREFIX, place)
 
 
 def _clear_up_after_killed(place):
