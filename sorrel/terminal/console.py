@@ -4,13 +4,13 @@ from __future__ import absolute_import
 
 import os
 import sys
-import tempfile
 
 try:
     import fcntl
 except ImportError:
     fcntl = None  # Another platform: nothing is forked there.
 
+from sorrel.common import temporary
 from sorrel.common.line_editing import LineEditor
 from sorrel.common.terminal_encoding import is_terminal, TerminalEncoding
 from sorrel.protocol.descriptors import above_streams
@@ -153,10 +153,12 @@ class Console(object):
         rest, has_ended = self._rest(number)
         if not has_ended:
             return self._encoding.typed(rest)
-        file = tempfile.TemporaryFile()
-        file.write(rest)
-        file.seek(0)
-        os.dup2(file.fileno(), number)
+        path, file = temporary.new_file()
+        os.unlink(path)
+        written = os.fdopen(file, 'w+')
+        written.write(rest)
+        written.seek(0)
+        os.dup2(file, number)
         return ''
 
     def _rest(self, number):

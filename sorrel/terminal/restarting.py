@@ -4,9 +4,8 @@ from __future__ import absolute_import
 
 import json
 import os
-import tempfile
 
-from sorrel.common import text_files
+from sorrel.common import temporary, text_files
 from sorrel.processes import beginnings
 from sorrel.terminal.typed import Line
 
@@ -68,7 +67,7 @@ class RestartCommand(object):
 
 def _written(text):
     """The path of a new file with this text, which only its user can read."""
-    file, path = tempfile.mkstemp()
+    path, file = temporary.new_file()
     try:
         os.write(file, text)
     finally:

@@ -14,10 +14,10 @@ import shutil
 import signal
 import stat
 import struct
-import tempfile
 
 import _sorrel
 
+from sorrel.common import temporary
 from sorrel.common.originals import time
 
 _PREFIX = 'sorrel-tree-'
@@ -247,9 +247,9 @@ class Tree(object):
 
 def _new_folder():
     """For this user alone."""
-    place = os.path.realpath(tempfile.gettempdir())
+    place = os.path.realpath(temporary.place())
     _clear_up_after_killed(place)
-    return tempfile.mkdtemp('', _PREFIX, place)
+    return temporary.new_folder(_PREFIX, place)
 
 
 def _clear_up_after_killed(place):

@@ -55,6 +55,10 @@ class StepTest(TestCase):
         answers = self.commands(CALLS, 'b inner', 'c', 'clear 1', 'up', 'return', 'retval')
         self.assertEqual(answers[4:6], ['> prog.py(17)<module>()\n-> outer(turn)\n', '0\n'])
 
+    def test_retval_is_of_the_call_that_came_back_last(self):
+        answers = self.commands(CALLS, 'tbreak 13', 'c', 'up', 'next', 'retval', 'next', 'retval')
+        self.assertEqual((answers[4], answers[6]), ('0\n', '[0]\n'))
+
     def test_counts(self):
         answers = self.commands(CALLS, 'next 4', 'step 2')
         self.assertEqual(answers[0], '> prog.py(16)<module>()\n-> for turn in range(3):\n')

@@ -27,6 +27,17 @@ def work(n):
 work(2)
 print 'done'
 '''
+# How a session begins that goes to its loop.
+IN_WORK = '''
+    > prog.py(1)<module>()
+    -> class Account(object):
+    (sorrel) tbreak 14
+    Breakpoint 1 at prog.py:14
+    (sorrel) continue
+    Deleted breakpoint 1
+    > prog.py(14)work()
+    -> while i < n:
+'''
 COUNTER = '''\
 count = 0
 
@@ -81,15 +92,7 @@ class TestCase(sorrel_session.TestCase):
 class StopsTest(TestCase):
 
     def test_attribute_that_another_function_changes(self):
-        self.assert_session(LEDGER, '''
-    > prog.py(1)<module>()
-    -> class Account(object):
-    (sorrel) tbreak 14
-    Breakpoint 1 at prog.py:14
-    (sorrel) continue
-    Deleted breakpoint 1
-    > prog.py(14)work()
-    -> while i < n:
+        self.assert_session(LEDGER, IN_WORK + '''\
     (sorrel) watch account.total
     Watchpoint 2: account.total
     (sorrel) continue
@@ -114,15 +117,7 @@ class StopsTest(TestCase):
             '> prog.py(9)add()\n-> return self.total\n'])
 
     def test_variable_of_a_function_lasts_until_that_is_left(self):
-        self.assert_session(LEDGER, '''
-    > prog.py(1)<module>()
-    -> class Account(object):
-    (sorrel) tbreak 14
-    Breakpoint 1 at prog.py:14
-    (sorrel) continue
-    Deleted breakpoint 1
-    > prog.py(14)work()
-    -> while i < n:
+        self.assert_session(LEDGER, IN_WORK + '''\
     (sorrel) watch i
     Watchpoint 2: i
     (sorrel) continue
