@@ -39,6 +39,10 @@ try:
         modules.get(name) or __import__(name) for name in 'atexit', 'itertools', 'thread', 'time']
 finally:
     imp.release_lock()
+# The program may have put something else in the place of their functions; see common/originals.
+thread, time = [imp.load_dynamic('sorrel ' + module.__name__,
+                                 getattr(module, '__file__', module.__name__))
+                for module in (thread, time)]
 begun, is_ending = thread.allocate_lock(), []
 begun.acquire()
 def wait():

@@ -3,9 +3,10 @@
 from __future__ import absolute_import
 
 import sys
-import thread
 
 import _sorrel
+
+from sorrel.common.originals import thread
 
 
 def be_main():

@@ -76,8 +76,8 @@ bool switches_stacks(PyObject* module) {
 void follow_import(PyObject* module) {
     PyThreadState* const thread = current_thread_state();
     add_to_tracing(thread, 1);
-    notice_stack_switches();
     if (module != nullptr) {
+        notice_stack_switches();
         resolve_module(&core.breakpoints, module);
         if (!call_import_cb(module)) {
             drop_error("import_cb was not called");
@@ -209,6 +209,7 @@ void notice_stack_switches() {
         core.stacks_switch = true;
         rest_no_more();
     }
+    drop_error("whether greenlet is loaded was not found out");
 }
 
 int register_module_code(PyFrameObject* frame) {

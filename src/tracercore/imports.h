@@ -23,7 +23,8 @@ const char* register_module(PyObject* module);
 // import_cb left is set.
 void scan_loaded_modules();
 
-// Whether a module by which threads switch stacks has been loaded is found out.
+// Finds out whether a module by which threads switch stacks has been loaded. No error is set then
+// or after.
 void notice_stack_switches();
 
 // Module code starts to run: its code objects get their file names, and its file is reported as

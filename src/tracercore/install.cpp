@@ -130,8 +130,8 @@ int start_trace() {
     core.tracing = 1;
     const unsigned shortages = out_of_memory_count();
     FirstError errors;
-    scan_loaded_modules();
     notice_stack_switches();
+    scan_loaded_modules();
     errors.collect();
     for_each_thread(insert_into_thread);
     set_trace_for_current_thread(1);

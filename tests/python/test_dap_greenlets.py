@@ -26,6 +26,29 @@ main = getcurrent()
 one = greenlet(work)
 turns()
 '''
+# As monkey patching has it.
+THREADS = '''
+import sys, thread, threading
+sys.path.insert(0, %r)
+from greenlet import getcurrent, greenlet
+def start(function, args, kwargs={}):
+    greenlet(lambda: function(*args, **kwargs)).switch()
+    return 1
+def ident():
+    return id(getcurrent())
+threading._active[ident()] = threading._active.pop(thread.get_ident())
+thread.start_new_thread = threading._start_new_thread = start
+thread.get_ident = threading._get_ident = ident
+def job():
+    seen = 1  # job
+def begin():
+    one = threading.Thread(target=job)  # begin
+    one.start()
+    two = 2
+    return two
+begin()
+begin()
+'''
 
 
 class GreenletsTest(dap_session.TestCase):
@@ -67,3 +90,16 @@ class GreenletsTest(dap_session.TestCase):
         client.stopped()
         frames = client.ask('stackTrace', threadId=client.thread)['stackFrames']
         self.assertEqual([frame['name'] for frame in frames], ['work'])
+
+    def test_greenlets_that_stand_in_for_threads_end_no_step(self):
+        program = self.serve(THREADS % greenlet_case.FOLDER, '--wait')
+        client = self.attach(program, '# begin')
+        client.stopped()
+        line = program.line('# begin')
+        self.assertEqual([client.step(), client.step()],
+                         ['step begin:%d' % (line + 1), 'step begin:%d' % (line + 2)])
+        self.break_at(client, program, '# job')
+        client.go()
+        self.assertEqual(client.stopped(), 'breakpoint job:%d' % program.line('# job'))
+        client.ask('disconnect', terminateDebuggee=False)
+        self.assertEqual(program.ended(), ('', 0))
