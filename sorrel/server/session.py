@@ -60,7 +60,7 @@ class Session(object):
         self.threads = Threads(program.service)
         self.breakpoints = Breakpoints(self, program.service)
         self.exceptions = Exceptions(program.service)
-        self.loaded_sources = LoadedSources(self, program.path)
+        self.loaded_sources = LoadedSources(self, program.path, program.service.passing)
         self.stops = Stops(self.breakpoints, program.service.passing, self._error_text)
         self._server = server
         self._program = program
@@ -314,8 +314,11 @@ class Session(object):
         self._has_taken = True
         if self._program.is_busy():
             raise Refused('the program is still busy with what the last client has asked for')
+        self.sources.map_paths(arguments.get('pathMappings', ()))
+        rules = [self._rule(rule) for rule in arguments.get('rules', ())]
         self._has_begun = True
         self._service.passing.set_just_my_code(arguments.get('justMyCode', True))
+        self._service.passing.set_rules(rules)
         self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
         self.stops_all = arguments.get('stopAllThreads', True)
         self.post_mortem = arguments.get('postMortem', False)
@@ -325,9 +328,14 @@ class Session(object):
             if arguments.get('subProcess', is_own) and not self._is_undebugged else []
         self.waits_for_stops = arguments.get('lazySubProcess', False)
         self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
-        self.sources.map_paths(arguments.get('pathMappings', ()))
         self._stops_on_entry = arguments.get('stopOnEntry', False) and not self._is_undebugged
         return Then(None, self._tell_begin)
+
+    def _rule(self, rule):
+        """As the service has them. Raises Refused."""
+        if 'path' in rule:
+            return 'path', self.sources.to_program(rule['path']), rule['include']
+        return 'module', rule['module'].encode('utf-8'), rule['include']
 
     def _tell_begin(self):
         self.event('process', {

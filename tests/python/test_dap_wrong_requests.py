@@ -37,7 +37,8 @@ REQUESTS = {
     'cancel': {'requestId': 1},
     'pause': {'threadId': 1},
     'initialize': {'linesStartAt1': True, 'pathFormat': 'path'},
-    'attach': {'justMyCode': True, 'evaluationTimeout': 1, 'stopAllThreads': True, 'pathMappings': [
+    'attach': {'justMyCode': True, 'evaluationTimeout': 1, 'stopAllThreads': True, 'rules': [
+        {'path': 'x', 'include': True}, {'module': 'x', 'include': False}], 'pathMappings': [
         {'localRoot': '/a', 'remoteRoot': '/b'}]},
     'launch': {'program': 'x.py'},
     'configurationDone': {},

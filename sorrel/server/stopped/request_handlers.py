@@ -14,8 +14,7 @@ from sorrel.common.decoding import text
 from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
-    causes, child_values, code_lines, evaluation, frames, libraries, private_names, source, stacks,
-    values)
+    causes, child_values, code_lines, evaluation, frames, private_names, source, stacks, values)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
@@ -208,7 +207,7 @@ class StoppedThread(object):
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
             shown['moduleId'] = text(module)
-        if self._service.passing.just_my_code and libraries.is_library(entry.path):
+        if self._service.passing.passes_file(entry.path, module):
             shown['presentationHint'] = 'subtle'
             shown['source']['presentationHint'] = 'deemphasize'
         return shown
