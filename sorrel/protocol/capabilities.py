@@ -19,6 +19,7 @@ def announced():
         'supportsSetVariable': True,
         'supportsSetExpression': True,
         'supportsGotoTargetsRequest': True,
+        'supportsStepInTargetsRequest': True,
         'supportsCompletionsRequest': True,
         'completionTriggerCharacters': ['.'],
         'supportsModulesRequest': True,

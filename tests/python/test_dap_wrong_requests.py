@@ -23,6 +23,7 @@ REQUESTS = {
     'exceptionInfo': {'threadId': 1},
     'gotoTargets': {'source': {'path': 'x.py'}, 'line': 1},
     'goto': {'threadId': 1, 'targetId': 1},
+    'stepInTargets': {'frameId': 1},
     'stackTrace': {'threadId': 1, 'startFrame': 0, 'levels': 1},
     'scopes': {'frameId': 1},
     'variables': {'variablesReference': 1, 'filter': 'named', 'start': 0, 'count': 1},

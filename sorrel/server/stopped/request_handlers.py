@@ -14,7 +14,8 @@ from sorrel.common.decoding import text
 from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
-    causes, child_values, code_lines, evaluation, frames, private_names, source, stacks, values)
+    causes, child_values, code_lines, evaluation, frames, line_calls, private_names, source, stacks,
+    values)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
@@ -23,13 +24,15 @@ from sorrel.server.stopped import completion, console_commands, console_errors
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References, TOO_LONG
 from sorrel.service.stops import (
-    CONTINUE, evaluator, is_at_line, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER)
+    CONTINUE, evaluator, is_at_line, RAISED, Resume, RETURNED, STEP_INTO, STEP_INTO_CALL, STEP_OUT,
+    STEP_OVER)
 
 
 # The requests that are answered only here.
 COMMANDS = frozenset((
     'stackTrace', 'scopes', 'variables', 'setVariable', 'setExpression', 'evaluate', 'completions',
-    'exceptionInfo', 'gotoTargets', 'goto', 'continue', 'next', 'stepIn', 'stepOut'))
+    'exceptionInfo', 'gotoTargets', 'goto', 'stepInTargets', 'continue', 'next', 'stepIn',
+    'stepOut'))
 # Those of them that let the thread go.
 GOING_ON = frozenset(('continue', 'next', 'stepIn', 'stepOut'))
 # Taken now: a program may replace what the interpreter's modules offer.
@@ -71,6 +74,8 @@ class StoppedThread(object):
         self._own_stack = None
         self._presenter = Presenter(values.Shower(self._limited), session.numbers)
         self._jumps = References(session.numbers)
+        # Pairs of a frame and one of its calls.
+        self._calls = References(session.numbers)
         self._resume = self._told_to_go = None
         self.answers = {
             'stackTrace': self._stack_trace, 'scopes': self._scopes,
@@ -78,6 +83,7 @@ class StoppedThread(object):
             'setExpression': self._set_expression, 'evaluate': self._evaluate,
             'completions': self._completions, 'exceptionInfo': self._exception_info,
             'gotoTargets': self._goto_targets, 'goto': self._goto,
+            'stepInTargets': self._step_in_targets,
             'continue': self._continue, 'next': self._next, 'stepIn': self._step_in,
             'stepOut': self._step_out}
 
@@ -127,7 +133,7 @@ class StoppedThread(object):
         left = self._work_queue.close()
         self._has_gone = True
         for references in (self._frames, self._frames_of_others, self._presenter.references,
-                           self._jumps):
+                           self._jumps, self._calls):
             references.clear()
         self._frame = self.stop = self._own_stack = None
         self._evaluator.forget()
@@ -411,7 +417,26 @@ class StoppedThread(object):
         return self._step(arguments, STEP_OVER, self._frame)
 
     def _step_in(self, arguments):
-        return self._step(arguments, STEP_INTO)
+        if 'targetId' not in arguments:
+            return self._step(arguments, STEP_INTO)
+        frame, call = self._known(self._calls.find(arguments['targetId']))
+        self._check_thread(arguments)
+        self._resume = Resume(STEP_INTO_CALL, frame, call=call)
+
+    def _step_in_targets(self, arguments):
+        entry = self._known(self._frames.find(arguments['frameId']) or
+                            self._frames_of_others.find(arguments['frameId']))
+        return {'targets': [{'id': self._calls.add((entry.frame, call)), 'label': text(call.name)}
+                            for call in self._calls_ahead(entry.frame)]}
+
+    def _calls_ahead(self, frame):
+        """None of another thread's frame, of one that an exception leaves, or of a template's."""
+        if self.stop.reason == RAISED or frame not in list(frames.callers(self.stop.frame)) \
+                or sublanguages.location(sublanguages.at_work(self.ident), frame):
+            return []
+        if frame is self.stop.frame and self.stop.reason == RETURNED:
+            return []
+        return line_calls.ahead(frame, frame is not self.stop.frame)
 
     def _step_out(self, arguments):
         return self._step(arguments, STEP_OUT, self._frame)
