@@ -28,6 +28,7 @@ def announced():
         'supportsExceptionFilterOptions': True,
         'supportsDelayedStackTraceLoading': True,
         'supportsLoadedSourcesRequest': True,
+        'supportsSingleThreadExecutionRequests': True,
         'supportsTerminateRequest': True,
         'supportTerminateDebuggee': True,
         'supportsCancelRequest': True,

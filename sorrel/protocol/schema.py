@@ -39,11 +39,13 @@ _SOURCE = {'path?': unicode, 'sourceReference?': int}
 _BREAKPOINT = {'condition?': unicode, 'hitCondition?': unicode}
 _IN_FORMAT = {'format?': {'hex?': bool}}
 _ON_THREAD = {'threadId': int}
+_GOING_ON = dict(_ON_THREAD, **{'singleThread?': bool})
 _RULE = {'path?': unicode, 'module?': unicode, 'include': bool}
 
 # What every way to begin knows.
 DEBUGGING = {
-    'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool, 'postMortem?': bool,
+    'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool,
+    'steppingResumesAllThreads?': bool, 'postMortem?': bool,
     'learnExceptions?': bool, 'subProcess?': bool, 'autoAttach?': [unicode],
     'lazySubProcess?': bool, 'rules?': Rules(),
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
@@ -78,11 +80,11 @@ _SHAPES = {
             'breakMode': frozenset(('never', 'always', 'unhandled', 'userUnhandled')),
             'path?': [{'names': [unicode]}]}]},
     'exceptionInfo': _ON_THREAD,
-    'continue': _ON_THREAD,
-    'next': _ON_THREAD,
-    'stepIn': dict(_ON_THREAD, **{'targetId?': int}),
+    'continue': _GOING_ON,
+    'next': _GOING_ON,
+    'stepIn': dict(_GOING_ON, **{'targetId?': int}),
     'stepInTargets': {'frameId': int},
-    'stepOut': _ON_THREAD,
+    'stepOut': _GOING_ON,
     'pause': _ON_THREAD,
     'goto': dict(_ON_THREAD, targetId=int),
     'gotoTargets': {'source': _SOURCE, 'line': int},

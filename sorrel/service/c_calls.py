@@ -54,7 +54,7 @@ def fate(frame, caller, kind):
 
 
 def is_of_c(frame, caller):
-    """Whether it is a function or type in C that the caller has called, and that the frame."""
+    """Whether the call that the caller is in the midst of, with the frame in it, is of C code."""
     callee = _Call(frame, caller).callee
     if issubclass(type(callee), type):
         return not _flags(callee) & _HEAP_TYPE

@@ -24,8 +24,8 @@ from sorrel.server.stopped import completion, console_commands, console_errors
 from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References, TOO_LONG
 from sorrel.service.stops import (
-    CONTINUE, evaluator, is_at_line, RAISED, Resume, RETURNED, STEP_INTO, STEP_INTO_CALL, STEP_OUT,
-    STEP_OVER)
+    ALL_GO, CONTINUE, evaluator, is_at_line, OTHERS_WAIT, OTHERS_WAIT_FIRST, RAISED, Resume,
+    RETURNED, STEP_INTO, STEP_INTO_CALL, STEP_OUT, STEP_OVER)
 
 
 # The requests that are answered only here.
@@ -401,17 +401,24 @@ class StoppedThread(object):
             raise Refused('the thread has not stopped by itself')
 
     def _continue(self, arguments):
-        if not self._session.stops_all:
+        is_single = arguments.get('singleThread', False)
+        if is_single or not self._session.stops_all:
             self._check_thread(arguments)
-        self._resume = Resume(CONTINUE)
-        return {'allThreadsContinued': self._session.stops_all}
+        self._resume = Resume(CONTINUE, others=OTHERS_WAIT if is_single else ALL_GO)
+        return {'allThreadsContinued': self._session.stops_all and not is_single}
 
     def _step(self, arguments, action, frame=None):
         self._check_thread(arguments)
         stop = self.stop
         if stop is None:
             raise Refused(RUNNING)  # It has come back this moment, and does this itself.
-        self._resume = Resume(action, None if frame is stop.frame else frame)
+        self._resume = Resume(action, None if frame is stop.frame else frame,
+                              others=self._others_of_step(arguments))
+
+    def _others_of_step(self, arguments):
+        if arguments.get('singleThread', False):
+            return OTHERS_WAIT
+        return ALL_GO if self._session.steps_resume_all else OTHERS_WAIT_FIRST
 
     def _next(self, arguments):
         return self._step(arguments, STEP_OVER, self._frame)
@@ -421,7 +428,8 @@ class StoppedThread(object):
             return self._step(arguments, STEP_INTO)
         frame, call = self._known(self._calls.find(arguments['targetId']))
         self._check_thread(arguments)
-        self._resume = Resume(STEP_INTO_CALL, frame, call=call)
+        self._resume = Resume(STEP_INTO_CALL, frame, call=call,
+                              others=self._others_of_step(arguments))
 
     def _step_in_targets(self, arguments):
         entry = self._known(self._frames.find(arguments['frameId']) or
