@@ -234,7 +234,8 @@ class Merging(object):
             self._answer(exchange, body)
             if command in _GOING_ON:
                 self._goes_on(process)
-                self._tell_others_go_on(process, own)
+                if not arguments.get('singleThread'):
+                    self._tell_others_go_on(process, own)
             return
         self._refuse(exchange)
 

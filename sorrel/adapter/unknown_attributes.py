@@ -32,7 +32,6 @@ _INSTEAD = {
     'debugOptions': 'there is an attribute for each of them',
     'multiProcess': 'use "subProcess"',
     'stopAtEntry': 'use "stopOnEntry"',
-    'steppingResumesAllThreads': 'use "stopAllThreads"',
     'waitOnAbnormalExit': 'use "postMortem"',
     'waitOnNormalExit': 'use "console": "integratedTerminal", where what was written stays',
     'django': 'use "hooks" for templates',

@@ -1,13 +1,14 @@
 """What the arguments of requests have to look like, and other parts of messages.
 
 A shape is a type, a set of words, a list of one shape for an array of any length, Words, a
-PathOrSwitch, a Mapping, a Number, or a dict for an object: the shapes of its attributes by their
-names. A "?" after a name says that the attribute may be missing or null; attributes without a shape
+PathOrSwitch, a Mapping, a Number, Rules, or a dict for an object: the shapes of its attributes by
+their names. A "?" after a name says that the attribute may be missing or null; attributes without a shape
 are nobody's business.
 """
 
 from __future__ import absolute_import
 
+from sorrel.common import patterns
 from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 
@@ -26,6 +27,10 @@ class PathOrSwitch(object):
     """A string, or true or false."""
 
 
+class Rules(object):
+    """An array of objects with a pattern, "path" or "module", and whether to "include" it."""
+
+
 class Mapping(object):
     """An object with attributes of any name, all of them strings or null."""
 
@@ -34,12 +39,15 @@ _SOURCE = {'name?': unicode, 'path?': unicode, 'sourceReference?': int}
 _BREAKPOINT = {'condition?': unicode, 'hitCondition?': unicode}
 _IN_FORMAT = {'format?': {'hex?': bool}}
 _ON_THREAD = {'threadId': int}
+_GOING_ON = dict(_ON_THREAD, **{'singleThread?': bool})
+_RULE = {'path?': unicode, 'module?': unicode, 'include': bool}
 
 # What every way to begin knows.
 DEBUGGING = {
-    'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool, 'postMortem?': bool,
+    'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool,
+    'steppingResumesAllThreads?': bool, 'postMortem?': bool,
     'learnExceptions?': bool, 'subProcess?': bool, 'autoAttach?': [unicode],
-    'lazySubProcess?': bool, 'showReturnValue?': bool,
+    'lazySubProcess?': bool, 'showReturnValue?': bool, 'rules?': Rules(),
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{
@@ -76,10 +84,11 @@ _SHAPES = {
             'breakMode': frozenset(('never', 'always', 'unhandled', 'userUnhandled')),
             'path?': [{'names': [unicode]}]}]},
     'exceptionInfo': _ON_THREAD,
-    'continue': _ON_THREAD,
-    'next': _ON_THREAD,
-    'stepIn': _ON_THREAD,
-    'stepOut': _ON_THREAD,
+    'continue': _GOING_ON,
+    'next': _GOING_ON,
+    'stepIn': dict(_GOING_ON, **{'targetId?': int}),
+    'stepInTargets': {'frameId': int},
+    'stepOut': _GOING_ON,
     'pause': _ON_THREAD,
     'goto': dict(_ON_THREAD, targetId=int),
     'gotoTargets': {'source': _SOURCE, 'line': int},
@@ -129,6 +138,9 @@ def _checked(shape, value, name):
     if isinstance(shape, PathOrSwitch):
         _require(isinstance(value, (bool, unicode)), name, u'is neither a string nor true or false')
         return value
+    if isinstance(shape, Rules):
+        return [_checked_rule(rule, u'%s[%d]' % (name, number))
+                for number, rule in enumerate(_checked([_RULE], value, name))]
     if isinstance(shape, Mapping):
         _require(isinstance(value, dict), name, u'is no object')
         for key, item in value.items():
@@ -166,6 +178,21 @@ def _checked_object(shape, value, name):
         else:
             _require(plain != key, prefix + plain, u'is missing')
     return found
+
+
+def _checked_rule(rule, name):
+    kinds = [kind for kind in (u'path', u'module') if kind in rule]
+    _require(kinds, name, u'has neither a path nor a module')
+    _require(len(kinds) == 1, name, u'has both a path and a module')
+    kind, = kinds
+    pattern, name = rule[kind].encode('utf-8'), u'%s.%s' % (name, kind)
+    _require(pattern, name, u'is empty')
+    _require('\0' not in pattern, name, u'is no pattern of names')
+    try:
+        (patterns.of_files if kind == u'path' else patterns.of_modules)(pattern)
+    except ValueError:
+        raise Refused(u'%s is no pattern of names' % name)
+    return rule
 
 
 def _require(holds, name, what):

@@ -7,14 +7,16 @@ import sys
 
 from sorrel.common.decoding import text
 from sorrel.common.real_paths import RealPaths
-from sorrel.inspection import libraries, modules
+from sorrel.inspection import modules
 from sorrel.server.shared import sources
 
 
 class LoadedSources(object):
 
-    def __init__(self, session, program_path):
+    def __init__(self, session, program_path, passing):
+        """passing: the service's Passing."""
         self._session = session
+        self._passing = passing
         self._program_path = program_path
         # How many modules there were when is_loaded() last looked at their files.
         self._looked_at = 0
@@ -48,7 +50,7 @@ class LoadedSources(object):
     def _describe(self, name, path):
         return {'id': text(name), 'name': text(name),
                 'path': self._session.sources.to_client(path),
-                'isUserCode': not libraries.is_library(path)}
+                'isUserCode': self._passing.is_own_file(path, name)}
 
     # Requests.
 

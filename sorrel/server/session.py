@@ -17,13 +17,14 @@ from sorrel.protocol.messages import Refused
 from sorrel.server.breakpoints import Breakpoints
 from sorrel.server.exception_filters import Exceptions
 from sorrel.server.loaded_sources import LoadedSources
+from sorrel.server.lone_thread import LoneThread
 from sorrel.server.network.supervisor import Supervisor
 from sorrel.server.shared import sources
 from sorrel.server.shared.requests import answer, Then
 from sorrel.server.stopped.request_handlers import COMMANDS, StoppedThread
 from sorrel.server.stopped.stop_events import Stops, Told
 from sorrel.service import returned
-from sorrel.service.stops import CONTINUE, DETACH, Resume
+from sorrel.service.stops import ALL_GO, CONTINUE, DETACH, Resume
 from sorrel.service.thread_numbers import Threads
 
 _DEFAULT_PATIENCE = 5.0
@@ -49,6 +50,8 @@ class Session(object):
         # How long code of the program may run for an answer, in seconds; None for ever.
         self.patience = _DEFAULT_PATIENCE
         self.stops_all = True
+        # Whether the other threads run while one steps.
+        self.steps_resume_all = False
         # Whether the client wants to see what has ended the program.
         self.post_mortem = False
         # Whether it wants to see what the calls have returned that a step has gone over.
@@ -62,7 +65,7 @@ class Session(object):
         self.threads = Threads(program.service)
         self.breakpoints = Breakpoints(self, program.service)
         self.exceptions = Exceptions(program.service)
-        self.loaded_sources = LoadedSources(self, program.path)
+        self.loaded_sources = LoadedSources(self, program.path, program.service.passing)
         self.stops = Stops(self.breakpoints, program.service.passing, self._error_text)
         self._server = server
         self._program = program
@@ -74,6 +77,8 @@ class Session(object):
         # Of what is found out about a stop that the client is not told of yet.
         self._limit = TimeLimit()
         self._supervisor = Supervisor(self, program.service, self._limit)
+        self._lone_thread = LoneThread(
+            program.service, lambda: self._supervisor.current() is not None, self.tell_all_go)
         # Of the thread that tells of what is new. Others do not wait for it.
         self._looking = _new_lock()
         # What it has said that holds for whatever the program starts, too: the arguments of
@@ -100,6 +105,9 @@ class Session(object):
             answer(self, message, _refuse_stranger)
         elif command in self._answers:
             answer(self, message, self._answers[command])
+        elif command == 'continue' and self._supervisor.current() is None \
+                and self._service.end_alone():
+            answer(self, message, _all_go)
         elif command in COMMANDS:
             self._supervisor.ask(message)
         else:
@@ -141,6 +149,7 @@ class Session(object):
     def deadline_passed(self):
         self._service.trace_new_threads()
         self._supervisor.look()
+        self._lone_thread.look()
 
     def closed(self):
         """The client has left: the program runs on as if it had never been there.
@@ -174,7 +183,7 @@ class Session(object):
             return Resume(DETACH)
         if self._service.is_signal_owed():
             # A stop before that is there would only hold it up.
-            return Resume(CONTINUE)
+            return Resume(CONTINUE, others=ALL_GO)
         told = self._supervisor.consider(self._service.hold(stop), self._consider, stop)
         if not isinstance(told, Told):
             return told
@@ -223,6 +232,11 @@ class Session(object):
         for number in self._others(thread):
             self.event('stopped', {'reason': 'pause', 'threadId': number,
                                    'allThreadsStopped': False, 'preserveFocusHint': True})
+
+    def tell_all_go(self, thread):
+        """This thread goes on, alone no more."""
+        self.event('continued', {'threadId': self.threads.number(thread),
+                                 'allThreadsContinued': True})
 
     def _others(self, thread):
         return [number for number, other in self.threads.all()
@@ -318,12 +332,16 @@ class Session(object):
         self._has_taken = True
         if self._program.is_busy():
             raise Refused('the program is still busy with what the last client has asked for')
+        self.sources.map_paths(arguments.get('pathMappings', ()))
+        rules = [self._rule(rule) for rule in arguments.get('rules', ())]
         self._has_begun = True
         self._service.passing.set_just_my_code(arguments.get('justMyCode', True))
+        self._service.passing.set_rules(rules)
         self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
         self.shows_returned = arguments.get('showReturnValue', True)
         returned.note(self.shows_returned)
         self.stops_all = arguments.get('stopAllThreads', True)
+        self.steps_resume_all = arguments.get('steppingResumesAllThreads', False)
         self.post_mortem = arguments.get('postMortem', False)
         self._is_undebugged = arguments.get('noDebug', False)
         is_own = self._program.start_method == 'launch'
@@ -331,9 +349,14 @@ class Session(object):
             if arguments.get('subProcess', is_own) and not self._is_undebugged else []
         self.waits_for_stops = arguments.get('lazySubProcess', False)
         self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
-        self.sources.map_paths(arguments.get('pathMappings', ()))
         self._stops_on_entry = arguments.get('stopOnEntry', False) and not self._is_undebugged
         return Then(None, self._tell_begin)
+
+    def _rule(self, rule):
+        """As the service has them. Raises Refused."""
+        if 'path' in rule:
+            return 'path', self.sources.to_program(rule['path']), rule['include']
+        return 'module', rule['module'].encode('utf-8'), rule['include']
 
     def _tell_begin(self):
         self.event('process', {
@@ -381,12 +404,15 @@ class Session(object):
             # Told before: the program's handler may stop.
             self.event('continued', {'threadId': self.threads.number(stopped.ident),
                                      'allThreadsContinued': self.stops_all})
-            self._supervisor.free(Resume(CONTINUE))
+            self._supervisor.free(Resume(CONTINUE, others=ALL_GO))
+        self._service.end_alone()
 
     def _pause(self, arguments):
         stopped = self._supervisor.current()
         if not self.stops_all:
             self._service.pause(self.find_thread(arguments['threadId']).ident)
+        elif stopped is None and self._lone_thread.pause():
+            pass  # It is the one that was let go.
         elif stopped is None or stopped.is_leaving():
             # Any thread will do: the others wait as soon as they have an event.
             self._service.pause()
@@ -419,6 +445,10 @@ class Session(object):
 
 def _refuse_stranger(arguments):
     raise Refused('initialize comes first')
+
+
+def _all_go(arguments):
+    return {'allThreadsContinued': True}
 
 
 def _refuse_unknown(arguments):

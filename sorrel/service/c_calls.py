@@ -26,8 +26,12 @@ UNKNOWN_C, UNREAD = 'unknown C', 'unread'
 
 _GENERATOR = 0x20
 _BOUND = (types.BuiltinMethodType, type(''.__str__))
+_IN_C = _BOUND + (type(list.sort), type(object.__str__))
 # As no metaclass of the program's can have it.
 _mro = type.__dict__['__mro__'].__get__
+_flags = type.__dict__['__flags__'].__get__
+# Of a type that a class statement has made.
+_HEAP_TYPE = 1 << 9
 _QUESTIONS = ('__getattr__', '__getattribute__')
 _MODULES = (collections, functools, imp, itertools, operator, struct)
 # Instructions that call nothing, and only let go of what was there.
@@ -47,6 +51,14 @@ def fate(frame, caller, kind):
     if not call.is_call or call.c_name in c_callers.PASSING:
         return None
     return UNKNOWN_C if call.is_call_of_c() else UNREAD
+
+
+def is_of_c(frame, caller):
+    """Whether the call that the caller is in the midst of, with the frame in it, is of C code."""
+    callee = _Call(frame, caller).callee
+    if issubclass(type(callee), type):
+        return not _flags(callee) & _HEAP_TYPE
+    return code_paths.is_any(type(callee), _IN_C)
 
 
 def row_of(call, kind):

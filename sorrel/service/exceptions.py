@@ -9,7 +9,7 @@ import _sorrel
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common.records import record
-from sorrel.inspection import frames, libraries, try_statements
+from sorrel.inspection import frames, try_statements
 from sorrel.service import living, printing, swallowing, thread_hooks
 from sorrel.service.learning import Learning
 from sorrel.service.print_calls import PrintCalls
@@ -48,7 +48,7 @@ class Exceptions(object):
 
     def __init__(self, all_breakpoints, passing):
         """all_breakpoints: the service's Breakpoints. passing: its Passing, code in which those to
-        stop at always are of no concern yet.
+        stop at always are of no concern yet, and what is the user's own.
         """
         self._passing = passing
         # For each thread, what tells the traceback of its last exception event from others,
@@ -149,7 +149,7 @@ class Exceptions(object):
         if handler is not frame:
             # C code may be between the two, or code of a library.
             return handler is None or USER_UNHANDLED in self.modes or PRINTED in self.modes
-        return USER_UNHANDLED in self.modes and _has_left_own_code(traceback) or \
+        return USER_UNHANDLED in self.modes and self._has_left_own_code(traceback) or \
             PRINTED in self.modes and _prints(handler, clause, type)
 
     def judge(self, thread, frame, error, is_step):
@@ -229,7 +229,7 @@ class Exceptions(object):
         if handler is None and UNHANDLED in self.modes and fate not in swallowing.SWALLOWED and (
                 not self.learning.is_swallowed(thread, place, frame) or _is_left_for_good(frame)):
             return UNHANDLED, fate
-        if USER_UNHANDLED in self.modes and _leaves_own_code(traceback, type, handler):
+        if USER_UNHANDLED in self.modes and self._leaves_own_code(traceback, type, handler):
             return USER_UNHANDLED, None
         if PRINTED in self.modes and (
                 fate == swallowing.PRINTED or handler is not None
@@ -264,6 +264,27 @@ class Exceptions(object):
     def _stops_always(self, listed, frame):
         return (listed == ALWAYS or ALWAYS in self.modes) and not self._passing.passes(frame)
 
+    def _leaves_own_code(self, traceback, type, handler):
+        """Whether an exception goes, or has just gone, from the user's own code to other code.
+
+        handler: the frame that will catch it first, None for none.
+        """
+        frame = traceback.tb_frame
+        if not self._passing.is_own_code(frame):
+            return self._has_left_own_code(traceback)
+        for caller in frames.callers(frame):
+            if caller is handler:
+                return False
+            if not self._passing.is_own_code(caller):
+                return swallowing.fate(frame, type, caller)[0] not in swallowing.SWALLOWED
+        return True
+
+    def _has_left_own_code(self, traceback):
+        """Whether a handler there has raised it again, for which there was no event."""
+        inner = traceback.tb_next
+        return inner is not None and self._passing.is_own_code(inner.tb_frame) \
+            and not self._passing.is_own_code(traceback.tb_frame)
+
     def _handler(self, frame, type):
         """The frame and the clause of what will catch it, or None."""
         return _sorrel.find_handler(frame, type, self._own_handlers)
@@ -286,29 +307,6 @@ def _is_left_for_good(frame):
     """Whether an exception that has come to this frame can but end its thread."""
     return not frames.is_program(frame) or _is_outermost(frame) and \
         not try_statements.has_try_around(frame.f_code, frame.f_lasti)
-
-
-def _leaves_own_code(traceback, type, handler):
-    """Whether an exception goes, or has just gone, from the user's own code to other code.
-
-    handler: the frame that will catch it first, None for none.
-    """
-    frame = traceback.tb_frame
-    if not libraries.is_own_code(frame):
-        return _has_left_own_code(traceback)
-    for caller in frames.callers(frame):
-        if caller is handler:
-            return False
-        if not libraries.is_own_code(caller):
-            return swallowing.fate(frame, type, caller)[0] not in swallowing.SWALLOWED
-    return True
-
-
-def _has_left_own_code(traceback):
-    """Whether a handler there has raised it again, for which there was no event."""
-    inner = traceback.tb_next
-    return inner is not None and libraries.is_own_code(inner.tb_frame) \
-        and not libraries.is_own_code(traceback.tb_frame)
 
 
 def _prints(handler, clause, type):

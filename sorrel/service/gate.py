@@ -6,6 +6,9 @@ for the user, for what another thread holds. A thread that stops therefore gives
 the others are kept here, where any thread can let them go: at their next event the core asks each
 of them whether it is debugged, and the answer waits. Where the others are to run on meanwhile, the
 answer is no.
+
+They may be kept waiting while the thread goes on alone. That lasts until it stops again, where what
+makes them wait then takes the place, or until anybody ends it.
 """
 
 from __future__ import absolute_import
@@ -16,9 +19,10 @@ import sys
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.common.originals import thread
+from sorrel.service.stops import ALL_GO
 
 # Taken now: a program may replace what the interpreter's modules offer.
-_new_lock = thread.allocate_lock
+_new_lock, _current = thread.allocate_lock, thread.get_ident
 
 
 class _Latch(object):
@@ -63,6 +67,10 @@ class _Hold(object):
         self.lets_pass = _Latch()
         # Has an item while the others are let pass, which whoever takes it shuts the gate for.
         self.passing = []
+        # Once the thread goes on alone, its ident. others: see Resume. since: when it began to.
+        self.alone = None
+        self.others = ALL_GO
+        self.since = None
 
 
 class Gate(object):
@@ -79,9 +87,9 @@ class Gate(object):
     # For the thread that stops, in a callback of the core's.
 
     def take_turn(self):
-        """Waits until no other thread is stopped."""
+        """Waits until no other thread is stopped, or goes on alone."""
         hold = self._hold()
-        while hold is not None:
+        while hold is not None and hold.alone != _current():
             core.release_sorrel_mutex()
             self._wait_at(hold.is_over)
             core.acquire_sorrel_mutex()
@@ -93,18 +101,39 @@ class Gate(object):
 
     def close(self, hold):
         """It begins. The caller must have taken its turn, and calls end() whatever happens."""
+        before = self._holds[:]  # Its own at most.
+        for kept in before:
+            hold.others, hold.since = kept.others, kept.since
         self._holds.append(hold)
         self._ask_all()
+        for kept in before:
+            self._remove(kept)
         core.release_sorrel_mutex()
 
     def end(self, hold):
         """The thread is about to go on."""
         core.acquire_sorrel_mutex()
+        if hold.is_for_all and hold.others != ALL_GO and not self.is_left(hold):
+            hold.alone = _current()
+            return
         self.leave(hold)
         # Where it was left behind, another one may have stopped since.
         self.take_turn()
 
     # For any thread.
+
+    def end_alone(self, is_over):
+        """Lets go whom a thread that goes on alone makes wait, where the function says so of it.
+
+        It is given (the thread's ident, `others` of its Resume, since when). Returns what it was
+        given where it has said so, else None.
+        """
+        for hold in self._holds[:]:
+            told = hold.alone, hold.others, hold.since
+            if hold.alone is not None and is_over(*told):
+                self._remove(hold)
+                return told
+        return None
 
     def leave(self, hold):
         """The others go on as if the stopped thread had."""
@@ -152,6 +181,8 @@ class Gate(object):
         while hold is not None and not hold.lets_pass.is_open():
             if not hold.is_for_all:
                 return False
+            if hold.alone == _current():
+                return True
             self._wait_at(hold.lets_pass)
             hold = self._hold()
         return True

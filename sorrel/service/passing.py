@@ -10,6 +10,7 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.common.records import record
 from sorrel.inspection import frames, libraries, source
+from sorrel.service.rules import Rules
 
 _pass_no_code = core._for_sorrel['pass_no_code']
 
@@ -22,7 +23,7 @@ _MAGIC = re.compile(r'([*?[])')
 class Passing(object):
     """just_my_code: whether that is all code of libraries. skipped: what else, a list of Skipped.
 
-    Both are changed by the methods alone.
+    Both are changed by the methods alone, and so is what else is the user's own code, or is not.
     """
 
     def __init__(self):
@@ -35,6 +36,11 @@ class Passing(object):
 
     def set_just_my_code(self, on):
         self.just_my_code = on
+        _pass_no_code()
+
+    def set_rules(self, rules):
+        """rules: as Rules has them; they go before just_my_code, and hold without it, too."""
+        self._rules = Rules(rules)
         _pass_no_code()
 
     def skip(self, pattern):
@@ -50,16 +56,33 @@ class Passing(object):
         self._set_skipped([known for known in self.skipped if known.number not in numbers])
 
     def is_on(self):
-        return bool(self.just_my_code or self.skipped)
+        return bool(self.just_my_code or self.skipped or self._rules)
 
     def passes(self, frame):
         """Whether this frame's code is passed by."""
-        if self.just_my_code and not libraries.is_own_code(frame):
-            return True
-        return bool(self.skipped) and frames.is_program(frame) and self._skips(frame)
+        verdict = self._rules.verdict(frame)
+        if verdict is None:
+            verdict = not self.just_my_code or libraries.is_own_code(frame)
+        return not verdict or bool(self.skipped) and frames.is_program(frame) and self._skips(frame)
+
+    def is_own_code(self, frame):
+        """Whether it is the user's own, be code of libraries passed by or not."""
+        verdict = self._rules.verdict(frame)
+        return libraries.is_own_code(frame) if verdict is None else verdict
+
+    def is_own_file(self, path, module):
+        """The same of a file of the program's and the name of its module, which may be none."""
+        verdict = self._rules.verdict_of(path, module)
+        return not libraries.is_library(path) if verdict is None else verdict
+
+    def passes_file(self, path, module):
+        """Whether the code of such a file is passed by, for what just_my_code and rules say."""
+        verdict = self._rules.verdict_of(path, module)
+        return self.just_my_code and libraries.is_library(path) if verdict is None else not verdict
 
     def _forget_settings(self):
         self.just_my_code = False
+        self._rules = Rules()
         self.skipped = []
         self._last_number = 0
         self._matchers = []

@@ -58,7 +58,7 @@ from sorrel.service.watches import Watches
 
 _IDLE_PERIOD = 1.0
 # Taken now: a program may replace what the interpreter's modules offer.
-_sleep = time.sleep
+_now, _sleep = time.time, time.sleep
 _ANY_THREAD = object()
 # What a front end may need where the program has used up its own.
 _STACK_ROOM = 100
@@ -164,6 +164,7 @@ class Service(BreakingIn, object):
             else:
                 _sorrel.run_file_outermost(path, namespace)
         finally:
+            self.end_alone(lambda ident, others, since: ident == self.main_thread)
             if self.attached:
                 # What is left on this thread is not the program's.
                 self._steps.give_up(self.main_thread)
@@ -381,6 +382,19 @@ class Service(BreakingIn, object):
     def leave_behind(self, hold):
         """The others go on as if the stopped thread had, which does so when it comes back."""
         self._gate.leave(hold)
+
+    def end_alone(self, is_over=lambda *told: True):
+        """The threads go on that one which goes on alone makes wait; in any thread. See Gate."""
+        return self._gate.end_alone(is_over)
+
+    def pause_alone(self):
+        """Stops the thread that goes on alone, when it runs Python code. Whether there is one."""
+        found = []
+        self._gate.end_alone(lambda ident, others, since: found.append(ident))
+        if found:
+            self.pause(found[0])
+            core.set_debug_thread_cb(self._asks_about_thread)
+        return bool(found)
 
     def is_left_behind(self, ident):
         hold = self._holds.get(ident)
@@ -923,6 +937,9 @@ class Service(BreakingIn, object):
         elif resume.action == QUIT:
             self.quit()
         else:
+            hold = self._holds.get(thread)
+            if resume.others is not None and hold is not None:
+                hold.others, hold.since = resume.others, _now()
             self._steps.request(thread, frame, resume, is_leaving)
 
     def guard_ctrl_c(self, guard):

@@ -3,6 +3,9 @@
 The core counts a step in the innermost frame of a thread. One that is to count in a frame further
 out begins when the frames inside it have been left, one by one.
 
+One that is to lead into a certain call of a frame's stops where any code is called, to find out by
+which call that was, and goes out again of all but the one.
+
 One that begins elsewhere than in code that is to be passed does not end there: where it comes out in
 such code, it becomes one that goes through this, into whatever else that returns to or calls.
 """
@@ -11,10 +14,11 @@ from __future__ import absolute_import
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import frames
-from sorrel.service import living
+from sorrel.inspection import frames, line_calls
+from sorrel.service import c_calls, living
 from sorrel.service.stops import (
-    CONTINUE, INTERRUPTED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER_RANGE, STEPPED)
+    CONTINUE, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_INTO_CALL, STEP_OUT, STEP_OVER,
+    STEP_OVER_RANGE, STEPPED)
 
 _NO_TARGET = object()
 _step_through, _pass_code, _is_elsewhere = [
@@ -27,7 +31,7 @@ class Steps(object):
     def __init__(self, passing):
         """passing: the service's Passing."""
         self._passing = passing
-        # For threads on their way to an outer frame, what was asked for there.
+        # For threads on their way to an outer frame or into a call, what was asked for there.
         self._awaited = {}
         # For threads that the core is to stop, the id() of the frame in which, or None for any.
         # The core keeps that frame alive.
@@ -47,7 +51,11 @@ class Steps(object):
             counted = resume.frame or frame
             if self._is_wanted(counted) or is_leaving and self._is_wanted(frame.f_back):
                 self._passes_code[thread] = True
-        if resume.frame is not frame and resume.frame in list(frames.callers(frame)):
+        if resume.action == STEP_INTO_CALL:
+            self._awaited[thread] = resume
+            is_there = is_leaving or resume.frame is frame
+            resume = Resume(STEP_INTO if is_there else STEP_OUT)
+        elif resume.frame is not frame and resume.frame in list(frames.callers(frame)):
             self._awaited[thread] = resume
             resume = Resume(STEP_OUT)
         self._begin(thread, frame, resume)
@@ -104,17 +112,19 @@ class Steps(object):
         return True
 
     def is_awaited(self, thread):
-        """Whether the thread's step counts further out than it has got."""
+        """Whether the thread's step is not yet where it counts."""
         return thread in self._awaited
 
     def is_on_its_way(self, thread, frame, reason):
-        """Whether the thread has an event in this frame only because its step counts further out.
+        """Whether the thread has an event in this frame only because its step counts elsewhere.
 
         It has been sent on then.
         """
         resume = self._awaited.get(thread)
         if resume is None:
             return False
+        if resume.action == STEP_INTO_CALL:
+            return self._is_before_call(thread, frame, reason, resume)
         if frame is not resume.frame and reason != INTERRUPTED \
                 and resume.frame in list(frames.callers(frame)):
             if reason != RETURNED:
@@ -128,6 +138,32 @@ class Steps(object):
                 self._begin(thread, frame, resume)
                 return True
         return False
+
+    def _is_before_call(self, thread, frame, reason, resume):
+        """The same of a step into a call."""
+        if reason != INTERRUPTED and frame is not resume.frame:
+            for callee in frames.callers(frame):
+                if callee.f_back is resume.frame:
+                    return self._is_beside_call(thread, frame, reason, resume, callee)
+        elif reason == STEPPED and line_calls.is_ahead(resume.call, frame):
+            self._begin(thread, frame, Resume(STEP_INTO))
+            return True
+        self._awaited.pop(thread, None)
+        if frame is resume.frame and reason == RAISED:
+            self._begin(thread, frame, Resume(STEP_OVER))
+            return True
+        return False
+
+    def _is_beside_call(self, thread, frame, reason, resume, callee):
+        """The same in what the frame where it counts has called, which is the callee's."""
+        if self.goes_through(thread, frame):
+            return True
+        if reason == STEPPED and resume.frame.f_lasti == resume.call.offset \
+                and not c_calls.is_of_c(callee, resume.frame):
+            self._awaited.pop(thread, None)
+            return False
+        self._begin(thread, frame, Resume(STEP_INTO if reason == RETURNED else STEP_OUT))
+        return True
 
     def arrive(self, thread):
         """The thread has stopped for another reason than its step."""

@@ -41,10 +41,18 @@ def evaluator(stop):
 
 
 # How a stopped thread goes on: one of the words below. frame: in which frame of its stack a step
-# is counted; None for the innermost. first, last: the lines that STEP_OVER_RANGE passes over.
-Resume = record('Resume', 'action frame first last', None, None, None)
+# is counted; None for the innermost. first, last: the lines that STEP_OVER_RANGE passes over. call:
+# the LineCall of this frame that STEP_INTO_CALL leads into; where it comes to nothing, the step is
+# one over the line.
+# others: what becomes of those that wait, one of the three words below; None for as before.
+Resume = record('Resume', 'action frame first last call others', *[None] * 5)
+
+# They go on; wait until they are let go by another Resume, or otherwise; wait for a moment, in
+# which a step ends that does not wait for one of them.
+ALL_GO, OTHERS_WAIT, OTHERS_WAIT_FIRST = 'all go', 'others wait', 'others wait first'
 
 STEP_INTO = 'step_into'
+STEP_INTO_CALL = 'step_into_call'
 STEP_OVER = 'step_over'
 STEP_OVER_LINE = 'step_over_line'
 STEP_OVER_RANGE = 'step_over_line_range'

@@ -25,6 +25,7 @@ REQUESTS = {
     'exceptionInfo': {'threadId': 1},
     'gotoTargets': {'source': {'path': 'x.py'}, 'line': 1},
     'goto': {'threadId': 1, 'targetId': 1},
+    'stepInTargets': {'frameId': 1},
     'stackTrace': {'threadId': 1, 'startFrame': 0, 'levels': 1, 'format': {
         'hex': True, 'parameters': True, 'parameterValues': True, 'includeAll': True}},
     'scopes': {'frameId': 1},
@@ -40,7 +41,8 @@ REQUESTS = {
     'cancel': {'requestId': 1},
     'pause': {'threadId': 1},
     'initialize': {'linesStartAt1': True, 'pathFormat': 'path'},
-    'attach': {'justMyCode': True, 'evaluationTimeout': 1, 'stopAllThreads': True, 'pathMappings': [
+    'attach': {'justMyCode': True, 'evaluationTimeout': 1, 'stopAllThreads': True, 'rules': [
+        {'path': 'x', 'include': True}, {'module': 'x', 'include': False}], 'pathMappings': [
         {'localRoot': '/a', 'remoteRoot': '/b'}]},
     'launch': {'program': 'x.py'},
     'configurationDone': {},

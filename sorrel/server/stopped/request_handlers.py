@@ -14,7 +14,7 @@ from sorrel.common.originals import time
 from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
-    causes, child_values, code_lines, evaluation, frames, libraries, private_names, source, stacks,
+    causes, child_values, code_lines, evaluation, frames, line_calls, private_names, source, stacks,
     values)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
@@ -25,13 +25,15 @@ from sorrel.server.stopped.stop_events import Told
 from sorrel.server.stopped.variables import Presenter, References, TOO_LONG
 from sorrel.service import returned
 from sorrel.service.stops import (
-    CONTINUE, evaluator, is_at_line, RAISED, Resume, RETURNED, STEP_INTO, STEP_OUT, STEP_OVER)
+    ALL_GO, CONTINUE, evaluator, is_at_line, OTHERS_WAIT, OTHERS_WAIT_FIRST, RAISED, Resume,
+    RETURNED, STEP_INTO, STEP_INTO_CALL, STEP_OUT, STEP_OVER)
 
 
 # The requests that are answered only here.
 COMMANDS = frozenset((
     'stackTrace', 'scopes', 'variables', 'setVariable', 'setExpression', 'evaluate', 'completions',
-    'exceptionInfo', 'gotoTargets', 'goto', 'continue', 'next', 'stepIn', 'stepOut'))
+    'exceptionInfo', 'gotoTargets', 'goto', 'stepInTargets', 'continue', 'next', 'stepIn',
+    'stepOut'))
 # Those of them that let the thread go.
 GOING_ON = frozenset(('continue', 'next', 'stepIn', 'stepOut'))
 # Taken now: a program may replace what the interpreter's modules offer.
@@ -73,6 +75,8 @@ class StoppedThread(object):
         self._own_stacks = {}
         self._presenter = Presenter(values.Shower(self._limited), session.numbers)
         self._jumps = References(session.numbers)
+        # Pairs of a frame and one of its calls.
+        self._calls = References(session.numbers)
         self._resume = self._told_to_go = None
         self.answers = {
             'stackTrace': self._stack_trace, 'scopes': self._scopes,
@@ -80,6 +84,7 @@ class StoppedThread(object):
             'setExpression': self._set_expression, 'evaluate': self._evaluate,
             'completions': self._completions, 'exceptionInfo': self._exception_info,
             'gotoTargets': self._goto_targets, 'goto': self._goto,
+            'stepInTargets': self._step_in_targets,
             'continue': self._continue, 'next': self._next, 'stepIn': self._step_in,
             'stepOut': self._step_out}
 
@@ -129,7 +134,7 @@ class StoppedThread(object):
         left = self._work_queue.close()
         self._has_gone = True
         for references in (self._frames, self._frames_of_others, self._presenter.references,
-                           self._jumps):
+                           self._jumps, self._calls):
             references.clear()
         self._frame = self.stop = None
         self._own_stacks.clear()
@@ -214,7 +219,7 @@ class StoppedThread(object):
         module = frame.f_globals.get('__name__')
         if isinstance(module, str):
             shown['moduleId'] = text(module)
-        if self._service.passing.just_my_code and libraries.is_library(entry.path):
+        if self._service.passing.passes_file(entry.path, module):
             shown['presentationHint'] = 'subtle'
             shown['source']['presentationHint'] = 'deemphasize'
         return shown
@@ -413,23 +418,50 @@ class StoppedThread(object):
             raise Refused('the thread has not stopped by itself')
 
     def _continue(self, arguments):
-        if not self._session.stops_all:
+        is_single = arguments.get('singleThread', False)
+        if is_single or not self._session.stops_all:
             self._check_thread(arguments)
-        self._resume = Resume(CONTINUE)
-        return {'allThreadsContinued': self._session.stops_all}
+        self._resume = Resume(CONTINUE, others=OTHERS_WAIT if is_single else ALL_GO)
+        return {'allThreadsContinued': self._session.stops_all and not is_single}
 
     def _step(self, arguments, action, frame=None):
         self._check_thread(arguments)
         stop = self.stop
         if stop is None:
             raise Refused(RUNNING)  # It has come back this moment, and does this itself.
-        self._resume = Resume(action, None if frame is stop.frame else frame)
+        self._resume = Resume(action, None if frame is stop.frame else frame,
+                              others=self._others_of_step(arguments))
+
+    def _others_of_step(self, arguments):
+        if arguments.get('singleThread', False):
+            return OTHERS_WAIT
+        return ALL_GO if self._session.steps_resume_all else OTHERS_WAIT_FIRST
 
     def _next(self, arguments):
         return self._step(arguments, STEP_OVER, self._frame)
 
     def _step_in(self, arguments):
-        return self._step(arguments, STEP_INTO)
+        if 'targetId' not in arguments:
+            return self._step(arguments, STEP_INTO)
+        frame, call = self._known(self._calls.find(arguments['targetId']))
+        self._check_thread(arguments)
+        self._resume = Resume(STEP_INTO_CALL, frame, call=call,
+                              others=self._others_of_step(arguments))
+
+    def _step_in_targets(self, arguments):
+        entry = self._known(self._frames.find(arguments['frameId']) or
+                            self._frames_of_others.find(arguments['frameId']))
+        return {'targets': [{'id': self._calls.add((entry.frame, call)), 'label': text(call.name)}
+                            for call in self._calls_ahead(entry.frame)]}
+
+    def _calls_ahead(self, frame):
+        """None of another thread's frame, of one that an exception leaves, or of a template's."""
+        if self.stop.reason == RAISED or frame not in list(frames.callers(self.stop.frame)) \
+                or sublanguages.location(sublanguages.at_work(self.ident), frame):
+            return []
+        if frame is self.stop.frame and self.stop.reason == RETURNED:
+            return []
+        return line_calls.ahead(frame, frame is not self.stop.frame)
 
     def _step_out(self, arguments):
         return self._step(arguments, STEP_OUT, self._frame)

@@ -5,11 +5,11 @@ from __future__ import absolute_import
 from sorrel.common import errors
 from sorrel.common.decoding import text
 from sorrel.common.records import record
-from sorrel.inspection import frames
+from sorrel.inspection import frames, line_calls
 from sorrel.service import living
 from sorrel.service.stops import (
-    CALLED, CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO, STEPPED,
-    TRACEBACK)
+    CALLED, CONTINUE, INTERRUPTED, POST_MORTEM, RAISED, Resume, RETURNED, STEP_INTO,
+    STEP_INTO_CALL, STEPPED, TRACEBACK)
 
 # What a client is told of a stop. reason: a word of the protocol's. frame: the innermost that the
 # client is shown. details: what else is in the body of the event.
@@ -23,8 +23,9 @@ _POST_MORTEM = {POST_MORTEM: 'Post-mortem: the program has ended by an exception
                 TRACEBACK: 'Post-mortem: the program has caught an exception'}
 
 # How a thread was last let go; the frame in which a step ends that does not lead into calls, or
-# one that it was called from; and whether it was in code that is not passed by.
-_Going = record('_Going', 'action frame from_own_code')
+# one that it was called from; whether it was in code that is not passed by; and the LineCall that
+# it leads into.
+_Going = record('_Going', 'action frame from_own_code call')
 
 
 class Stops(object):
@@ -68,7 +69,7 @@ class Stops(object):
         if may_be_step:
             return self._consider_step(stop, going)
         if stop.reason == STEPPED:
-            return None  # At breakpoints that are not due.
+            return _onward(going)  # At breakpoints that are not due.
         # It returns or raises where none of its steps ends: told all the same, as a pause.
         return Told('pause', _caller(stop) or stop.frame, {})
 
@@ -87,7 +88,8 @@ class Stops(object):
             self.forget(thread)
         # No frame is kept alive for longer than needed.
         frame = None if resume.action in (CONTINUE, STEP_INTO) else resume.frame or stop.frame
-        self._goings[stop.thread] = _Going(resume.action, frame, not self._passing.passes(told.frame))
+        self._goings[stop.thread] = _Going(
+            resume.action, frame, not self._passing.passes(told.frame), resume.call)
 
     def _consider_step(self, stop, going):
         if stop.reason == RAISED:
@@ -120,10 +122,20 @@ def _caller(stop):
     return frame if frame is not None and frames.is_program(frame) else None
 
 
+def _onward(going):
+    """What a thread does that goes on as before: the service gives a step into a call up there."""
+    if going is None or going.action != STEP_INTO_CALL:
+        return None
+    return Resume(STEP_INTO_CALL, going.frame, call=going.call)
+
+
 def _has_arrived(going, frame):
     """Whether a step ends here; other stops may come before that."""
     if going.action == STEP_INTO:
         return True
     if going.action == CONTINUE:
         return False
+    if going.action == STEP_INTO_CALL and going.frame in list(frames.callers(frame)):
+        return not line_calls.is_ahead(going.call, going.frame) or (
+            frame is not going.frame and going.frame.f_lasti == going.call.offset)
     return frame is going.frame or going.frame not in list(frames.callers(frame))
