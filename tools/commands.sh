@@ -20,6 +20,8 @@ usage: ./morvik COMMAND [OPTIONS]
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
       --post-mortem                       wait for one when an exception has ended it
       --token-file FILE | --no-token      what they have to show instead of a new token
+  run --connect [HOST:]PORT PROGRAM       run PROGRAM for an editor that waits there ("listen")
+      --token-file FILE                   the token that it has, where that is not found
   attach [--python EXE] [--just-my-code] PID  debug a program that runs already
   connect [--python EXE] [HOST:]PORT      debug one that listens, in the terminal
   connect ... unix:PATH | PID             the same, at a socket, or in a process
@@ -42,16 +44,16 @@ EOF
 
 # The options that have a value, and what it is.
 declare -A option_values=(
-    [--python]='an interpreter' [--listen]='a port' [--token-file]='a file'
-    [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
+    [--python]='an interpreter' [--listen]='a port' [--connect]='a port'
+    [--token-file]='a file' [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
-# hosts, asan, as_is, long, listen, wait, just_my_code, post_mortem, tty, no_color, hooks, token,
-# target, and the others in rest.
+# hosts, asan, as_is, long, listen, connect, wait, just_my_code, post_mortem, tty, no_color, hooks,
+# token, target, and the others in rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
-    hosts=() asan='' as_is='' long='' listen='' wait='' just_my_code='' post_mortem=''
+    hosts=() asan='' as_is='' long='' listen='' connect='' wait='' just_my_code='' post_mortem=''
     tty='' no_color='' hooks=() token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
@@ -86,6 +88,7 @@ read_options() {
                 declare -g "${name//-/_}=1"
                 ;;
             --listen) listen=$value ;;
+            --connect) connect=$value ;;
             --tty) tty=$value ;;
             --no-token) token+=(--no-token) ;;
             --token-file) token+=(--token-file "$value") ;;
@@ -191,17 +194,20 @@ command_python() {
 
 command_run() {
     local exe words=()
-    read_options --listen --wait --just-my-code --post-mortem --tty --no-color --hook --token-file \
-        --no-token - \
+    read_options --listen --connect --wait --just-my-code --post-mortem --tty --no-color --hook \
+        --token-file --no-token - \
         -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
     [[ -z $just_my_code || -z $listen ]] || usage_error "--just-my-code does not go with --listen"
     [[ -z $tty || -z $listen ]] || usage_error "--tty and --listen do not go together"
-    ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
+    ((${#token[@]} == 0)) || [[ -n $listen || -n $connect ]] ||
+        usage_error "${token[0]} goes with --listen"
     exe=$(one_host) || exit
-    [[ -z $listen ]] || words=(--listen "$listen" ${wait:+--wait} "${token[@]}")
+    [[ -z $listen ]] || words=(--listen "$listen")
+    [[ -z $connect ]] || words+=(--connect "$connect")
+    words+=(${wait:+--wait} "${token[@]}")
     [[ -z $just_my_code ]] || words+=(--just-my-code)
     [[ -z $post_mortem ]] || words+=(--post-mortem)
     [[ -z $tty ]] || words+=(--tty "$tty")

@@ -42,6 +42,11 @@ def options(arguments):
     return arguments.get('python', [])[1:] + arguments.get('pythonArgs', [])
 
 
+def command_of_person():
+    """What a person types to run a program under the debugger."""
+    return './morvik run' if os.path.exists(MORVIK) else 'python -m sorrel'
+
+
 def own():
     """The one that runs the adapter."""
     return sys.executable

@@ -43,7 +43,6 @@ _INSTEAD = {
     'showReturnValue': 'what a function returns is shown in any case',
     'localRoot': 'use "pathMappings"',
     'remoteRoot': 'use "pathMappings"',
-    'listen': 'the program listens, and is attached to by "port" or "socket"',
     'address': 'use "host"',
     'secret': 'use "token"',
     'pid': 'use "processId"',

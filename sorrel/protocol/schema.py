@@ -1,9 +1,9 @@
 """What the arguments of requests have to look like, and other parts of messages.
 
 A shape is a type, a set of words, a list of one shape for an array of any length, Words, a
-PathOrSwitch, a Mapping, a Number, or a dict for an object: the shapes of its attributes by their
-names. A "?" after a name says that the attribute may be missing or null; attributes without a shape
-are nobody's business.
+PathOrSwitch, a Mapping, a Number, a PortOrPlace, or a dict for an object: the shapes of its
+attributes by their names. A "?" after a name says that the attribute may be missing or null;
+attributes without a shape are nobody's business.
 """
 
 from __future__ import absolute_import
@@ -12,6 +12,7 @@ from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 
 _MOST = (1 << 31) - 1
+_MOST_PORT = 65535
 
 
 class Number(object):
@@ -28,6 +29,10 @@ class PathOrSwitch(object):
 
 class Mapping(object):
     """An object with attributes of any name, all of them strings or null."""
+
+
+class PortOrPlace(object):
+    """The number of a port, or an object with that and a host: an object is what is handed out."""
 
 
 _SOURCE = {'path?': unicode, 'sourceReference?': int}
@@ -50,9 +55,9 @@ LAUNCH = dict(DEBUGGING, **{
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(DEBUGGING, **{
     'logToFile?': PathOrSwitch(),
-    'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
-    'tokenFile?': unicode, 'processId?': Number(), 'subProcessId?': Number(),
-    'python?': Words(), 'build?': bool})
+    'connect?': _PLACE, 'listen?': PortOrPlace(), 'host?': unicode, 'port?': int,
+    'socket?': unicode, 'token?': unicode, 'tokenFile?': unicode, 'processId?': Number(),
+    'subProcessId?': Number(), 'python?': Words(), 'build?': bool})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
@@ -122,6 +127,12 @@ def _checked(shape, value, name):
     if isinstance(shape, PathOrSwitch):
         _require(isinstance(value, (bool, unicode)), name, u'is neither a string nor true or false')
         return value
+    if isinstance(shape, PortOrPlace):
+        shape = _PLACE if isinstance(value, dict) else int
+        found = _checked(shape, value, name)
+        found = found if shape is _PLACE else {'port': found}
+        _require(found['port'] <= _MOST_PORT, name, u'is no port')
+        return found
     if isinstance(shape, Mapping):
         _require(isinstance(value, dict), name, u'is no object')
         for key, item in value.items():
