@@ -9,6 +9,7 @@ usage: ./morvik COMMAND [OPTIONS]
   python [--python EXE] [--asan] -- ARGS  run the host with the module importable
   python --as-is --python EXE -- ARGS     the same where it is built for EXE, else with what is
                                           installed for it
+  python --as-is --or-build --python EXE  the same, and builds for EXE where there is neither
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   run ... [-O ...] -m MODULE | -c TEXT    what else the interpreter takes, with its options
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
@@ -48,13 +49,13 @@ declare -A option_values=(
     [--token-file]='a file' [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
-# hosts, asan, as_is, long, listen, connect, wait, just_my_code, post_mortem, tty, no_color, hooks,
-# token, target, and the others in rest.
+# hosts, asan, as_is, or_build, long, listen, connect, wait, just_my_code, post_mortem, tty, no_color,
+# hooks, token, target, and the others in rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
-    hosts=() asan='' as_is='' long='' listen='' connect='' wait='' just_my_code='' post_mortem=''
-    tty='' no_color='' hooks=() token=() target='' rest=()
+    hosts=() asan='' as_is='' or_build='' long='' listen='' connect='' wait=''
+    just_my_code='' post_mortem='' tty='' no_color='' hooks=() token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -83,7 +84,8 @@ read_options() {
         fi
         case $name in
             --python) hosts+=("$value") ;;
-            --asan | --as-is | --wait | --long | --just-my-code | --post-mortem | --no-color)
+            --asan | --as-is | --or-build | --wait | --long | --just-my-code | --post-mortem | \
+                --no-color)
                 name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
@@ -135,7 +137,8 @@ in_host() {
 }
 
 # as_it_is EXE ARGS...: the same where it has been built for EXE, else becomes EXE itself, for which
-# Morvik is installed then. Builds for nobody for the first time.
+# Morvik is installed then. Builds for nobody for the first time, but with --or-build for an EXE that
+# has neither.
 as_it_is() {
     local exe
     exe=$(type -P "$1") || die "no such interpreter: $1"
@@ -143,10 +146,15 @@ as_it_is() {
     if is_host "$exe" && is_built "$exe"; then
         in_host "$exe" '' "$@"
     fi
-    "$exe" -c 'import imp; [imp.find_module(name) for name in "sorrel", "_sorrel"]' 2>/dev/null ||
+    if "$exe" -c 'import imp; [imp.find_module(name) for name in "sorrel", "_sorrel"]' \
+        2>/dev/null; then
+        exec "$exe" "$@"
+    fi
+    [[ -n $or_build ]] ||
         die "Morvik is neither built for $exe (./morvik build --python $exe, or \"build\": true)" \
             "nor installed there"
-    exec "$exe" "$@"
+    exe=$(named_host "$exe") || exit
+    in_host "$exe" '' "$@"
 }
 
 command_setup() {
@@ -182,8 +190,9 @@ expect_adapter() {
 
 command_python() {
     local exe
-    read_options --asan --as-is -- "$@"
+    read_options --asan --as-is --or-build -- "$@"
     expect_adapter "${rest[@]}"
+    [[ -z $or_build || -n $as_is ]] || usage_error "--or-build goes with --as-is"
     if [[ -n $as_is ]]; then
         ((${#hosts[@]} > 0)) || usage_error "--as-is goes with --python"
         as_it_is "${hosts[-1]}" "${rest[@]}"

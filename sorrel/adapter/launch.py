@@ -29,7 +29,8 @@ class Launch(object):
         # Those that a wrapper of the interpreter sets, and None for those that it removes.
         self._variables_of_wrapper = {}
         self._unwrap()
-        self._interpreter = interpreters.command(self._arguments, interpreters.own())
+        self._interpreter = interpreters.command(
+            self._arguments, interpreters.own(), may_build=True)
         self._command = self._make_command()
         self._check()
 

@@ -47,6 +47,7 @@ refused "unknown option: --x" run --x
 refused "unknown option: --x" demo --x
 refused "unknown option: --x" test --x
 refused "--python needs an interpreter" build --python
+refused "--or-build goes with --as-is" python --or-build -- -c pass
 refused "--python needs an interpreter" bench --python
 refused "--hook needs MODULE:NAME" run --hook
 refused "--tty needs a terminal" run --tty
