@@ -14,8 +14,8 @@ imported_before = frozenset(sys.modules)
 
 from sorrel.api import Error
 
-__all__ = ['Error', 'listen', 'wait_for_client', 'is_client_connected', 'stop', 'breakpoint',
-           'set_trace', 'post_mortem', 'pm', 'debug_this_thread']
+__all__ = ['Error', 'listen', 'connect', 'wait_for_client', 'is_client_connected', 'stop',
+           'breakpoint', 'set_trace', 'post_mortem', 'pm', 'debug_this_thread']
 __version__ = '0.1.0'
 
 
@@ -34,6 +34,19 @@ def listen(address, token=True, token_file=None):
     return _loaded('listening').listen(address, token, token_file)
 
 
+def connect(address, token=None, token_file=None):
+    """Has a client debug the program from now on: the adapter that waits at (host, port).
+
+    token: what the adapter has shown its user; by default what is in token_file, or found on this
+    machine. The program can wait_for_client() then, until that has said where to stop; when the
+    client goes, the program runs on. Called again while the adapter is there, it does nothing.
+
+    Raises Error where no adapter waits there that knows the token, or while somebody else debugs
+    the program; TypeError or ValueError for what is no address.
+    """
+    _loaded('connecting').connect(address, token, token_file)
+
+
 def wait_for_client(timeout=None):
     """Waits until a client is connected and has said where to stop.
 
@@ -49,12 +62,13 @@ def is_client_connected():
 
 
 def stop():
-    """Ends what listen() has begun: the client that is there is let go, and no other can come.
+    """Ends what listen() or connect() has begun: the client is let go, and no other can come.
 
-    Does nothing where the program does not listen. listen() can be called again afterwards.
+    Does nothing where the program does not listen. Either can be called again afterwards.
     """
-    if 'sorrel.api.listening' in sys.modules:
-        _loaded('listening').stop()
+    for name in 'listening', 'connecting':
+        if 'sorrel.api.' + name in sys.modules:
+            _loaded(name).stop()
 
 
 def breakpoint():

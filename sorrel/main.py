@@ -26,15 +26,19 @@ _SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--no-color] [--just-my-code] 
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
+       python -m sorrel --connect [HOST:]PORT [--token-file FILE] [--hook MODULE:NAME]... [--]
+             PROGRAM [ARGS...]
        python -m sorrel --pid PID [--just-my-code]
        python -m sorrel --connect PLACE [--token-file FILE]'''
 _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients of the Debug Adapter
-Protocol that come to a port. Or, in the terminal, one that runs already, or that listens. The
-interpreter is started anew where it is given options of its own here: -%s, -Q and -W.''' % _FLAGS
+Protocol that come to a port, or that wait at one. Or, in the terminal, one that runs already, or
+that listens. The interpreter is started anew where it is given options of its own here: -%s, -Q
+and -W.''' % _FLAGS
 _USAGE = '''%prog terminal [--module | --text] [--tty DEVICE] [--no-color] [--just-my-code]
              [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
-             | --handshake FILE) [--module | --text] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+             | --connect [HOST:]PORT [--token-file FILE] | --handshake FILE)
+             [--module | --text] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog attach [--just-my-code | --handshake FILE] PID
        %prog connect [--token-file FILE] (PLACE | PID)
        %prog dap
@@ -129,13 +133,15 @@ def _parse_short(arguments):
     _add_kinds(parser)
     parser.add_option('--pid', help='debug the program that runs in this process')
     parser.add_option('--connect', metavar='PLACE',
-                      help='debug the program that listens at [HOST:]PORT, or at unix:PATH')
+                      help='with a program, have it connect to the adapter that waits at '
+                           '[HOST:]PORT; else debug, in the terminal, the program that listens at '
+                           '[HOST:]PORT or unix:PATH')
     parser.set_defaults(handshake=None)
     options, words = parser.parse_args(arguments)
-    if options.connect is not None:
-        if words or [name for name, value in vars(options).items()
-                     if value and name not in ('connect', 'token_file')]:
-            parser.error('--connect goes with nothing but --token-file')
+    if options.connect is not None and not words:
+        if [name for name, value in vars(options).items()
+                if value and name not in ('connect', 'token_file')]:
+            parser.error('--connect without a program goes with nothing but --token-file')
         return 'connect', options, [options.connect]
     if options.pid is not None:
         _check_process_id(options.pid, parser)
@@ -146,6 +152,8 @@ def _parse_short(arguments):
     if not words:
         parser.error('needs a program')
     _check_hooks(options, parser)
+    if options.connect is not None:
+        _check_connecting(options, parser)
     if options.wait and options.listen is None:
         parser.error('--wait goes with --listen')
     if options.just_my_code and options.listen is not None:
@@ -153,7 +161,8 @@ def _parse_short(arguments):
     if options.tty is not None and options.listen is not None:
         parser.error('--tty and --listen do not go together')
     _check_listening(options, parser)
-    return 'terminal' if options.listen is None else 'serve', options, words
+    is_served = options.listen is not None or options.connect is not None
+    return 'serve' if is_served else 'terminal', options, words
 
 
 def _parse(arguments):
@@ -175,6 +184,8 @@ def _parse(arguments):
         _add_stepping_options(parser)
     if command == 'serve':
         _add_listen_options(parser)
+        parser.add_option('--connect', metavar='PLACE',
+                          help='connect to the adapter that waits at [HOST:]PORT')
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
     if command == 'attach':
         parser.add_option('--handshake', metavar='FILE',
@@ -195,8 +206,11 @@ def _parse(arguments):
     if command in ('terminal', 'serve'):
         _check_hooks(options, parser)
     if command == 'serve':
-        if (options.listen is None) == (options.handshake is None):
-            parser.error('needs either --listen or --handshake')
+        ways = options.listen, options.connect, options.handshake
+        if ways.count(None) != len(ways) - 1:
+            parser.error('needs either --listen, --connect or --handshake')
+        if options.connect is not None:
+            _check_connecting(options, parser)
         _check_listening(options, parser)
     return command, options, words
 
@@ -214,15 +228,32 @@ def _check_hooks(options, parser):
 
 def _check_listening(options, parser):
     if options.listen is not None:
-        from sorrel.server.network import listening
-        try:
-            options.listen = listening.place(options.listen)
-        except ValueError as error:
-            parser.error(str(error))
-    if (options.token_file is not None or options.no_token) and options.listen is None:
+        options.listen = _place(options.listen, parser)
+    is_reached = options.listen is not None or getattr(options, 'connect', None) is not None
+    if options.token_file is not None and not is_reached or options.no_token \
+            and options.listen is None:
         parser.error('--token-file and --no-token go with --listen')
     if options.token_file is not None and options.no_token:
         parser.error('needs at most one of --token-file and --no-token')
+
+
+def _check_connecting(options, parser):
+    """The program is to connect to an adapter."""
+    for name in 'listen', 'wait', 'no_token', 'just_my_code', 'post_mortem', 'tty':
+        if getattr(options, name, None):
+            parser.error('--connect and --%s do not go together' % name.replace('_', '-'))
+    options.connect = _place(options.connect, parser)
+    if not hasattr(options.connect, 'number'):
+        parser.error('an adapter waits at a port, not at unix:PATH')
+
+
+def _place(word, parser):
+    """The Port or Path that the word names."""
+    from sorrel.server.network import listening
+    try:
+        return listening.place(word)
+    except ValueError as error:
+        return parser.error(str(error))
 
 
 def _console(options, program):
@@ -273,7 +304,8 @@ def _serve(options, program, arguments):
     try:
         return serve.serve(program, arguments, options.kind, options.listen,
                            bool(options.wait), options.handshake, options.hook,
-                           options.token_file, not options.no_token, bool(options.post_mortem))
+                           options.token_file, not options.no_token, bool(options.post_mortem),
+                           options.connect)
     except (runner.CannotRead, serve.CannotServe) as error:
         _complain(error, options.handshake)
         return 2

@@ -9,6 +9,7 @@ usage: ./morvik COMMAND [OPTIONS]
   python [--python EXE] [--asan] -- ARGS  run the host with the module importable
   python --as-is --python EXE -- ARGS     the same where it is built for EXE, else with what is
                                           installed for it
+  python --as-is --or-build --python EXE  the same, and builds for EXE where there is neither
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   run ... [-O ...] -m MODULE | -c TEXT    what else the interpreter takes, with its options
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
@@ -20,6 +21,8 @@ usage: ./morvik COMMAND [OPTIONS]
   run --listen unix:PATH [--wait] ...     the same, at a socket that only its user can connect to
       --post-mortem                       wait for one when an exception has ended it
       --token-file FILE | --no-token      what they have to show instead of a new token
+  run --connect [HOST:]PORT PROGRAM       run PROGRAM for an editor that waits there ("listen")
+      --token-file FILE                   the token that it has, where that is not found
   attach [--python EXE] [--just-my-code] PID  debug a program that runs already
   connect [--python EXE] [HOST:]PORT      debug one that listens, in the terminal
   connect ... unix:PATH | PID             the same, at a socket, or in a process
@@ -42,17 +45,17 @@ EOF
 
 # The options that have a value, and what it is.
 declare -A option_values=(
-    [--python]='an interpreter' [--listen]='a port' [--token-file]='a file'
-    [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
+    [--python]='an interpreter' [--listen]='a port' [--connect]='a port'
+    [--token-file]='a file' [--hook]=MODULE:NAME [--target]='a folder' [--tty]='a terminal')
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
-# hosts, asan, as_is, long, listen, wait, just_my_code, post_mortem, tty, no_color, hooks, token,
-# target, and the others in rest.
+# hosts, asan, as_is, or_build, long, listen, connect, wait, just_my_code, post_mortem, tty, no_color,
+# hooks, token, target, and the others in rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
-    hosts=() asan='' as_is='' long='' listen='' wait='' just_my_code='' post_mortem=''
-    tty='' no_color='' hooks=() token=() target='' rest=()
+    hosts=() asan='' as_is='' or_build='' long='' listen='' connect='' wait=''
+    just_my_code='' post_mortem='' tty='' no_color='' hooks=() token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -81,11 +84,13 @@ read_options() {
         fi
         case $name in
             --python) hosts+=("$value") ;;
-            --asan | --as-is | --wait | --long | --just-my-code | --post-mortem | --no-color)
+            --asan | --as-is | --or-build | --wait | --long | --just-my-code | --post-mortem | \
+                --no-color)
                 name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
             --listen) listen=$value ;;
+            --connect) connect=$value ;;
             --tty) tty=$value ;;
             --no-token) token+=(--no-token) ;;
             --token-file) token+=(--token-file "$value") ;;
@@ -132,7 +137,8 @@ in_host() {
 }
 
 # as_it_is EXE ARGS...: the same where it has been built for EXE, else becomes EXE itself, for which
-# Morvik is installed then. Builds for nobody for the first time.
+# Morvik is installed then. Builds for nobody for the first time, but with --or-build for an EXE that
+# has neither.
 as_it_is() {
     local exe
     exe=$(type -P "$1") || die "no such interpreter: $1"
@@ -140,10 +146,15 @@ as_it_is() {
     if is_host "$exe" && is_built "$exe"; then
         in_host "$exe" '' "$@"
     fi
-    "$exe" -c 'import imp; [imp.find_module(name) for name in "sorrel", "_sorrel"]' 2>/dev/null ||
+    if "$exe" -c 'import imp; [imp.find_module(name) for name in "sorrel", "_sorrel"]' \
+        2>/dev/null; then
+        exec "$exe" "$@"
+    fi
+    [[ -n $or_build ]] ||
         die "Morvik is neither built for $exe (./morvik build --python $exe, or \"build\": true)" \
             "nor installed there"
-    exec "$exe" "$@"
+    exe=$(named_host "$exe") || exit
+    in_host "$exe" '' "$@"
 }
 
 command_setup() {
@@ -179,8 +190,9 @@ expect_adapter() {
 
 command_python() {
     local exe
-    read_options --asan --as-is -- "$@"
+    read_options --asan --as-is --or-build -- "$@"
     expect_adapter "${rest[@]}"
+    [[ -z $or_build || -n $as_is ]] || usage_error "--or-build goes with --as-is"
     if [[ -n $as_is ]]; then
         ((${#hosts[@]} > 0)) || usage_error "--as-is goes with --python"
         as_it_is "${hosts[-1]}" "${rest[@]}"
@@ -191,17 +203,20 @@ command_python() {
 
 command_run() {
     local exe words=()
-    read_options --listen --wait --just-my-code --post-mortem --tty --no-color --hook --token-file \
-        --no-token - \
+    read_options --listen --connect --wait --just-my-code --post-mortem --tty --no-color --hook \
+        --token-file --no-token - \
         -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
     [[ -z $just_my_code || -z $listen ]] || usage_error "--just-my-code does not go with --listen"
     [[ -z $tty || -z $listen ]] || usage_error "--tty and --listen do not go together"
-    ((${#token[@]} == 0)) || [[ -n $listen ]] || usage_error "${token[0]} goes with --listen"
+    ((${#token[@]} == 0)) || [[ -n $listen || -n $connect ]] ||
+        usage_error "${token[0]} goes with --listen"
     exe=$(one_host) || exit
-    [[ -z $listen ]] || words=(--listen "$listen" ${wait:+--wait} "${token[@]}")
+    [[ -z $listen ]] || words=(--listen "$listen")
+    [[ -z $connect ]] || words+=(--connect "$connect")
+    words+=(${wait:+--wait} "${token[@]}")
     [[ -z $just_my_code ]] || words+=(--just-my-code)
     [[ -z $post_mortem ]] || words+=(--post-mortem)
     [[ -z $tty ]] || words+=(--tty "$tty")

@@ -11,7 +11,13 @@ import sys
 
 def refuse(reason):
     sys.stderr.write("%s: %s\n" % (sys.executable, reason))
-    sys.exit(1)
+    sys.stderr.flush()
+    leave(1)
+
+
+def leave(status):
+    # A debug interpreter would report its reference count otherwise.
+    os._exit(status)
 
 
 version = sys.version_info
@@ -20,6 +26,14 @@ if tuple(version)[:2] not in ((2, 6), (2, 7)):
 
 import platform
 from distutils import sysconfig
+
+
+def refuse_without(what):
+    package = "python%d.%d-%s" % (
+        tuple(version)[:2] + (hasattr(sys, "gettotalrefcount") and "dbg" or "dev",))
+    refuse("has no %s (its development files are not installed; Debian has them in %s)" % (
+        what, package))
+
 
 if platform.python_implementation() != "CPython":
     refuse("is %s; CPython is needed" % platform.python_implementation())
@@ -62,7 +76,7 @@ multiarch = config("MULTIARCH")
 includes = existing([sysconfig.get_python_inc(0), sysconfig.get_python_inc(1),
                      config("INCLUDEPY"), config("CONFINCLUDEPY")])
 if not [path for path in includes if os.path.exists(os.path.join(path, "Python.h"))]:
-    refuse("has no Python.h (its development files are not installed)")
+    refuse_without("Python.h")
 if multiarch:
     # pyconfig.h there includes <MULTIARCH/pythonX.Y/pyconfig.h>.
     for path in includes[:]:
@@ -78,7 +92,7 @@ if config("Py_ENABLE_SHARED"):
     names = [name for name in (config("LDLIBRARY"), config("INSTSONAME")) if ".so" in name]
     shared = existing([os.path.join(path, name) for path in library_dirs for name in names])
 if not static and not shared:
-    refuse("has no libpython to link with (its development files are not installed)")
+    refuse_without("libpython to link with")
 
 libraries = []
 for word in " ".join([config("MODLIBS"), config("LIBS"), config("SYSLIBS")]).split():
@@ -111,5 +125,4 @@ for key, value in (("executable", executable),
                    ("module_suffix", config("SO"))):
     print("%s=%s" % (key, value))
 sys.stdout.flush()
-# A debug interpreter would report its reference count on leaving.
-os._exit(0)
+leave(0)

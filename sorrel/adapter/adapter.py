@@ -16,6 +16,7 @@ from sorrel.adapter.answers import answer, event, is_to_end
 from sorrel.adapter.children import Children
 from sorrel.adapter.connection import ToClient, ToProgram
 from sorrel.adapter.launch import CannotLaunch, Launch
+from sorrel.adapter.listen_attach import ListenAttach
 from sorrel.adapter.merging import Merging
 from sorrel.adapter.message_log import MessageLog
 from sorrel.adapter.process import Process
@@ -217,6 +218,10 @@ class Adapter(object):
         request, arguments = local_roots.completed(request, schema.checked(request))
         self._begin_log(request, arguments)
         self._warn_of_unknown(request, arguments)
+        if 'listen' in arguments:
+            self._launch = ListenAttach(arguments, self._tell_how_to_connect)
+            self._begin_to_launch(attach.for_proven(request, arguments))
+            return
         if 'processId' in arguments:
             self._launch = ProcessAttach(arguments, self._hear_of_attaching)
             self._begin_to_launch(attach.for_program(request, arguments))
@@ -452,6 +457,11 @@ class Adapter(object):
             self._progress.hear(written)
         else:
             self._event('output', {'category': 'console', 'output': written})
+
+    def _tell_how_to_connect(self, written, token):
+        if token is not None and self._client.log is not None:
+            self._client.log.keep_back(token)
+        self._event('output', {'category': 'console', 'output': written})
 
     def _tell_output(self, category, written):
         if self._launch is not None:

@@ -15,7 +15,7 @@ _CONNECT_PATIENCE = 10.0
 # What the program wants to know: not what is for the adapter alone, or for the editor.
 _PASSED_ON = frozenset(name.rstrip('?') for name in schema.ATTACH).difference(
     ('connect', 'host', 'port', 'socket', 'tokenFile', 'processId', 'python', 'build',
-     'logToFile'))
+     'logToFile', 'listen'))
 # Where a program is found, and what is to be shown there.
 _PLACE = ('connect', 'host', 'port', 'socket', 'token', 'tokenFile')
 # What a process has no first line for is not passed on to it.
@@ -27,7 +27,7 @@ def connect(arguments):
     """A socket that is connected to the program. Raises Refused."""
     place = arguments.get('connect', arguments)
     if ('port' in place) == ('socket' in arguments):
-        raise Refused('attach needs either a port, a socket or a processId')
+        raise Refused('attach needs either a port, a socket, a processId or listen')
     if 'socket' in arguments:
         name = _path(arguments['socket'])
         make = lambda: _connected_to_path(name)
@@ -62,6 +62,13 @@ def for_program(request, arguments):
     return dict(request, arguments=passed)
 
 
+def for_proven(request, arguments):
+    """The same for a program to which no token is to be shown any more."""
+    passed = for_program(request, arguments)
+    passed['arguments'].pop('token', None)
+    return passed
+
+
 def settings_of_child(arguments):
     """Of what a client has begun a program with, what holds for what that starts, too."""
     return dict((name, value) for name, value in arguments.items() if name in _FOR_CHILDREN)
@@ -88,9 +95,8 @@ def _advice(error, arguments):
         place = u'%d' % found['port']
         if host not in (None, u'127.0.0.1', u'localhost'):
             place = u'%s:%s' % (host, place)
-    command = u'./morvik run' if os.path.exists(interpreters.MORVIK) else u'python -m sorrel'
     return u'. No program listens there; one does that is started with: %s --listen %s PROGRAM' % (
-        command, place)
+        text(interpreters.command_of_person()), place)
 
 
 def _token(arguments, connection):

@@ -13,7 +13,6 @@ import subprocess
 import time
 
 from sorrel.adapter import interpreters
-from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 
 _TELL_VERSION = 'import sys; sys.stdout.write("version %d.%d;" % tuple(sys.version_info)[:2])'
@@ -42,19 +41,19 @@ def check_program(path, folder):
 
 def check_interpreter(python, environment, folder):
     """python: as a client names it for what is started so. Raises Refused."""
-    path = _found(python, environment, folder)
+    path = found(python, environment, folder)
     if path is None:
         raise Refused('no such interpreter: %s' % python)
     if os.path.realpath(path) == os.path.realpath(interpreters.own()):
         return
-    version = _version(path, environment, folder)
+    version = version_of(path, environment, folder)
     if version is None:
         raise Refused('%s is no Python; 2.6 or 2.7 is needed' % path)
     if version not in ('2.6', '2.7'):
         raise Refused('%s is Python %s; 2.6 or 2.7 is needed' % (path, version))
 
 
-def _found(name, environment, folder):
+def found(name, environment, folder):
     """The path of a program; None where there is none."""
     folders = [''] if '/' in name else environment.get('PATH', os.defpath).split(os.pathsep)
     for one in folders:
@@ -64,33 +63,41 @@ def _found(name, environment, folder):
     return None
 
 
-def _version(path, environment, folder):
+def version_of(path, environment, folder):
+    """Such as '2.7'; None for what is no Python."""
+    said = said_by([path, '-E', '-c', _TELL_VERSION], environment, folder, _VERSION, _ANSWER_SIZE)
+    return said and said.group(1)
+
+
+def said_by(command, environment, folder, expected, most):
+    """The match of what is expected, as a pattern, in what the command writes; None where it does
+    not say so in time, or within so many letters."""
     try:
         nothing = open(os.devnull, 'r+')
         try:
             process = subprocess.Popen(
-                [path, '-E', '-c', _TELL_VERSION], env=environment, cwd=folder, stdin=nothing,
-                stdout=subprocess.PIPE, stderr=nothing, close_fds=True)
+                command, env=environment, cwd=folder, stdin=nothing, stdout=subprocess.PIPE,
+                stderr=nothing, close_fds=True)
         finally:
             nothing.close()
     except EnvironmentError:
         return None
-    found = _VERSION.search(_read(process.stdout.fileno()))
+    said = expected.search(_read(process.stdout.fileno(), expected, most))
     if process.poll() is None:
         process.kill()
     process.wait()
     process.stdout.close()
-    return found and found.group(1)
+    return said
 
 
-def _read(output):
+def _read(output, expected, most):
     """What is written there within the time there is, up to what an answer can be."""
     until = time.time() + _PATIENCE
     written = ''
-    while len(written) < _ANSWER_SIZE and not _VERSION.search(written):
+    while len(written) < most and not expected.search(written):
         try:
             ready = select.select([output], [], [], max(0.0, until - time.time()))[0]
-            more = os.read(output, _ANSWER_SIZE) if ready else ''
+            more = os.read(output, most) if ready else ''
         except (OSError, select.error) as error:
             if error.args[0] == errno.EINTR:
                 continue
@@ -98,4 +105,4 @@ def _read(output):
         if not more:
             break
         written += more
-    return text(written)
+    return written

@@ -17,19 +17,26 @@ _LAUNCHER = 'morvik-python'
 _HOST = re.compile(r'^MORVIK_PYTHON:FILEPATH=(.*)$', re.MULTILINE)
 
 
-def command(arguments, interpreter):
+def command(arguments, interpreter, may_build=False):
     """The words before what it is to run, where a client's request has these arguments.
 
-    interpreter: the one that is meant where they name none. Raises Refused.
+    interpreter: the one that is meant where they name none. may_build: whether Morvik is built for
+    one that has nothing else, where they do not say. Raises Refused.
     """
     python = named(arguments) or interpreter
-    is_to_be_built = bool(arguments.get('build'))
     if os.path.exists(MORVIK):
-        return [MORVIK, 'python'] + ([] if is_to_be_built else ['--as-is']) + [
+        return [MORVIK, 'python'] + _extent_of_build(arguments.get('build'), may_build) + [
             '--python', python, '--']
-    if is_to_be_built:
+    if arguments.get('build'):
         raise Refused('there is nothing here that could be built: Morvik is installed')
     return [python]
+
+
+def _extent_of_build(wanted, may_build):
+    """Options of the morvik command. wanted: by the client; None where it does not say."""
+    if wanted:
+        return []
+    return ['--as-is', '--or-build'] if wanted is None and may_build else ['--as-is']
 
 
 def named(arguments):
@@ -40,6 +47,11 @@ def named(arguments):
 def options(arguments):
     """Those of the interpreter's that a request to launch has."""
     return arguments.get('python', [])[1:] + arguments.get('pythonArgs', [])
+
+
+def command_of_person():
+    """What a person types to run a program under the debugger."""
+    return './morvik run' if os.path.exists(MORVIK) else 'python -m sorrel'
 
 
 def own():

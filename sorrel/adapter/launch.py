@@ -5,7 +5,7 @@ from __future__ import absolute_import
 import os
 import subprocess
 
-from sorrel.adapter import checks, environment_files, interpreters
+from sorrel.adapter import checks, environment_files, interpreters, wrappers
 from sorrel.common.decoding import text
 from sorrel.processes import commands, guard, own_folders
 from sorrel.protocol.launch_callers import Handshake
@@ -24,9 +24,13 @@ class Launch(object):
         """arguments: those of the client's launch request. Raises CannotLaunch and Refused."""
         self._arguments = arguments
         self._handshake = None
-        self._interpreter = interpreters.command(arguments, interpreters.own())
         self._folder = self._find_folder()
         self._variables_of_file = self._read_variables()
+        # Those that a wrapper of the interpreter sets, and None for those that it removes.
+        self._variables_of_wrapper = {}
+        self._unwrap()
+        self._interpreter = interpreters.command(
+            self._arguments, interpreters.own(), may_build=True)
         self._command = self._make_command()
         self._check()
 
@@ -99,10 +103,25 @@ class Launch(object):
         return environment_files.variables(
             os.path.join(self._folder, path.encode('utf-8'))) if path else {}
 
+    def _unwrap(self):
+        """Where a wrapper is named, what it becomes is the interpreter."""
+        python = self._arguments.get('python')
+        if not python or not os.path.isdir(self._folder):
+            return
+        try:
+            wrapped = wrappers.unwrapped(python, self._environment(), self._folder)
+        except TypeError:
+            return  # A NUL in a word: it cannot be started.
+        if wrapped is not None:
+            self._variables_of_wrapper = wrapped.variables
+            self._arguments = dict(self._arguments, python=wrapped.python)
+
     def _variables_in_terminal(self):
         variables = dict(
             (text(name), text(value)) for name, value in self._variables_of_file.items())
         variables.update(self._arguments.get('env') or {})
+        variables.update((text(name), value and text(value))
+                         for name, value in self._variables_of_wrapper.items())
         return variables
 
     def _check(self):
@@ -154,6 +173,11 @@ class Launch(object):
                 environment.pop(name.encode('utf-8'), None)
             else:
                 environment[name.encode('utf-8')] = value.encode('utf-8')
+        for name, value in self._variables_of_wrapper.items():
+            if value is None:
+                environment.pop(name, None)
+            else:
+                environment[name] = value
         return environment
 
 

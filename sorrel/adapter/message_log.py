@@ -10,7 +10,7 @@ import time
 from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 
-_SECRET = u'...'
+_SECRET = '...'
 
 
 class MessageLog(object):
@@ -18,6 +18,11 @@ class MessageLog(object):
     def __init__(self, path, descriptor):
         self.path = path
         self._descriptor = descriptor
+        self._kept_back = []
+
+    def keep_back(self, word):
+        """Of a text that this word is in, it is left out."""
+        self._kept_back.append(word)
 
     @classmethod
     def wanted(cls, path):
@@ -37,6 +42,8 @@ class MessageLog(object):
     def note(self, speaker, message):
         """speaker: who says it, 'client' or 'adapter'."""
         line = '%.3f %s %s\n' % (time.time(), speaker, json.dumps(_without_token(message)))
+        for word in self._kept_back:
+            line = line.replace(json.dumps(word)[1:-1], _SECRET)
         try:
             os.write(self._descriptor, line)
         except OSError:

@@ -41,7 +41,6 @@ _INSTEAD = {
     'redirectOutput': 'what a launched program writes is shown in any case',
     'localRoot': 'use "pathMappings"',
     'remoteRoot': 'use "pathMappings"',
-    'listen': 'the program listens, and is attached to by "port" or "socket"',
     'address': 'use "host"',
     'secret': 'use "token"',
     'pid': 'use "processId"',

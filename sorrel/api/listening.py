@@ -5,13 +5,13 @@ from __future__ import absolute_import
 import atexit
 import os
 
-from sorrel.api import Error
+from sorrel.api import addresses, connecting, Error
 from sorrel.common.originals import thread, time
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import tokens
 from sorrel.server import access
 from sorrel.server.frontend import Program
-from sorrel.server.network.listening import InUse, Path, Port, place
+from sorrel.server.network.listening import InUse, place
 from sorrel.server.shared import sources
 from sorrel.service import late
 from sorrel.service.service import Service
@@ -99,7 +99,7 @@ class _Place(object):
 
 
 def listen(address, token, token_file):
-    wanted = _wanted(address)
+    wanted = addresses.wanted(address)
     if token_file is not None and not isinstance(token_file, basestring):
         raise TypeError('token_file must be the name of a file')
     if token_file is not None and not token:
@@ -140,32 +140,12 @@ def _place():
 
 def _can_come():
     known = _places.get(os.getpid())
-    if known is not None and known.is_open():
+    if known is not None and known.is_open() or connecting.is_connected():
         return True
     # A program that was started to listen.
     service = Service.of_this_process()
     can_be_reached = getattr(service and service.front_end, 'can_be_reached', None)
     return can_be_reached is not None and can_be_reached()
-
-
-def _wanted(address):
-    """A Port or Path."""
-    if isinstance(address, basestring):
-        if not address.startswith('unix:') or address == 'unix:':
-            raise ValueError('not (host, port) nor unix:PATH: %r' % address)
-        # Relative to where the program is now.
-        return Path(os.path.abspath(str(address[len('unix:'):])))
-    try:
-        host, port = address
-    except (TypeError, ValueError):
-        raise TypeError("an address is a (host, port) or 'unix:PATH', not %r" % (address,))
-    if host is not None and not isinstance(host, basestring):
-        raise TypeError('a host is a string, not %r' % (host,))
-    if not isinstance(port, (int, long)) or isinstance(port, bool):
-        raise TypeError('a port is a number, not %r' % (port,))
-    if not 0 <= port <= 65535:
-        raise ValueError('no port has the number %d' % port)
-    return Port(str(host or '127.0.0.1'), int(port))
 
 
 def _forget():

@@ -1,9 +1,9 @@
 """What the arguments of requests have to look like, and other parts of messages.
 
 A shape is a type, a set of words, a list of one shape for an array of any length, Words, a
-PathOrSwitch, a Mapping, a Number, Rules, or a dict for an object: the shapes of its attributes by
-their names. A "?" after a name says that the attribute may be missing or null; attributes without a shape
-are nobody's business.
+PathOrSwitch, a Mapping, a Number, a PortOrPlace, Rules, or a dict for an object: the shapes of its
+attributes by their names. A "?" after a name says that the attribute may be missing or null;
+attributes without a shape are nobody's business.
 """
 
 from __future__ import absolute_import
@@ -13,6 +13,7 @@ from sorrel.common.decoding import text
 from sorrel.protocol.messages import Refused
 
 _MOST = (1 << 31) - 1
+_MOST_PORT = 65535
 
 
 class Number(object):
@@ -33,6 +34,10 @@ class Rules(object):
 
 class Mapping(object):
     """An object with attributes of any name, all of them strings or null."""
+
+
+class PortOrPlace(object):
+    """The number of a port, or an object with that and a host: an object is what is handed out."""
 
 
 _SOURCE = {'name?': unicode, 'path?': unicode, 'sourceReference?': int}
@@ -58,9 +63,9 @@ LAUNCH = dict(DEBUGGING, **{
     'console?': frozenset(('internalConsole', 'integratedTerminal', 'externalTerminal'))})
 ATTACH = dict(DEBUGGING, **{
     'logToFile?': PathOrSwitch(),
-    'connect?': _PLACE, 'host?': unicode, 'port?': int, 'socket?': unicode, 'token?': unicode,
-    'tokenFile?': unicode, 'processId?': Number(), 'subProcessId?': Number(),
-    'python?': Words(), 'build?': bool})
+    'connect?': _PLACE, 'listen?': PortOrPlace(), 'host?': unicode, 'port?': int,
+    'socket?': unicode, 'token?': unicode, 'tokenFile?': unicode, 'processId?': Number(),
+    'subProcessId?': Number(), 'python?': Words(), 'build?': bool})
 
 _SHAPES = {
     'initialize': {'linesStartAt1?': bool, 'columnsStartAt1?': bool, 'pathFormat?': unicode,
@@ -141,6 +146,12 @@ def _checked(shape, value, name):
     if isinstance(shape, Rules):
         return [_checked_rule(rule, u'%s[%d]' % (name, number))
                 for number, rule in enumerate(_checked([_RULE], value, name))]
+    if isinstance(shape, PortOrPlace):
+        shape = _PLACE if isinstance(value, dict) else int
+        found = _checked(shape, value, name)
+        found = found if shape is _PLACE else {'port': found}
+        _require(found['port'] <= _MOST_PORT, name, u'is no port')
+        return found
     if isinstance(shape, Mapping):
         _require(isinstance(value, dict), name, u'is no object')
         for key, item in value.items():

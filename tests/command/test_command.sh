@@ -47,6 +47,7 @@ refused "unknown option: --x" run --x
 refused "unknown option: --x" demo --x
 refused "unknown option: --x" test --x
 refused "--python needs an interpreter" build --python
+refused "--or-build goes with --as-is" python --or-build -- -c pass
 refused "--python needs an interpreter" bench --python
 refused "--hook needs MODULE:NAME" run --hook
 refused "--tty needs a terminal" run --tty
@@ -54,6 +55,7 @@ refused "unknown option: --no-color=1" run --no-color=1 "$0"
 refused "--tty and --listen do not go together" run --tty /dev/tty --listen 0 "$0"
 refused "unknown option: --hook" demo --hook a:b
 refused "--token-file needs a file" run --listen 0 --token-file
+refused "--connect needs a port" run --connect
 refused "--no-token goes with --listen" run --no-token "$0"
 refused "--token-file goes with --listen" run --token-file=x "$0"
 refused "--just-my-code does not go with --listen" run --just-my-code --listen 0 "$0"

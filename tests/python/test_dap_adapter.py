@@ -90,7 +90,7 @@ class AdapterTest(dap_session.TestCase):
         adapter.refusal('launch', program=self.path, env={'A': 'a\0b'})
         for place in {}, {'port': 1, 'socket': 'x'}:
             self.assertEqual(adapter.refusal('attach', **place),
-                             'attach needs either a port, a socket or a processId')
+                             'attach needs either a port, a socket, a processId or listen')
         self.assertEqual(adapter.refusal('attach', port='x'), 'port is no whole number from 0 on')
         for port in 1, 65536, 2000000000:
             self.assert_in('cannot connect to', adapter.refusal('attach', port=port))

@@ -138,7 +138,8 @@ class LaunchTest(TestCase):
     def test_neither_built_nor_installed(self):
         adapter = self.start()
         adapter.ask('initialize')
-        why = adapter.refusal('launch', program=self.script(PROGRAM), python=sys.executable)
+        why = adapter.refusal('launch', program=self.script(PROGRAM), python=sys.executable,
+                              build=False)
         self.assertEqual(why, (
             'the program could not be started: Morvik is neither built for %(python)s '
             '(./morvik build --python %(python)s, or "build": true) nor installed there')
@@ -147,7 +148,7 @@ class LaunchTest(TestCase):
 
     def test_neither_built_nor_installed_in_a_terminal(self):
         self.assert_in('Morvik is neither built for', refusal_in_terminal(
-            self.start(), program=self.script(PROGRAM), python=sys.executable))
+            self.start(), program=self.script(PROGRAM), python=sys.executable, build=False))
 
     def test_no_such_interpreter(self):
         adapter = self.start()
@@ -218,6 +219,26 @@ class BuildTest(TestCase):
         self.assertEqual(self.debugged(self.start(), build=True), '42 %s\n' % sys.executable)
         self.assertEqual(len(self.built()), 1)
         self.assertEqual(self.debugged(self.start()), '42 %s\n' % sys.executable)
+
+    def test_it_is_built_for_an_interpreter_that_has_nothing_else(self):
+        self.assertEqual(self.debugged(self.start()), '42 %s\n' % sys.executable)
+        self.assertEqual(len(self.built()), 1)
+
+    def test_what_is_missing_for_a_build_is_named_with_its_package(self):
+        output = open(os.path.join(self.checkout, 'tools', 'describe_host.py'), 'r+')
+        described = output.read()
+        output.seek(0)
+        output.write(described.replace('(path, "Python.h")', '(path, "None.h")'))
+        output.truncate()
+        output.close()
+        adapter = self.start()
+        adapter.ask('initialize')
+        kind = hasattr(sys, 'gettotalrefcount') and 'dbg' or 'dev'
+        self.assert_in(
+            'has no Python.h (its development files are not installed; Debian has them in '
+            'python%d.%d-%s)' % (sys.version_info[:2] + (kind,)), adapter.refusal(
+                'launch', program=self.script(PROGRAM), python=sys.executable))
+        self.assertEqual(self.built(), [])
 
     def test_the_client_hears_how_far_it_is(self):
         adapter = self.start()
