@@ -4,9 +4,9 @@ from __future__ import absolute_import
 
 import atexit
 import os
-import thread
 
 from sorrel.api import addresses, Error
+from sorrel.common.originals import thread
 from sorrel.processes.forks import call_in_children
 from sorrel.protocol import token_proof, tokens
 from sorrel.server import connected

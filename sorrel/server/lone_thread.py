@@ -2,8 +2,7 @@
 
 from __future__ import absolute_import
 
-import time
-
+from sorrel.common.originals import time
 from sorrel.service import living
 from sorrel.service.stops import OTHERS_WAIT, OTHERS_WAIT_FIRST
 
