@@ -3,7 +3,7 @@
 from __future__ import absolute_import
 
 from sorrel.adapter.debuggee import in_order
-from sorrel.adapter.numbers import FIRST_GIVEN
+from sorrel.adapter.numbers import FIRST_GIVEN, is_number
 
 
 class Asked(object):
@@ -38,7 +38,7 @@ class MergedBreakpoints(object):
 
     def all(self):
         """What a process that comes late is to be asked, in this order."""
-        return list(self._all)
+        return [asked for asked in self._all if not is_number(asked.key[1])]
 
     def heard(self, asked, process, body):
         """A process has answered. Returns the breakpoints that the client is to be told of."""
@@ -145,4 +145,8 @@ def _key(request):
     arguments = request.get('arguments')
     source = arguments.get('source') if isinstance(arguments, dict) else None
     path = source.get('path') if isinstance(source, dict) else None
-    return request['command'], path if isinstance(path, unicode) else None
+    if isinstance(path, unicode):
+        return request['command'], path
+    # Of a source that one process alone has.
+    reference = source.get('sourceReference') if isinstance(source, dict) else None
+    return request['command'], reference if is_number(reference) else None

@@ -10,7 +10,7 @@ import functools
 from sorrel.adapter.answers import answer, event, is_to_end
 from sorrel.adapter.debuggee import Debuggee, Exchange, in_order
 from sorrel.adapter.merged_breakpoints import MergedBreakpoints
-from sorrel.adapter.numbers import is_number, Numbers, OF_STOP, FRAME, THREAD, Unknown
+from sorrel.adapter.numbers import is_number, Numbers, OF_STOP, FRAME, SOURCE, THREAD, Unknown
 
 # How long the others wait for a process that does not answer, in seconds.
 PATIENCE = 2.0
@@ -40,6 +40,7 @@ class Merging(object):
             'threads': self._ask_for_threads, 'modules': self._ask_for_modules,
             'loadedSources': self._ask_for_sources, 'setBreakpoints': self._set_breakpoints,
             'setFunctionBreakpoints': self._set_breakpoints,
+            'breakpointLocations': self._ask_for_locations,
             'setExceptionBreakpoints': self._set_exceptions, 'pause': self._pause,
             'configurationDone': self._configuration_done, 'cancel': self._cancel,
             'disconnect': self._end, 'terminate': self._end}
@@ -126,7 +127,8 @@ class Merging(object):
                 self._learn_threads(other)
         process.is_taking_part = True
         for asked in self._breakpoints.all():
-            self._ask_quietly(process, asked.key[0], asked.arguments,
+            self._ask_quietly(process, asked.key[0],
+                              self._arguments_for(asked.arguments, process),
                               functools.partial(self._hear_breakpoints, asked))
         if self._exceptions is not None:
             self._ask_quietly(process, 'setExceptionBreakpoints', self._exceptions)
@@ -305,10 +307,57 @@ class Merging(object):
                 found += self._numbers.to_client(process, body)[name]
         return found
 
+    def _ask_for_locations(self, request, now):
+        if _has_path(request.get('arguments')):
+            self._ask_all(request, now, self._finish_locations, arguments=functools.partial(
+                self._arguments_for, request.get('arguments')))
+        else:
+            self._ask_owner(request, now)
+
+    def _finish_locations(self, exchange):
+        if not exchange.bodies:
+            self._refuse(exchange)
+            return
+        found = []
+        for place in self._items(exchange, 'breakpoints'):
+            if place not in found:
+                found.append(place)
+        self._answer(exchange, {'breakpoints': sorted(found, key=_line)})
+
+    def _arguments_for(self, arguments, process):
+        """The same for one process: the number of a source that has a path is its owner's."""
+        if not _has_path(arguments) or 'sourceReference' not in arguments['source']:
+            return arguments
+        source = dict(arguments['source'])
+        try:
+            owner, own = self._numbers.find(SOURCE, source['sourceReference'], self._first()) \
+                if is_number(source['sourceReference']) else (None, None)
+        except Unknown:
+            owner = None
+        if owner is process:
+            source['sourceReference'] = own
+        else:
+            del source['sourceReference']
+        return dict(arguments, source=source)
+
     def _set_breakpoints(self, request, now):
+        arguments = request.get('arguments')
+        if request['command'] == 'setBreakpoints' and not _has_path(arguments):
+            self._set_in_owned(request)
+            return
         asked = self._breakpoints.ask(request)
         self._ask_all(request, now, functools.partial(self._finish_breakpoints, asked),
-                      functools.partial(self._hear_breakpoints, asked))
+                      functools.partial(self._hear_breakpoints, asked),
+                      functools.partial(self._arguments_for, arguments))
+
+    def _set_in_owned(self, request):
+        """In a source that one process alone has."""
+        process, arguments = self._numbers.to_process(request.get('arguments'), self._first())
+        asked = self._breakpoints.ask(request)
+        exchange = self._opened(Exchange(
+            request, functools.partial(self._finish_breakpoints, asked), None,
+            functools.partial(self._hear_breakpoints, asked)))
+        exchange.ask(process or self._looked_at(), request['command'], arguments)
 
     def _hear_breakpoints(self, asked, process, body):
         if self.has(process):
@@ -504,6 +553,15 @@ class Merging(object):
 def _name(thread):
     name = thread.get('name')
     return name if isinstance(name, unicode) else u''
+
+
+def _has_path(arguments):
+    source = arguments.get('source') if isinstance(arguments, dict) else None
+    return isinstance(source, dict) and isinstance(source.get('path'), unicode)
+
+
+def _line(place):
+    return place.get('line') if isinstance(place, dict) else None
 
 
 def _with_body(body):

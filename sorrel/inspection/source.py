@@ -26,7 +26,7 @@ def is_made_up(frame):
 
 def is_made_up_name(name, globals):
     """The same of a name, for code of the module with these variables."""
-    if _is_no_file(name):
+    if is_no_file(name):
         return True
     # What was compiled elsewhere has at least its last part in common with the module's file.
     of_module = dict.get(globals, '__file__')
@@ -45,7 +45,7 @@ def line(entry, number):
 
     For a thread of the program: the loader of the module may be asked.
     """
-    if _is_no_file(entry.path):
+    if is_no_file(entry.path):
         return given_texts.line(entry.frame.f_code, number)
     found = line_of_file(entry.path, number)
     if found:
@@ -64,7 +64,7 @@ def of_loader(path, globals):
 
     globals: the module's. The loader may be the program's, and is only to be asked in its threads.
     """
-    if _is_no_file(path) or text_files.is_file(path):
+    if is_no_file(path) or text_files.is_file(path):
         return ''
     try:
         text = globals['__loader__'].get_source(globals['__name__'])
@@ -77,5 +77,5 @@ def of_loader(path, globals):
     return text
 
 
-def _is_no_file(name):
+def is_no_file(name):
     return name.startswith('<') and name.endswith('>')

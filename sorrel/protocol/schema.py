@@ -64,6 +64,7 @@ _SHAPES = {
     'setBreakpoints': {
         'source': _SOURCE,
         'breakpoints?': [dict(_BREAKPOINT, **{'line': int, 'logMessage?': unicode})]},
+    'breakpointLocations': {'source': _SOURCE, 'line': int, 'endLine?': int},
     'setFunctionBreakpoints': {'breakpoints': [dict(_BREAKPOINT, name=unicode)]},
     'setExceptionBreakpoints': {
         'filters?': [unicode],

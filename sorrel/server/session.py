@@ -58,9 +58,9 @@ class Session(object):
         self.first_line = self.first_column = 1
         self.program_path = program.path
         self.threads = Threads(program.service)
+        self.loaded_sources = LoadedSources(self, program.path)
         self.breakpoints = Breakpoints(self, program.service)
         self.exceptions = Exceptions(program.service)
-        self.loaded_sources = LoadedSources(self, program.path)
         self.stops = Stops(self.breakpoints, program.service.passing, self._error_text)
         self._server = server
         self._program = program
@@ -82,6 +82,7 @@ class Session(object):
             'configurationDone': self._configuration_done, 'disconnect': self._disconnect,
             'terminate': self._terminate, 'pause': self._pause, 'threads': self._list_threads,
             'setBreakpoints': self.breakpoints.set_in_source,
+            'breakpointLocations': self.breakpoints.locations,
             'setFunctionBreakpoints': self.breakpoints.set_functions,
             'setExceptionBreakpoints': self.exceptions.set, 'cancel': self._cancel})
 
@@ -116,9 +117,13 @@ class Session(object):
 
     def _remember(self, command, arguments):
         source = arguments.get('source') if isinstance(arguments, dict) else None
-        path = source.get('path') if isinstance(source, dict) else None
-        if path is None or isinstance(path, unicode):
-            self._said[command, path] = arguments
+        path = None
+        if isinstance(source, dict):
+            path = source.get('path')
+            if not isinstance(path, unicode):
+                return  # What this program alone has made.
+            arguments = dict(arguments, source={'path': path})
+        self._said[command, path] = arguments
 
     def cut_off(self):
         """It was the program that has closed the connection: it means to go on."""
@@ -249,6 +254,7 @@ class Session(object):
         loaded = self._service.modules.take_new()
         if loaded:
             self.loaded_sources.tell_loaded(loaded)
+            self.breakpoints.loaded_anew([path for path, was_known in loaded if was_known])
         if loaded or self.exceptions.lack_types():
             self._look_for_known()
 
@@ -259,6 +265,8 @@ class Session(object):
 
     def imported(self):
         """There are other modules than before."""
+        if self.breakpoints.have_changed_files():
+            self.look_around()
         if self.breakpoints.are_waiting() or self.exceptions.lack_types():
             self._look_for_known()
 

@@ -202,7 +202,8 @@ class StoppedThread(object):
     def _describe(self, entry, references):
         frame = entry.frame
         shown = {'id': references.add(entry), 'name': text(frame.f_code.co_name),
-                 'source': self._session.sources.describe(entry.path, frame.f_globals),
+                 'source': self._session.sources.describe(
+                     entry.path, frame.f_globals, frame.f_code),
                  'line': self._session.to_client_line(entry.line),
                  'column': self._session.first_column}
         module = frame.f_globals.get('__name__')
