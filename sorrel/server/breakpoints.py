@@ -128,10 +128,12 @@ class Breakpoints(object):
         return any(_version(path) != version for path, version in versions.items())
 
     def loaded_anew(self, paths):
-        """The lines of what has changed are others now. In a thread of the program."""
+        """The lines of what was loaded before may be others now. In a thread of the program."""
         real_paths = set([os.path.realpath(path) for path in paths])
         for breakpoint in self._all():
-            if breakpoint.path is not None and os.path.realpath(breakpoint.path) in real_paths:
+            own = [breakpoint.path or ''] + [one.path for one in breakpoint.held]
+            if breakpoint.is_verified \
+                    and real_paths.intersection([os.path.realpath(path) for path in own]):
                 self._tell_if_changed(breakpoint, self._set_anew)
 
     def _learn_texts(self, paths):

@@ -254,7 +254,7 @@ class Session(object):
         loaded = self._service.modules.take_new()
         if loaded:
             self.loaded_sources.tell_loaded(loaded)
-            self.breakpoints.loaded_anew([path for path, was_known in loaded if was_known])
+            self.breakpoints.loaded_anew([path for path, _ in loaded])
         if loaded or self.exceptions.lack_types():
             self._look_for_known()
 

@@ -58,15 +58,16 @@ class FunctionPlaces(object):
     def _find_whole(self, words):
         """By its whole name. What was found to be wrong, or None."""
         place = places.in_text(self._main_path, self._name, self._code_of)
-        if place is None:
-            main = modules.namespace(sys.modules.get('__main__'))
-            place = places.live(main, words, self._code_of)
         refusal = None
         if place is None and len(words) > 1:
             try:
                 place = places.in_modules(self._name, True, self._code_of)
             except Refused as error:
                 refusal = error
+        if place is None:
+            # Last: a module that is being loaded anew is still the old one there.
+            main = modules.namespace(sys.modules.get('__main__'))
+            place = places.live(main, words, self._code_of)
         if place is not None:
             self._found, self.is_final = [place], True
         return refusal

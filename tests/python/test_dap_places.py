@@ -225,6 +225,24 @@ class ReasonTest(PlacesTest):
         self.assertEqual(client.stopped(), 'breakpoint greet:4')
 
 
+    def test_lines_of_a_module_that_is_imported_anew(self):
+        path = self.module('late.py')
+        client = self.attached("del sys.modules['late']\nimport late\nlate.greet('you')")
+        client.evaluate('import late', 'repl')
+        told, = self.set(client, path, 2)
+        self.assertEqual(told['line'], 3)
+        at_function, = self.set_functions(client, 'late.greet')
+        self.write(path, '# More.\n# And more.\n' + MODULE)
+        os.utime(path, (1, 1))
+        self.go_on(client)
+        self.assertEqual(client.stopped(), 'breakpoint <module>:3')
+        client.go()
+        self.assertEqual(client.stopped(), 'function breakpoint greet:5')
+        lines = dict((event['body']['breakpoint']['id'], event['body']['breakpoint']['line'])
+                     for event in client.messages if event.get('event') == 'breakpoint')
+        self.assertEqual(lines[at_function['id']], 5)
+
+
 class LocationsTest(PlacesTest):
 
     def test_lines_with_code(self):
