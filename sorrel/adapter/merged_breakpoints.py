@@ -3,7 +3,7 @@
 from __future__ import absolute_import
 
 from sorrel.adapter.debuggee import in_order
-from sorrel.adapter.numbers import FIRST_GIVEN
+from sorrel.adapter.numbers import FIRST_GIVEN, is_number
 from sorrel.protocol import named_sources
 
 
@@ -39,7 +39,7 @@ class MergedBreakpoints(object):
 
     def all(self):
         """What a process that comes late is to be asked, in this order."""
-        return list(self._all)
+        return [asked for asked in self._all if not is_number(asked.key[1])]
 
     def heard(self, asked, process, body):
         """A process has answered. Returns the breakpoints that the client is to be told of."""
@@ -143,5 +143,9 @@ class MergedBreakpoints(object):
 
 
 def _key(request):
-    path = named_sources.path(named_sources.by_name(request.get('arguments')))
-    return request['command'], path if isinstance(path, unicode) else None
+    path = named_sources.path(request.get('arguments'))
+    if isinstance(path, unicode):
+        return request['command'], path
+    # Of a source that one process alone has.
+    reference = named_sources.reference(request.get('arguments'))
+    return request['command'], reference if is_number(reference) else None

@@ -43,6 +43,7 @@ class Merging(object):
             'threads': self._ask_for_threads, 'modules': self._ask_for_modules,
             'loadedSources': self._ask_for_sources, 'setBreakpoints': self._set_breakpoints,
             'setFunctionBreakpoints': self._set_breakpoints,
+            'breakpointLocations': self._ask_for_locations,
             'setExceptionBreakpoints': self._set_exceptions,
             'setPydevdSourceMap': self._set_source_map, 'pause': self._pause,
             'configurationDone': self._configuration_done, 'cancel': self._cancel,
@@ -132,8 +133,10 @@ class Merging(object):
         for arguments in self._source_maps.values():
             self._ask_quietly(process, 'setPydevdSourceMap', arguments)
         for asked in self._breakpoints.all():
-            self._ask_quietly(process, asked.key[0], named_sources.by_name(asked.arguments),
-                              functools.partial(self._hear_breakpoints, asked))
+            arguments = named_sources.by_name(asked.arguments)
+            if arguments is asked.arguments or named_sources.path(arguments) is not None:
+                self._ask_quietly(process, asked.key[0], arguments,
+                                  functools.partial(self._hear_breakpoints, asked))
         if self._exceptions is not None:
             self._ask_quietly(process, 'setExceptionBreakpoints', self._exceptions)
         self._ask_quietly(process, 'configurationDone')
@@ -197,13 +200,17 @@ class Merging(object):
             return process
 
     def _ask_all(self, request, now, finish, hear=None, arguments=None):
-        """arguments: makes those for a process; None for the request's."""
-        asked = self._taking_part()
+        """arguments: makes those for a process, None where that is not asked; by default the
+        request's.
+        """
+        asked = [(process, arguments(process) if arguments else request.get('arguments'))
+                 for process in self._taking_part()]
+        if arguments:
+            asked = [(process, own) for process, own in asked if own is not None]
         exchange = self._opened(Exchange(
             request, finish, now + PATIENCE if len(asked) > 1 else None, hear))
-        for process in asked:
-            exchange.ask(process, request['command'],
-                         arguments(process) if arguments else request.get('arguments'))
+        for process, own in asked:
+            exchange.ask(process, request['command'], own)
         exchange.finish_if_complete()
 
     def _opened(self, exchange):
@@ -315,14 +322,33 @@ class Merging(object):
                 found += self._numbers.to_client(process, body)[name]
         return found
 
+    def _ask_for_locations(self, request, now):
+        self._ask_all(request, now, self._finish_locations,
+                      arguments=self._in_source(request.get('arguments')))
+
+    def _finish_locations(self, exchange):
+        if not exchange.bodies:
+            self._refuse(exchange)
+            return
+        found = []
+        for place in self._items(exchange, 'breakpoints'):
+            if place not in found:
+                found.append(place)
+        self._answer(exchange, {'breakpoints': sorted(found, key=_line)})
+
+    def _in_source(self, arguments):
+        """Makes what each process is asked: of a source with a reference, one alone knows that."""
+        owner, owned = self._numbers.to_process(arguments, self._first())
+        others = named_sources.by_name(arguments)
+        if owner is not None and named_sources.path(others) is None:
+            others = None
+        return lambda process: owned if process is owner else others
+
     def _set_breakpoints(self, request, now):
         asked = self._breakpoints.ask(request)
-        # Of a source with a reference, only one process knows what that is.
-        owner, owned = self._numbers.to_process(asked.arguments, self._first())
-        others = named_sources.by_name(asked.arguments)
         self._ask_all(request, now, functools.partial(self._finish_breakpoints, asked),
                       functools.partial(self._hear_breakpoints, asked),
-                      lambda process: owned if process is owner else others)
+                      self._in_source(asked.arguments))
 
     def _hear_breakpoints(self, asked, process, body):
         if self.has(process):
@@ -526,6 +552,10 @@ class Merging(object):
 def _name(thread):
     name = thread.get('name')
     return name if isinstance(name, unicode) else u''
+
+
+def _line(place):
+    return place.get('line') if isinstance(place, dict) else None
 
 
 def _with_body(body):

@@ -26,6 +26,14 @@ def code_of(path, version):
     return _running(path) or _beside(path, version)
 
 
+def is_of_another(path, version):
+    """Whether a compiled file belongs to its source as it was before. version: of that now."""
+    try:
+        return _time_in(text_files.content(path)) != _seconds(version)
+    except text_files.Unreadable:
+        return False
+
+
 def _running(path):
     """That of a program which is run from the file, and for which nothing is kept."""
     for frame in _current_frames().values():
@@ -42,10 +50,17 @@ def _beside(path, version):
     """What an import of the file takes in place of its text."""
     try:
         compiled = text_files.content(path + ('c' if __debug__ else 'o'))
-        time = sum([ord(byte) << 8 * place for place, byte in enumerate(compiled[_TIME])])
-        if not compiled.startswith(imp.get_magic()) or time != int(version[0]) & 0xffffffff:
+        if not compiled.startswith(imp.get_magic()) or _time_in(compiled) != _seconds(version):
             return None
         code = marshal.loads(compiled[_HEAD:])
     except (text_files.Unreadable, EOFError, ValueError, TypeError, MemoryError):
         return None
     return code if isinstance(code, types.CodeType) else None
+
+
+def _time_in(compiled):
+    return sum([ord(byte) << 8 * place for place, byte in enumerate(compiled[_TIME])])
+
+
+def _seconds(version):
+    return int(version[0]) & 0xffffffff

@@ -46,6 +46,17 @@ class FileCode(object):
                 found = min(there + [found or last])
         return found
 
+    def lines(self, first, last):
+        """Those of these lines that have code, in their order."""
+        if self._code is None:
+            return [line for line in self._filled if first <= line <= last]
+        self._look_inside()
+        there = set()
+        for begins, ends, code, _ in self._ranges:
+            if begins <= last and ends >= first:
+                there.update(code_lines.of_code(code))
+        return sorted([line for line in there if first <= line <= last])
+
     def class_at(self, line):
         """The name of the class that a line stands in; None for none."""
         self._look_inside()

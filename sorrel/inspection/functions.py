@@ -15,6 +15,8 @@ _DEFINITION = re.compile(r'\s*def\b')
 # How a frame is told that has just begun to run a function: by the name and the first line of its
 # code and, of code that no file has, the code itself, where else only the file and the line count.
 Entry = record('Entry', 'name first_line code', None)
+# The same of code at any line of a text that no file has, by the name that it was compiled under.
+InText = record('InText', 'name')
 
 
 def in_namespace(variables, names):
@@ -41,8 +43,17 @@ def entry(code, path):
     return Entry(code.co_name, code.co_firstlineno) if is_shared or _comes_back(code) else None
 
 
-def is_entry(entry, frame):
-    """Whether a line event in this frame is the first one of a call of the function."""
+def is_reached(wanted, frame):
+    """Whether a line event in this frame is one that an Entry or an InText tells from others.
+
+    Of an Entry it is the first one of a call of the function.
+    """
+    if isinstance(wanted, InText):
+        return frame.f_code.co_filename == wanted.name
+    return _is_entry(wanted, frame)
+
+
+def _is_entry(entry, frame):
     code = frame.f_code
     if frame.f_lasti or code.co_name != entry.name \
             or code.co_firstlineno != entry.first_line:

@@ -41,17 +41,53 @@ def of_module(name):
     return None
 
 
+def names_of(path):
+    """The names that a module in this file may be imported by."""
+    stem = os.path.splitext(path)[0]
+    if os.path.basename(stem) == '__init__':
+        stem = os.path.dirname(stem)
+    package = os.path.dirname(stem)
+    while text_files.is_file(os.path.join(package, '__init__.py')):
+        package = os.path.dirname(package)
+    folders = [os.path.abspath(folder) for folder in sys.path if isinstance(folder, str)]
+    return set([stem[len(folder) + 1:].replace(os.sep, '.') for folder in folders + [package]
+                if stem.startswith(folder + os.sep)])
+
+
 def text(path):
     """The text of a source file of any of these kinds. Raises text_files.Unreadable."""
+    try:
+        return stored_text(path)
+    except text_files.Unreadable as error:
+        found = _of_loader(path)
+        if not found:
+            raise error
+        return found
+
+
+def stored_text(path):
+    """The text of a file, also of one in an archive; for any thread. Raises as text()."""
     try:
         return text_files.text(path)
     except text_files.Unreadable as error:
         found = _in_archive(path)
         if found is None:
-            found = _of_loader(path)
-        if not found:
             raise error
         return found
+
+
+def is_stored(path):
+    """Whether it is a file, or one in an archive."""
+    return text_files.is_file(path) or _in_archive(path) is not None
+
+
+def main_of(path):
+    """The path of the source that is run where this is: of a folder or archive, one inside."""
+    inside = os.path.join(path, '__main__.py')
+    if not path.endswith('.py') and (
+            os.path.isdir(path) or text_files.is_file(path) and _in_archive(inside) is not None):
+        return inside
+    return path
 
 
 def is_readable(path):
@@ -77,10 +113,16 @@ def _in_archive(path):
         archive = outer
     if not archive:
         return None
+    directories = zipimport._zip_directory_cache
+    is_known = archive in directories
     try:
         found = zipimport.zipimporter(archive).get_data(path)
     except (IOError, ImportError):
         return None
+    finally:
+        if not is_known:
+            # The archive may be another one by the time that the program imports of it.
+            directories.pop(archive, None)
     if len(found) > text_files.LIMIT:
         return None
     return found.replace('\r\n', '\n').replace('\r', '\n')

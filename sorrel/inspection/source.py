@@ -26,7 +26,7 @@ def is_made_up(frame):
 
 def is_made_up_name(name, globals):
     """The same of a name, for code of the module with these variables."""
-    if _is_no_file(name):
+    if is_no_file(name):
         return True
     # What was compiled elsewhere has at least its last part in common with the module's file.
     of_module = dict.get(globals, '__file__')
@@ -45,7 +45,7 @@ def line(entry, number):
 
     For a thread of the program: the loader of the module may be asked.
     """
-    if _is_no_file(entry.path):
+    if is_no_file(entry.path):
         return given_texts.line(entry.frame.f_code, number)
     found = line_of_file(entry.path, number)
     if found:
@@ -67,7 +67,7 @@ def of_loader(path, globals):
     if text_files.is_file(path):
         return ''
     # What a module has made itself is not its loader's.
-    if _is_no_file(path) and not _is_name_of(path, globals):
+    if is_no_file(path) and not _is_name_of(path, globals):
         return ''
     try:
         text = globals['__loader__'].get_source(globals['__name__'])
@@ -86,5 +86,5 @@ def _is_name_of(path, globals):
     return type(of_module) is str and of_module == path
 
 
-def _is_no_file(name):
+def is_no_file(name):
     return name.startswith('<') and name.endswith('>')

@@ -107,6 +107,11 @@ def is_hidden(language, frame):
         return False  # The hook has said something else than pairs of a path and a number.
 
 
+def is_key(frame):
+    """Whether the frame's code is such that its frames may stand for lines of a language."""
+    return frame.f_code in _keys
+
+
 def location(language, frame):
     """The (path, line) that a frame stands for, None for one of plain Python."""
     if language is None or frame.f_code not in _keys:

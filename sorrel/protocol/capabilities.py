@@ -3,7 +3,7 @@
 # The ways of stopping at exceptions.
 RAISED, UNCAUGHT, USER_UNHANDLED, PRINTED = 'raised', 'uncaught', 'userUnhandled', 'printed'
 # What is said of a breakpoint that has no code yet.
-WAITING = 'Waits for its module to be loaded.'
+WAITING = 'the module has not been loaded'
 
 
 def announced():
@@ -13,6 +13,7 @@ def announced():
         'supportsConditionalBreakpoints': True,
         'supportsHitConditionalBreakpoints': True,
         'supportsLogPoints': True,
+        'supportsBreakpointLocationsRequest': True,
         'supportsEvaluateForHovers': True,
         'supportsClipboardContext': True,
         'supportsValueFormattingOptions': True,

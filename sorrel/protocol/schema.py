@@ -81,6 +81,7 @@ _SHAPES = {
         'source': {'path': unicode},
         'pydevdSourceMaps': [{'line': int, 'endLine': int, 'runtimeSource': {'path': unicode},
                               'runtimeLine': int}]},
+    'breakpointLocations': {'source': _SOURCE, 'line': int, 'endLine?': int},
     'setFunctionBreakpoints': {'breakpoints': [dict(_BREAKPOINT, name=unicode)]},
     'setExceptionBreakpoints': {
         'filters?': [unicode],

@@ -65,7 +65,8 @@ class Breakpoint(object):
         said = answer.get('message', u'it cannot be set').encode('utf-8')
         if said == capabilities.WAITING:
             said = _NOT_LOADED
-        elif self.place.path is not None or '.' not in self.place.name:
+        elif answer.get('reason') != u'pending' or self.place.path is None \
+                and '.' not in self.place.name:
             self.refusal = said
             return
         self.path, self.line, self.waits_for, self.lack = None, None, self.named, said

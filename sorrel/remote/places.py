@@ -35,7 +35,7 @@ class Places(object):
             if path != entry.path:
                 entry = Entry(None, None, path, 1, 0)
         if where.isdigit():
-            if entry.reference:
+            if entry.reference and not os.path.isabs(entry.path):
                 raise Refused('no breakpoints in lines of what is in no file')
             return Place(entry.path, int(where))
         if not _FUNCTION.match(where):

@@ -7,7 +7,8 @@ from sorrel.protocol.messages import Refused
 from sorrel.remote.connection import Lost
 
 _SOURCE = {'name?': unicode, 'path?': unicode, 'sourceReference?': int}
-_BREAKPOINT = {'id?': int, 'verified': bool, 'message?': unicode, 'line?': int, 'source?': _SOURCE}
+_BREAKPOINT = {'id?': int, 'verified': bool, 'message?': unicode, 'reason?': unicode,
+               'line?': int, 'source?': _SOURCE}
 _BREAKPOINTS = {'breakpoints': [_BREAKPOINT]}
 _DETAILS = {'message?': unicode, 'stackTrace?': unicode}
 _DETAILS['innerException?'] = [_DETAILS]

@@ -63,9 +63,9 @@ class Session(object):
         self.first_line = self.first_column = 1
         self.program_path = program.path
         self.threads = Threads(program.service)
+        self.loaded_sources = LoadedSources(self, program.path, program.service.passing)
         self.breakpoints = Breakpoints(self, program.service)
         self.exceptions = Exceptions(program.service)
-        self.loaded_sources = LoadedSources(self, program.path, program.service.passing)
         self.stops = Stops(self.breakpoints, program.service.passing, self._error_text)
         self._server = server
         self._program = program
@@ -89,6 +89,7 @@ class Session(object):
             'configurationDone': self._configuration_done, 'disconnect': self._disconnect,
             'terminate': self._terminate, 'pause': self._pause, 'threads': self._list_threads,
             'setBreakpoints': self.breakpoints.set_in_source,
+            'breakpointLocations': self.breakpoints.locations,
             'setFunctionBreakpoints': self.breakpoints.set_functions,
             'setExceptionBreakpoints': self.exceptions.set, 'cancel': self._cancel,
             'setPydevdSourceMap': self._map_lines})
@@ -267,6 +268,7 @@ class Session(object):
         loaded = self._service.modules.take_new()
         if loaded:
             self.loaded_sources.tell_loaded(loaded)
+            self.breakpoints.loaded_anew([path for path, _ in loaded])
         if loaded or self.exceptions.lack_types():
             self._look_for_known()
 
@@ -277,6 +279,8 @@ class Session(object):
 
     def imported(self):
         """There are other modules than before."""
+        if self.breakpoints.have_changed_files():
+            self.look_around()
         if self.breakpoints.are_waiting() or self.exceptions.lack_types():
             self._look_for_known()
 

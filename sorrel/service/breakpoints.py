@@ -12,7 +12,7 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common import text_files
 from sorrel.common.originals import thread
 from sorrel.common.records import record
-from sorrel.inspection import evaluation, file_code, private_names, source
+from sorrel.inspection import evaluation, file_code, functions, private_names, source
 from sorrel.service import conditions
 from sorrel.service.checks import Checks
 
@@ -20,8 +20,8 @@ _DESCRIBED = ('path', 'line', 'name', 'waits_for', 'condition', 'temporary', 'ig
               'message', 'enabled')
 
 # file: what the core knows the path as, where it has no such name. entry: the Entry of a function
-# that the line alone does not tell. name: of a function, as it is found by in the file. class_name:
-# of the class that the line stands in.
+# that the line alone does not tell, or an InText. name: of a function, as it is found by in the
+# file. class_name: of the class that the line stands in.
 Place = record('Place', 'path line file entry name class_name', None, None, None, None)
 
 
@@ -64,8 +64,9 @@ class Breakpoint(object):
         self.real_path = self.file and os.path.realpath(self.file)
 
     def is_in_no_file(self):
-        """Whether it is at a function that the program has made of text."""
-        return self.entry is not None and self.entry.code is not None
+        """Whether it is in code that the program has made of text."""
+        return isinstance(self.entry, functions.InText) \
+            or self.entry is not None and self.entry.code is not None
 
     def understand(self):
         self.meant = self.condition

@@ -4,7 +4,8 @@ from __future__ import absolute_import
 
 import os
 
-from sorrel.inspection import functions
+from sorrel.inspection import functions, source
+from sorrel.languages import sublanguages
 from sorrel.service import conditions
 
 
@@ -33,8 +34,12 @@ class Checks(object):
 
     def is_reached(self, breakpoint, frame):
         """Whether a line event at its line is one for this breakpoint."""
-        return breakpoint.enabled and (
-            breakpoint.entry is None or functions.is_entry(breakpoint.entry, frame))
+        if not breakpoint.enabled:
+            return False
+        if breakpoint.entry is not None:
+            return functions.is_reached(breakpoint.entry, frame)
+        # For the core, code that the program has made of text is its module's file's.
+        return not source.is_made_up(frame) or sublanguages.is_key(frame)
 
     def is_due(self, breakpoint, thread, frame):
         """Whether this one stops the calling thread, whose ident this is; counts that."""

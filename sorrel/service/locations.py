@@ -1,4 +1,4 @@
-"""Files and functions of the program as a person names them."""
+"""Files of the program as a person names them."""
 
 from __future__ import absolute_import
 
@@ -6,7 +6,7 @@ import os
 import sys
 
 from sorrel.common import text_files
-from sorrel.inspection import file_code, functions, modules
+from sorrel.inspection import modules
 from sorrel.service.breakpoints import Refused
 
 
@@ -41,33 +41,3 @@ def find_file(name):
         if not error.is_missing:
             raise Refused('cannot read %s: %s' % (name, error))
     raise NoFile('no file %s' % name)
-
-
-def find_function(name, path):
-    """Path and first line of a function by its name in a file, such as "Class.method".
-
-    Where the file has none, the first words of the name may be a module's. Raises Refused.
-    """
-    if len(name) > NAME_LIMIT:
-        raise Refused('no function has so long a name')
-    line = _line_in(path, name)
-    if line is not None:
-        return path, line
-    words = name.split('.')
-    for count in range(len(words) - 1, 0, -1):
-        try:
-            module = find_file(os.path.join(*words[:count]))
-        except Refused:
-            continue
-        line = _line_in(module, '.'.join(words[count:]))
-        if line is not None:
-            return module, line
-    raise Refused('no function %s in %s' % (name, path))
-
-
-def _line_in(path, name):
-    try:
-        code = file_code.of_file(path).functions().get(name)
-    except text_files.Unreadable:
-        return None
-    return code and functions.entry_line(code)

@@ -48,7 +48,7 @@ class Places(object):
         """
         file, rest = _split(named)
         if not file:
-            return _in_modules(rest, False)
+            return in_modules(rest, False, _code)
         paths = _loaded_files(file, others)
         if not paths:
             raise NotLoaded('no file %s' % file)
@@ -60,10 +60,10 @@ class Places(object):
             return self._line(path, int(wanted))
         for _, variables, loaded_path in module_files.loaded():
             if loaded_path == path:
-                place = _live(variables, wanted.split('.'))
+                place = live(variables, wanted.split('.'), _code)
                 if place is not None:
                     return place
-        place = _in_text(path, wanted)
+        place = in_text(path, wanted, _code)
         if place is None:
             raise Refused('no function %s in %s' % (wanted, path))
         return place
@@ -85,13 +85,14 @@ class Places(object):
         except Exception:
             pass  # Not defined yet, perhaps.
         else:
-            return _named(of_function(decorated.behind(value, words[-1]) or value), words[-1])
-        place = _in_text(shown, name)
+            return _named(
+                of_function(decorated.behind(value, words[-1]) or value), words[-1], _code)
+        place = in_text(shown, name, _code)
         if place is not None:
             return place
         if len(words) > 1 and (modules.namespace(sys.modules.get(words[0]))
                                or not _has(words[0], shown, evaluate)):
-            return _in_modules(name, True)
+            return in_modules(name, True, _code)
         raise Refused('no function %s in %s' % (name, shown))
 
 
@@ -184,12 +185,16 @@ def _has(name, shown, evaluate):
     try:
         evaluate(name)
     except Exception:
-        return name in _codes(shown)
+        return name in _codes(shown, _code)
     return True
 
 
-def _in_modules(name, with_others):
-    """A function whose name begins with a module's. with_others: also where that is not loaded."""
+def in_modules(name, with_others, code_of):
+    """The Place of a function whose name begins with a module's. Raises Refused, NotLoaded.
+
+    with_others: also where that is not loaded. code_of: gives the FileCode of a path, or raises
+    text_files.Unreadable.
+    """
     words = name.split('.')
     refusal = None
     for count in range(len(words) - 1, 0, -1):
@@ -198,7 +203,8 @@ def _in_modules(name, with_others):
         path = _module_path(variables)
         if path is None and with_others:
             path = module_files.of_module(module)
-        place = _live(variables, rest) or path and _in_text(path, '.'.join(rest))
+        place = live(variables, rest, code_of) \
+            or path and in_text(path, '.'.join(rest), code_of)
         if place:
             return place
         if refusal is None and (path or variables):
@@ -216,34 +222,34 @@ def _module_path(variables):
     return module_files.path_of(file) if isinstance(file, str) else None
 
 
-def _live(variables, names):
+def live(variables, names, code_of):
     """The Place of what a loaded module has under a name; None where that is no function."""
     try:
         function = decorated.behind(functions.in_namespace(variables, names), names[-1])
     except LookupError:
         return None
-    return function and _named(of_function(function), names[-1])
+    return function and _named(of_function(function), names[-1], code_of)
 
 
-def _named(place, word):
+def _named(place, word, code_of):
     """The same with the name, if it ends with this word, by which its file has the function."""
-    names = [name for name, code in _codes(place.path).items()
+    names = [name for name, code in _codes(place.path, code_of).items()
              if name.split('.')[-1] == word and functions.entry_line(code) == place.line]
-    return _with_class(place._replace(name=names[0] if names else None))
+    return _with_class(place._replace(name=names[0] if names else None), code_of)
 
 
-def _in_text(path, name):
+def in_text(path, name, code_of):
     """The Place of a function by its name in a file; None for none."""
-    code = _codes(path).get(name)
+    code = _codes(path, code_of).get(name)
     if code is None:
         return None
     return _with_class(
-        Place(path, functions.entry_line(code), None, functions.entry(code, path), name))
+        Place(path, functions.entry_line(code), None, functions.entry(code, path), name), code_of)
 
 
-def _with_class(place):
+def _with_class(place, code_of):
     try:
-        return place._replace(class_name=_code(place.path).class_at(place.line))
+        return place._replace(class_name=code_of(place.path).class_at(place.line))
     except text_files.Unreadable:
         return place  # Of code that is in no file, what is evaluated there is asked.
 
@@ -255,9 +261,9 @@ def _code(path):
     return file_code.of_text(module_files.text(path), path)
 
 
-def _codes(path):
+def _codes(path, code_of):
     """The code of a file's functions and classes, by their names."""
     try:
-        return _code(path).functions()
+        return code_of(path).functions()
     except text_files.Unreadable:
         return {}

@@ -96,7 +96,7 @@ class BreakpointStops(object):
 
     def _is_due(self, breakpoint, stop):
         if breakpoint.message is not None or breakpoint.entry is not None \
-                and not functions.is_entry(breakpoint.entry, stop.frame):
+                and not functions.is_reached(breakpoint.entry, stop.frame):
             return False
         holds, error = conditions.judge(breakpoint.meant, stop.thread, stop.frame)
         if error is not None:

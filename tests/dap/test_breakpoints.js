@@ -105,7 +105,7 @@ test('a condition that is no expression is refused', () => withClient(async (cli
 }));
 
 for (const [hitCondition, expected] of Object.entries({
-    '3': [2, 3, 4, 5, 6, 7, 8, 9], '== 3': [2], '=3': [2], '> 8': [8, 9], '>= 8': [7, 8, 9],
+    '3': [2], '== 3': [2], '=3': [2], '> 8': [8, 9], '>= 8': [7, 8, 9],
     '< 3': [0, 1], '<= 3': [0, 1, 2], '% 4': [3, 7], ' %4 ': [3, 7],
 })) {
     test(`of ten hits, "${hitCondition}" stops at ${expected.length}`, () =>

@@ -109,7 +109,7 @@ print packed.run(lambda: made['run'](lambda: 1))  # callbacks
         const frames = await client.stack();
         const sources = frames.map((frame) => frame.source);
         const packed = sources.find((source) => source.name.includes('packed.py'));
-        assert.equal(packed.path, undefined);
+        assert.equal(packed.path, path.join(folder, 'a.zip', 'packed.py'));
         const read = async (source) => (await client.send('source', {
             source, sourceReference: source.sourceReference })).body;
         assert.equal((await read(packed)).content, text);

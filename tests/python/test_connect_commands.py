@@ -127,7 +127,7 @@ class LookTest(TestCase):
         out = self.client(self.place(program), 'next', 'list', 'b 2')[0]
         self.assert_in('> prog.zip/__main__.py(2)<module>()\n-> print value\n', out)
         self.assert_in('  1    \tvalue = 1\n  2  ->\tprint value\n', out)
-        self.assert_in('*** no breakpoints in lines of what is in no file\n', out)
+        self.assert_in('Breakpoint 1 at prog.zip/__main__.py:2\n', out)
 
     def test_values(self):
         answers = self.commands(
@@ -231,11 +231,10 @@ class BreakpointTest(TestCase):
                                         'Breakpoint 4 at prog.py:10\n'])
         self.assertEqual(answers[5:7], ['Breakpoint 5 at beside.py:2\n',
                                         'Breakpoint 6 at beside.py:2\n'])
-        self.assertEqual(answers[7], '*** no function nosuch in prog.py\n')
+        self.assertEqual(answers[7], '*** no function nosuch is loaded\n')
         self.assertEqual(answers[8], '*** no file nofile\n')
         self.assertEqual(answers[9], '*** no code from line 99 of prog.py on\n')
-        self.assertEqual(answers[11], 'Breakpoint 7 is pending: no function no.such in prog.py '
-                                      'yet\n')
+        self.assertEqual(answers[11], 'Breakpoint 7 is pending: no module no yet\n')
         self.assertEqual(answers[12], 'Deleted breakpoint 3\nDeleted breakpoint 4\n')
         self.assert_in('pending no.such\n', answers[13])
 

@@ -531,16 +531,21 @@ class SourcesTest(harness.TestCase):
 class HitsTest(harness.TestCase):
 
     def test_conditions(self):
-        for condition, due in (('3', [3, 4, 5, 6]), ('>= 3', [3, 4, 5, 6]), ('>3', [4, 5, 6]),
+        for condition, due in (('3', [3]), ('>= 3', [3, 4, 5, 6]), ('>3', [4, 5, 6]),
                                ('== 3', [3]), ('= 3', [3]), ('<3', [1, 2]), ('<= 3', [1, 2, 3]),
                                ('%3', [3, 6]), ('% 0', [])):
-            self.assert_(hit_conditions.is_condition(condition))
+            self.assertEqual(hit_conditions.refusal(condition), None)
             self.assertEqual([number for number in range(1, 7)
                               if hit_conditions.is_due(condition, number)], due)
 
     def test_what_is_no_condition(self):
         for text in ('', 'x', '3 4', '!3', '-1', '3.5', '>'):
-            self.assert_(not hit_conditions.is_condition(text), text)
+            self.assert_in('use a number', hit_conditions.refusal(text))
+
+    def test_what_other_debuggers_take_is_refused_with_what_to_use(self):
+        for text, hint in (('@HIT@ == 5', '== 5'), ('@HIT@>5', '> 5'), (' @HIT@ % 5 == 0', '% 5')):
+            self.assertEqual(hit_conditions.refusal(text),
+                             'Not a hit condition: use %s.' % hint)
 
 
 class LazyStackTest(harness.TestCase):

@@ -175,7 +175,7 @@ space['made'](stop)
         os.unlink(path)
         self.at_mark('import compiled\ndef stop():\n    return 7  # here\ncompiled.run(stop)\n')
         source = self.frames()[1]['source']
-        self.assertEqual(source['name'], os.path.join(folder, 'compiled.py'))
+        self.assertEqual(source['path'], os.path.join(folder, 'compiled.py'))
         self.assert_(self.text_of(source)['content'].startswith('# Bytecode of run'))
 
     def test_no_breakpoints_are_set_in_instructions(self):

@@ -510,6 +510,36 @@ class MergingTest(harness.TestCase):
         self.assertEqual(self.told_events()[1:], [('breakpoint', {
             'reason': 'changed', 'breakpoint': {'id': 1, 'verified': False, 'line': 11}})])
 
+    def test_a_source_of_one_process_has_its_breakpoints_there_alone(self):
+        child = self.child()
+        self.event(child, 'output', output=u'x', source={'sourceReference': 1})
+        reference = self.only()['body']['source']['sourceReference']
+        self.ask('setBreakpoints', source={'sourceReference': reference}, breakpoints=[{'line': 3}])
+        self.assertEqual(self.asked(self.first), [])
+        asked = self.answer(child, 'setBreakpoints', {'breakpoints': [{'id': 5, 'verified': True}]})
+        self.assertEqual(asked['source'], {'sourceReference': 1})
+        told, = self.only()['body']['breakpoints']
+        self.event(child, 'stopped', reason=u'breakpoint', threadId=1, hitBreakpointIds=[5])
+        self.assertEqual(self.only()['body']['hitBreakpointIds'], [told['id']])
+        # Others know the file by its path, if it has one.
+        self.ask('setBreakpoints', source={'path': u'/x', 'sourceReference': reference},
+                 breakpoints=[])
+        self.assertEqual(self.answer(self.first, 'setBreakpoints', {'breakpoints': []})['source'],
+                         {'path': '/x'})
+        self.assertEqual(self.answer(child, 'setBreakpoints', {'breakpoints': []})['source'],
+                         {'path': '/x', 'sourceReference': 1})
+
+    def test_lines_with_code_are_those_of_all_processes(self):
+        child = self.child()
+        self.ask('breakpointLocations', source={'path': u'/x'}, line=1, endLine=9)
+        self.answer(self.first, 'breakpointLocations', why=u'cannot read it')
+        self.answer(child, 'breakpointLocations', {'breakpoints': [{'line': 4}, {'line': 2}]})
+        self.assertEqual(self.only()['body'], {'breakpoints': [{'line': 2}, {'line': 4}]})
+        self.ask('breakpointLocations', source={'path': u'/x'}, line=1)
+        for process in self.first, child:
+            self.answer(process, 'breakpointLocations', why=u'cannot read it')
+        self.assertEqual(self.refused(), 'cannot read it')
+
     def test_breakpoints_keep_their_numbers_when_the_first_is_gone(self):
         child = self.child()
         self.set(11, 12)

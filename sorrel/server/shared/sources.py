@@ -12,7 +12,8 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common import text_files
 from sorrel.common.decoding import text
 from sorrel.common.records import record
-from sorrel.inspection import disassembly, frames, known_texts, modules, stacks
+from sorrel.inspection import (
+    disassembly, frames, known_texts, module_files, modules, source, stacks)
 from sorrel.protocol.messages import Refused
 from sorrel.server.shared.path_mappings import PathMappings
 from sorrel.server.shared.source_maps import range_of, SourceMaps
@@ -38,6 +39,8 @@ class Sources(object):
         self._new_numbers = itertools.count(1)
         # Files that the client has named by their paths: it has them.
         self._of_client = set()
+        # By the names of code that the program has made of text, what the core takes that for.
+        self._files = {}
         self._on_disk = {}
         # By the ids of code objects, which are kept.
         self._listings = {}
@@ -51,6 +54,10 @@ class Sources(object):
         Raises Refused.
         """
         self._mappings = PathMappings(mappings, _START_FOLDER)
+
+    def is_mapped(self, path):
+        """Whether a path of the program's lies where a mapping leads; True without mappings."""
+        return not self._mappings.are_any() or self._mappings.to_client(path) is not None
 
     def to_program(self, path):
         """A path that the client has named, as the program would name it. Raises Refused."""
@@ -79,7 +86,7 @@ class Sources(object):
         """(Source, line) of a place in a file, for the client."""
         mapped = self._maps.to_client(path, line)
         if mapped is None:
-            return self.file(path), line
+            return self.describe(path) if (path, '') in self._numbers else self.file(path), line
         return {'name': os.path.basename(mapped[0]), 'path': mapped[0]}, mapped[1]
 
     def named(self, source):
@@ -87,7 +94,8 @@ class Sources(object):
         known = self._find(source)
         if known is None:
             if not source.get('path'):
-                raise Refused('no file is named')
+                raise Refused('its source is not known' if source.get('sourceReference')
+                              else 'no file is named')
             path = self.to_program(source['path'])
             self._of_client.add(path)
             return path
@@ -105,6 +113,11 @@ class Sources(object):
         """A Source of the protocol."""
         return self.file(path) if self._is_on_disk(path) else self._without_file(path)
 
+    def learn(self, path, globals):
+        """What only the loader of a module knows, which may be asked here."""
+        if not self._is_on_disk(path):
+            self._reference(path, source.of_loader(path, globals))
+
     def of_place(self, path, line):
         """(Source, line) of a line of the program's."""
         return self.at(path, line) if self._is_on_disk(path) else (self.describe(path), line)
@@ -116,12 +129,23 @@ class Sources(object):
         path, line = entry.path, entry.line
         if self._is_on_disk(path):
             return self.at(path, line)
+        self._learn_file(path, entry.frame)
         known = known_texts.of_entry(entry)
         if known or not stacks.is_own_place(entry):
             return self._without_file(path, known), line
         listing = self._listing(entry.frame.f_code)
         return (self._without_file(path, listing.text, True),
                 listing.row(entry.frame, line))
+
+    def known_text(self, path):
+        """What the program was found to know of a path that is no file's; '' for nothing."""
+        number = self._numbers.get((path, ''))
+        known = self._texts[number] if number is not None else None
+        return '' if known is None or known.is_listing else known.text
+
+    def files_of(self, path):
+        """What the core takes code for that was made of text under this name; () for other code."""
+        return sorted(self._files.get(path, ()))
 
     def file(self, path):
         """A Source of a file, which the client can find under its name or else ask for."""
@@ -141,7 +165,7 @@ class Sources(object):
         else:
             raise Refused('its source is not known')
         try:
-            return (text(known or text_files.text(path)),
+            return (text(known or module_files.stored_text(path)),
                     'text/plain' if is_listing else 'text/x-python')
         except text_files.Unreadable as error:
             raise Refused('its source is not known' if error.is_missing
@@ -161,7 +185,18 @@ class Sources(object):
         return listing
 
     def _without_file(self, path, known='', is_listing=False):
-        return {'name': text(path), 'sourceReference': self._reference(path, known, is_listing)}
+        shown = {'name': text(path)}
+        if os.path.isabs(path):
+            # In an archive, say.
+            shown = {'name': text(os.path.basename(path)), 'path': self.to_client(path)}
+        return dict(shown, sourceReference=self._reference(path, known, is_listing))
+
+    def _learn_file(self, path, frame):
+        if frame.f_code.co_filename == path and source.is_made_up(frame):
+            file = dict.get(frame.f_globals, '__file__')
+            is_of_module = isinstance(file, str) and path != _NO_FILE
+            self._files.setdefault(path, set()).add(
+                full_name(modules.source_name(file)) if is_of_module else path)
 
     def _reference(self, path, known='', is_listing=False):
         """known: the text, where no file has it and it has been found out; else ''."""
@@ -193,13 +228,24 @@ def main_path():
 
 def loaded_modules():
     """(name, path) of each module of the program's that was loaded from a file."""
+    return [(name, full_name(modules.source_name(file))) for name, file in _named_files()]
+
+
+def loaded_files():
+    """The files that those were loaded from, which may be compiled."""
+    return [full_name(file) for _, file in _named_files()]
+
+
+def _named_files():
     found = []
     for name, module in sorted(sys.modules.items()):
         variables = modules.namespace(module)
-        path = variables.get('__file__')
-        if isinstance(path, str) and module is not core and not frames.is_own_namespace(variables):
-            found.append((name, full_name(modules.source_name(path))))
+        file = variables.get('__file__')
+        if isinstance(file, str) and module is not core and not frames.is_own_namespace(variables):
+            found.append((name, file))
     return found
 
 
 _START_FOLDER = os.getcwd()
+# The core knows code of this name by no other.
+_NO_FILE = '<string>'
