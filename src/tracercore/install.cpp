@@ -206,7 +206,7 @@ int set_trace_for_current_thread(int on) {
     if (record->trace_installed == on) {
         return 1;
     }
-    record->trace_installed = on;
+    record->trace_installed = on != 0 ? 1 : 0;
     if (on != 0) {
         PyEval_SetTrace(c_dispatch, core.trace_dispatch);
         watch_calls(current_thread_state()->frame);
