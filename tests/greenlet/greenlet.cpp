@@ -15,7 +15,7 @@ namespace morvik {
 namespace {
 
 // The debug server runs on it, too, when a greenlet has stopped.
-constexpr size_t kStackSize = 4 * 1024 * 1024;
+constexpr size_t kStackSize = 4UL * 1024 * 1024;
 constexpr char kCurrentKey[] = "greenlet.current";
 
 struct Greenlet {

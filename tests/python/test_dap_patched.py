@@ -1,42 +1,12 @@
-"""Programs whose modules switch greenlets instead of waiting: nothing of the server's calls that.
-
-They are patched in the way of gevent's monkey.patch_all(), by functions that note who calls them.
-"""
+"""Programs whose modules switch greenlets instead of waiting: nothing of the server's calls that."""
 
 import os
 
 import attach_session
 import dap_session
 import public_case
+from patched import PATCHED
 
-# What it has put there works for the program alone.
-PATCHED = '''
-import os, select, signal, socket, sys, thread, threading, time
-calls = []
-def patch_all():
-    ident = thread.get_ident
-    main = ident()
-    def patch(module, name):
-        original = getattr(module, name)
-        def patched(*args, **kwargs):
-            caller = sys._getframe(1).f_globals.get('__name__') or ''
-            if ident() != main or caller.startswith('sorrel'):
-                calls.append('%s by %s' % (name, caller))
-                raise SystemError('there is no greenlet to switch to')
-            return original(*args, **kwargs)
-        setattr(module, name, patched)
-    for module, names in [
-            (os, ['fork', 'waitpid']),
-            (select, ['select', 'poll', 'epoll']),
-            (socket, ['socket', 'create_connection', 'fromfd', 'socketpair', 'getaddrinfo']),
-            (signal, ['signal', 'getsignal']),
-            (thread, ['allocate_lock', 'allocate', 'get_ident', 'start_new_thread', 'start_new']),
-            (threading, ['_start_new_thread', '_allocate_lock', '_get_ident', '_sleep', 'Lock',
-                         'RLock', 'Condition', 'Event', 'Thread', 'currentThread']),
-            (time, ['sleep'])]:
-        for name in names:
-            patch(module, name)
-'''
 WORK = PATCHED + '''
 def work(turn):
     seen = turn + 1  # work
