@@ -188,6 +188,9 @@ class Adapter(object):
             self._pass_on(request)
         elif command == 'disconnect':
             self._on_disconnect(request)
+        elif command == 'threads' and self._is_launched:
+            # Editors ask as soon as they have begun, when a short program has ended.
+            self._answer(request, body={'threads': []})
         else:
             raise Refused('there is no program')
 

@@ -33,6 +33,12 @@ test('a launched program runs to its end with its output and exit code', () =>
         assert.ok(begun.systemProcessId > 1);
     }));
 
+test('a program that has ended has no threads', () => withClient(async (client) => {
+    await client.launch({ program: program('pass\n'), noDebug: true });
+    await client.next('terminated');
+    assert.deepEqual((await client.send('threads')).body, { threads: [] });
+}));
+
 test('arguments, folder and environment are those asked for', async () => {
     const file = program(`
 import os, sys
