@@ -29,6 +29,7 @@ usage: ./morvik COMMAND [OPTIONS]
   uninstall [--python EXE] [--target DIR] take it away again
   wheel [--python EXE] [DIR]              make a wheel for EXE in DIR, by default dist/
   sdist [--python EXE] [DIR]              make a source distribution there
+  vsix [--python EXE] [DIR]               make the extension for VS Code there
   demo [--python EXE]                     watch two short recorded sessions
   test [--python EXE]... [-- CTEST-ARGS]  run every test, on every host found
   test --asan [--python EXE]...           the same with sanitizers, on the default host
@@ -341,6 +342,14 @@ command_sdist() {
     echo "$folder/$name.tar.gz"
 }
 
+command_vsix() {
+    local exe folder
+    read_options -- "$@"
+    folder=$(output_folder) || exit
+    exe=$(one_host) || exit
+    host_tool "$exe" make_vsix.py "$folder"
+}
+
 # The hosts of a test run: those named, else the default one with --asan, else all.
 test_hosts() {
     local name
@@ -421,7 +430,7 @@ main() {
     (($# == 0)) || shift
     case $command in
         setup | build | python | run | attach | connect | dap | demo | test | bench | \
-            install | uninstall | wheel | sdist) "command_$command" "$@" ;;
+            install | uninstall | wheel | sdist | vsix) "command_$command" "$@" ;;
         help | --help | -h) command_help ;;
         *) usage_error "unknown command: $command" ;;
     esac

@@ -4,41 +4,18 @@ usage: make_wheel.py FOLDER-OF-BUILT-MODULES FOLDER-FOR-THE-WHEEL
 """
 
 import os
-import stat
 import sys
-import zipfile
 
+import archives
 import distribution
-
-try:
-    import zlib
-except ImportError:
-    zlib = None  # The interpreter was built without. Installers do not mind.
-
-_MODE = stat.S_IFREG | 0644
 
 
 def make(project, folder):
     path = os.path.join(folder, '%s-%s-%s.whl' % (project.name, project.version, project.tag))
-    distribution.replace(path, lambda output: _write(project, output))
-    return path
-
-
-def _write(project, output):
-    archive = zipfile.ZipFile(output, 'w')
     # The records come last, as is usual.
-    for name in sorted(project.contents, key=lambda name: ('.dist-info/' in name, name)):
-        _add(archive, name, project.contents[name])
-    _add(archive, project.record_name(), project.record())
-    archive.close()
-
-
-def _add(archive, name, text):
-    # The same wheel from the same files: no times, no owners.
-    entry = zipfile.ZipInfo(name)
-    entry.compress_type = zipfile.ZIP_DEFLATED if zlib else zipfile.ZIP_STORED
-    entry.external_attr = _MODE << 16
-    archive.writestr(entry, text)
+    contents = sorted(project.contents.items(), key=lambda item: ('.dist-info/' in item[0], item))
+    archives.write(path, contents + [(project.record_name(), project.record())])
+    return path
 
 
 def main(modules_folder, folder):

@@ -73,6 +73,7 @@ refused "unexpected argument: extra" install extra
 refused "unexpected argument: extra" uninstall extra
 refused "unexpected argument: extra" wheel "$scratch" extra
 refused "unexpected argument: extra" sdist "$scratch" extra
+refused "unexpected argument: extra" vsix "$scratch" extra
 refused "run needs a program" run
 refused "no such program: $scratch/none.py" run "$scratch/none.py"
 
@@ -160,6 +161,9 @@ run 1 uninstall --python "$host" --target "the site"
 check "standard error" "$err" "morvik: could not uninstall: Morvik is not installed in $site"
 run 0 wheel --python "$host" wheels
 check "the wheel" "$(ls "$scratch/wheels")" "${out##*/}"
+run 0 vsix --python "$host" "for editors"
+check "the extension" "$out" "$scratch/for editors/sorrel-0.1.0.vsix"
+check "the only file" "$(ls "$scratch/for editors")" "${out##*/}"
 cd "$root" || exit
 
 run 0 demo --python "$host"

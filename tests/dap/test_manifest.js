@@ -1,5 +1,5 @@
 'use strict';
-// The extension folder for editors: it says what is true, and what it says works.
+// The manifest of the extension for editors: it says what is true, and what it says works.
 
 const test = require('node:test');
 const assert = require('node:assert');
@@ -7,11 +7,11 @@ const { execFileSync } = require('node:child_process');
 const fs = require('node:fs');
 const path = require('node:path');
 const Ajv = require('ajv');
-const { Client, program, line, scratch, MORVIK, ROOT } = require('./lib/client');
+const { Client, program, line, scratch, MORVIK } = require('./lib/client');
+const { Editor, EXTENSION } = require('./lib/editor');
 const { Listening } = require('./lib/listening');
 
-const FOLDER = path.join(ROOT, 'editors', 'vscode');
-const manifest = JSON.parse(fs.readFileSync(path.join(FOLDER, 'package.json'), 'utf8'));
+const manifest = JSON.parse(fs.readFileSync(path.join(EXTENSION, 'package.json'), 'utf8'));
 const { debuggers } = manifest.contributes;
 const [sorrel] = debuggers;
 
@@ -29,18 +29,30 @@ function inserted(snippet) {
         .replace(/\\([$}])/g, '$1'));
 }
 
-function start(folder, environment) {
-    const client = new Client({ spawn: { cwd: scratch(), env: environment || process.env } });
-    client._runtime = path.join(folder, sorrel.program);
-    client._executable = '';
+// What the editor starts as the adapter, in an open folder that is not the checkout.
+async function start() {
+    const client = new Client({ spawn: { cwd: scratch() } });
+    const [runtime, ...args] = await new Editor().activate().adapter();
+    assert.equal(args.length, 1);
+    [client._runtime, client._executable] = [runtime, args[0]];
     return client;
 }
 
 test('there is one debugger, for Python', () => {
     assert.equal(debuggers.length, 1);
     assert.deepEqual([sorrel.type, sorrel.languages], ['sorrel', ['python']]);
-    assert.deepEqual(manifest.contributes.breakpoints, [{ language: 'python' }]);
-    assert.equal(manifest.main, undefined);
+    const languages = manifest.contributes.breakpoints.map(({ language }) => language);
+    assert.deepEqual([languages[0], new Set(languages).size], ['python', languages.length]);
+});
+
+test('its commands are those that the extension has, and each of them begins it', () => {
+    const named = manifest.contributes.commands.map(({ command }) => command).sort();
+    assert.deepEqual(Object.keys(new Editor().activate().commands).sort(), named);
+    const events = manifest.activationEvents.filter((event) => event.startsWith('onCommand:'));
+    assert.deepEqual(events.map((event) => event.slice('onCommand:'.length)).sort(), named);
+    const used = [...Object.values(manifest.contributes.menus).flat().map((item) => item.command),
+        ...Object.values(sorrel.variables)];
+    assert.ok(used.every((command) => named.includes(command)), used);
 });
 
 test('its attributes are those that the server knows', () => {
@@ -65,7 +77,7 @@ test('what it offers to insert is what it describes', () => {
             additionalProperties: false };
         assert.ok(ajv.validate(schema, rest), ajv.errorsText());
     };
-    sorrel.initialConfigurations.forEach(check);
+    new Editor({ folders: ['/srv'] }).activate().offered().forEach(check);
     sorrel.configurationSnippets.map(inserted).forEach(check);
     const [first] = sorrel.configurationSnippets.map(inserted);
     assert.deepEqual([first.program, first.cwd], ['${file}', '${workspaceFolder}']);
@@ -85,39 +97,25 @@ async function debugs(client, configuration, file, stopped) {
     }
 }
 
-for (const [how, install] of [
-    ['linked', (folder) => fs.symlinkSync(FOLDER, folder)],
-    ['copied', (folder) => fs.cpSync(FOLDER, folder, { recursive: true })],
-]) {
-    test(`a program is debugged as the ${how} folder says`, async () => {
-        const folder = path.join(scratch(), 'morvik.sorrel');
-        install(folder);
-        const file = program('said = "hello"\nprint said  # here\n');
-        const environment = { ...process.env, PATH: `${ROOT}:${process.env.PATH}` };
-        const client = start(folder, how === 'copied' ? environment : process.env);
-        const configuration = filledIn(sorrel.initialConfigurations[0],
-            { file, workspaceFolder: path.dirname(file) });
-        await debugs(client, configuration, file, async () => {
-            await client.go();
-            assert.equal(await client.outputs(), 'hello\n');
-        });
+test('a file is debugged as the extension says', async () => {
+    const file = program('said = "hello"\nprint said  # here\n');
+    const [offered] = new Editor({ folders: ['/srv'] }).activate().offered();
+    const client = await start();
+    const configuration = filledIn(offered, { file, workspaceFolder: path.dirname(file) });
+    await debugs(client, configuration, file, async () => {
+        await client.go();
+        assert.equal(await client.outputs(), 'hello\n');
     });
-}
-
-test('a copied folder says what is missing', async () => {
-    const folder = path.join(scratch(), 'morvik.sorrel');
-    fs.cpSync(FOLDER, folder, { recursive: true });
-    assert.throws(() => execFileSync(path.join(folder, sorrel.program),
-        { stdio: 'pipe', env: { PATH: '/usr/bin:/bin' } }),
-    /sorrel: no morvik beside .* nor on the path/);
 });
 
-test('a listening program is debugged as the folder says', async () => {
+test('a listening program is debugged as the extension says', async () => {
     const file = program('said = "hello"\nwhile said:\n    said = said  # here\n');
     const service = new Listening(file);
     try {
-        const configuration = { ...sorrel.initialConfigurations[1], port: await service.port() };
-        const client = start(FOLDER);
+        const editor = new Editor().activate();
+        const typed = { ...editor.offered()[2], port: String(await service.port()) };
+        const configuration = await editor.resolved(typed);
+        const client = await start();
         await debugs(client, configuration, file, async () => {
             await client.evaluate('said = None', 'repl');
             await client.go();

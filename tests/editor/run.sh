@@ -19,10 +19,10 @@ trap 'rm -rf "$scratch"' EXIT
 "$root/morvik" build >/dev/null
 export NODE_PATH=$folder/node_modules
 export MORVIK_TEST_EDITOR=$folder/node_modules/code-server/out/node/entry.js
-# The editor rewrites its extensions; a copy finds Morvik on the path.
-export MORVIK_TEST_EXTENSIONS=$scratch/extensions PATH=$root:$PATH
-mkdir "$MORVIK_TEST_EXTENSIONS"
-cp -R "$root/editors/vscode" "$MORVIK_TEST_EXTENSIONS/morvik.sorrel-0.1.0"
+export MORVIK_TEST_EXTENSIONS=$scratch/extensions
+HOME=$scratch node "$MORVIK_TEST_EDITOR" --extensions-dir "$MORVIK_TEST_EXTENSIONS" \
+    --install-extension "$("$root/morvik" vsix "$scratch")" >"$scratch/log" 2>&1 ||
+    { cat "$scratch/log" >&2; exit 1; }
 
 (($#)) || set -- "$here"/test_*.js
 status=0

@@ -51,11 +51,6 @@ async function withEditor(test, options = {}) {
     }
 }
 
-// The configuration that debugs the file in front.
-function launch() {
-    return [{ type: 'sorrel', request: 'launch', name: 'this file', program: '${file}' }];
-}
-
 // Starts a program that listens at a socket; resolves when it does.
 function listening(file, socket, environment) {
     spawn(MORVIK, ['run', '--listen', `unix:${socket}`, file], { env: environment, stdio: 'ignore' });
@@ -84,4 +79,4 @@ async function keepPicture(page, error) {
     error.message += ` (the page: ${picture})`;
 }
 
-module.exports = { withEditor, launch, listening, line, picture, ROOT };
+module.exports = { withEditor, listening, line, picture, ROOT };

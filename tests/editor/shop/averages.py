@@ -3,10 +3,14 @@
 import shop
 
 
+def average(order):
+    return order.total() / len(order.items)
+
+
 def averages(orders):
-    return [order.average for order in orders]
+    return [average(order) for order in orders]
 
 
 if __name__ == '__main__':
-    for average in averages(shop.ORDERS):
-        print average
+    for cents in averages(shop.ORDERS):
+        print cents
