@@ -380,6 +380,16 @@ test_hosts() {
     fi
 }
 
+# add_editor_test EXE: what ctest is told of the tests in a real editor, on one host like those of
+# the command. Beside others their processes would wait for each other.
+add_editor_test() {
+    cat <<EOF
+add_test(editor "$root/tests/editor/run.sh" "$1" "$deps/editor")
+set_tests_properties(editor PROPERTIES
+    LABELS editor TIMEOUT 1200 SKIP_RETURN_CODE 77 PROCESSORS 2)
+EOF
+}
+
 command_test() {
     local exe list dir name tests=$root/build/tests
     read_options --asan --long -- "$@"
@@ -398,6 +408,7 @@ command_test() {
         for name in command source_distribution; do
             echo "add_test($name \"$root/tests/command/test_$name.sh\" \"${list%%$'\n'*}\")"
         done >"$tests/CTestTestfile.cmake"
+        add_editor_test "${list%%$'\n'*}" >>"$tests/CTestTestfile.cmake"
     fi
     while read -r exe; do
         build "$exe" "$asan" tests

@@ -27,7 +27,7 @@ check_tools_ready() {
 }
 
 editors_ready() {
-    type -P emacs nvim >/dev/null &&
+    type -P emacs nvim chromium python3 make >/dev/null &&
         compgen -G '/usr/share/emacs/site-lisp/elpa-src/dap-mode-*' >/dev/null
 }
 
@@ -64,7 +64,7 @@ want_client_tools() {
 }
 
 need_editors() {
-    editors_ready || bring_packages emacs-nox elpa-dap-mode neovim
+    editors_ready || bring_packages emacs-nox elpa-dap-mode neovim chromium python3 make
 }
 
 need_check_tools() {
