@@ -54,7 +54,8 @@ struct ThreadData {
 };
 
 // The blocks that records are in. 2.6 writes into the freed state of a thread that has ended when a
-// generator that was made there is traced in another one: blocks of that size are not to be records.
+// generator that was made there is traced in another one: no record is to be in a block of that
+// size.
 constexpr size_t kRecordBytes = 2 * sizeof(PyThreadState);
 static_assert(sizeof(ThreadData) <= kRecordBytes, "a record does not fit in its block");
 
