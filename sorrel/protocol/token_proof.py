@@ -10,8 +10,8 @@ from __future__ import absolute_import
 
 import hashlib
 import hmac
-import socket
 
+from sorrel.common.originals import socket
 from sorrel.protocol import secrets, tokens
 from sorrel.protocol.descriptors import above_streams
 
@@ -40,13 +40,28 @@ def connect(address, token=None, token_file=None):
     address: (host, port). token: by default the one in the file, or that is found on this machine.
     Raises EnvironmentError, tokens.NoToken or Unproven.
     """
-    adapter = above_streams(lambda: socket.create_connection(address, _PATIENCE))
+    adapter = above_streams(lambda: _connected(*address))
     try:
         adapter.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         return adapter, _prove(adapter, _token_for(adapter, token, token_file))
     except BaseException:
         adapter.close()
         raise
+
+
+def _connected(host, port):
+    """To the first of a machine's addresses that answers, as the library does it."""
+    places = socket.getaddrinfo(host, port, 0, socket.SOCK_STREAM)
+    for left, (family, kind, protocol, _, place) in zip(range(len(places))[::-1], places):
+        connected = socket.socket(family, kind, protocol)
+        try:
+            connected.settimeout(_PATIENCE)
+            connected.connect(place)
+            return connected
+        except BaseException:
+            connected.close()
+            if not left:
+                raise
 
 
 def _token_for(adapter, token, token_file):
