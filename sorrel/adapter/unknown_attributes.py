@@ -38,7 +38,6 @@ _INSTEAD = {
     'jinja': 'use "hooks" for templates',
     'flask': 'use "hooks" for templates',
     'pyramid': 'use "hooks" for templates',
-    'redirectOutput': 'what a launched program writes is shown in any case',
     'localRoot': 'use "pathMappings"',
     'remoteRoot': 'use "pathMappings"',
     'address': 'use "host"',

@@ -52,7 +52,8 @@ DEBUGGING = {
     'stopOnEntry?': bool, 'justMyCode?': bool, 'stopAllThreads?': bool,
     'steppingResumesAllThreads?': bool, 'postMortem?': bool,
     'learnExceptions?': bool, 'subProcess?': bool, 'autoAttach?': [unicode],
-    'lazySubProcess?': bool, 'showReturnValue?': bool, 'rules?': Rules(),
+    'lazySubProcess?': bool, 'showReturnValue?': bool, 'redirectOutput?': bool,
+    'rules?': Rules(),
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{

@@ -19,6 +19,7 @@ from sorrel.server.exception_filters import Exceptions
 from sorrel.server.loaded_sources import LoadedSources
 from sorrel.server.lone_thread import LoneThread
 from sorrel.server.network.supervisor import Supervisor
+from sorrel.server.redirected_output import RedirectedOutput
 from sorrel.server.shared import sources
 from sorrel.server.shared.requests import answer, Then
 from sorrel.server.stopped.request_handlers import COMMANDS, StoppedThread
@@ -70,8 +71,9 @@ class Session(object):
         self._server = server
         self._program = program
         self._service = program.service
+        self._redirected = RedirectedOutput(self.output, lambda: server.has_room())
         self._is_closed = self._has_begun = self._is_configured = self._has_taken = False
-        self._stops_on_entry = self._is_undebugged = False
+        self._stops_on_entry = self._is_undebugged = self._redirects = False
         # Whether the program may go on without the client, for what either has done.
         self._may_run_on = False
         # Of what is found out about a stop that the client is not told of yet.
@@ -145,9 +147,15 @@ class Session(object):
         return self._is_configured
 
     def deadline(self):
-        return self._supervisor.deadline() if self._is_configured else None
+        if not self._is_configured:
+            return None
+        return min(moment for moment in (self._supervisor.deadline(), self._redirected.deadline())
+                   if moment is not None)
 
     def deadline_passed(self):
+        self._redirected.look()
+        if _now() < self._supervisor.deadline():
+            return
         self._service.trace_new_threads()
         self._supervisor.look()
         self._lone_thread.look()
@@ -158,6 +166,7 @@ class Session(object):
         One that it has launched ends, unless it has said otherwise.
         """
         self._is_closed = True
+        self._redirected.end()
         self._program.is_being_left()
         if self._is_configured and not self._may_run_on and not self._server.is_lost \
                 and self._program.ends_with_client():
@@ -213,11 +222,13 @@ class Session(object):
             return values.class_name(error[0])
 
     def ended(self, outcome):
+        self._redirected.tell()
         self.event('exited', {'exitCode': outcome.status})
         self.event('terminated')
 
     def tell_stop(self, told, thread):
         """thread: its ident."""
+        self._redirected.tell()
         body = {'reason': told.reason, 'threadId': self.threads.number(thread),
                 'allThreadsStopped': self.stops_all}
         body.update(told.details)
@@ -352,6 +363,7 @@ class Session(object):
         self._follows = arguments.get('autoAttach', [u'*']) \
             if arguments.get('subProcess', is_own) and not self._is_undebugged else []
         self.waits_for_stops = arguments.get('lazySubProcess', False)
+        self._redirects = arguments.get('redirectOutput', False)
         self.patience = arguments.get('evaluationTimeout', _DEFAULT_PATIENCE) or None
         self._stops_on_entry = arguments.get('stopOnEntry', False) and not self._is_undebugged
         return Then(None, self._tell_begin)
@@ -380,6 +392,8 @@ class Session(object):
         self._server.when_sent(self._start)
 
     def _start(self):
+        if self._redirects:
+            self._redirected.begin()
         if self._is_undebugged:
             self._program.run_undebugged()
         elif self._program.is_waiting:

@@ -12,6 +12,7 @@
 #include "sorrelmodule/interrupts.h"
 #include "sorrelmodule/outermost.h"
 #include "sorrelmodule/own_threads.h"
+#include "sorrelmodule/redirection.h"
 #include "sorrelmodule/settrace.h"
 
 namespace morvik {
@@ -236,6 +237,14 @@ PyObject* entry_thread_idents(PyObject* /*self*/, PyObject* /*args*/) {
     return thread_idents().release();
 }
 
+PyObject* entry_redirect_output(PyObject* /*self*/, PyObject* args) {
+    Py_ssize_t limit = 0;
+    if (PyArg_ParseTuple(args, "n:redirect_output", &limit) == 0) {
+        return nullptr;
+    }
+    return begin_redirection(limit).release();
+}
+
 PyMethodDef methods[] = {
     {"trace_all_threads", entry_trace_all_threads, METH_VARARGS,
      "trace_all_threads(on_end, trace_object[, left_out])\n\n"
@@ -346,6 +355,12 @@ PyMethodDef methods[] = {
      "thread_idents()\n\n"
      "The idents of all threads of the interpreter in the order of their start, as a list.  The "
      "first one is the main thread's.  A thread that is being started may have its starter's."},
+    {"redirect_output", entry_redirect_output, METH_VARARGS,
+     "redirect_output(limit)\n\n"
+     "Puts streams in the place of sys.stdout and sys.stderr that write to those and keep what was "
+     "written, at most so much.  Returns a tuple of two functions.  The first returns what that is "
+     "since it was last called, a list of (name, text), and how much more there was.  The second "
+     "puts back what was there before, where they still are."},
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -85,6 +85,10 @@ class Server(object):
             self.is_lost = True
         self._output_queue.give_way(session)
 
+    def has_room(self):
+        """Whether the client has read enough to be sent more that could be left out."""
+        return self._output_queue.has_room()
+
     def can_be_reached(self):
         """Whether clients can still come, as far as is known; for any thread."""
         if not self._wakeup.wake():

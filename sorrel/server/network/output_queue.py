@@ -106,19 +106,20 @@ class OutputQueue(object):
     def has_many(self):
         return len(self._messages) > _MANY
 
+    def has_room(self):
+        """Whether log messages are not left out now."""
+        return self._waiting_log.total() + self.unsent < LOG_LIMIT
+
     def _is_from_program(self, session):
         return session is self._session and _get_ident() != self.owner
 
     def _will_have_room(self):
         """Waits for it a moment, which also lets the network thread run."""
         for _ in range(1 if self._is_shut else _NAPS):
-            if self._has_room() and not self._is_shut:
+            if self.has_room() and not self._is_shut:
                 return True
             _sleep(_NAP)
-        return self._has_room() and not self._is_shut
-
-    def _has_room(self):
-        return self._waiting_log.total() + self.unsent < LOG_LIMIT
+        return self.has_room() and not self._is_shut
 
     def _can_note(self):
         return self._is_shut and self.unsent < LOG_LIMIT // 2
