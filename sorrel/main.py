@@ -187,6 +187,8 @@ def _parse(arguments):
         parser.add_option('--connect', metavar='PLACE',
                           help='connect to the adapter that waits at [HOST:]PORT')
         parser.add_option('--handshake', metavar='FILE', help='find the one client in FILE')
+        # For the adapter, which reads what the program writes.
+        parser.add_option('--mark', metavar='WORD', help=optparse.SUPPRESS_HELP)
     if command == 'attach':
         parser.add_option('--handshake', metavar='FILE',
                           help='let the program find the one client in FILE')
@@ -305,7 +307,7 @@ def _serve(options, program, arguments):
         return serve.serve(program, arguments, options.kind, options.listen,
                            bool(options.wait), options.handshake, options.hook,
                            options.token_file, not options.no_token, bool(options.post_mortem),
-                           options.connect)
+                           options.connect, options.mark)
     except (runner.CannotRead, serve.CannotServe) as error:
         _complain(error, options.handshake)
         return 2

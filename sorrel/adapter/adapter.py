@@ -111,8 +111,7 @@ class Adapter(object):
         except select.error:
             return  # Interrupted.
         if self._writer is not None:
-            # What was written before a message was sent is also told before it.
-            self._writer.read(None if self._program in readable else readable)
+            self._writer.read()
         if self._launch is not None:
             self._await_program(readable)
         else:
@@ -213,7 +212,8 @@ class Adapter(object):
         else:
             # All that it writes comes by its pipes.
             request = dict(request, arguments=dict(request['arguments'], redirectOutput=False))
-            self._process = self._writer = Process(launch.start(), self._tell_output)
+            self._process = self._writer = Process(
+                launch.start(), self._tell_output, launch.mark_word)
         self._launch = launch
         self._is_launched = True
         self._begin_to_launch(request)
@@ -361,7 +361,11 @@ class Adapter(object):
         self._merging.ask(request, time.time())
 
     def _read_program(self):
-        for message in self._program.read():
+        said = self._program.read()
+        if self._writer is not None:
+            # What was written before a message was sent is also told before it.
+            self._writer.read()
+        for message in said:
             if self._children.hears(message):
                 continue
             if message.get('event') == 'process' and message['body']['startMethod'] == 'launch':
@@ -371,10 +375,20 @@ class Adapter(object):
             if message.get('event') == 'terminated':
                 self._is_first_gone = True
             else:
-                self._merging.hear(self._debuggee, message)
+                self._tell_in_order(message)
             if self._is_turned_away(message):
                 self._forget_program()
                 break
+
+    def _tell_in_order(self, message):
+        """Where the program has marked the place of its message in what it writes, there."""
+        mark = message.pop('mark', None)
+        if mark is None or self._writer is None:
+            self._merging.hear(self._debuggee, message)
+            return
+        self._writer.read_up_to(*mark)
+        self._merging.hear(self._debuggee, message)
+        self._writer.read_past(mark[0])
 
     def _is_turned_away(self, message):
         """Whether the program refuses to be attached to."""
@@ -392,6 +406,8 @@ class Adapter(object):
     def _lose_program(self):
         self._program.close()
         self._program = None
+        if self._writer is not None:
+            self._writer.read_past_all()
         self._merging.gone(self._debuggee)
         if self._process is None:
             self._is_first_gone = True
@@ -412,12 +428,12 @@ class Adapter(object):
             self._tell_end()
 
     def _end_process(self, status):
-        self._process.read_rest(_LOOK)
         while self._program is not None and not self._program.is_lost \
                 and select.select([self._program], [], [], 0)[0]:
             self._read_program()
         if self._program is not None:
             self._lose_program()
+        self._process.read_rest(_LOOK)
         complaint = self._process.complaint()
         self._process = None
         self._is_first_gone = True

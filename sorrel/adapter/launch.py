@@ -8,6 +8,7 @@ import subprocess
 from sorrel.adapter import checks, environment_files, interpreters, wrappers
 from sorrel.common.decoding import text
 from sorrel.processes import commands, guard, own_folders
+from sorrel.protocol import secrets
 from sorrel.protocol.launch_callers import Handshake
 
 _TERMINALS = {'integratedTerminal': 'integrated', 'externalTerminal': 'external'}
@@ -18,12 +19,16 @@ class CannotLaunch(Exception):
 
 
 class Launch(object):
-    """A program on its way: its process is there, but not yet the connection to it."""
+    """A program on its way: its process is there, but not yet the connection to it.
+
+    mark_word: the one in the marks that it writes to the pipes of its streams.
+    """
 
     def __init__(self, arguments):
         """arguments: those of the client's launch request. Raises CannotLaunch and Refused."""
         self._arguments = arguments
         self._handshake = None
+        self.mark_word = secrets.new()
         self._folder = self._find_folder()
         self._variables_of_file = self._read_variables()
         # Those that a wrapper of the interpreter sets, and None for those that it removes.
@@ -50,7 +55,7 @@ class Launch(object):
         environment.setdefault('PYTHONIOENCODING', 'UTF-8')
         try:
             return subprocess.Popen(
-                self._full_command(), cwd=self._folder, env=environment,
+                self._full_command('--mark', self.mark_word), cwd=self._folder, env=environment,
                 stdin=open(os.devnull), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                 close_fds=True, preexec_fn=guard.OWN_SESSION)
         except (EnvironmentError, TypeError) as error:  # TypeError: a NUL in a word.
@@ -160,9 +165,10 @@ class Launch(object):
             raise CannotLaunch('pythonArgs: no options of the interpreter: %s' % ' '.join(options))
         return options
 
-    def _full_command(self):
+    def _full_command(self, *options):
         return self._interpreter + ['-u', '-m', 'sorrel.main', 'serve',
-                                    '--handshake', self._handshake.path] + self._command
+                                    '--handshake', self._handshake.path] + list(options) \
+            + self._command
 
     def _environment(self):
         environment = dict(os.environ)

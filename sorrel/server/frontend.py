@@ -47,6 +47,8 @@ class Program(object):
         self.at_end = []
         self.can_be_reached = None
         self.has_client = False
+        # Its OutputMarks; None where nobody reads those.
+        self.output_marks = None
         # The Tree of processes that this one is the first of; None where there is none.
         self.tree = None
         # The Kin of this process; None where clients do not come to all of a tree's by one.

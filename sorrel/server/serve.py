@@ -12,6 +12,7 @@ from sorrel.server.child import Tree
 from sorrel.server.frontend import Program
 from sorrel.server.network.listening import InUse
 from sorrel.server.network.network_thread import Server
+from sorrel.server.output_marks import OutputMarks
 from sorrel.server.shared import sources
 from sorrel.service import runner
 from sorrel.service.service import Service
@@ -22,7 +23,7 @@ class CannotServe(Exception):
 
 
 def serve(what, args, kind='', place=None, wait=False, handshake_file=None, hooks=(),
-          token_file=None, has_token=True, post_mortem=False, adapter=None):
+          token_file=None, has_token=True, post_mortem=False, adapter=None, mark_word=None):
     """Runs the program; returns its exit status. Raises CannotServe or runner.CannotRead.
 
     what, kind: as for runner.find. place: where to listen, a Port or a Path; or handshake_file:
@@ -30,6 +31,7 @@ def serve(what, args, kind='', place=None, wait=False, handshake_file=None, hook
     waits for it, a Port. hooks: as for
     runner.prepare. token_file, has_token: what clients who come have to show. post_mortem: whether
     the process waits for a client where the program has ended by an exception that none has seen.
+    mark_word: the one in OutputMarks, where who has started the program reads those.
     """
     script = runner.find(what, kind)
     path = sources.full_name(script.path)
@@ -44,6 +46,8 @@ def serve(what, args, kind='', place=None, wait=False, handshake_file=None, hook
             guard.have_own_group()
             handshaker = launch_handshake.Handshaker.of_file(handshake_file)
             program.tree = Tree(handshaker)
+            if mark_word:
+                program.output_marks = OutputMarks(mark_word)
             server = Server(program.new_session, client=handshaker.connect())
             program.tree.watch_forks(program)
         elif adapter:

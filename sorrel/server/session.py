@@ -314,7 +314,12 @@ class Session(object):
         if place is not None:
             body['source'], line = self.sources.of_place(*place)
             body['line'] = self.to_client_line(line)
-        self.event('output', body)
+        message = {'type': 'event', 'event': 'output', 'body': body}
+        marks = self._program.output_marks
+        mark = marks.write() if marks is not None else None
+        if mark is not None:
+            message['mark'] = mark  # The adapter's alone.
+        self.send(message)
 
     def send(self, message):
         self._server.send(self, message)
