@@ -233,7 +233,8 @@ int ready_stream_type() {
     Py_REFCNT(&stream_type) = 1;
     stream_type.tp_name = "_sorrel.stream";
     stream_type.tp_basicsize = sizeof(Stream);
-    stream_type.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC;
+    stream_type.tp_flags = Py_TPFLAGS_DEFAULT;
+    stream_type.tp_flags |= Py_TPFLAGS_HAVE_GC;
     stream_type.tp_dealloc = deallocate;
     stream_type.tp_traverse = traverse;
     stream_type.tp_getattro = get_attribute;
