@@ -211,7 +211,8 @@ class Adapter(object):
                 'arguments': launch.terminal_request()})
         else:
             # All that it writes comes by its pipes.
-            request = dict(request, arguments=dict(request['arguments'], redirectOutput=False))
+            request = dict(request, arguments=dict(request['arguments']))
+            request['arguments'].pop('redirectOutput', None)
             self._process = self._writer = Process(
                 launch.start(), self._tell_output, launch.mark_word)
         self._launch = launch

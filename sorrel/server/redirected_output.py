@@ -18,7 +18,7 @@ from sorrel.processes.forks import call_in_children
 _LIMIT = 1024 * 1024
 _AT_ONCE = 64 * 1024
 # How often is looked for more, and how long what is being told is waited for, in seconds.
-_OFTEN, _NAPS, _NAP = 0.05, 1000, 0.001
+_OFTEN, _TRIES, _NAP = 0.05, 1000, 0.001
 _NAMES = 'stdout', 'stderr'
 # Taken now: a program may replace what the interpreter's modules offer.
 _now, _sleep, _new_lock = time.time, time.sleep, thread.allocate_lock
@@ -90,14 +90,14 @@ class RedirectedOutput(object):
         if self._look_at is not None and _now() >= self._look_at:
             self._look_at = _now() + _OFTEN
             if self._has_room():
-                self.tell()
+                self.tell(tries=1)  # Whoever is telling tells all.
 
-    def tell(self):
+    def tell(self, tries=_TRIES):
         """Tells all that was written until now; called in any thread."""
         if self._take is None:
             return
         # Whoever has it may be the program's code that a signal has brought into the midst of it.
-        for _ in range(_NAPS):
+        for _ in range(tries):
             if self._telling.acquire(False):
                 try:
                     self._tell()

@@ -158,21 +158,24 @@ PyObject* bound_to(PyMethodDef* definition, PyObject* stream, PyObject* method) 
     return bound ? PyCFunction_New(definition, bound.get()) : nullptr;
 }
 
+PyMethodDef* write_definition_for(PyObject* original) {
+    return PyFile_Check(original) && !is_named_by_code() ? &print_definition : &write_definition;
+}
+
 PyObject* get_attribute(PyObject* self, PyObject* name) {
-    PyObject* const original = original_of(self);
-    Ref found = Ref::steal(PyObject_GetAttr(original, name));
+    Ref found = Ref::steal(PyObject_GetAttr(original_of(self), name));
     if (!found || !PyString_Check(name)) {
         return found.release();
     }
-    if (std::strcmp(PyString_AS_STRING(name), "write") == 0) {
-        return bound_to(
-            PyFile_Check(original) && !is_named_by_code() ? &print_definition : &write_definition,
-            self, found.get());
+    const char* const wanted = PyString_AS_STRING(name);
+    if (std::strcmp(wanted, "write") == 0) {
+        return bound_to(write_definition_for(original_of(self)), self, found.get());
     }
-    if (std::strcmp(PyString_AS_STRING(name), "writelines") == 0) {
+    if (std::strcmp(wanted, "writelines") == 0) {
         return bound_to(&writelines_definition, self, found.get());
     }
-    return found.release();
+    return std::strcmp(wanted, "__enter__") == 0 ? PyObject_GenericGetAttr(self, name)
+                                                 : found.release();
 }
 
 int set_attribute(PyObject* self, PyObject* name, PyObject* value) {
@@ -202,7 +205,7 @@ PyObject* leave(PyObject* self, PyObject* args) {
     return method ? PyObject_Call(method.get(), args, nullptr) : nullptr;
 }
 
-// The interpreter looks these up in the class.
+// 2.7 looks these up in the class, 2.6 as other attributes.
 PyMethodDef stream_methods[] = {
     {"__enter__", enter, METH_NOARGS, nullptr},
     {"__exit__", leave, METH_VARARGS, nullptr},
@@ -230,7 +233,8 @@ int ready_stream_type() {
     Py_REFCNT(&stream_type) = 1;
     stream_type.tp_name = "_sorrel.stream";
     stream_type.tp_basicsize = sizeof(Stream);
-    stream_type.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC;
+    stream_type.tp_flags = Py_TPFLAGS_DEFAULT;
+    stream_type.tp_flags |= Py_TPFLAGS_HAVE_GC;
     stream_type.tp_dealloc = deallocate;
     stream_type.tp_traverse = traverse;
     stream_type.tp_getattro = get_attribute;

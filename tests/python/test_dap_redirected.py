@@ -2,7 +2,9 @@
 """What a program that was attached to writes, as a client sees it that has asked for that."""
 
 import os
+import subprocess
 
+import attach_session
 import dap_session
 
 # How much may wait to be told.
@@ -179,3 +181,34 @@ class LaunchedTest(dap_session.TestCase):
         adapter.request('disconnect', {})
         self.assertEqual([message['body']['output'] for message in adapter.messages
                           if message.get('event') == 'output'], ['once\n'])
+
+    def test_what_goes_to_a_terminal_comes_to_the_client_too(self):
+        adapter = self.opened(dap_session.Adapter())
+        adapter.ask('initialize', supportsRunInTerminalRequest=True)
+        number = adapter.request('launch', {
+            'program': self.script('print "both"\n', 'prog.py'), 'redirectOutput': True,
+            'console': 'integratedTerminal'})
+        asked = adapter._next(lambda message: message.get('command') == 'runInTerminal', 'request')
+        terminal = subprocess.Popen(asked['arguments']['args'], stdin=open(os.devnull),
+                                    stdout=subprocess.PIPE, close_fds=True)
+        self.opened(dap_session.Ended(terminal))
+        adapter.send({'seq': 1000, 'type': 'response', 'request_seq': asked['seq'],
+                      'command': 'runInTerminal', 'success': True})
+        self.assertTrue(adapter.answer(number)['success'])
+        adapter.ask('configurationDone')
+        self.assertEqual(adapter.output('both'), 'both\n')
+        self.assertEqual(terminal.stdout.read(), 'both\n')
+
+
+class UnawareTest(attach_session.TestCase):
+
+    def test_a_process_that_knew_nothing_is_told_of_until_the_client_leaves(self):
+        program = self.run_unaware(
+            'import os, sys, time\nprint "ready"\nsys.stdout.flush()\n'
+            'while os.path.exists(sys.argv[1]):\n    print "more"\n    time.sleep(0.01)\n'
+            'print sys.stdout is sys.__stdout__\n', self.flag)
+        adapter = self.attach_to(program, redirectOutput=True)
+        adapter.output('more')
+        self.leave(adapter)
+        os.remove(self.flag)
+        self.assertTrue(program.ended()[0].endswith('more\nTrue\n'))
