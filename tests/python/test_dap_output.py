@@ -133,6 +133,15 @@ class OutputTest(harness.TestCase):
         self.process.read_past_all()
         self.assertEqual(self.told, [('stdout', 'end\n')])
 
+    def test_a_message_that_does_not_come_is_waited_for_only_so_long(self):
+        patience, marked_stream._MESSAGE_PATIENCE = marked_stream._MESSAGE_PATIENCE, -1.0
+        try:
+            self.started.write('stdout', output_marks.mark(WORD, 1) + 'end\n')
+            self.process.read()
+        finally:
+            marked_stream._MESSAGE_PATIENCE = patience
+        self.assertEqual(self.told, [('stdout', 'end\n')])
+
 
 class WrittenMarksTest(harness.TestCase):
     """As the program's server writes them."""
@@ -180,13 +189,13 @@ class WrittenMarksTest(harness.TestCase):
 class OrderTest(dap_session.TestCase):
     """Log messages among what the program writes."""
 
-    def told(self, text, log_message='log {number}'):
+    def told(self, text, **arguments):
         """What the client is told: categories and lines, in their order."""
         adapter = self.opened(dap_session.Adapter())
         path = self.script(text, 'prog.py')
-        adapter.launch(program=path)
+        adapter.launch(program=path, **arguments)
         adapter.ask('setBreakpoints', source={'path': path}, breakpoints=[
-            {'line': number, 'logMessage': log_message}
+            {'line': number, 'logMessage': 'log {number}'}
             for number, line in enumerate(text.splitlines(), 1) if '# log' in line])
         adapter.ask('configurationDone')
         adapter.event('terminated')
@@ -225,6 +234,14 @@ class OrderTest(dap_session.TestCase):
                          'number = 2  # log\n'
                          'sys.stdout.write("b\\n")\n')
         self.assertEqual(told, [('stdout', 'a'), ('console', 'log 1\n'), ('stdout', 'b\n')])
+
+    def test_options_of_the_interpreter_change_no_order(self):
+        told = self.told('number = 1\n'
+                         'print "before"\n'
+                         'number = 2  # log\n'
+                         'print "after"\n', pythonArgs=['-O'])
+        self.assertEqual(told, [('stdout', 'before\n'), ('console', 'log 1\n'),
+                                ('stdout', 'after\n')])
 
     def test_nothing_is_written_to_what_the_program_has_put_in_the_place_of_its_streams(self):
         told = self.told('import os\n'
