@@ -136,7 +136,7 @@ def _parse_short(arguments):
                       help='with a program, have it connect to the adapter that waits at '
                            '[HOST:]PORT; else debug, in the terminal, the program that listens at '
                            '[HOST:]PORT or unix:PATH')
-    parser.set_defaults(handshake=None)
+    parser.set_defaults(handshake=None, mark=None)
     options, words = parser.parse_args(arguments)
     if options.connect is not None and not words:
         if [name for name, value in vars(options).items()
