@@ -67,8 +67,8 @@ def _statements(code):
             starts.append(instruction.offset)
         after = _depth_after(instruction, depth)
         if instruction.target is not None:
-            keeps = instruction.name.endswith('_OR_POP')
-            at_targets.setdefault(instruction.target, depth if keeps else after)
+            at_targets.setdefault(
+                instruction.target, _depth_at_target(instruction, depth, after))
         depth = after if bytecode.goes_on(instruction) else None
     return starts
 
@@ -81,6 +81,12 @@ def _depth_after(instruction, depth):
     if change is None or name in ('POP_BLOCK', 'SETUP_FINALLY'):
         return 0  # Where 2.6 begins the block of a with, __exit__ stays below.
     return max(depth - change[0], 0) + change[1]
+
+
+def _depth_at_target(instruction, before, after):
+    if instruction.name == 'FOR_ITER':
+        return max(before - 1, 0)  # What was gone through is gone.
+    return before if instruction.name.endswith('_OR_POP') else after
 
 
 # What is called.

@@ -114,6 +114,15 @@ class ListingTest(TestCase):
             self.assertEqual([label for label in labels if label != 'Plain'][:1], ['f'])
             self.assertEqual('g' in labels, lines[0].startswith('for'), lines)
 
+    def test_a_statement_begins_behind_a_list_comprehension(self):
+        client = self.begun(
+            'x = [g(one) for one in [1, 2] for _ in [f(one)]]', 'while f(x):', '    g(2)',
+            '    x = h()', '    break')
+        while client.top()['line'] != self.program.line('while f(x)'):
+            client.go('next')
+            client.stopped()
+        self.assertEqual(self.labels(client), ['f'])
+
     def test_there_are_none_at_an_exception(self):
         client = self.begun('f(failing(), g(1))')
         client.ask('setExceptionBreakpoints', filters=['raised'])
