@@ -108,8 +108,7 @@ class Session(object):
             answer(self, message, _refuse_stranger)
         elif command in self._answers:
             answer(self, message, self._answers[command])
-        elif command == 'continue' and self._supervisor.current() is None \
-                and self._service.end_alone():
+        elif command == 'continue' and not self._is_stopped() and self._service.let_others_go():
             answer(self, message, _all_go)
         elif command in COMMANDS:
             self._supervisor.ask(message)
@@ -193,7 +192,8 @@ class Session(object):
             return Resume(DETACH)
         if self._service.is_signal_owed():
             # A stop before that is there would only hold it up.
-            return Resume(CONTINUE, others=ALL_GO)
+            self._service.decide_of_others(self._service.hold(stop), ALL_GO)
+            return Resume(CONTINUE)
         told = self._supervisor.consider(self._service.hold(stop), self._consider, stop)
         if not isinstance(told, Told):
             return told
@@ -421,14 +421,20 @@ class Session(object):
     def _end_program(self):
         self._program.terminate(self._let_go)
 
+    def _is_stopped(self):
+        """Whether a thread is, that was not told to go on."""
+        stopped = self._supervisor.current()
+        return stopped is not None and not stopped.is_leaving()
+
     def _let_go(self):
         stopped = self._supervisor.current()
         if stopped is not None:
             # Told before: the program's handler may stop.
             self.event('continued', {'threadId': self.threads.number(stopped.ident),
                                      'allThreadsContinued': self.stops_all})
-            self._supervisor.free(Resume(CONTINUE, others=ALL_GO))
-        self._service.end_alone()
+            self._service.decide_of_others(stopped.hold, ALL_GO)
+            self._supervisor.free(Resume(CONTINUE))
+        self._service.let_others_go()
 
     def _pause(self, arguments):
         stopped = self._supervisor.current()

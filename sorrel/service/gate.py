@@ -18,11 +18,11 @@ import sys
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.common.originals import thread
+from sorrel.common.originals import thread, time
 from sorrel.service.stops import ALL_GO
 
 # Taken now: a program may replace what the interpreter's modules offer.
-_new_lock, _current = thread.allocate_lock, thread.get_ident
+_new_lock, _current, _now = thread.allocate_lock, thread.get_ident, time.time
 
 
 class _Latch(object):
@@ -67,7 +67,7 @@ class _Hold(object):
         self.lets_pass = _Latch()
         # Has an item while the others are let pass, which whoever takes it shuts the gate for.
         self.passing = []
-        # Once the thread goes on alone, its ident. others: see Resume. since: when it began to.
+        # Once the thread goes on alone, its ident. others, since: see Gate.decide().
         self.alone = None
         self.others = ALL_GO
         self.since = None
@@ -115,18 +115,35 @@ class Gate(object):
         core.acquire_sorrel_mutex()
         if hold.is_for_all and hold.others != ALL_GO and not self.is_left(hold):
             hold.alone = _current()
-            return
+            # let_others_go() looks at the two in the other order.
+            if hold.others != ALL_GO:
+                return
         self.leave(hold)
         # Where it was left behind, another one may have stopped since.
         self.take_turn()
 
     # For any thread.
 
+    def decide(self, hold, others):
+        """What becomes of the others when the stopped thread goes on, which it is told to now."""
+        hold.since = _now()
+        hold.others = others
+
+    def let_others_go(self):
+        """Lets go whom a thread makes wait that goes on alone, or is about to. Whether one does."""
+        for hold in self._holds[:]:
+            if hold.others != ALL_GO:
+                hold.others = ALL_GO
+                if hold.alone is not None:
+                    self._remove(hold)
+                return True
+        return False
+
     def end_alone(self, is_over):
         """Lets go whom a thread that goes on alone makes wait, where the function says so of it.
 
-        It is given (the thread's ident, `others` of its Resume, since when). Returns what it was
-        given where it has said so, else None.
+        It is given (the thread's ident, what was decided of the others, since when). Returns what
+        it was given where it has said so, else None.
         """
         for hold in self._holds[:]:
             told = hold.alone, hold.others, hold.since

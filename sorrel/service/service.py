@@ -58,7 +58,7 @@ from sorrel.service.watches import Watches
 
 _IDLE_PERIOD = 1.0
 # Taken now: a program may replace what the interpreter's modules offer.
-_now, _sleep = time.time, time.sleep
+_sleep = time.sleep
 _ANY_THREAD = object()
 # What a front end may need where the program has used up its own.
 _STACK_ROOM = 100
@@ -383,7 +383,21 @@ class Service(BreakingIn, object):
         """The others go on as if the stopped thread had, which does so when it comes back."""
         self._gate.leave(hold)
 
-    def end_alone(self, is_over=lambda *told: True):
+    def decide_of_others(self, hold, others):
+        """What becomes of them when the stopped thread goes on; until this is called, as before.
+
+        others: ALL_GO, OTHERS_WAIT or OTHERS_WAIT_FIRST.
+        """
+        self._gate.decide(hold, others)
+
+    def let_others_go(self):
+        """No thread makes the others wait that goes on alone or is about to; in any thread.
+
+        Whether one did.
+        """
+        return self._gate.let_others_go()
+
+    def end_alone(self, is_over):
         """The threads go on that one which goes on alone makes wait; in any thread. See Gate."""
         return self._gate.end_alone(is_over)
 
@@ -937,9 +951,6 @@ class Service(BreakingIn, object):
         elif resume.action == QUIT:
             self.quit()
         else:
-            hold = self._holds.get(thread)
-            if resume.others is not None and hold is not None:
-                hold.others, hold.since = resume.others, _now()
             self._steps.request(thread, frame, resume, is_leaving)
 
     def guard_ctrl_c(self, guard):

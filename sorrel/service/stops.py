@@ -44,10 +44,9 @@ def evaluator(stop):
 # is counted; None for the innermost. first, last: the lines that STEP_OVER_RANGE passes over. call:
 # the LineCall of this frame that STEP_INTO_CALL leads into; where it comes to nothing, the step is
 # one over the line.
-# others: what becomes of those that wait, one of the three words below; None for as before.
-Resume = record('Resume', 'action frame first last call others', *[None] * 5)
+Resume = record('Resume', 'action frame first last call', *[None] * 4)
 
-# They go on; wait until they are let go by another Resume, or otherwise; wait for a moment, in
+# What becomes of the threads that wait for the stopped one when that goes on. They go on; wait until they are let go; wait for a moment, in
 # which a step ends that does not wait for one of them.
 ALL_GO, OTHERS_WAIT, OTHERS_WAIT_FIRST = 'all go', 'others wait', 'others wait first'
 

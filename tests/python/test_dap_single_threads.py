@@ -56,6 +56,16 @@ first, second = [end, work][::1 if %s else -1]
 threading.Thread(target=second).start()
 first()
 '''
+# The thread that has stopped goes on only when it is known that the others do, too.
+LEAVING = '''\
+import time
+from sorrel.service import gate
+def end(self, hold, end=gate.Gate.end, until=time.time() + 60):
+    while hold.others != gate.ALL_GO and time.time() < until:
+        time.sleep(0.001)
+    end(self, hold)
+gate.Gate.end = end
+'''
 
 
 class SingleThreadsTest(dap_session.TestCase):
@@ -139,6 +149,15 @@ class SingleThreadsTest(dap_session.TestCase):
         other = [thread['id'] for thread in client.ask('threads')['threads']
                  if thread['id'] != client.thread]
         self.assertEqual(client.ask('continue', threadId=other[0]), {'allThreadsContinued': True})
+        self.assertEqual(client.stopped(), 'breakpoint ' + self.at('# third'))
+        self.ends(client)
+
+    def test_so_does_one_that_comes_before_the_thread_has_gone(self):
+        client = self.begun('wait_for(counted[0] + 1000)')
+        self.break_at(client, self.program, '# third')
+        client.evaluate(LEAVING, 'repl')
+        self.go(client, 'continue', singleThread=True)
+        self.assertEqual(self.go(client, 'continue'), {'allThreadsContinued': True})
         self.assertEqual(client.stopped(), 'breakpoint ' + self.at('# third'))
         self.ends(client)
 

@@ -417,11 +417,16 @@ class StoppedThread(object):
             self._session.find_thread(arguments['threadId'])
             raise Refused('the thread has not stopped by itself')
 
+    def _go_on(self, resume, others):
+        # In this order: who sees that the thread leaves may already let the others go.
+        self._service.decide_of_others(self.hold, others)
+        self._resume = resume
+
     def _continue(self, arguments):
         is_single = arguments.get('singleThread', False)
         if is_single or not self._session.stops_all:
             self._check_thread(arguments)
-        self._resume = Resume(CONTINUE, others=OTHERS_WAIT if is_single else ALL_GO)
+        self._go_on(Resume(CONTINUE), OTHERS_WAIT if is_single else ALL_GO)
         return {'allThreadsContinued': self._session.stops_all and not is_single}
 
     def _step(self, arguments, action, frame=None):
@@ -429,8 +434,8 @@ class StoppedThread(object):
         stop = self.stop
         if stop is None:
             raise Refused(RUNNING)  # It has come back this moment, and does this itself.
-        self._resume = Resume(action, None if frame is stop.frame else frame,
-                              others=self._others_of_step(arguments))
+        self._go_on(Resume(action, None if frame is stop.frame else frame),
+                    self._others_of_step(arguments))
 
     def _others_of_step(self, arguments):
         if arguments.get('singleThread', False):
@@ -445,8 +450,7 @@ class StoppedThread(object):
             return self._step(arguments, STEP_INTO)
         frame, call = self._known(self._calls.find(arguments['targetId']))
         self._check_thread(arguments)
-        self._resume = Resume(STEP_INTO_CALL, frame, call=call,
-                              others=self._others_of_step(arguments))
+        self._go_on(Resume(STEP_INTO_CALL, frame, call=call), self._others_of_step(arguments))
 
     def _step_in_targets(self, arguments):
         entry = self._known(self._frames.find(arguments['frameId']) or
