@@ -232,20 +232,22 @@ bool make_container(PyObject** slot, PyObject* (*create)()) {
 
 PyObject* new_list() { return PyList_New(0); }
 
+// All of them are gone before any is released: that may run code which registers a hook.
 void release_containers() {
-    clear_slot(state().pending);
-    clear_slot(state().marker_codes);
-    clear_slot(state().module_paths);
-    clear_slot(state().key_codes);
+    SubLanguages& current = state();
+    const Ref pending = Ref::steal(std::exchange(current.pending, nullptr));
+    const Ref marker_codes = Ref::steal(std::exchange(current.marker_codes, nullptr));
+    const Ref module_paths = Ref::steal(std::exchange(current.module_paths, nullptr));
+    const Ref key_codes = Ref::steal(std::exchange(current.key_codes, nullptr));
 }
 
 }  // namespace
 
 void sub_languages_init() {
     state().registered = 0;
-    release_containers();
     hash_delete_table(&state().categories);
     hash_init(&state().categories, sizeof(PyCodeObject*));
+    release_containers();
 }
 
 void sub_languages_reset() {

@@ -72,6 +72,17 @@ class RegistrationTest(SubLanguageTestCase):
         self.run_program(CALLS)
         self.assertEqual(hook.calls, [])
 
+    def test_hook_that_is_registered_while_init_lets_go_of_another(self):
+        kept = []
+
+        class LastWords(Hook):
+            def __del__(this):
+                kept.append(self.register())
+        core.register_sub_language_hook(LastWords())
+        self.init()
+        self.run_program(CALLS)
+        self.assertEqual([call[0] for call in kept[0].calls], SET_UP)
+
     def test_init_forgets_hooks_that_are_set_up(self):
         hook = self.register()
         self.run_program()
