@@ -42,7 +42,7 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common import errors
 from sorrel.common.originals import thread, time
 from sorrel.inspection import frames, modules, raised, source
-from sorrel.languages import sublanguages
+from sorrel.languages import engines, sublanguages
 from sorrel.service import (
     breakpoints, exceptions, living, own_tracing, signal_handlers, thread_hooks)
 from sorrel.service.breaking_in import BreakingIn, CTRL_C
@@ -526,10 +526,11 @@ class Service(BreakingIn, object):
         count = self._import_count()
         if count == self._imports_seen:
             return
-        try:
-            self.exceptions.print_calls.look_for_modules()
-        except Exception:
-            errors.print_error()
+        for look in self.exceptions.print_calls.look_for_modules, engines.look:
+            try:
+                look()
+            except Exception:
+                errors.print_error()
         self._call_if_there('imported')
         # Not before: another thread may come here meanwhile.
         self._imports_seen = count
