@@ -27,7 +27,7 @@ class Variables(object):
     items = None
 
     def __init__(self, variables, first_names, assign, lent=(), defines=True):
-        """first_names: those that come first, in their order.
+        """first_names: those that come first, in their order. assign: None where none can change.
 
         lent: (name, value) pairs that cannot be changed, to stand before all.
         """
@@ -55,7 +55,7 @@ class Variables(object):
         def assign(value):
             self._assign(name, value)
         expression = name if parts.is_name(name) else None
-        return parts.named(name, value, expression, assign)
+        return parts.named(name, value, expression, self._assign and assign)
 
 
 class Items(object):

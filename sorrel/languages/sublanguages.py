@@ -18,7 +18,27 @@ _current_frames = sys._current_frames
 _entered_by = {}
 # The names of the hooks that load() has registered.
 loaded = []
+# Those that engines have: the core is to ask them only when something may stop in a template.
+_of_engines = []
+# Whether the core asks hooks; whether it is to do so for good, for one that is none of an engine's,
+# or for as long as there are breakpoints for it.
+_is_asking = _is_always_asking = _has_breakpoints = False
+_use_hooks = core._for_sorrel['use_hooks']
 _keys = set()
+
+
+class EngineHook(object):
+    """What the hook of an engine has beside the methods that the core calls."""
+
+    def is_template(self, frame):
+        """Whether a frame stands for lines of the language, if the core has not been told so."""
+        return False
+
+    def begin(self):
+        """The core has not asked for a while, and asks for all code next."""
+
+    def step_over(self, frame):
+        """The calling thread begins a step over a line of the frame, which stands for one."""
 
 
 class _Language(object):
@@ -55,6 +75,20 @@ class _Language(object):
             _keys.update(codes)
         return codes
 
+    # For those of engines.
+
+    def ask(self):
+        self._GetMarkerFrames()
+        self._GetModulePaths()
+
+    def register(self):
+        self.hook.begin()
+        core.register_sub_language_hook(self)
+
+    def is_key(self, frame):
+        is_template = getattr(self.hook, 'is_template', None)
+        return frame.f_code in _keys or is_template is not None and is_template(frame)
+
     def is_implemented_in(self, path):
         for beginning, category in self._paths:
             if path.lower().startswith(beginning.lower()):
@@ -64,7 +98,60 @@ class _Language(object):
 
 def register(hook):
     """From now on, frames of the hook's language are shown at their lines in its own files."""
+    global _is_always_asking, _is_asking
     core.register_sub_language_hook(_Language(hook))
+    _is_always_asking = _is_asking = True
+
+
+def register_for_engine(hook):
+    """The same of an EngineHook, while something may stop in a template: see ask()."""
+    language = _Language(hook)
+    language.ask()
+    _of_engines.append(language)
+    if _is_asking:
+        language.register()
+
+
+def renew(hook):
+    """Has the core ask an engine's hook for its code again, before it comes to the next call."""
+    for language in _of_engines:
+        if language.hook is hook:
+            core.register_sub_language_hook(language)
+
+
+def ask():
+    """From now on the core asks the hooks of engines, too. The calling thread is about to step."""
+    _ask()
+    _use_hooks(True)
+
+
+def ask_no_more():
+    """No thread is on a step: the hooks are left alone where no breakpoint needs them."""
+    global _is_asking
+    if _is_asking and not _is_always_asking and not _has_breakpoints:
+        _is_asking = False
+        _use_hooks(False)
+
+
+def ask_for_breakpoints(on):
+    """Whether there are breakpoints that may be in templates."""
+    global _has_breakpoints
+    _has_breakpoints = on
+    if on:
+        _ask()
+
+
+def _ask():
+    global _is_asking
+    if not _is_asking:
+        _is_asking = True
+        for language in _of_engines:
+            language.register()
+
+
+def is_of_engine():
+    """Whether there is a hook of an engine's."""
+    return bool(_of_engines)
 
 
 def load(name):
@@ -98,8 +185,11 @@ def at_work(thread):
 
 
 def is_hidden(language, frame):
-    """Whether a frame only implements the language at work in its thread."""
-    if language is None or frame.f_code in _keys:
+    """Whether a frame only implements the language at work in its thread.
+
+    Its hook may know no line for one that could stand for one.
+    """
+    if language is None or location(language, frame) is not None:
         return False
     try:
         return language.is_implemented_in(core.get_frame_file(frame) or '')
@@ -109,12 +199,17 @@ def is_hidden(language, frame):
 
 def is_key(frame):
     """Whether the frame's code is such that its frames may stand for lines of a language."""
-    return frame.f_code in _keys
+    if frame.f_code in _keys:
+        return True
+    for language in _of_engines:
+        if language.is_key(frame):
+            return True
+    return False
 
 
 def location(language, frame):
     """The (path, line) that a frame stands for, None for one of plain Python."""
-    if language is None or frame.f_code not in _keys:
+    if language is None or not language.is_key(frame):
         return None
     try:
         path, line = language.hook._TranslateFrame(frame, 1)[:2]
@@ -123,9 +218,8 @@ def location(language, frame):
         return None  # The frame is shown as what it is.
 
 
-def evaluator(language, frame):
-    """A function for expressions of the language that this frame stands for, or None."""
-    if language is None or frame.f_code not in _keys:
-        return None
-    evaluate = getattr(language.hook, '_Eval', None)
-    return evaluate and (lambda expression: evaluate(expression, frame))
+def step_over(frame):
+    """The calling thread begins a step over a line of the frame."""
+    for language in _of_engines:
+        if language.is_key(frame):
+            language.hook.step_over(frame)

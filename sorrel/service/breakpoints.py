@@ -13,6 +13,7 @@ from sorrel.common import text_files
 from sorrel.common.originals import thread
 from sorrel.common.records import record
 from sorrel.inspection import evaluation, file_code, functions, private_names, source
+from sorrel.languages import sublanguages
 from sorrel.service import conditions
 from sorrel.service.checks import Checks
 
@@ -299,6 +300,9 @@ class Breakpoints(object):
             breakpoint.is_checked = are_checked and breakpoint.number is not None
             self._set(breakpoint)
         self._checks.set([breakpoint for breakpoint in self._known if breakpoint.is_checked])
+        sublanguages.ask_for_breakpoints(bool([
+            breakpoint for breakpoint in self._known
+            if breakpoint.path and not breakpoint.path.endswith(file_code.PYTHON)]))
 
     def _set(self, breakpoint):
         breakpoint.understand()

@@ -4,8 +4,7 @@ from __future__ import absolute_import
 
 import sys
 
-from sorrel.inspection import evaluation
-from sorrel.languages import sublanguages
+from sorrel.inspection import evaluation, views
 
 
 def judge(condition, thread, frame):
@@ -16,7 +15,7 @@ def judge(condition, thread, frame):
     """
     if condition is None:
         return True, None
-    in_its_language = sublanguages.evaluator(sublanguages.at_work(thread), frame)
+    in_its_language = views.evaluator(thread, frame)
     try:
         if in_its_language is not None:
             return bool(in_its_language(condition)), None

@@ -15,6 +15,7 @@ from __future__ import absolute_import
 import tmorvik26_vs2012_x64 as core
 
 from sorrel.inspection import frames, line_calls
+from sorrel.languages import sublanguages
 from sorrel.service import c_calls, living
 from sorrel.service.stops import (
     CONTINUE, INTERRUPTED, RAISED, Resume, RETURNED, STEP_INTO, STEP_INTO_CALL, STEP_OUT, STEP_OVER,
@@ -51,6 +52,8 @@ class Steps(object):
             counted = resume.frame or frame
             if self._is_wanted(counted) or is_leaving and self._is_wanted(frame.f_back):
                 self._passes_code[thread] = True
+        if resume.action != CONTINUE:
+            self._ask_languages(thread, resume.action)
         if resume.action == STEP_INTO_CALL:
             self._awaited[thread] = resume
             is_there = is_leaving or resume.frame is frame
@@ -59,6 +62,14 @@ class Steps(object):
             self._awaited[thread] = resume
             resume = Resume(STEP_OUT)
         self._begin(thread, frame, resume)
+        if not self._targets:
+            sublanguages.ask_no_more()
+
+    def _ask_languages(self, thread, action):
+        """A step may lead into a template, or on in one."""
+        if sublanguages.is_of_engine() and (
+                action in (STEP_INTO, STEP_INTO_CALL) or sublanguages.at_work(thread) is not None):
+            sublanguages.ask()
 
     def expect_stop(self, thread):
         """The core is asked by the caller to stop this thread as soon as it can."""
@@ -199,6 +210,7 @@ class Steps(object):
             self._targets[thread] = frame.f_back and id(frame.f_back)
         else:
             self._targets[thread] = id(frame)
+            sublanguages.step_over(frame)
         if resume.action == STEP_OVER_RANGE:
             self._passed_over[thread] = resume.first, resume.last
             core.step_over_line_range(resume.first, resume.last)

@@ -74,8 +74,12 @@ class Completion(object):
             evaluation.check_size(text)
         except SyntaxError:
             return []  # What is before its last dot would be evaluated.
-        names = dict(self._frame().f_globals)
-        names.update(self._frame().f_locals)
+        view = self._view()
+        if view is not None:
+            names = view.variables()
+        else:
+            names = dict(self._frame().f_globals)
+            names.update(self._frame().f_locals)
         names = dict(self._evaluator.names, **names)
         completer = rlcompleter.Completer(names)
         return completer.attr_matches(text) if '.' in text else completer.global_matches(text)

@@ -11,9 +11,8 @@ import types
 from cmd import Cmd
 
 from sorrel.common import errors
-from sorrel.inspection import causes, evaluation, source, stacks
+from sorrel.inspection import causes, evaluation, source, stacks, views
 from sorrel.inspection.time_limit import Overtime
-from sorrel.languages import sublanguages
 from sorrel.service import exceptions
 from sorrel.service.service import Service
 from sorrel.service.stops import (
@@ -220,10 +219,15 @@ class Terminal(
             raise Closed  # It has been forked, here: the person talks to its parent.
 
     def _execute(self, text):
-        self._try(self._evaluator.statement, text, self._frame(), self._show_value)
+        view = self._view()
+        if view is not None:
+            self._try(self._evaluator.call, view.run, text, self._show_value)
+        else:
+            self._try(self._evaluator.statement, text, self._frame(), self._show_value)
 
     def _is_known(self, name):
-        return name in self._evaluator.names or evaluation.is_of_program(name, self._frame())
+        return name in self._evaluator.names or evaluation.is_of_program(name, self._frame()) \
+            or self._is_variable(name)
 
     def _is_whole(self, text):
         return evaluation.is_whole(text, self._frame())
@@ -232,6 +236,9 @@ class Terminal(
         return evaluation.is_begun(text, self._frame())
 
     def _is_variable(self, name):
+        view = self._view()
+        if view is not None:
+            return name in view.variables()
         frame = self._frame()
         return name in frame.f_locals or name in frame.f_globals \
             or name == 'print' and bool(frame.f_code.co_flags & _PRINTS_BY_FUNCTION)
@@ -257,6 +264,9 @@ class Terminal(
 
     def do_args(self, argument):
         """args, a: show this function's arguments."""
+        if self._view() is not None:
+            self._try(self._show_locals, self._frame())
+            return
         code = self._frame().f_code
         count = code.co_argcount
         count += bool(code.co_flags & _VARARGS) + bool(code.co_flags & _VARKEYWORDS)
@@ -293,6 +303,10 @@ class Terminal(
     def _frame(self):
         return self._entry().frame
 
+    def _view(self):
+        """Of the frame that is shown, if a language has variables of its own there; else None."""
+        return views.view(self._shown_thread, self._frame())
+
     def _step_frame(self):
         """Where steps count: only the thread that has stopped can be stepped."""
         return self._frame() if self._shown_thread == self._stop.thread else self._stop.frame
@@ -303,8 +317,7 @@ class Terminal(
         return value
 
     def _computed(self, expression):
-        in_its_language = sublanguages.evaluator(
-            sublanguages.at_work(self._shown_thread), self._frame())
+        in_its_language = views.evaluator(self._shown_thread, self._frame())
         if in_its_language is not None:
             return self._evaluator.call(in_its_language, expression)
         return self._evaluator.expression(expression, self._frame())

@@ -3,7 +3,7 @@
 from __future__ import absolute_import
 
 from sorrel.common import errors
-from sorrel.inspection import causes, frames, source
+from sorrel.inspection import causes, frames, source, views
 from sorrel.service.stops import RAISED, RETURNED
 
 _SUBJECTS = 'args', 'breakpoints', 'locals', 'threads', 'watchpoints'
@@ -22,7 +22,7 @@ class StackCommands(object):
         for index in range(max(0, len(self._stack) - shown), len(self._stack)):
             self._show_frame(index)
             if 'full' in words:
-                self._show_locals(self._stack[index].frame, '        ')
+                self._try(self._show_locals, self._stack[index].frame, '        ')
 
     def do_frame(self, argument):
         """frame [NUMBER]: go to a frame; 0 is the innermost one, 1 its caller."""
@@ -62,7 +62,7 @@ class StackCommands(object):
         if not found:
             self._say('*** info about what? One of: %s' % ', '.join(_SUBJECTS))
         elif found[0] == 'locals':
-            self._show_locals(self._frame())
+            self._try(self._show_locals, self._frame())
         elif found[0] == 'watchpoints':
             self.list_watchpoints()
         else:
@@ -70,7 +70,8 @@ class StackCommands(object):
                 found[0]]('')
 
     def _show_locals(self, frame, indent=''):
-        values = frame.f_locals
+        view = views.view(self._shown_thread, frame)
+        values = frame.f_locals if view is None else view.variables()
         for name in sorted([name for name in values.keys() if type(name) is str]):
             # Of modules, nearly all such names are the interpreter's.
             if name in values and not (name.startswith('__') and name.endswith('__')):

@@ -3,9 +3,8 @@
 from __future__ import absolute_import
 
 from sorrel.common import errors
-from sorrel.inspection import frames
+from sorrel.inspection import frames, views
 from sorrel.inspection.time_limit import Overtime
-from sorrel.languages import sublanguages
 from sorrel.service import living
 from sorrel.service.breakpoints import Refused
 from sorrel.service.stops import RETURNED
@@ -53,8 +52,7 @@ class WatchCommands(object):
     def _watch(self, expression):
         if self._has_ended():
             raise Refused('The program has ended')
-        if sublanguages.evaluator(
-                sublanguages.at_work(self._shown_thread), self._frame()) is not None:
+        if views.evaluator(self._shown_thread, self._frame()) is not None:
             raise Refused('Only expressions of Python can be watched')
         watchpoint = self.service.watches.add(expression, self._frame())
         if watchpoint.frame is not None and not self._is_to_go_on(watchpoint.frame):

@@ -4,7 +4,9 @@
 #include "tracercore/passed_code.h"
 #include "tracercore/rest.h"
 #include "tracercore/returning.h"
+#include "tracercore/state.h"
 #include "tracercore/stepping.h"
+#include "tracercore/sublanguages.h"
 #include "tracercore/watching.h"
 
 namespace morvik {
@@ -83,6 +85,15 @@ PyObject* entry_is_elsewhere(PyObject* /*self*/, PyObject* frame) {
     return PyBool_FromLong(is_elsewhere(record, as_frame(frame)) ? 1 : 0);
 }
 
+PyObject* entry_use_hooks(PyObject* /*self*/, PyObject* on) {
+    const int is_on = PyObject_IsTrue(on);
+    if (is_on < 0) {
+        return nullptr;
+    }
+    use_sub_language_hooks(is_on != 0);
+    return new_none();
+}
+
 PyMethodDef functions[] = {
     {"step_through", entry_step_through, METH_NOARGS,
      "step_through()\n\n"
@@ -98,6 +109,11 @@ PyMethodDef functions[] = {
      "is_elsewhere(frame)\n\n"
      "Whether the frame is on another stack of the calling thread than the one that its step is "
      "for."},
+    {"use_hooks", entry_use_hooks, METH_O,
+     "use_hooks(on)\n\n"
+     "Whether hooks of sub-languages are asked from now on, and threads are in their languages: "
+     "the calling one is from now on where its stack is, others are when they enter them.  "
+     "Registering a hook has all of them asked again."},
     {"watch", entry_watch, METH_VARARGS,
      "watch(callback, frames)\n\n"
      "Before each line of these frames, a tuple, and before each of their returns, the callback is "

@@ -190,7 +190,11 @@ long implementation_category(PyObject* hook, PyFrameObject* frame) {
     }
     const char* const file = registered_pathname(&code_names, code);
     if (file == nullptr) {
-        return PyErr_Occurred() != nullptr ? -1 : 0;
+        // Of code in no file nothing is kept.
+        return PyErr_Occurred() != nullptr ? -1
+               : PyString_Check(code->co_filename)
+                   ? category_of_file(paths.get(), PyString_AS_STRING(code->co_filename))
+                   : 0;
     }
     const long category = category_of_file(paths.get(), file);
     if (category == -1 && PyErr_Occurred() != nullptr) {
@@ -221,6 +225,50 @@ StepKind step_kind() {
     const bool in_key_frame =
         is_frame(stop_frame.get()) && find(state().key_codes, code_of(as_frame(stop_frame.get())));
     return in_key_frame ? kStepOver : kRunningFreely;
+}
+
+// Makes the hook of a marker frame the calling thread's, unless it has one.
+void enter(PyFrameObject* frame, PyObject* hook) {
+    ThreadData* const record = thread_table_current(&core.threads);
+    if (hook != nullptr && record != nullptr && record->sub_lang_frame == nullptr) {
+        const Ref old_hook = Ref::steal(record->sub_lang_hook);
+        record->sub_lang_hook = Ref::share(hook).release();
+        record->sub_lang_frame = Ref::share(as_object(frame)).release();
+    }
+}
+
+// Goes by the calling thread's outermost marker frame.
+void enter_where_stack_is() {
+    PyFrameObject* marker = nullptr;
+    Ref hook;
+    for (PyFrameObject* frame = current_thread_state()->frame; frame != nullptr;
+         frame = frame->f_back) {
+        Ref found = find(state().marker_codes, code_of(frame));
+        if (found) {
+            marker = frame;
+            hook = std::move(found);
+        }
+    }
+    enter(marker, hook.get());
+}
+
+ThreadData* any_in_language() {
+    HashSearch search;
+    for (HashEntry* entry = hash_first(&core.threads.records, &search); entry != nullptr;
+         entry = hash_next(&search)) {
+        auto* const record = static_cast<ThreadData*>(hash_get_value(entry));
+        if (record->sub_lang_hook != nullptr) {
+            return record;
+        }
+    }
+    return nullptr;
+}
+
+void leave(ThreadData* record) {
+    const Ref marker = Ref::steal(record->sub_lang_frame);
+    const Ref hook = Ref::steal(record->sub_lang_hook);
+    record->sub_lang_frame = nullptr;
+    record->sub_lang_hook = nullptr;
 }
 
 bool make_container(PyObject** slot, PyObject* (*create)()) {
@@ -290,6 +338,24 @@ int register_sub_language_hook(PyObject* hook) {
     return 0;
 }
 
+void use_sub_language_hooks(bool on) {
+    if (on && state().marker_codes != nullptr) {
+        state().registered = 1;
+        if (state().pending != nullptr) {
+            set_up_pending();
+        }
+        enter_where_stack_is();
+    }
+    if (!on) {
+        state().registered = 0;
+        // What is released may run code, and change which threads there are.
+        for (ThreadData* record = any_in_language(); record != nullptr;
+             record = any_in_language()) {
+            leave(record);
+        }
+    }
+}
+
 void track_sub_language(PyFrameObject* frame) {
     if (state().registered == 0) {
         return;
@@ -297,28 +363,19 @@ void track_sub_language(PyFrameObject* frame) {
     if (state().pending != nullptr) {
         set_up_pending();
     }
-    ThreadData* record = thread_table_current(&core.threads);
+    const ThreadData* const record = thread_table_current(&core.threads);
     if (record == nullptr || record->sub_lang_frame != nullptr) {
         return;
     }
     const Ref hook = find(state().marker_codes, code_of(frame));
-    record = thread_table_current(&core.threads);
-    if (hook && record != nullptr && record->sub_lang_frame == nullptr) {
-        const Ref old_hook = Ref::steal(record->sub_lang_hook);
-        record->sub_lang_hook = Ref::share(hook.get()).release();
-        record->sub_lang_frame = Ref::share(as_object(frame)).release();
-    }
+    enter(frame, hook.get());
 }
 
 void leave_sub_language_frame(PyFrameObject* frame) {
     ThreadData* const record = thread_table_current(&core.threads);
-    if (record == nullptr || record->sub_lang_frame != as_object(frame)) {
-        return;
+    if (record != nullptr && record->sub_lang_frame == as_object(frame)) {
+        leave(record);
     }
-    const Ref marker = Ref::steal(record->sub_lang_frame);
-    const Ref hook = Ref::steal(record->sub_lang_hook);
-    record->sub_lang_frame = nullptr;
-    record->sub_lang_hook = nullptr;
 }
 
 int refresh_key_frames(PyObject* hook) {

@@ -14,7 +14,7 @@
 namespace morvik {
 
 struct SubLanguages {
-    int registered;          // 1 once a hook was registered
+    int registered;          // 1 once a hook was registered, as long as hooks are in use
     PyObject* pending;       // hooks that are not set up yet; nullptr for none
     PyObject* marker_codes;  // marker code object to hook
     PyObject* module_paths;  // hook to its list of (path prefix, category)
@@ -40,6 +40,11 @@ void forget_category(PyCodeObject* code);
 
 // 0, or -1 with an error set.
 int register_sub_language_hook(PyObject* hook);
+
+// While no hook is in use, none is asked and no thread is in a language, as if none were
+// registered. From when they are in use again, or one is registered, the calling thread is where it
+// is.
+void use_sub_language_hooks(bool on);
 
 // At a call event: sets up hooks that are pending, and makes a marker frame's hook the thread's.
 void track_sub_language(PyFrameObject* frame);

@@ -21,7 +21,7 @@ class EnginesTest(harness.TestCase):
         hooks.hook = self.make
         self.keep(engines, '_waiting', {'an_engine': ('an_engine', _HOOKS, 'an')})
         self.keep(engines, '_turned_off', set())
-        self.keep(sublanguages, 'register', self.registered.append)
+        self.keep(sublanguages, 'register_for_engine', self.registered.append)
 
     def tearDown(self):
         for name in _HOOKS, 'an_engine':

@@ -4,7 +4,6 @@ from __future__ import absolute_import
 
 import keyword
 import types
-import __builtin__
 
 from sorrel.common.decoding import text
 from sorrel.inspection import attributes
@@ -14,20 +13,20 @@ _IN_NAMES = 'abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_.' + _DIGITS
 _ABSENT = object()
 
 
-def complete(typed, column, frame, evaluator):
+def complete(typed, column, scopes, evaluate):
     """The first and last position of what is to be replaced, and what could stand there.
 
     That is a list of (name, type), with the protocol's words for types. column: how much of the
-    text is before the cursor. evaluator: for what is typed there.
+    text is before the cursor. scopes: dicts of what can be named, the innermost first. evaluate:
+    gives the value of what is typed there.
     """
     before = typed[:max(0, column)]
     name = before[len(before.rstrip(_IN_NAMES)):].lstrip(_DIGITS + '.')
     path, dot, begun = name.rpartition('.')
     if dot:
-        value = evaluator.expression(path, frame)
+        value = evaluate(path)
         names, type_of = dir(value), lambda name: _type_of_attribute(value, name)
     else:
-        scopes = [frame.f_locals, frame.f_globals, evaluator.names, __builtin__.__dict__]
         names, type_of = set(keyword.kwlist), lambda name: _type_of_name(name, scopes)
         for variables in scopes:
             names.update(variables)

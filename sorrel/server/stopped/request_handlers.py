@@ -7,6 +7,7 @@ from __future__ import absolute_import
 
 import os
 import sys
+import __builtin__
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
@@ -15,7 +16,7 @@ from sorrel.common.records import record
 from sorrel.common.work_queue import WorkQueue
 from sorrel.inspection import (
     causes, child_values, code_lines, evaluation, frames, line_calls, private_names, source, stacks,
-    values)
+    values, views)
 from sorrel.inspection.time_limit import TimeLimit
 from sorrel.languages import sublanguages
 from sorrel.protocol.messages import Refused
@@ -263,21 +264,32 @@ class StoppedThread(object):
         except:
             raise Refused(explain(*sys.exc_info()))
 
+    def _view(self, frame):
+        return views.view(self.ident, frame)
+
     def _scopes(self, arguments):
         frame = self._find_frame(arguments)
+        view = self._view(frame)
+        if view is not None:
+            variables = child_values.Variables(
+                self._of_program(view.variables), (), view.assign if view.can_assign() else None,
+                self._lent_to(frame), defines=None)
+            return {'scopes': [self._scope('Locals', variables, frame)]}
         set_global = frame.f_globals.__setitem__
         is_module = frame.f_locals is frame.f_globals
         variables = child_values.Variables(
             frame.f_locals, frame.f_code.co_varnames,
             set_global if is_module else evaluation.assigner(frame), self._lent_to(frame),
             defines=is_module or private_names.is_class_body(frame.f_code) or None)
-        scopes = [{'name': 'Locals', 'expensive': False, 'presentationHint': 'locals',
-                   'variablesReference': self._presenter.whole(variables, frame)}]
+        scopes = [self._scope('Locals', variables, frame)]
         if not is_module:
             variables = child_values.Variables(frame.f_globals, (), set_global)
-            scopes.append({'name': 'Globals', 'expensive': True, 'presentationHint': 'globals',
-                           'variablesReference': self._presenter.whole(variables, frame)})
+            scopes.append(self._scope('Globals', variables, frame))
         return {'scopes': scopes}
+
+    def _scope(self, name, variables, frame):
+        return {'name': name, 'expensive': name == 'Globals', 'presentationHint': name.lower(),
+                'variablesReference': self._presenter.whole(variables, frame)}
 
     def _lent_to(self, frame):
         """(name, value) of what stands among the variables of the frame that has stopped."""
@@ -308,16 +320,21 @@ class StoppedThread(object):
             why = '' if child.fixed_by is None \
                 else ': it is part of a ' + values.class_name(child.fixed_by)
             raise Refused('%s cannot be changed%s' % (arguments['name'], why))
-        value = self._of_program(self._evaluator.expression, arguments['value'], frame)
+        value = self._value(arguments['value'], frame)
         self._of_program(child.assign, value)
         return self._presenter.value(value, frame, expression, _in_hex(arguments))
 
     def _set_expression(self, arguments):
         frame = self._find_frame(arguments)
         expression = arguments['expression']
-        statement = '%s = (%s)' % (expression, arguments['value'])
-        self._of_program(self._evaluator.statement, statement, frame, None)
-        value = self._of_program(self._evaluator.expression, expression, frame)
+        view = self._view(frame)
+        if view is not None:
+            value = self._value(arguments['value'], frame)
+            self._of_program(self._evaluator.call, view.set, expression, value)
+        else:
+            statement = '%s = (%s)' % (expression, arguments['value'])
+            self._of_program(self._evaluator.statement, statement, frame, None)
+        value = self._value(expression, frame)
         return self._presenter.value(value, frame, expression, _in_hex(arguments))
 
     def _evaluate(self, arguments):
@@ -332,7 +349,7 @@ class StoppedThread(object):
         return _result(shown, value)
 
     def _value(self, expression, frame):
-        in_its_language = sublanguages.evaluator(sublanguages.at_work(self.ident), frame)
+        in_its_language = views.evaluator(self.ident, frame)
         if in_its_language is not None:
             return self._of_program(self._evaluator.call, in_its_language, expression)
         return self._of_program(self._evaluator.expression, expression, frame)
@@ -342,12 +359,16 @@ class StoppedThread(object):
         said = console_commands.execute(typed, self.stop, self._service.exceptions)
         if said is not None:
             return {'result': text(said), 'variablesReference': 0}
-        in_its_language = sublanguages.evaluator(sublanguages.at_work(self.ident), frame)
+        view = self._view(frame)
+        in_its_language = views.evaluator(self.ident, frame) if view is None else None
         if in_its_language is not None:
             value = self._typed(self._evaluator.call, in_its_language, typed)
             return self._typed_value(value, frame, in_hex)
         shown = []
-        self._typed(self._evaluator.statements, typed, frame, shown.append)
+        if view is not None:
+            self._typed(self._evaluator.call, view.run, typed, shown.append)
+        else:
+            self._typed(self._evaluator.statements, typed, frame, shown.append)
         if not shown:
             return {'result': '', 'variablesReference': 0}
         return self._typed_value(shown[-1], frame, in_hex)
@@ -363,10 +384,17 @@ class StoppedThread(object):
         line = arguments.get('line', self._session.first_line) - self._session.first_line
         typed = lines[line] if 0 <= line < len(lines) else u''
         start, end, found = self._of_program(
-            completion.complete, typed, arguments['column'] - first_column, frame,
-            self._evaluator)
+            completion.complete, typed, arguments['column'] - first_column,
+            self._names_in(frame), lambda path: self._value(path, frame))
         return {'targets': [{'label': name, 'type': type, 'start': start + first_column,
                              'length': end - start} for name, type in found]}
+
+    def _names_in(self, frame):
+        """Dicts of what can be named there, the innermost first."""
+        view = self._view(frame)
+        if view is not None:
+            return [self._of_program(view.variables), self._evaluator.names]
+        return [frame.f_locals, frame.f_globals, self._evaluator.names, __builtin__.__dict__]
 
     def _exception_info(self, arguments):
         self._check_thread(arguments)
