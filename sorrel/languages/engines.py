@@ -13,7 +13,9 @@ from sorrel.common import import_lock
 from sorrel.languages import sublanguages
 
 # The engine's module, the one of its hook, and what clients say false about to have none.
-ENGINES = ()
+ENGINES = (
+    ('jinja2', 'sorrel.languages.jinja_templates', 'jinja'),
+)
 
 _waiting = dict((engine[0], engine) for engine in ENGINES)
 _turned_off = set()
@@ -53,7 +55,7 @@ def _make(engine, known):
     if hook is None:
         _waiting[known[0]] = known
     else:
-        sublanguages.register(hook)
+        sublanguages.register_for_engine(hook)
 
 
 def _hook_of(name, engine):

@@ -1,0 +1,191 @@
+"""What hooks have in common whose templates are made into functions of Python."""
+
+from __future__ import absolute_import
+
+import os
+
+import tmorvik26_vs2012_x64 as core
+
+from sorrel.common.originals import thread
+from sorrel.languages import sublanguages
+
+# Events and kinds of steps, as the core numbers them.
+EXCEPTION, CALL, LINE, RETURN = -1, 0, 1, 2
+RUNNING, STEP_INTO = -1, 0
+
+_ident = thread.get_ident
+
+
+class Hook(sublanguages.EngineHook):
+    """For each engine a class of its own says what is marked "of the engine" here."""
+
+    def __init__(self, rendering, files, watched):
+        """rendering: code that renders templates; while it runs, its thread is in the language.
+
+        files: of the engine; what is in the folders of these is nobody's own code. watched: code of
+        the engine, for called().
+        """
+        self._rendering = rendering
+        self._watched = watched
+        # The core keeps the list and looks into it again: files of templates come to it.
+        self._paths = [(os.path.dirname(os.path.abspath(path)) + os.sep, 1) for path in files]
+        self._folders = tuple([folder for folder, _ in self._paths])
+        # By id(), code of templates; and of any, what the core has not been told of yet.
+        self._code = {}
+        self._new = []
+        # By id(), the lines of code that has been run, the names of whose files are in the paths.
+        self._lines = {}
+        # Whether templates may have been loaded that the core has not been told of.
+        self._is_behind = True
+        self._questions = {}
+        # By threads, the id() of the frame of a template's that the last step is to end in.
+        self._ends = {}
+
+    # Of the engine.
+
+    def code_of(self, namespace):
+        """The code of all functions of the template whose module has these variables; [] for none.
+        """
+        raise NotImplementedError
+
+    def namespaces(self):
+        """The variables of the modules of all templates that are loaded."""
+        raise NotImplementedError
+
+    def lines_of(self, frame):
+        """Where the lines of the template are in the frame's code: an object with the methods
+        of_template(line), the template's line that one of the code belongs to, and begins(line),
+        whether something of the template begins in one of the code.
+        """
+        raise NotImplementedError
+
+    def path_of(self, frame):
+        """The template's file."""
+        raise NotImplementedError
+
+    def called(self, frame):
+        """A frame of watched code begins."""
+
+    def is_passing_on(self, frame):
+        """Whether a frame is at its line only to hand on what another function has made."""
+        return False
+
+    def is_suspended(self, frame):
+        """Whether a return of the frame's is none, as it goes on later."""
+        return False
+
+    # For those.
+
+    def learn(self, namespace):
+        """The template of a module with these variables, if it is one, is known from now on."""
+        new = [code for code in self.code_of(namespace) if id(code) not in self._code]
+        self._code.update([(id(code), code) for code in new])
+        self._new.extend(new)
+
+    def tell_core(self):
+        """The core is told of what was learnt before it comes to the next call."""
+        sublanguages.renew(self)
+
+    def hide_module(self, code, path):
+        """Of a template's module, of which nothing is the template's but the functions."""
+        self._new.append(code)
+        self._leave_to_hook(path)
+        self.tell_core()
+
+    # What only sorrel asks.
+
+    def is_template(self, frame):
+        if id(frame.f_code) not in self._code and frame.f_locals is not frame.f_globals:
+            self.learn(frame.f_globals)
+        return id(frame.f_code) in self._code
+
+    def begin(self):
+        self._is_behind = True
+
+    def step_over(self, frame):
+        self._ends[_ident()] = id(frame)
+
+    # What the core asks.
+
+    def _GetMarkerFrames(self):
+        return self._rendering
+
+    def _GetModulePaths(self):
+        return self._paths
+
+    def _GetSubLanguageFrames(self):
+        if self._is_behind:
+            self._is_behind = False
+            for namespace in self.namespaces():
+                self.learn(namespace)
+        new, self._new = self._new, []
+        return new + self._watched
+
+    def _StopHere(self, frame, event, kind):
+        """The first question at a place comes from stepping, the second one is whether a breakpoint
+        would be at the right place here; the third one is the second again. The first one of an
+        exception is no other than of a step; the others come as if the thread were running.
+        """
+        if id(frame.f_code) not in self._code:
+            if event == CALL and frame.f_code in self._watched:
+                self.called(frame)
+            return False
+        if event == RETURN:
+            self._return(frame, kind)
+            return False
+        self._of(frame)
+        number = self._count(frame, event)
+        if event == LINE and number < 3 and self._is_place(frame):
+            return number == 2 or self._ends_step(frame, kind)
+        return event == EXCEPTION and number > 1 and kind == RUNNING
+
+    def _TranslateFrame(self, frame, for_exception):
+        if id(frame.f_code) not in self._code:
+            raise LookupError('no frame of a template')
+        return self.path_of(frame), self._of(frame).of_template(frame.f_lineno)
+
+    def _GetStepOutFrame(self, frame):
+        frame = frame.f_back
+        while frame is not None and id(frame.f_code) not in self._code and self._is_hidden(frame):
+            frame = frame.f_back
+        self._ends[_ident()] = id(frame)
+        return frame
+
+    def _return(self, frame, kind):
+        """A step that would have ended in a frame ends further out where that is left."""
+        if kind not in (RUNNING, STEP_INTO) and self._ends.get(_ident()) == id(frame) \
+                and not self.is_suspended(frame):
+            core.step_out()
+
+    def _ends_step(self, frame, kind):
+        if kind in (RUNNING, STEP_INTO):
+            return kind == STEP_INTO
+        return self._ends.get(_ident()) == id(frame)
+
+    def _count(self, frame, event):
+        """How many questions there have been about a place, with this one."""
+        place = id(frame), frame.f_lasti, event
+        known, number = self._questions.get(_ident(), (None, 0))
+        number = number + 1 if known == place else 1
+        self._questions[_ident()] = place, number
+        return number
+
+    def _is_place(self, frame):
+        """Whether a line of the template begins here."""
+        return self._of(frame).begins(frame.f_lineno) and not self.is_passing_on(frame)
+
+    def _of(self, frame):
+        lines = self._lines.get(id(frame.f_code))
+        if lines is None:
+            self._leave_to_hook(core.get_frame_file(frame))
+            self._leave_to_hook(frame.f_code.co_filename)
+            lines = self._lines[id(frame.f_code)] = self.lines_of(frame)
+        return lines
+
+    def _leave_to_hook(self, path):
+        """Has the core leave to the hook where steps end in a template's file."""
+        if path and (path, 1) not in self._paths:
+            self._paths.append((path, 1))
+
+    def _is_hidden(self, frame):
+        return (core.get_frame_file(frame) or '').startswith(self._folders)
