@@ -2,7 +2,7 @@
 
 The module of an engine's hook is imported when the engine has been. Its function `hook(engine)` is
 given the engine's module, which may still be in the midst of its import; it answers with the hook,
-or with None for as long as it finds too little there.
+or with None for as long as it finds too little there: then it is asked again.
 """
 
 from __future__ import absolute_import
@@ -37,7 +37,7 @@ def names():
 def look():
     """Makes the hooks of engines that the program has imported since the last call.
 
-    In a thread of the program's. Raises what making one has raised; it is not tried again.
+    In a thread of the program's. Raises what importing its module has; it is not tried again.
     """
     for module in list(_waiting):
         engine = sys.modules.get(module)
@@ -48,16 +48,11 @@ def look():
 
 
 def _make(engine, known):
+    name = known[1]
     try:
-        hook = import_lock.call(_hook_of, known[1], engine)
+        import_lock.call(import_lock.default_import, name)
     except import_lock.Locked:
-        hook = None
-    if hook is None:
         _waiting[known[0]] = known
-    else:
-        sublanguages.register_for_engine(hook)
-
-
-def _hook_of(name, engine):
-    import_lock.default_import(name)
-    return sys.modules[name].hook(engine)
+        return
+    make = sys.modules[name].hook
+    sublanguages.register_for_engine(lambda: make(engine))

@@ -11,6 +11,8 @@ import sys
 
 import tmorvik26_vs2012_x64 as core
 
+from sorrel.common import errors
+
 # Taken now: a program may replace what the interpreter's modules offer.
 _current_frames = sys._current_frames
 # By code objects, the language that is at work while one of them runs; and those whose frames stand
@@ -75,25 +77,45 @@ class _Language(object):
             _keys.update(codes)
         return codes
 
-    # For those of engines.
-
-    def ask(self):
-        self._GetMarkerFrames()
-        self._GetModulePaths()
-
-    def register(self):
-        self.hook.begin()
-        core.register_sub_language_hook(self)
-
     def is_key(self, frame):
-        is_template = getattr(self.hook, 'is_template', None)
-        return frame.f_code in _keys or is_template is not None and is_template(frame)
+        return frame.f_code in _keys
 
     def is_implemented_in(self, path):
         for beginning, category in self._paths:
             if path.lower().startswith(beginning.lower()):
                 return category != 0
         return False
+
+
+class _LanguageOfEngine(_Language):
+
+    def __init__(self, make):
+        """make: gives the EngineHook, or None for as long as the engine is not all there."""
+        _Language.__init__(self, None)
+        self._make = make
+        self.ask()
+
+    def ask(self):
+        if self._GetMarkerFrames():
+            self._GetModulePaths()
+
+    def _GetMarkerFrames(self):
+        if self.hook is None:
+            try:
+                self.hook = self._make()
+            except Exception:
+                errors.print_error()
+                self._make = lambda: None  # It would say the same again.
+        return _Language._GetMarkerFrames(self) if self.hook is not None else []
+
+    def register(self):
+        if self.hook is not None:
+            self.hook.begin()
+        core.register_sub_language_hook(self)
+
+    def is_key(self, frame):
+        return _Language.is_key(self, frame) \
+            or self.hook is not None and self.hook.is_template(frame)
 
 
 def register(hook):
@@ -103,10 +125,12 @@ def register(hook):
     _is_always_asking = _is_asking = True
 
 
-def register_for_engine(hook):
-    """The same of an EngineHook, while something may stop in a template: see ask()."""
-    language = _Language(hook)
-    language.ask()
+def register_for_engine(make):
+    """The same of an EngineHook, while something may stop in a template: see ask().
+
+    make: gives it, or None for as long as too little of the engine is there.
+    """
+    language = _LanguageOfEngine(make)
     _of_engines.append(language)
     if _is_asking:
         language.register()
@@ -176,6 +200,9 @@ def load_those_of_parent(names):
 
 def at_work(thread):
     """The language at work in a thread (its ident), to be asked about in what follows, or None."""
+    for known in _of_engines:
+        if known.hook is None:
+            known.ask()
     found = None
     frame = _current_frames().get(thread) if _entered_by else None
     while frame is not None:

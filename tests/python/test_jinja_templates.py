@@ -74,6 +74,12 @@ class StoppingTest(JinjaTestCase):
             program, ['break prog.py:11', 'continue', 'break page.html:4', 'continue'],
             page=PAGE)[1::2], ['prog.py:11', 'page:4'])
 
+    def test_engine_whose_import_is_the_last(self):
+        program = ('import jinja2\nview = jinja2.FileSystemLoader(".").load('
+                   'jinja2.Environment(), "page.html")\nview.render(items=[1])\n')
+        self.assertEqual(self.places(
+            program, ['break page.html:3', 'continue'], page=PAGE)[1], 'page:3')
+
     def test_breakpoint_on_each_line_of_text_and_tags(self):
         for line in (1, 2, 8):
             self.assertEqual(self.places(

@@ -15,13 +15,13 @@ class EnginesTest(harness.TestCase):
         harness.TestCase.setUp(self)
         self.kept = []
         self.asked = []
-        self.registered = []
+        self.makers = []
         self.hook = object()
         hooks = sys.modules[_HOOKS] = imp.new_module(_HOOKS)
         hooks.hook = self.make
         self.keep(engines, '_waiting', {'an_engine': ('an_engine', _HOOKS, 'an')})
         self.keep(engines, '_turned_off', set())
-        self.keep(sublanguages, 'register_for_engine', self.registered.append)
+        self.keep(sublanguages, 'register_for_engine', self.makers.append)
 
     def tearDown(self):
         for name in _HOOKS, 'an_engine':
@@ -44,31 +44,24 @@ class EnginesTest(harness.TestCase):
 
     def test_nothing_is_made_before_the_engine_is_there(self):
         engines.look()
-        self.assertEqual(self.asked, [])
+        self.assertEqual(self.makers, [])
 
     def test_a_hook_is_made_once(self):
         engine = self.bring_engine()
         engines.look()
         engines.look()
-        self.assertEqual((self.asked, self.registered), ([engine], [self.hook]))
-
-    def test_an_engine_in_the_midst_of_its_import_is_asked_again(self):
-        self.bring_engine()
-        found, self.hook = self.hook, None
-        engines.look()
-        self.hook = found
-        engines.look()
-        self.assertEqual((len(self.asked), self.registered), (2, [found]))
+        self.assertEqual([make() for make in self.makers], [self.hook])
+        self.assertEqual(self.asked, [engine])
 
     def test_an_engine_that_is_turned_off_has_none(self):
         self.bring_engine()
         engines.turn_off(['an'])
         engines.look()
-        self.assertEqual((self.asked, engines.turned_off()), ([], ['an']))
+        self.assertEqual((self.makers, engines.turned_off()), ([], ['an']))
 
     def test_a_hook_that_cannot_be_made_is_not_tried_again(self):
         self.bring_engine()
         del sys.modules[_HOOKS].hook
         self.assert_raises(AttributeError, None, engines.look)
         engines.look()
-        self.assertEqual(self.registered, [])
+        self.assertEqual(self.makers, [])
