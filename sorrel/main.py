@@ -21,8 +21,8 @@ import sorrel
 _SHORT = 'debug'
 # The interpreter's options that are handed on to it.
 _FLAGS, _WITH_VALUE = '3BEORSbdstuv', 'QW'
-_SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--no-color] [--just-my-code] [--post-mortem]
-             [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+_SHORT_USAGE = '''python -m sorrel [--tty DEVICE] [--no-color] [--no-templates] [--just-my-code]
+             [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        python -m sorrel --listen PLACE [--wait] [--post-mortem]
              [--token-file FILE | --no-token] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        and -m MODULE or -c TEXT instead of PROGRAM, and options of the interpreter's
@@ -34,8 +34,8 @@ _SHORT_DESCRIPTION = '''Debugs a Python program: in the terminal, or by clients 
 Protocol that come to a port, or that wait at one. Or, in the terminal, one that runs already, or
 that listens. The interpreter is started anew where it is given options of its own here: -%s, -Q
 and -W.''' % _FLAGS
-_USAGE = '''%prog terminal [--module | --text] [--tty DEVICE] [--no-color] [--just-my-code]
-             [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
+_USAGE = '''%prog terminal [--module | --text] [--tty DEVICE] [--no-color] [--no-templates]
+             [--just-my-code] [--post-mortem] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
        %prog serve (--listen PLACE [--wait] [--post-mortem] [--token-file FILE | --no-token]
              | --connect [HOST:]PORT [--token-file FILE] | --handshake FILE)
              [--module | --text] [--hook MODULE:NAME]... [--] PROGRAM [ARGS...]
@@ -84,6 +84,8 @@ def _add_stepping_options(parser):
 def _add_terminal_options(parser):
     parser.add_option('--tty', metavar='DEVICE', help='have the prompt at this terminal')
     parser.add_option('--no-color', action='store_true', help='show no colours')
+    parser.add_option('--no-templates', action='store_true',
+                      help='show the Python that templates are made into')
 
 
 def _add_listen_options(parser):
@@ -156,8 +158,9 @@ def _parse_short(arguments):
         _check_connecting(options, parser)
     if options.wait and options.listen is None:
         parser.error('--wait goes with --listen')
-    if options.just_my_code and options.listen is not None:
-        parser.error('--just-my-code is for the terminal: clients say so themselves')
+    for name in '--just-my-code', '--no-templates':
+        if getattr(options, name[2:].replace('-', '_')) and options.listen is not None:
+            parser.error('%s is for the terminal: clients say so themselves' % name)
     if options.tty is not None and options.listen is not None:
         parser.error('--tty and --listen do not go together')
     _check_listening(options, parser)
@@ -241,7 +244,8 @@ def _check_listening(options, parser):
 
 def _check_connecting(options, parser):
     """The program is to connect to an adapter."""
-    for name in 'listen', 'wait', 'no_token', 'just_my_code', 'post_mortem', 'tty':
+    for name in ('listen', 'wait', 'no_token', 'just_my_code', 'no_templates', 'post_mortem',
+                 'tty'):
         if getattr(options, name, None):
             parser.error('--connect and --%s do not go together' % name.replace('_', '-'))
     options.connect = _place(options.connect, parser)
@@ -289,6 +293,7 @@ def _debug(options, program, arguments):
         console.name is not None and not options.no_color and colours.are_wanted(os.environ))
     terminal = frontend.over_service(console, bool(options.post_mortem))
     terminal.service.passing.set_just_my_code(options.just_my_code)
+    terminal.service.show_templates(not options.no_templates)
     try:
         script = runner.find(program, options.kind)
         runner.prepare(script, arguments, options.hook)

@@ -13,6 +13,7 @@ usage: ./morvik COMMAND [OPTIONS]
   run [--python EXE] PROGRAM [ARGS]       debug PROGRAM in the terminal
   run ... [-O ...] -m MODULE | -c TEXT    what else the interpreter takes, with its options
   run --hook MODULE:NAME PROGRAM [ARGS]   the same, with a template language (docs/terminal.md)
+  run --no-templates PROGRAM [ARGS]       the same, with the Python that templates are made into
   run --just-my-code PROGRAM [ARGS]       the same, and step through libraries without a stop
   run --post-mortem PROGRAM [ARGS]        the same, and look at what has ended it
   run --tty DEVICE PROGRAM [ARGS]         the same, with the prompt at another terminal
@@ -51,12 +52,12 @@ declare -A option_values=(
 
 # read_options [OPTION...] -- ARGS: reads the leading options of ARGS among those named; leaves
 # hosts, asan, as_is, or_build, long, listen, connect, wait, just_my_code, post_mortem, tty, no_color,
-# hooks, token, target, and the others in rest.
+# no_templates, hooks, token, target, and the others in rest.
 # With the option "-", these begin at the first one with a single dash, or at "--".
 read_options() {
     local allowed=' --python ' name value
     hosts=() asan='' as_is='' or_build='' long='' listen='' connect='' wait=''
-    just_my_code='' post_mortem='' tty='' no_color='' hooks=() token=() target='' rest=()
+    just_my_code='' post_mortem='' tty='' no_color='' no_templates='' hooks=() token=() target='' rest=()
     while [[ $1 != -- ]]; do
         allowed+="$1 "
         shift
@@ -86,7 +87,7 @@ read_options() {
         case $name in
             --python) hosts+=("$value") ;;
             --asan | --as-is | --or-build | --wait | --long | --just-my-code | --post-mortem | \
-                --no-color)
+                --no-color | --no-templates)
                 name=${name#--}
                 declare -g "${name//-/_}=1"
                 ;;
@@ -205,12 +206,13 @@ command_python() {
 command_run() {
     local exe words=()
     read_options --listen --connect --wait --just-my-code --post-mortem --tty --no-color --hook \
-        --token-file --no-token - \
+        --no-templates --token-file --no-token - \
         -- "$@"
     ((${#rest[@]} > 0)) || usage_error "run needs a program"
     [[ ${rest[0]} == -* || -e ${rest[0]} ]] || usage_error "no such program: ${rest[0]}"
     [[ -z $wait || -n $listen ]] || usage_error "--wait goes with --listen"
     [[ -z $just_my_code || -z $listen ]] || usage_error "--just-my-code does not go with --listen"
+    [[ -z $no_templates || -z $listen ]] || usage_error "--no-templates does not go with --listen"
     [[ -z $tty || -z $listen ]] || usage_error "--tty and --listen do not go together"
     ((${#token[@]} == 0)) || [[ -n $listen || -n $connect ]] ||
         usage_error "${token[0]} goes with --listen"
@@ -222,6 +224,7 @@ command_run() {
     [[ -z $post_mortem ]] || words+=(--post-mortem)
     [[ -z $tty ]] || words+=(--tty "$tty")
     [[ -z $no_color ]] || words+=(--no-color)
+    [[ -z $no_templates ]] || words+=(--no-templates)
     debug_program "$exe" "${words[@]}" "${hooks[@]}" "${rest[@]}"
 }
 

@@ -7,7 +7,8 @@ import sys
 
 from sorrel.common import errors
 from sorrel.common.decoding import text
-from sorrel.inspection import evaluation
+from sorrel.common.originals import thread
+from sorrel.inspection import evaluation, views
 
 _EXPRESSION = re.compile(r'\{([^{}]+)\}')
 
@@ -15,11 +16,15 @@ _EXPRESSION = re.compile(r'\{([^{}]+)\}')
 def logged(message, frame, tell_failure=None):
     """A log message, as unicode, with the values of the expressions in its braces.
 
+    frame: of the calling thread.
     tell_failure: called with the (type, value) that evaluating one has raised, which stands there.
     """
+    in_its_language = views.evaluator(thread.get_ident(), frame)
+
     def value(found):
         try:
-            shown = evaluation.expression(found.group(1), frame)
+            shown = in_its_language(found.group(1)) if in_its_language is not None \
+                else evaluation.expression(found.group(1), frame)
             return text(shown if isinstance(shown, basestring) else repr(shown))
         except:
             if tell_failure is not None:

@@ -17,42 +17,34 @@ ENGINES = (
     ('jinja2', 'sorrel.languages.jinja_templates', 'jinja'),
 )
 
-_waiting = dict((engine[0], engine) for engine in ENGINES)
-_turned_off = set()
-
-
-def turn_off(names):
-    """From now on no hook is made for these, which are of the third column."""
-    _turned_off.update(names)
-
-
-def turned_off():
-    return sorted(_turned_off)
+_waiting = dict((engine, (module, name)) for engine, module, name in ENGINES)
 
 
 def names():
+    """Those of the third column."""
     return [name for _, _, name in ENGINES]
 
 
 def look():
-    """Makes the hooks of engines that the program has imported since the last call.
+    """Registers the hooks of engines that the program has imported since the last call.
 
-    In a thread of the program's. Raises what importing its module has; it is not tried again.
+    In a thread of the program's.
     """
     for module in list(_waiting):
         engine = sys.modules.get(module)
-        known = engine is not None and _waiting.get(module)
         # One thread alone gets it.
-        if known and known[2] not in _turned_off and _waiting.pop(module, None) is not None:
-            _make(engine, known)
+        known = engine is not None and _waiting.pop(module, None)
+        if known:
+            _register(engine, *known)
 
 
-def _make(engine, known):
-    name = known[1]
+def _register(engine, module, name):
+    sublanguages.register_for_engine(name, lambda: _hook(engine, module))
+
+
+def _hook(engine, module):
     try:
-        import_lock.call(import_lock.default_import, name)
+        import_lock.call(import_lock.default_import, module)
     except import_lock.Locked:
-        _waiting[known[0]] = known
-        return
-    make = sys.modules[name].hook
-    sublanguages.register_for_engine(lambda: make(engine))
+        return None
+    return sys.modules[module].hook(engine)

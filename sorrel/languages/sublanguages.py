@@ -27,6 +27,8 @@ _of_engines = []
 _is_asking = _is_always_asking = _has_breakpoints = False
 _use_hooks = core._for_sorrel['use_hooks']
 _keys = set()
+# Names of engines.
+_turned_off = set()
 
 
 class EngineHook(object):
@@ -53,6 +55,9 @@ class _Language(object):
     def __init__(self, hook):
         self.hook = hook
         self._paths = []
+
+    def is_on(self):
+        return True
 
     def __getattr__(self, name):
         return getattr(self.hook, name)
@@ -89,9 +94,10 @@ class _Language(object):
 
 class _LanguageOfEngine(_Language):
 
-    def __init__(self, make):
+    def __init__(self, name, make):
         """make: gives the EngineHook, or None for as long as the engine is not all there."""
         _Language.__init__(self, None)
+        self._name = name
         self._make = make
         self.ask()
 
@@ -108,10 +114,18 @@ class _LanguageOfEngine(_Language):
                 self._make = lambda: None  # It would say the same again.
         return _Language._GetMarkerFrames(self) if self.hook is not None else []
 
+    def is_on(self):
+        return self._name not in _turned_off
+
     def register(self):
-        if self.hook is not None:
-            self.hook.begin()
-        core.register_sub_language_hook(self)
+        if self.is_on():
+            if self.hook is not None:
+                self.hook.begin()
+            core.register_sub_language_hook(self)
+
+    # The core does not forget a hook that is turned off when it has been in use.
+    def _StopHere(self, frame, event, kind):
+        return self.is_on() and self.hook._StopHere(frame, event, kind)
 
     def is_key(self, frame):
         return _Language.is_key(self, frame) \
@@ -125,15 +139,25 @@ def register(hook):
     _is_always_asking = _is_asking = True
 
 
-def register_for_engine(make):
+def register_for_engine(name, make):
     """The same of an EngineHook, while something may stop in a template: see ask().
 
-    make: gives it, or None for as long as too little of the engine is there.
+    name: to turn it off by. make: gives it, or None for as long as too little of the engine is there.
     """
-    language = _LanguageOfEngine(make)
+    language = _LanguageOfEngine(name, make)
     _of_engines.append(language)
     if _is_asking:
         language.register()
+
+
+def turn_off(names):
+    """The hooks of these engines, and of no others, are turned off: templates are plain Python."""
+    _turned_off.clear()
+    _turned_off.update(names)
+
+
+def turned_off():
+    return sorted(_turned_off)
 
 
 def renew(hook):
@@ -203,6 +227,11 @@ def at_work(thread):
     for known in _of_engines:
         if known.hook is None:
             known.ask()
+    found = _outermost_at_work(thread)
+    return found if found is None or found.is_on() else None
+
+
+def _outermost_at_work(thread):
     found = None
     frame = _current_frames().get(thread) if _entered_by else None
     while frame is not None:

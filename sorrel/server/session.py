@@ -11,6 +11,7 @@ from sorrel.common.decoding import text
 from sorrel.common.originals import thread, time
 from sorrel.inspection import values
 from sorrel.inspection.time_limit import TimeLimit
+from sorrel.languages import engines, sublanguages
 from sorrel.protocol import capabilities, named_sources
 from sorrel.protocol.leaving import means_end
 from sorrel.protocol.messages import Refused
@@ -357,6 +358,8 @@ class Session(object):
         self._has_begun = True
         self._service.passing.set_just_my_code(arguments.get('justMyCode', True))
         self._service.passing.set_rules(rules)
+        sublanguages.turn_off(
+            [name for name in engines.names() if not arguments.get(name, True)])
         self._service.exceptions.learning.is_on = arguments.get('learnExceptions', False)
         self.shows_returned = arguments.get('showReturnValue', True)
         returned.note(self.shows_returned)

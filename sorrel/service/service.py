@@ -354,6 +354,10 @@ class Service(BreakingIn, object):
         self.attached = False
         self._call_if_there('detached')
 
+    def show_templates(self, on):
+        """Whether engines' templates are shown, or the Python that they are made into."""
+        sublanguages.turn_off([] if on else engines.names())
+
     def set_all_stop(self, on):
         """Whether all threads wait while one is stopped, or only that one does."""
         # Not the core's doing: it would pass over what other threads come to during any event.

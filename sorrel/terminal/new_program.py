@@ -22,6 +22,7 @@ def begin_child(script, text):
     service = terminal.service
     terminal.be_as(said['kept'], os.path.abspath(script.path))
     sublanguages.load_those_of_parent(said['hooks'])
+    sublanguages.turn_off(said['without'])
     terminal.join(said['folder'].encode('utf-8'), os.path.basename(script.path))
     service.attach_from_program()
     return service, False

@@ -82,7 +82,8 @@ class ProcessCommands(object):
         return programs.Settings('sorrel.terminal.new_program', json.dumps({
             'folder': self._tree.folder, 'terminal': self._console.name,
             'in_colours': self._console.colours.are_shown, 'kept': self.described(),
-            'hooks': sublanguages.loaded, 'post_mortem': self.wants_post_mortem()}))
+            'hooks': sublanguages.loaded, 'without': sublanguages.turned_off(),
+            'post_mortem': self.wants_post_mortem()}))
 
     def detached(self):
         """The process ends, or runs on alone."""

@@ -59,6 +59,7 @@ refused "--connect needs a port" run --connect
 refused "--no-token goes with --listen" run --no-token "$0"
 refused "--token-file goes with --listen" run --token-file=x "$0"
 refused "--just-my-code does not go with --listen" run --just-my-code --listen 0 "$0"
+refused "--no-templates does not go with --listen" run --no-templates --listen 0 "$0"
 refused "unknown option: --post-mortem" demo --post-mortem
 refused "unknown option: --no-token" connect --no-token
 refused "connect needs a port, a socket or a process id" connect

@@ -107,3 +107,26 @@ test('a hook that is not there refuses the launch', () => withClient(async (clie
     await client.next('terminated');
     assert.match(client.written('console'), /can't load hook 'weft\.none:Hook'/);
 }));
+
+test('variables are those of the template, and can be changed', () => withClient(async (client) => {
+    await launch(client, () => client.breakAt(BILL, { line: INCLUDE }));
+    await client.next('stopped');
+    const [frame] = await client.stack();
+    const { scopes } = (await client.send('scopes', { frameId: frame.id })).body;
+    assert.deepEqual(scopes.map((scope) => scope.name), ['Locals']);
+    const { variablesReference } = scopes[0];
+    const { variables } = (await client.send('variables', { variablesReference })).body;
+    const names = variables.map((variable) => variable.name);
+    assert.ok(names.includes('sum') && !names.includes('scope') && !names.includes('write'));
+    for (const { evaluateName, value } of variables) {
+        assert.equal((await client.evaluate(evaluateName)).result, value);
+    }
+    const set = await client.send('setVariable', { variablesReference, name: 'sum', value: '1 + 1' });
+    assert.equal(set.body.value, '2');
+    assert.equal((await client.evaluate('sum')).result, '2');
+    await client.send('setExpression', { frameId: frame.id, expression: 'order.what', value: '"x"' });
+    assert.match((await client.evaluate('order.what')).result, /x/);
+    const { targets } = (await client.send('completions',
+        { frameId: frame.id, text: 'su', column: 3 })).body;
+    assert.deepEqual(targets.map((target) => target.label), ['sum']);
+}));

@@ -38,7 +38,7 @@ class AttributeTest(dap_session.TestCase):
     def test_unknown_attributes_are_told_of_once_with_what_there_is_instead(self):
         self.ran(program=self.script('print 1\n'), pythonPath='x', stoponEntry=True, django=True,
                  processId=5, quite_another=1, type='sorrel', request='launch', name='x',
-                 __sessionId='x', debugServer=1, jinja=None)
+                 __sessionId='x', debugServer=1, flask=None)
         self.assertEqual(self.warnings(), [
             'launch: left out, since there is no such attribute: '
             'django (use "hooks" for templates); processId (it is for attach); '

@@ -86,6 +86,13 @@ class StoppingTest(JinjaTestCase):
                 VIEW, ['break page.html:%d' % line, 'continue'], page=PAGE)[1:],
                 ['page:%d' % line])
 
+    def test_engine_is_left_alone_while_nothing_may_stop_in_a_template(self):
+        program = VIEW + ('import sorrel.languages.sublanguages as known\n'
+                          'print known.is_of_engine(), known._is_asking\n')
+        for place, is_asked in ('prog.py:99', False), ('other.html:1', True):
+            said = self.render(program, ['break ' + place, 'continue'], page=PAGE, other='')
+            self.assertEqual(said[1].splitlines()[0], 'True %s' % is_asked)
+
     def test_stack_is_the_templates(self):
         said = self.render(VIEW, ['break page.html:4', 'continue', 'where'], page=PAGE)[2]
         self.assertEqual(stack(said), ['page:4'])
@@ -106,6 +113,17 @@ class StoppingTest(JinjaTestCase):
             VIEW, ['break page.html:4, item is divisibleby(5) and not loop.first', 'continue',
                    'p item|string|length', 'continue'],
             page=PAGE)[1:], ['page:4', '1', ENDED])
+
+
+class TurnedOffTest(JinjaTestCase):
+
+    def start(self, program, args=(), **files):
+        return self.popen(['-m', 'sorrel.main', 'terminal', '--no-templates', '--', program]
+                          + list(args), **files)
+
+    def test_python_of_templates_is_shown_as_any(self):
+        said = self.render(VIEW, ['break 7', 'continue', 'step', 'where', 'info locals'], page=PAGE)
+        self.assertTrue('environment.py(' in said[2] and 'kwargs = ' in said[4])
 
 
 class InheritanceTest(JinjaTestCase):

@@ -4,6 +4,7 @@ import imp
 import sys
 
 import harness
+from sorrel.common import import_lock
 from sorrel.languages import engines, sublanguages
 
 _HOOKS = 'hooks_of_an_engine'
@@ -19,9 +20,8 @@ class EnginesTest(harness.TestCase):
         self.hook = object()
         hooks = sys.modules[_HOOKS] = imp.new_module(_HOOKS)
         hooks.hook = self.make
-        self.keep(engines, '_waiting', {'an_engine': ('an_engine', _HOOKS, 'an')})
-        self.keep(engines, '_turned_off', set())
-        self.keep(sublanguages, 'register_for_engine', self.makers.append)
+        self.keep(engines, '_waiting', {'an_engine': (_HOOKS, 'an')})
+        self.keep(sublanguages, 'register_for_engine', self.register)
 
     def tearDown(self):
         for name in _HOOKS, 'an_engine':
@@ -38,6 +38,10 @@ class EnginesTest(harness.TestCase):
         self.asked.append(engine)
         return self.hook
 
+    def register(self, name, make):
+        self.assertEqual(name, 'an')
+        self.makers.append(make)
+
     def bring_engine(self):
         engine = sys.modules['an_engine'] = imp.new_module('an_engine')
         return engine
@@ -53,15 +57,13 @@ class EnginesTest(harness.TestCase):
         self.assertEqual([make() for make in self.makers], [self.hook])
         self.assertEqual(self.asked, [engine])
 
-    def test_an_engine_that_is_turned_off_has_none(self):
+    def test_a_hook_is_not_there_while_nothing_can_be_imported(self):
         self.bring_engine()
-        engines.turn_off(['an'])
         engines.look()
-        self.assertEqual((self.makers, engines.turned_off()), ([], ['an']))
 
-    def test_a_hook_that_cannot_be_made_is_not_tried_again(self):
-        self.bring_engine()
-        del sys.modules[_HOOKS].hook
-        self.assert_raises(AttributeError, None, engines.look)
-        engines.look()
-        self.assertEqual(self.makers, [])
+        def locked(function, *arguments):
+            raise import_lock.Locked
+        self.keep(import_lock, 'call', locked)
+        self.assert_is(self.makers[0](), None)
+        import_lock.call = self.kept.pop()[2]
+        self.assert_is(self.makers[0](), self.hook)

@@ -71,5 +71,11 @@ class Hook(object):
     def _is_hidden(self, frame):
         return os.path.abspath(frame.f_code.co_filename).startswith(_FOLDER)
 
+    def _Variables(self, frame):
+        return frame.f_locals['scope']
+
+    def _SetVariable(self, frame, name, value):
+        frame.f_locals['scope'][name] = value
+
     def _Eval(self, text, frame):
         return expressions.evaluate(text, frame.f_locals['scope'])
