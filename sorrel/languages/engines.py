@@ -15,6 +15,7 @@ from sorrel.languages import sublanguages
 # The engine's module, the one of its hook, and what clients say false about to have none.
 ENGINES = (
     ('jinja2', 'sorrel.languages.jinja_templates', 'jinja'),
+    ('chameleon.template', 'sorrel.languages.chameleon_templates', 'chameleon'),
 )
 
 _waiting = dict((engine[0], engine) for engine in ENGINES)
