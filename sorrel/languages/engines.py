@@ -16,6 +16,7 @@ from sorrel.languages import sublanguages
 ENGINES = (
     ('jinja2', 'sorrel.languages.jinja_templates', 'jinja'),
     ('chameleon.template', 'sorrel.languages.chameleon_templates', 'chameleon'),
+    ('zope.tal.talinterpreter', 'sorrel.languages.zope_templates', 'zope'),
 )
 
 _waiting = dict((engine[0], engine) for engine in ENGINES)

@@ -11,19 +11,18 @@ STAND_INS = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'stand_ins'
 
 class TestCase(sorrel_session.TestCase):
 
-    def render(self, stand_in, program, files, commands, options=()):
+    def render(self, stand_ins, program, files, commands, options=()):
         """What the terminal answers to each of the commands.
 
-        stand_in: the folder of one, or None for the engine that the host can import. files: texts
-        of templates by their names.
+        stand_ins: their folders, none for the engine that the host can import. files: texts of
+        templates by their names.
         """
         for name in files:
             self.script(files[name], name)
         self.script(program, 'prog.py')
         environment = self.persons_environment()
-        if stand_in is not None:
-            path = [os.path.join(STAND_INS, stand_in), environment.get('PYTHONPATH', '')]
-            environment['PYTHONPATH'] = os.pathsep.join(path)
+        path = [os.path.join(STAND_INS, name) for name in stand_ins]
+        environment['PYTHONPATH'] = os.pathsep.join(path + [environment.get('PYTHONPATH', '')])
         process = self.popen(
             ['-m', 'sorrel.main', 'terminal'] + list(options) + ['--', 'prog.py'],
             env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,

@@ -58,9 +58,9 @@ class ChameleonTest(page_template_session.TestCase):
 
     def answers(self, commands, files=PAGE, view=VIEW, options=()):
         """For each engine, its name and what the commands have been answered with."""
-        engines = ['chameleon_2', 'chameleon_3']
+        engines = [('chameleon_2',), ('chameleon_3',)]
         if page_template_session.can_import('chameleon'):
-            engines.append(None)
+            engines.append(())
         for engine in engines:
             program = PROGRAM % self.folder + view
             yield engine, self.render(engine, program, files, commands, options)
