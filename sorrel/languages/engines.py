@@ -15,6 +15,8 @@ from sorrel.languages import sublanguages
 # The engine's module, the one of its hook, and what clients say false about to have none.
 ENGINES = (
     ('jinja2', 'sorrel.languages.jinja_templates', 'jinja'),
+    ('chameleon.template', 'sorrel.languages.chameleon_templates', 'chameleon'),
+    ('zope.tal.talinterpreter', 'sorrel.languages.zope_templates', 'zope'),
 )
 
 _waiting = dict((engine, (module, name)) for engine, module, name in ENGINES)

@@ -130,10 +130,13 @@ class Hook(sublanguages.EngineHook):
             if event == CALL and frame.f_code in self._watched:
                 self.called(frame)
             return False
-        self._of(frame)
         number = self._count(frame, event)
-        if event == RETURN and number == 1:
-            self._return(frame, kind)
+        if event == RETURN:
+            # Breakpoints ask as if there were a step.
+            if number == 1:
+                self._return(frame, kind)
+            return False
+        self._of(frame)
         if event == LINE and number < 3 and self._is_place(frame):
             return number == 2 or self._ends_step(frame, kind)
         return event == EXCEPTION and number > 1 and kind == RUNNING

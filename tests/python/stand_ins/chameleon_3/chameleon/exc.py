@@ -1,0 +1,6 @@
+class TemplateError(Exception):
+    pass
+
+
+class RenderError(Exception):
+    pass
