@@ -10,6 +10,7 @@ STAND_INS = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'stand_ins'
 
 
 class TestCase(sorrel_session.TestCase):
+    """With `answers(commands, ...)`: pairs of an engine and what render() has returned with it."""
 
     def render(self, stand_ins, program, files, commands, options=()):
         """What the terminal answers to each of the commands.
@@ -29,6 +30,17 @@ class TestCase(sorrel_session.TestCase):
             stderr=subprocess.PIPE)
         out, _, _ = self.finish(process, ''.join([command + '\n' for command in commands]))
         return out.split(sorrel_session.PROMPT)[1:]
+
+    def assert_answers(self, commands, expected, **more):
+        """Where the last of the commands lead to, or what is said, as by place()."""
+        for engine, said in self.answers(commands, **more):
+            seen = [place(answer) for answer in said[:len(commands)]][-len(expected):]
+            self.assertEqual((engine, seen), (engine, expected))
+
+    def assert_from(self, where, commands, expected, **more):
+        """The same from the first stop at a place."""
+        self.assert_answers(['tbreak ' + where, 'continue'] + commands,
+                            [where.partition(',')[0]] + expected, **more)
 
 
 def place(said):

@@ -58,17 +58,6 @@ class ZopeTest(page_template_session.TestCase):
             yield engine, self.render(engine, PROGRAM % self.folder + view, files, commands,
                                       options)
 
-    def assert_answers(self, commands, expected, **more):
-        """Where the last of the commands lead to, or what is said, as by place()."""
-        for engine, said in self.answers(commands, **more):
-            seen = [place(answer) for answer in said[:len(commands)]][-len(expected):]
-            self.assertEqual((engine, seen), (engine, expected))
-
-    def assert_from(self, where, commands, expected, **more):
-        """The same from the first stop at a place."""
-        self.assert_answers(['tbreak ' + where, 'continue'] + commands,
-                            [where.partition(',')[0]] + expected, **more)
-
     def test_a_breakpoint_stops_once_in_each_turn_of_a_loop(self):
         self.assert_from('page.pt:3', ['break page.pt:6', 'continue', 'continue', 'continue'],
                          ['Breakpoint 2 at page.pt:6', 'page.pt:6', 'page.pt:6',
