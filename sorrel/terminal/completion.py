@@ -76,7 +76,7 @@ class Completion(object):
             return []  # What is before its last dot would be evaluated.
         view = self._view()
         if view is not None:
-            names = view.variables()
+            names = view.known()
         else:
             names = dict(self._frame().f_globals)
             names.update(self._frame().f_locals)

@@ -238,7 +238,7 @@ class Terminal(
     def _is_variable(self, name):
         view = self._view()
         if view is not None:
-            return name in view.variables()
+            return name in view.known()
         frame = self._frame()
         return name in frame.f_locals or name in frame.f_globals \
             or name == 'print' and bool(frame.f_code.co_flags & _PRINTS_BY_FUNCTION)
