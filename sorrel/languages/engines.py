@@ -16,6 +16,7 @@ from sorrel.languages import sublanguages
 ENGINES = (
     ('jinja2', 'sorrel.languages.jinja_templates', 'jinja'),
     ('chameleon.template', 'sorrel.languages.chameleon_templates', 'chameleon'),
+    ('mako.template', 'sorrel.languages.mako_templates', 'mako'),
     ('zope.tal.talinterpreter', 'sorrel.languages.zope_templates', 'zope'),
 )
 
