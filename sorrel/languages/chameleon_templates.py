@@ -63,10 +63,6 @@ class Hook(generated_code.Hook):
         self._leave_to_hook(path)
         self._leave_to_hook(os.path.abspath(path))
 
-    def _is_hidden(self, frame):
-        return generated_code.Hook._is_hidden(self, frame) \
-            or (frame.f_code.co_filename, 1) in self._paths
-
     def _namespace(self, template):
         """The variables of a template's module; none as long as there is no module."""
         render = template.__dict__.get('_render')

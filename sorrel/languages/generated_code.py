@@ -99,6 +99,11 @@ class Hook(sublanguages.EngineHook):
             self.learn(frame.f_globals)
         return id(frame.f_code) in self._code
 
+    def is_module(self, frame):
+        caller = frame.f_back
+        return frame.f_locals is frame.f_globals and caller is not None \
+            and self._is_hidden(caller)
+
     def begin(self):
         self._is_behind = True
 
@@ -190,4 +195,5 @@ class Hook(sublanguages.EngineHook):
             self._paths.append((path, 1))
 
     def _is_hidden(self, frame):
-        return (core.get_frame_file(frame) or '').startswith(self._folders)
+        return (core.get_frame_file(frame) or '').startswith(self._folders) \
+            or (frame.f_code.co_filename, 1) in self._paths

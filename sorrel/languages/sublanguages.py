@@ -38,6 +38,10 @@ class EngineHook(object):
         """Whether a frame stands for lines of the language, if the core has not been told so."""
         return False
 
+    def is_module(self, frame):
+        """Whether a frame runs what a template is made into, to make it."""
+        return False
+
     def begin(self):
         """The core has not asked for a while, and asks for all code next."""
 
@@ -259,6 +263,14 @@ def is_key(frame):
         return True
     for language in _of_engines:
         if language.is_key(frame):
+            return True
+    return False
+
+
+def is_module(frame):
+    """Whether a frame runs what a template of an engine's is made into, to make it."""
+    for language in _of_engines:
+        if language.hook is not None and language.hook.is_module(frame):
             return True
     return False
 

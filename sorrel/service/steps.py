@@ -39,8 +39,9 @@ class Steps(object):
         self._targets = {}
         # The lines of that frame, the first and the last, at which it is not.
         self._passed_over = {}
-        # Threads whose steps pass code, as keys.
+        # Threads whose steps pass code, as keys; and those that pass libraries' in any case.
         self._passes_code = {}
+        self._from_template = {}
 
     def request(self, thread, frame, resume, is_leaving):
         """The calling thread, whose ident this is, goes on from an event in this frame.
@@ -48,8 +49,12 @@ class Steps(object):
         is_leaving: whether the frame is about to be left.
         """
         self._passes_code.pop(thread, None)
+        self._from_template.pop(thread, None)
+        counted = resume.frame or frame
+        if resume.action != CONTINUE and sublanguages.is_key(counted):
+            # What the engine calls on the way is no matter of the template's author's.
+            self._from_template[thread] = True
         if self._passing.is_on() and resume.action != CONTINUE:
-            counted = resume.frame or frame
             if self._is_wanted(counted) or is_leaving and self._is_wanted(frame.f_back):
                 self._passes_code[thread] = True
         if resume.action != CONTINUE:
@@ -75,6 +80,7 @@ class Steps(object):
         """The core is asked by the caller to stop this thread as soon as it can."""
         self._passed_over.pop(thread, None)
         self._passes_code.pop(thread, None)
+        self._from_template.pop(thread, None)
         self._targets[thread] = None
 
     def stop_anywhere(self, thread):
@@ -110,14 +116,19 @@ class Steps(object):
 
     def passes(self, thread, frame):
         """Whether the thread's step does not end in this frame for what code it is."""
-        return thread in self._passes_code and frames.is_program(frame) \
-            and self._passing.passes(frame)
+        if thread in self._passes_code and frames.is_program(frame) \
+                and self._passing.passes(frame):
+            return True
+        return thread in self._from_template and frames.is_program(frame) \
+            and not sublanguages.is_key(frame) \
+            and (not self._passing.is_own_code(frame) or sublanguages.is_module(frame))
 
     def goes_through(self, thread, frame):
         """Whether the calling thread, whose ident this is, goes on with its step for that."""
         if not self.passes(thread, frame):
             return False
-        _pass_code(frame.f_code)
+        if thread in self._passes_code:
+            _pass_code(frame.f_code)
         if self._targets.get(thread, _NO_TARGET) is not None:
             self._begin(thread, frame, Resume(STEP_INTO))
         return True
@@ -186,6 +197,7 @@ class Steps(object):
         self._targets.pop(thread, None)
         self._passed_over.pop(thread, None)
         self._passes_code.pop(thread, None)
+        self._from_template.pop(thread, None)
 
     def keep_living(self):
         """Forgets threads that have ended without a word."""
@@ -199,6 +211,7 @@ class Steps(object):
         self._targets.clear()
         self._passed_over.clear()
         self._passes_code.clear()
+        self._from_template.clear()
 
     def _begin(self, thread, frame, resume):
         self._passed_over.pop(thread, None)
