@@ -92,10 +92,9 @@ def _lines_by_comments(lines):
             of_template = int(comment.group(1))
             # Python of the template's own begins where that does, with an empty line.
             is_block = not ''.join(lines[number:number + 1]).strip()
-        elif line and not line[0].isspace():
+        elif line and not line[0].isspace() or is_block and line.lstrip().startswith('__M_'):
             of_template = None
         elif of_template is not None:
-            is_block = is_block and not line.lstrip().startswith('__M_')
             if line.strip():
                 found[number] = of_template
             of_template += is_block

@@ -14,7 +14,7 @@ from __future__ import absolute_import
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.inspection import frames, line_calls
+from sorrel.inspection import frames, line_calls, source
 from sorrel.languages import sublanguages
 from sorrel.service import c_calls, living
 from sorrel.service.stops import (
@@ -120,8 +120,17 @@ class Steps(object):
                 and self._passing.passes(frame):
             return True
         return thread in self._from_template and frames.is_program(frame) \
-            and not sublanguages.is_key(frame) \
-            and (not self._passing.is_own_code(frame) or sublanguages.is_module(frame))
+            and not sublanguages.is_key(frame) and self._is_engines(thread, frame)
+
+    def _is_engines(self, thread, frame):
+        """Whether a frame is no matter of a template's author: of a library, or of what that makes.
+        """
+        if not self._passing.is_own_code(frame) or sublanguages.is_module(frame):
+            return True
+        caller = frame.f_back
+        return source.is_made_up(frame) and caller is not None and (
+            not self._passing.is_own_code(caller)
+            or sublanguages.is_hidden(sublanguages.at_work(thread), caller))
 
     def goes_through(self, thread, frame):
         """Whether the calling thread, whose ident this is, goes on with its step for that."""
