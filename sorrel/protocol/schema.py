@@ -53,7 +53,8 @@ DEBUGGING = {
     'steppingResumesAllThreads?': bool, 'postMortem?': bool,
     'learnExceptions?': bool, 'subProcess?': bool, 'autoAttach?': [unicode],
     'lazySubProcess?': bool, 'showReturnValue?': bool, 'redirectOutput?': bool,
-    'rules?': Rules(), 'jinja?': bool, 'chameleon?': bool, 'zope?': bool,
+    'rules?': Rules(), 'jinja?': bool, 'mako?': bool,
+    'chameleon?': bool, 'zope?': bool,
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}
 LAUNCH = dict(DEBUGGING, **{
