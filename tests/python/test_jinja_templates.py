@@ -102,6 +102,13 @@ class StoppingTest(JinjaTestCase):
         places = self.places(VIEW, ['break 7', 'continue', 'step'], page=PAGE)
         self.assertEqual(places[1:], ['prog.py:7', 'page:1'])
 
+    def test_step_into_a_template_that_was_not_loaded_before(self):
+        program = PROGRAM + 'view("outer.html", x=1)\n'
+        self.assertEqual(self.places(
+            program, ['break outer.html:2', 'continue', 'step', 'next', 'next'],
+            outer='{{ x }}\n{% include "inner.html" %}\n{{ x }}\n',
+            inner='{{ x }}\n{{ x }}\n')[1:], ['outer:2', 'inner:1', 'inner:2', 'outer:3'])
+
     def test_steps_out_of_a_template(self):
         for command in ['next'] * 2, ['return']:
             places = self.places(
