@@ -200,8 +200,8 @@ class UsageTest(InstalledTest):
     def test_version_and_help(self):
         self.assertEqual(self.run_host('-m', SORREL, '--version'), ('Morvik 0.1.0\n', '', 0))
         out, err, status = self.run_host('-m', SORREL, '--help')
-        self.assert_in('python -m sorrel [--tty DEVICE] [--no-color] [--just-my-code] '
-                       '[--post-mortem]\n', out)
+        self.assert_in('python -m sorrel [--tty DEVICE] [--no-color] [--no-templates] '
+                       '[--just-my-code]\n', out)
         self.assertEqual((err, status), ('', 0))
 
     def test_the_demo_is_not_installed(self):

@@ -420,7 +420,7 @@ class CommandLine(sorrel_session.TestCase):
     def test_help(self):
         out, err, status = self.call('-m', 'sorrel.main', '--help')
         self.assert_in('sorrel terminal [--module | --text] [--tty DEVICE] [--no-color] '
-                       '[--just-my-code]\n', out)
+                       '[--no-templates]\n', out)
         self.assertEqual((err, status), ('', 0))
 
     def test_options_after_the_program_are_its_own(self):
