@@ -34,7 +34,6 @@ _INSTEAD = {
     'stopAtEntry': 'use "stopOnEntry"',
     'waitOnAbnormalExit': 'use "postMortem"',
     'waitOnNormalExit': 'use "console": "integratedTerminal", where what was written stays',
-    'django': 'use "hooks" for templates',
     'flask': 'templates are found by themselves',
     'pyramid': 'templates are found by themselves',
     'localRoot': 'use "pathMappings"',

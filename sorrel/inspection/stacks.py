@@ -22,7 +22,7 @@ def of_thread(thread):
 
 def of_traceback(thread, traceback, with_hidden=False):
     """The entries that an exception has left in a thread (its ident), outermost first."""
-    language = sublanguages.at_work(thread)
+    language = sublanguages.at_work(thread, frames.innermost(traceback).tb_frame)
     found = []
     while traceback is not None:
         found += _shown(language, traceback.tb_frame, traceback.tb_lineno, with_hidden)

@@ -89,7 +89,7 @@ def view(thread, frame):
     """The View of a frame of this thread (its ident), if it is one of a language's whose hook tells
     of variables; else None.
     """
-    language = sublanguages.at_work(thread)
+    language = sublanguages.at_work(thread, frame)
     if sublanguages.location(language, frame) is None or not hasattr(language.hook, '_Variables'):
         return None
     return View(language.hook, frame)
@@ -100,7 +100,7 @@ def evaluator(thread, frame):
     found = view(thread, frame)
     if found is not None:
         return found.value
-    language = sublanguages.at_work(thread)
+    language = sublanguages.at_work(thread, frame)
     if language is None or not language.is_key(frame):
         return None
     evaluate = getattr(language.hook, '_Eval', None)

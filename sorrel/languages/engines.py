@@ -16,6 +16,9 @@ from sorrel.languages import sublanguages
 ENGINES = (
     ('jinja2', 'sorrel.languages.jinja_templates', 'jinja'),
     ('chameleon.template', 'sorrel.languages.chameleon_templates', 'chameleon'),
+    # From 1.9 on, and before.
+    ('django.template.library', 'sorrel.languages.django_templates', 'django'),
+    ('django.template.debug', 'sorrel.languages.django_templates', 'django'),
     ('mako.template', 'sorrel.languages.mako_templates', 'mako'),
     ('zope.tal.talinterpreter', 'sorrel.languages.zope_templates', 'zope'),
 )
@@ -25,7 +28,7 @@ _waiting = dict((engine, (module, name)) for engine, module, name in ENGINES)
 
 def names():
     """Those of the third column."""
-    return [name for _, _, name in ENGINES]
+    return sorted(set([name for _, _, name in ENGINES]))
 
 
 def look():

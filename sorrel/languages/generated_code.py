@@ -9,9 +9,8 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common.originals import thread
 from sorrel.languages import sublanguages
 
-# Events and kinds of steps, as the core numbers them.
+# Events, as the core numbers them.
 EXCEPTION, CALL, LINE, RETURN = -1, 0, 1, 2
-RUNNING, STEP_INTO = -1, 0
 
 _ident = thread.get_ident
 
@@ -25,6 +24,7 @@ class Hook(sublanguages.EngineHook):
         files: of the engine; what is in the folders of these is nobody's own code. watched: code of
         the engine, for called().
         """
+        sublanguages.EngineHook.__init__(self)
         self._rendering = rendering
         self._watched = watched
         # The core keeps the list and looks into it again: files of templates come to it.
@@ -38,8 +38,6 @@ class Hook(sublanguages.EngineHook):
         # Whether templates may have been loaded that the core has not been told of.
         self._is_behind = True
         self._questions = {}
-        # By threads, the id() of the frame of a template's that the last step is to end in.
-        self._ends = {}
 
     # Of the engine.
 
@@ -107,9 +105,6 @@ class Hook(sublanguages.EngineHook):
     def begin(self):
         self._is_behind = True
 
-    def step_over(self, frame):
-        self._ends[_ident()] = id(frame)
-
     # What the core asks.
 
     def _GetMarkerFrames(self):
@@ -143,8 +138,8 @@ class Hook(sublanguages.EngineHook):
             return False
         self._of(frame)
         if event == LINE and number < 3 and self._is_place(frame):
-            return number == 2 or self._ends_step(frame, kind)
-        return event == EXCEPTION and number > 1 and kind == RUNNING
+            return number == 2 or self.ends_step(_ident(), frame, kind)
+        return event == EXCEPTION and number > 1 and kind == sublanguages.RUNNING
 
     def _TranslateFrame(self, frame, for_exception):
         if id(frame.f_code) not in self._code:
@@ -155,19 +150,14 @@ class Hook(sublanguages.EngineHook):
         frame = frame.f_back
         while frame is not None and id(frame.f_code) not in self._code and self._is_hidden(frame):
             frame = frame.f_back
-        self._ends[_ident()] = id(frame)
+        self.ends[_ident()] = id(frame)
         return frame
 
     def _return(self, frame, kind):
         """A step that would have ended in a frame ends further out where that is left."""
-        if kind not in (RUNNING, STEP_INTO) and self._ends.get(_ident()) == id(frame) \
-                and not self.is_suspended(frame):
+        if kind not in (sublanguages.RUNNING, sublanguages.STEP_INTO) \
+                and self.ends.get(_ident()) == id(frame) and not self.is_suspended(frame):
             core.step_out()
-
-    def _ends_step(self, frame, kind):
-        if kind in (RUNNING, STEP_INTO):
-            return kind == STEP_INTO
-        return self._ends.get(_ident()) == id(frame)
 
     def _count(self, frame, event):
         """How many questions there have been about a place, with this one."""

@@ -13,6 +13,9 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.common import errors
 
+# Kinds of steps, as the core numbers them.
+RUNNING, STEP_INTO = -1, 0
+
 # Taken now: a program may replace what the interpreter's modules offer.
 _current_frames = sys._current_frames
 # By code objects, the language that is at work while one of them runs; and those whose frames stand
@@ -29,10 +32,21 @@ _use_hooks = core._for_sorrel['use_hooks']
 _keys = set()
 # Names of engines.
 _turned_off = set()
+# By threads (idents, as keys), those whose step has begun in what a template has called: the core
+# takes them for running when they are back in that.
+_leading_back = {}
+# Code of engines that catches what comes up in a template only to raise it again; and the code,
+# as keys, that handles no exceptions to whoever asks whether one is handled.
+_raising_again = []
+_no_handlers = {}
 
 
 class EngineHook(object):
     """What the hook of an engine has beside the methods that the core calls."""
+
+    def __init__(self):
+        # By threads, the id() of the frame of a template's that the last step is to end in.
+        self.ends = {}
 
     def is_template(self, frame):
         """Whether a frame stands for lines of the language, if the core has not been told so."""
@@ -45,8 +59,22 @@ class EngineHook(object):
     def begin(self):
         """The core has not asked for a while, and asks for all code next."""
 
-    def step_over(self, frame):
-        """The calling thread begins a step over a line of the frame, which stands for one."""
+    def end_in(self, frame):
+        """The frame at whose lines a step over one of this frame's is to end."""
+        return frame
+
+    def ends_step(self, thread, frame, kind):
+        """Whether a step of the calling thread, whose ident this is, ends at a line of the frame.
+
+        kind: the core's number for it.
+        """
+        if kind == STEP_INTO or kind == RUNNING and thread not in _leading_back:
+            return kind == STEP_INTO
+        return self.ends.get(thread) == id(self.end_in(frame))
+
+    def raising_again(self):
+        """Code that catches each exception of what a template calls, and always raises it again."""
+        return []
 
 
 class _Language(object):
@@ -113,6 +141,8 @@ class _LanguageOfEngine(_Language):
         if self.hook is None:
             try:
                 self.hook = self._make()
+                if self.hook is not None:
+                    _add_raising_again(self.hook.raising_again())
             except Exception:
                 errors.print_error()
                 self._make = lambda: None  # It would say the same again.
@@ -201,6 +231,18 @@ def _ask():
             language.register()
 
 
+def add_to_no_handlers(codes):
+    """Adds code to a dict, and goes on to, which handles no exceptions: see raising_again()."""
+    global _no_handlers
+    _no_handlers = codes
+    _add_raising_again(())
+
+
+def _add_raising_again(codes):
+    _raising_again.extend(codes)
+    _no_handlers.update(dict.fromkeys(_raising_again))
+
+
 def is_of_engine():
     """Whether there is a hook of an engine's."""
     return bool(_of_engines)
@@ -226,18 +268,22 @@ def load_those_of_parent(names):
             pass  # It is a program without this language, most likely.
 
 
-def at_work(thread):
-    """The language at work in a thread (its ident), to be asked about in what follows, or None."""
+def at_work(thread, frame=None):
+    """The language at work in a thread (its ident), to be asked about in what follows, or None.
+
+    frame: one of its frames that an exception may have left by now.
+    """
     for known in _of_engines:
         if known.hook is None:
             known.ask()
-    found = _outermost_at_work(thread)
+    found = None
+    if _entered_by:
+        found = _outermost_at_work(_current_frames().get(thread)) or _outermost_at_work(frame)
     return found if found is None or found.is_on() else None
 
 
-def _outermost_at_work(thread):
+def _outermost_at_work(frame):
     found = None
-    frame = _current_frames().get(thread) if _entered_by else None
     while frame is not None:
         found = _entered_by.get(frame.f_code, found)
         frame = frame.f_back
@@ -286,8 +332,25 @@ def location(language, frame):
         return None  # The frame is shown as what it is.
 
 
-def step_over(frame):
-    """The calling thread begins a step over a line of the frame."""
-    for language in _of_engines:
-        if language.is_key(frame):
-            language.hook.step_over(frame)
+def step(thread, frame, is_over):
+    """The calling thread, whose ident this is, begins a step over the frame's line, or out of it.
+
+    What a template has called leads back to it; where a step out of itself leads, the core asks.
+    """
+    inner = frame
+    while frame is not None:
+        for language in _of_engines:
+            if language.is_key(frame):
+                if is_over or frame is not inner:
+                    language.hook.ends[thread] = id(language.hook.end_in(frame))
+                if frame is not inner:
+                    _leading_back[thread] = True
+                return
+        if at_work(thread) is None:
+            return
+        frame = frame.f_back
+
+
+def run(thread):
+    """The thread (its ident) begins no such step."""
+    _leading_back.pop(thread, None)

@@ -15,9 +15,8 @@ import tmorvik26_vs2012_x64 as core
 from sorrel.common.originals import thread
 from sorrel.languages import sublanguages
 
-# Events and kinds of steps, as the core numbers them.
+# Events, as the core numbers them.
 EXCEPTION, CALL, LINE, RETURN = -1, 0, 1, 2
-RUNNING, STEP_INTO = -1, 0
 
 # Instructions that say where they are; and the methods that carry them out.
 _PLACING = ('setPosition', 'rawtextBeginScope')
@@ -43,6 +42,7 @@ class Hook(sublanguages.EngineHook):
 
     def __init__(self, interpreter):
         """interpreter: the class that goes through templates."""
+        sublanguages.EngineHook.__init__(self)
         self._call = _code(interpreter.__call__)
         self._interpret = _code(interpreter.interpret)
         self._placers = [_code(getattr(interpreter, name)) for name in _PLACERS
@@ -50,12 +50,10 @@ class Hook(sublanguages.EngineHook):
         # What expressions in Python run as is nobody's own code.
         self._paths = [('<string>', 1)]
         # By threads: the place that was asked about last, with the answer for breakpoints; the
-        # return that was; the place of the line that was begun last; the id() of the frame that a
-        # step is to end in.
+        # return that was; the place of the line that was begun last.
         self._asked = {}
         self._returns = {}
         self._begun = {}
-        self._ends = {}
         # Threads whose step out, which is none, leads only out of where a line is noted.
         self._going_on = set()
 
@@ -64,8 +62,8 @@ class Hook(sublanguages.EngineHook):
     def is_template(self, frame):
         return frame.f_code is self._interpret or frame.f_code in self._placers
 
-    def step_over(self, frame):
-        self._ends[_ident()] = id(self._root(frame))
+    def end_in(self, frame):
+        return self._root(frame)
 
     # What the core asks.
 
@@ -90,19 +88,20 @@ class Hook(sublanguages.EngineHook):
         """
         ident = _ident()
         if event == RETURN:
-            if self._is_first(ident, frame) and kind > STEP_INTO:
+            if self._is_first(ident, frame) and kind > sublanguages.STEP_INTO:
                 self._return(ident, frame)
             return False
         self._returns.pop(ident, None)
         if frame.f_code is self._interpret:
-            return event == EXCEPTION and kind == RUNNING and self._own_place(frame) is not None
+            return event == EXCEPTION and kind == sublanguages.RUNNING \
+                and self._own_place(frame) is not None
         asked, begins = self._asked.pop(ident, (None, False))
         if event != CALL:
             return False
         if asked == id(frame):
             return begins
         begins = self._begins_line(ident, frame)
-        if begins and self._ends_step(ident, frame, kind):
+        if begins and self.ends_step(ident, frame, kind):
             return True
         self._asked[ident] = id(frame), begins
         return False
@@ -112,11 +111,6 @@ class Hook(sublanguages.EngineHook):
         last, place = self._begun.get(ident), self._file_and_position(frame)
         self._begun[ident] = place
         return last is None or last[:2] != place[:2] or place[2] <= last[2]
-
-    def _ends_step(self, ident, frame, kind):
-        if kind in (RUNNING, STEP_INTO):
-            return kind == STEP_INTO
-        return self._ends.get(ident) == id(self._root(frame))
 
     def _is_first(self, ident, frame):
         """Whether stepping asks about a return."""
@@ -129,12 +123,12 @@ class Hook(sublanguages.EngineHook):
         """A step over a line goes on in the frame that goes through the template, and further out
         when that is left.
         """
-        if self._ends.get(ident) != id(self._root(frame)):
+        if self.ends.get(ident) != id(self._root(frame)):
             return
         if frame.f_code is not self._interpret:
             self._going_on.add(ident)
         try:
-            if ident in self._going_on or self._ends[ident] == id(frame):
+            if ident in self._going_on or self.ends[ident] == id(frame):
                 core.step_out()
         finally:
             self._going_on.discard(ident)
@@ -148,7 +142,7 @@ class Hook(sublanguages.EngineHook):
             frame = frame.f_back
         if frame is not None and frame.f_code is self._interpret:
             frame = self._root(frame)
-        self._ends[_ident()] = id(frame)
+        self.ends[_ident()] = id(frame)
         return frame
 
     def _is_hidden(self, frame):

@@ -53,7 +53,7 @@ DEBUGGING = {
     'steppingResumesAllThreads?': bool, 'postMortem?': bool,
     'learnExceptions?': bool, 'subProcess?': bool, 'autoAttach?': [unicode],
     'lazySubProcess?': bool, 'showReturnValue?': bool, 'redirectOutput?': bool,
-    'rules?': Rules(), 'jinja?': bool, 'mako?': bool,
+    'rules?': Rules(), 'jinja?': bool, 'mako?': bool, 'django?': bool,
     'chameleon?': bool, 'zope?': bool,
     'evaluationTimeout?': float, 'pathMappings?': [{'localRoot': unicode, 'remoteRoot': unicode}]}
 _PLACE = {'host?': unicode, 'port': int}

@@ -10,6 +10,7 @@ import tmorvik26_vs2012_x64 as core
 
 from sorrel.common.records import record
 from sorrel.inspection import frames, try_statements
+from sorrel.languages import sublanguages
 from sorrel.service import living, printing, swallowing, thread_hooks
 from sorrel.service.learning import Learning
 from sorrel.service.print_calls import PrintCalls
@@ -118,6 +119,7 @@ class Exceptions(object):
             codes.append(getattr(threading.Thread, name).im_func.func_code)
         codes.append(_RUN_EXIT_FUNCTIONS)
         self._own_handlers = dict.fromkeys(codes)
+        sublanguages.add_to_no_handlers(self._own_handlers)
         core.set_ignored_exception_handlers(self._own_handlers)
 
     def is_of_concern(self, thread, frame, error):

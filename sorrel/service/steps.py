@@ -51,7 +51,7 @@ class Steps(object):
         self._passes_code.pop(thread, None)
         self._from_template.pop(thread, None)
         counted = resume.frame or frame
-        if resume.action != CONTINUE and sublanguages.is_key(counted):
+        if resume.action != CONTINUE and self._leads_through_engine(thread, counted, resume.action):
             # What the engine calls on the way is no matter of the template's author's.
             self._from_template[thread] = True
         if self._passing.is_on() and resume.action != CONTINUE:
@@ -70,6 +70,12 @@ class Steps(object):
         if not self._targets:
             sublanguages.ask_no_more()
 
+    def _leads_through_engine(self, thread, frame, action):
+        """Whether a step begins in a template, or may lead back into one."""
+        return sublanguages.is_key(frame) or sublanguages.is_of_engine() \
+            and action not in (STEP_INTO, STEP_INTO_CALL) \
+            and sublanguages.at_work(thread) is not None
+
     def _ask_languages(self, thread, action):
         """A step may lead into a template, or on in one."""
         if sublanguages.is_of_engine() and (
@@ -82,6 +88,7 @@ class Steps(object):
         self._passes_code.pop(thread, None)
         self._from_template.pop(thread, None)
         self._targets[thread] = None
+        sublanguages.run(thread)
 
     def stop_anywhere(self, thread):
         """The calling thread, whose ident this is, stops as soon as it can."""
@@ -116,11 +123,10 @@ class Steps(object):
 
     def passes(self, thread, frame):
         """Whether the thread's step does not end in this frame for what code it is."""
-        if thread in self._passes_code and frames.is_program(frame) \
-                and self._passing.passes(frame):
-            return True
-        return thread in self._from_template and frames.is_program(frame) \
-            and not sublanguages.is_key(frame) and self._is_engines(thread, frame)
+        if not frames.is_program(frame) or sublanguages.is_key(frame):
+            return False
+        return thread in self._passes_code and self._passing.passes(frame) \
+            or thread in self._from_template and self._is_engines(thread, frame)
 
     def _is_engines(self, thread, frame):
         """Whether a frame is no matter of a template's author: of a library, or of what that makes.
@@ -207,6 +213,7 @@ class Steps(object):
         self._passed_over.pop(thread, None)
         self._passes_code.pop(thread, None)
         self._from_template.pop(thread, None)
+        sublanguages.run(thread)
 
     def keep_living(self):
         """Forgets threads that have ended without a word."""
@@ -224,15 +231,17 @@ class Steps(object):
 
     def _begin(self, thread, frame, resume):
         self._passed_over.pop(thread, None)
+        sublanguages.run(thread)
         if resume.action == CONTINUE:
             self._targets.pop(thread, None)
         elif resume.action == STEP_INTO:
             self._targets[thread] = None
         elif resume.action == STEP_OUT:
             self._targets[thread] = frame.f_back and id(frame.f_back)
+            sublanguages.step(thread, frame, False)
         else:
             self._targets[thread] = id(frame)
-            sublanguages.step_over(frame)
+            sublanguages.step(thread, frame, True)
         if resume.action == STEP_OVER_RANGE:
             self._passed_over[thread] = resume.first, resume.last
             core.step_over_line_range(resume.first, resume.last)

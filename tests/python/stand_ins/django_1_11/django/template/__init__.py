@@ -1,0 +1,1 @@
+from django.template.base import Context, Template

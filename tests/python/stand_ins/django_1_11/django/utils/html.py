@@ -1,0 +1,2 @@
+def escape(text):
+    return text.replace('&', '&amp;').replace('<', '&lt;')
