@@ -51,6 +51,7 @@ struct ThreadData {
     int woken_at;         // the offset at which it was then
     int last_tick;        // how much the interpreter had done in the thread at the last beat
     unsigned last_beat;   // the number of that beat; 0 for none
+    size_t event_number;  // how many events were handled that may have needed a hook's answer
 };
 
 // The blocks that records are in. 2.6 writes into the freed state of a thread that has ended when a

@@ -64,9 +64,7 @@ class Hook(sublanguages.EngineHook):
         folders = [os.path.join(engine, name) for name in _FOLDERS]
         folders += [os.path.dirname(os.path.abspath(code.co_filename)) for code in self._keys]
         self._paths = [(folder + os.sep, 1) for folder in sorted(set(folders))]
-        # By threads: the question that was asked last with its number, and whether a line began
-        # there.
-        self._questions = {}
+        # By threads, whether a line began where the last question was.
         self._begins = {}
         # By threads and the id() of roots: the line that was begun last, the id() of its nodes.
         self._begun = {}
@@ -102,8 +100,10 @@ class Hook(sublanguages.EngineHook):
         """Stepping asks first; then breakpoints do, as if there were a step, unless that was to
         stop. The first question about an exception is no other than that of a step.
         """
+        if frame.f_code not in self._roots:  # Their returns count in any case.
+            self.say_where(frame.f_code, self._lines_to_ask_at)
         ident = _ident()
-        number = self._count(ident, frame, event)
+        number = self.count_question(ident)
         if event == RETURN:
             if number == 1:
                 self._return(ident, frame, kind)
@@ -120,13 +120,8 @@ class Hook(sublanguages.EngineHook):
             return begins and self.ends_step(ident, frame, kind)
         return number == 2 and self._begins.get(ident, False)
 
-    def _count(self, ident, frame, event):
-        """How many questions there have been about a place, with this one."""
-        place = id(frame), frame.f_lasti, event
-        known, number = self._questions.get(ident, (None, 0))
-        number = number + 1 if known == place else 1
-        self._questions[ident] = place, number
-        return number
+    def _lines_to_ask_at(self, code):
+        return self._begin_nodes if code is self._loop else (code.co_firstlineno,)
 
     def _begins_node(self, frame, event):
         if frame.f_code is self._loop:
@@ -165,16 +160,12 @@ class Hook(sublanguages.EngineHook):
         if _ident() in self._going_on or root is None:
             return root
         frame = root.f_back
-        while frame is not None and self._node(frame) is None and self._is_hidden(frame):
+        while frame is not None and self._node(frame) is None and self.is_of_engine(frame):
             frame = frame.f_back
         if frame is not None and self._node(frame) is not None:
             frame = self._root(frame)
         self.ends[_ident()] = id(frame)
         return frame
-
-    def _is_hidden(self, frame):
-        path = core.get_frame_file(frame) or frame.f_code.co_filename
-        return path.startswith(tuple([hidden for hidden, _ in self._paths]))
 
     # Where a frame is.
 

@@ -2,6 +2,7 @@
 
 from __future__ import absolute_import
 
+import dis
 import os
 
 import tmorvik26_vs2012_x64 as core
@@ -37,7 +38,6 @@ class Hook(sublanguages.EngineHook):
         self._lines = {}
         # Whether templates may have been loaded that the core has not been told of.
         self._is_behind = True
-        self._questions = {}
 
     # Of the engine.
 
@@ -130,13 +130,14 @@ class Hook(sublanguages.EngineHook):
             if event == CALL and frame.f_code in self._watched:
                 self.called(frame)
             return False
-        number = self._count(frame, event)
+        number = self.count_question(_ident())
         if event == RETURN:
             # Breakpoints ask as if there were a step.
             if number == 1:
                 self._return(frame, kind)
             return False
         self._of(frame)
+        self.say_where(frame.f_code, lambda code: self._lines_to_ask_at(frame))
         if event == LINE and number < 3 and self._is_place(frame):
             return number == 2 or self.ends_step(_ident(), frame, kind)
         return event == EXCEPTION and number > 1 and kind == sublanguages.RUNNING
@@ -159,14 +160,6 @@ class Hook(sublanguages.EngineHook):
                 and self.ends.get(_ident()) == id(frame) and not self.is_suspended(frame):
             core.step_out()
 
-    def _count(self, frame, event):
-        """How many questions there have been about a place, with this one."""
-        place = id(frame), frame.f_lasti, event
-        known, number = self._questions.get(_ident(), (None, 0))
-        number = number + 1 if known == place else 1
-        self._questions[_ident()] = place, number
-        return number
-
     def _is_place(self, frame):
         """Whether a line of the template begins here."""
         return self._of(frame).begins(frame.f_lineno) and not self.is_passing_on(frame)
@@ -178,6 +171,13 @@ class Hook(sublanguages.EngineHook):
             self._leave_to_hook(frame.f_code.co_filename)
             lines = self._lines[id(frame.f_code)] = self.lines_of(frame)
         return lines
+
+    def _lines_to_ask_at(self, frame):
+        """Those where a line of the template begins that has a breakpoint."""
+        lines = self._of(frame)
+        wanted = sublanguages.lines_with_breakpoints(self.path_of(frame))
+        return [line for _, line in dis.findlinestarts(frame.f_code)
+                if lines.begins(line) and lines.of_template(line) in wanted]
 
     def _leave_to_hook(self, path):
         """Has the core leave to the hook where steps end in a template's file."""

@@ -27,8 +27,12 @@ loaded = []
 _of_engines = []
 # Whether the core asks hooks; whether it is to do so for good, for one that is none of an engine's,
 # or for as long as there are breakpoints for it.
-_is_asking = _is_always_asking = _has_breakpoints = False
+_is_asking = _is_always_asking = False
+# Lines of those, sets by files.
+_breakpoints = {}
 _use_hooks = core._for_sorrel['use_hooks']
+_ask_at = core._for_sorrel['ask_at']
+_event_number = core._for_sorrel['event_number']
 _keys = set()
 # Names of engines.
 _turned_off = set()
@@ -45,8 +49,37 @@ class EngineHook(object):
     """What the hook of an engine has beside the methods that the core calls."""
 
     def __init__(self):
+        # Pairs for _GetModulePaths().
+        self._paths = []
         # By threads, the id() of the frame of a template's that the last step is to end in.
         self.ends = {}
+        # The id() of code of which the core has been told where to ask.
+        self._said = set()
+        # By threads, the event that was asked about last, and how often.
+        self._questions = {}
+
+    def is_of_engine(self, frame):
+        """Whether a frame is in one of the engine's files."""
+        path = core.get_frame_file(frame) or frame.f_code.co_filename
+        return path.startswith(tuple([beginning for beginning, _ in self._paths]))
+
+    def say_where(self, code, lines):
+        """While a thread runs on, the core is to ask about the code only at some of its lines, with
+        the first one for calls: lines(code) gives them, and is called if it has not been said.
+        """
+        if id(code) not in self._said:
+            self._said.add(id(code))
+            _ask_at(code, tuple(lines(code)))
+
+    def count_question(self, thread):
+        """How often there has been a question about the event that the calling thread, whose ident
+        this is, is at; with this one.
+        """
+        event = _event_number()
+        known, number = self._questions.get(thread, (None, 0))
+        number = number + 1 if known == event else 1
+        self._questions[thread] = event, number
+        return number
 
     def is_template(self, frame):
         """Whether a frame stands for lines of the language, if the core has not been told so."""
@@ -71,6 +104,10 @@ class EngineHook(object):
         if kind == STEP_INTO or kind == RUNNING and thread not in _leading_back:
             return kind == STEP_INTO
         return self.ends.get(thread) == id(self.end_in(frame))
+
+    def ask_everywhere(self):
+        """The core asks about all lines again, whatever has been said."""
+        self._said.clear()
 
     def raising_again(self):
         """Code that catches each exception of what a template calls, and always raises it again."""
@@ -210,17 +247,28 @@ def ask():
 def ask_no_more():
     """No thread is on a step: the hooks are left alone where no breakpoint needs them."""
     global _is_asking
-    if _is_asking and not _is_always_asking and not _has_breakpoints:
+    if _is_asking and not _is_always_asking and not _breakpoints:
         _is_asking = False
         _use_hooks(False)
 
 
-def ask_for_breakpoints(on):
-    """Whether there are breakpoints that may be in templates."""
-    global _has_breakpoints
-    _has_breakpoints = on
-    if on:
+def ask_for_breakpoints(lines):
+    """lines: those of breakpoints that may be in templates, sets by files."""
+    global _breakpoints
+    if lines == _breakpoints:
+        return
+    _breakpoints = lines
+    core._for_sorrel['ask_everywhere']()
+    for language in _of_engines:
+        if language.hook is not None:
+            language.hook.ask_everywhere()
+    if lines:
         _ask()
+
+
+def lines_with_breakpoints(path):
+    """Those of a template's file."""
+    return _breakpoints.get(path, ())
 
 
 def _ask():

@@ -86,6 +86,7 @@ class Hook(sublanguages.EngineHook):
         """A line is where it is about to be noted. Stepping asks first; then breakpoints do, as if
         there were a step, unless that was to stop.
         """
+        self.say_where(frame.f_code, self._lines_to_ask_at)
         ident = _ident()
         if event == RETURN:
             if self._is_first(ident, frame) and kind > sublanguages.STEP_INTO:
@@ -105,6 +106,9 @@ class Hook(sublanguages.EngineHook):
             return True
         self._asked[ident] = id(frame), begins
         return False
+
+    def _lines_to_ask_at(self, code):
+        return (code.co_firstlineno,) if code in self._placers else ()
 
     def _begins_line(self, ident, frame):
         """A place to the left of the last one in its line is of another turn of a loop."""
@@ -138,16 +142,12 @@ class Hook(sublanguages.EngineHook):
         if _ident() in self._going_on:
             return self._root(frame)
         frame = self._root(frame).f_back
-        while frame is not None and frame.f_code is not self._interpret and self._is_hidden(frame):
+        while frame is not None and frame.f_code is not self._interpret and self.is_of_engine(frame):
             frame = frame.f_back
         if frame is not None and frame.f_code is self._interpret:
             frame = self._root(frame)
         self.ends[_ident()] = id(frame)
         return frame
-
-    def _is_hidden(self, frame):
-        path = core.get_frame_file(frame) or frame.f_code.co_filename
-        return path.startswith(tuple([hidden for hidden, _ in self._paths]))
 
     # Where a frame is.
 

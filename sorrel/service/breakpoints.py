@@ -300,9 +300,11 @@ class Breakpoints(object):
             breakpoint.is_checked = are_checked and breakpoint.number is not None
             self._set(breakpoint)
         self._checks.set([breakpoint for breakpoint in self._known if breakpoint.is_checked])
-        sublanguages.ask_for_breakpoints(bool([
-            breakpoint for breakpoint in self._known
-            if breakpoint.path and not breakpoint.path.endswith(file_code.PYTHON)]))
+        in_templates = {}
+        for breakpoint in self._known:
+            if breakpoint.path and not breakpoint.path.endswith(file_code.PYTHON):
+                in_templates.setdefault(breakpoint.file, set()).add(breakpoint.line)
+        sublanguages.ask_for_breakpoints(in_templates)
 
     def _set(self, breakpoint):
         breakpoint.understand()

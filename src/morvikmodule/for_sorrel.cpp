@@ -1,6 +1,7 @@
 // What the debug server in sorrel/ alone may call of the core, beside the functions of the module.
 #include "host/ref.h"
 #include "morvikmodule/entry_points.h"
+#include "tracercore/asked_lines.h"
 #include "tracercore/passed_code.h"
 #include "tracercore/rest.h"
 #include "tracercore/returning.h"
@@ -36,6 +37,27 @@ PyObject* entry_pass_no_code(PyObject* /*self*/, PyObject* /*none*/) {
     pass_no_code();
     wake_all_threads();
     return new_none();
+}
+
+PyObject* entry_ask_at(PyObject* /*self*/, PyObject* args) {
+    PyCodeObject* code = nullptr;
+    PyObject* lines = nullptr;
+    if (PyArg_ParseTuple(args, "O!O!:ask_at", &PyCode_Type, &code, &PyTuple_Type, &lines) == 0) {
+        return nullptr;
+    }
+    const int is_known = ask_at_lines(code, lines);
+    return is_known >= 0 ? PyBool_FromLong(is_known) : nullptr;
+}
+
+PyObject* entry_ask_everywhere(PyObject* /*self*/, PyObject* /*none*/) {
+    ask_everywhere();
+    wake_all_threads();
+    return new_none();
+}
+
+PyObject* entry_event_number(PyObject* /*self*/, PyObject* /*none*/) {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    return PyInt_FromSize_t(record != nullptr ? record->event_number : 0);
 }
 
 PyObject* entry_watch(PyObject* /*self*/, PyObject* args) {
@@ -114,6 +136,19 @@ PyMethodDef functions[] = {
      "Whether hooks of sub-languages are asked from now on, and threads are in their languages: "
      "the calling one is from now on where its stack is, others are when they enter them.  "
      "Registering a hook has all of them asked again."},
+    {"ask_at", entry_ask_at, METH_VARARGS,
+     "ask_at(code, lines)\n\n"
+     "While a thread runs on, hooks are asked about frames of this code of theirs only at these "
+     "lines, a tuple, with its first one for calls, and at exceptions.  False where that cannot "
+     "be, since it is in no file."},
+    {"ask_everywhere", entry_ask_everywhere, METH_NOARGS,
+     "ask_everywhere()\n\n"
+     "They are asked again as if nothing had been said of any code."},
+    {"event_number", entry_event_number, METH_NOARGS,
+     "event_number()\n\n"
+     "The same while one event of the calling thread's is handled, and another one at the next "
+     "that "
+     "a hook is asked about."},
     {"watch", entry_watch, METH_VARARGS,
      "watch(callback, frames)\n\n"
      "Before each line of these frames, a tuple, and before each of their returns, the callback is "

@@ -126,6 +126,9 @@ bool serialised_event(PyFrameObject* frame, int event, PyObject* argument) {
         dprintf(kLogCore, "TRACER STOPPED WHILE WAITING FOR MUTEX\n");
     } else {
         ++core.event_count;
+        if (ThreadData* const record = thread_table_current(&core.threads); record != nullptr) {
+            ++record->event_number;
+        }
         if (call_idle() != 0) {
             dprintf(kLogCore, "IDLE STOPPED TRACER\n");
             outcome.stopping = true;

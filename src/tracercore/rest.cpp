@@ -16,6 +16,7 @@
 #include "tracercore/pulse.h"
 #include "tracercore/state.h"
 #include "tracercore/stepping.h"
+#include "tracercore/sublanguages.h"
 #include "tracercore/watching.h"
 
 namespace morvik {
@@ -72,7 +73,7 @@ bool thread_needs_events(const PyThreadState* thread, ThreadData* record, PyFram
     if (policy != Policy::kDebug) {
         return policy == Policy::kUnknown;
     }
-    return record->sub_lang_hook != nullptr || is_watched(frame) ||
+    return sub_languages_need_events(record) || is_watched(frame) ||
            step_needs_events(record, frame) || exceptions_need_events(record, frame) ||
            idle_needs_events();
 }
@@ -132,8 +133,11 @@ Kind kind_of(PyFrameObject* frame) {
     if (kind != Kind::kUnknown) {
         return kind;
     }
+    const MayAsk may_ask = may_ask_hook(code);
     if (names_setprofile(code)) {
         kind = Kind::kProfiles;
+    } else if (may_ask != MayAsk::kNotConcerned) {
+        kind = may_ask == MayAsk::kYes ? Kind::kMayStop : Kind::kPassed;
     } else {
         const MayStop answer = bp_ask_code(&core.breakpoints, frame);
         if (answer == MayStop::kPerhaps) {
@@ -247,7 +251,7 @@ bool replaces_functions(PyObject* function) {
 bool call_passes(const ThreadData* record, const PyFrameObject* frame) {
     return frame->f_locals != frame->f_globals && record->bot_frame != Py_None &&
            record->bot_frame != reinterpret_cast<const PyObject*>(frame) &&
-           core.sub_languages.registered == 0 && frame->f_trace == nullptr && !is_watched(frame) &&
+           !sub_languages_need_calls() && frame->f_trace == nullptr && !is_watched(frame) &&
            is_recently_registered(&code_names, frame->f_code) && is_passed_code(frame->f_code);
 }
 

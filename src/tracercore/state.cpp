@@ -5,11 +5,13 @@
 #include "dprintf.h"
 #include "host/ref.h"
 #include "platform/platform.h"
+#include "tracercore/asked_lines.h"
 #include "tracercore/imports.h"
 #include "tracercore/install.h"
 #include "tracercore/passed_code.h"
 #include "tracercore/pulse.h"
 #include "tracercore/rest.h"
+#include "tracercore/sublanguages.h"
 #include "tracercore/watching.h"
 
 namespace morvik {
@@ -132,6 +134,7 @@ bool complete_module() {
 void forget_code(PyCodeObject* code) {
     forget_category(code);
     pass_code_no_more(code);
+    ask_at_all_lines(code);
     bp_forget_passed(&core.breakpoints);
 }
 
@@ -269,7 +272,11 @@ void discard_callback_error() {
 }
 
 int check_breakpoints(PyFrameObject* frame, int event) {
-    const Ref hook = key_frame_hook(thread_table_current(&core.threads), frame);
+    const ThreadData* const record = thread_table_current(&core.threads);
+    const Ref hook = key_frame_hook(record, frame);
+    if (hook && !is_hook_asked(record, frame, event)) {
+        return 0;
+    }
     return bp_check(&core.breakpoints, event, hook.get(), frame, 1);
 }
 

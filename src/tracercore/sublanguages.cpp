@@ -7,6 +7,7 @@
 #include "conames.h"
 #include "dbgcommon.h"
 #include "host/ref.h"
+#include "tracercore/asked_lines.h"
 #include "tracercore/state.h"
 
 namespace morvik {
@@ -50,6 +51,7 @@ bool enter_codes(PyObject* dict, PyObject* codes, PyObject* hook) {
             return false;
         }
     }
+    bp_forget_passed(&core.breakpoints);  // Nobody rests in it for what was known before.
     return true;
 }
 
@@ -295,6 +297,7 @@ void sub_languages_init() {
     state().registered = 0;
     hash_delete_table(&state().categories);
     hash_init(&state().categories, sizeof(PyCodeObject*));
+    ask_everywhere();
     release_containers();
 }
 
@@ -339,6 +342,7 @@ int register_sub_language_hook(PyObject* hook) {
 }
 
 void use_sub_language_hooks(bool on) {
+    bp_forget_passed(&core.breakpoints);
     if (on && state().marker_codes != nullptr) {
         state().registered = 1;
         if (state().pending != nullptr) {
@@ -416,8 +420,46 @@ Ref key_frame_hook(const ThreadData* record, PyFrameObject* frame) {
     return hook && sub_language_category(record, frame) == kKeyFrame ? std::move(hook) : Ref();
 }
 
+bool is_hook_asked(const ThreadData* record, const PyFrameObject* frame, int event) {
+    if (record == nullptr || record->stop_frame != nullptr || event == kStopAtException) {
+        return true;
+    }
+    const PyCodeObject* const code = frame->f_code;
+    switch (event) {
+        case kStopAtCall:
+            return is_asked_at(code, code->co_firstlineno);
+        case kStopAtLine:
+            return is_asked_at(code, frame->f_lineno);
+        default:
+            return is_asked_everywhere(code);
+    }
+}
+
+bool sub_languages_need_calls() { return state().registered != 0 && state().pending != nullptr; }
+
+bool sub_languages_need_events(const ThreadData* record) {
+    return active_hook(record) != nullptr &&
+           (record->stop_frame != nullptr || state().pending != nullptr);
+}
+
+MayAsk may_ask_hook(PyCodeObject* code) {
+    if (state().registered == 0) {
+        return MayAsk::kNotConcerned;
+    }
+    PyObject* const key = reinterpret_cast<PyObject*>(code);
+    if (find(state().marker_codes, key)) {
+        return MayAsk::kYes;
+    }
+    if (!find(state().key_codes, key)) {
+        return MayAsk::kNotConcerned;
+    }
+    return is_asked_anywhere(code) ? MayAsk::kYes : MayAsk::kNo;
+}
+
 bool sub_language_stop_test(PyFrameObject* frame, int event) {
-    if (core.tracing == 0 || active_hook(thread_table_current(&core.threads)) == nullptr) {
+    const ThreadData* const record = thread_table_current(&core.threads);
+    if (core.tracing == 0 || active_hook(record) == nullptr ||
+        !is_hook_asked(record, frame, event)) {
         return false;
     }
     const Ref hook = find(state().key_codes, code_of(frame));

@@ -28,6 +28,12 @@ enum FrameCategory {
     kKeyFrame = 1,
 };
 
+enum class MayAsk {
+    kNotConcerned,  // it is no hook's code
+    kNo,
+    kYes,
+};
+
 // Blank state.
 void sub_languages_init();
 
@@ -63,6 +69,18 @@ bool is_implementation_frame(const ThreadData* record, PyFrameObject* frame);
 
 // The hook that answers for this frame in this thread, or nothing.
 Ref key_frame_hook(const ThreadData* record, PyFrameObject* frame);
+
+// Whether the hook of the frame's key code has to be asked about an event there.
+bool is_hook_asked(const ThreadData* record, const PyFrameObject* frame, int event);
+
+// Whether the thread, which is where hooks are in use, needs the events of frames that are neither
+// of marker nor of key code: those of its calls, and all of them.
+bool sub_languages_need_calls();
+bool sub_languages_need_events(const ThreadData* record);
+
+// Whether a thread that runs on needs the events of frames of this code for a hook's sake. May run
+// Python code.
+MayAsk may_ask_hook(PyCodeObject* code);
 
 // Whether the hook of the frame's key code, or a breakpoint at its place, stops the calling
 // thread here.
