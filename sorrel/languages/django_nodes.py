@@ -9,11 +9,13 @@ from __future__ import absolute_import
 import bisect
 import dis
 import opcode
-import os
-import sys
 import types
 
+from sorrel.languages import sublanguages
+
 _MAXIMUM = 256
+# What the engine calls a template that is in no file.
+_UNKNOWN = '<unknown source>'
 _LOAD_FAST, _LOAD_ATTR = opcode.opmap['LOAD_FAST'], opcode.opmap['LOAD_ATTR']
 _RAISE = opcode.opmap['RAISE_VARARGS']
 
@@ -45,7 +47,9 @@ class Places(object):
             place = origin, bisect.bisect_right(self._of(origin, _line_starts), start)
         else:
             return None
-        return _path(getattr(place[0], 'name', None)), place[1] + blank_lines
+        name = getattr(place[0], 'name', None)
+        return (sublanguages.path_of_template(name if name != _UNKNOWN else None),
+                place[1] + blank_lines)
 
     def _origin(self, node, frame):
         """Up to 1.9 it is known only to the template, one of those that are being rendered."""
@@ -80,15 +84,6 @@ def _line_starts(origin):
 
 def _ids_of_nodes(template):
     return set([id(node) for node in template.nodelist.get_nodes_by_type(object)])
-
-
-def _path(name):
-    """A template's file, "<template>" for one that has none."""
-    if isinstance(name, unicode):
-        name = name.encode(sys.getfilesystemencoding() or 'utf-8', 'replace')
-    if not isinstance(name, str) or name == '<unknown source>':
-        return '<template>'
-    return os.path.abspath(name) if os.path.isfile(name) else name
 
 
 def of_inclusion(code):

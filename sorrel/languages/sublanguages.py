@@ -7,6 +7,7 @@ in files of the language; docs/terminal.md lists them.
 
 from __future__ import absolute_import
 
+import os
 import sys
 
 import tmorvik26_vs2012_x64 as core
@@ -221,6 +222,15 @@ def register_for_engine(name, make):
         language.register()
 
 
+def path_of_template(name):
+    """What the file that an engine names is shown as: "<template>" for none."""
+    if not name:
+        return '<template>'
+    if isinstance(name, unicode):
+        name = name.encode(sys.getfilesystemencoding() or 'utf-8', 'replace')
+    return os.path.abspath(name) if os.path.isfile(name) else str(name)
+
+
 def turn_off(names):
     """The hooks of these engines, and of no others, are turned off: templates are plain Python."""
     _turned_off.clear()
@@ -386,6 +396,7 @@ def step(thread, frame, is_over):
     What a template has called leads back to it; where a step out of itself leads, the core asks.
     """
     inner = frame
+    is_in_language = bool(_of_engines) and at_work(thread) is not None
     while frame is not None:
         for language in _of_engines:
             if language.is_key(frame):
@@ -394,9 +405,7 @@ def step(thread, frame, is_over):
                 if frame is not inner:
                     _leading_back[thread] = True
                 return
-        if at_work(thread) is None:
-            return
-        frame = frame.f_back
+        frame = frame.f_back if is_in_language else None
 
 
 def run(thread):

@@ -188,8 +188,8 @@ class Hook(sublanguages.EngineHook):
         root = self._root(frame)
         for name, what in root.f_locals['program']:
             if name == _FILE:
-                return _path(what)
-        return _path(root.f_locals['self'].sourceFile)
+                return sublanguages.path_of_template(what)
+        return sublanguages.path_of_template(root.f_locals['self'].sourceFile)
 
     def _root(self, frame):
         """The frame that goes through the whole of the template, the macro or what fills a slot."""
@@ -262,12 +262,3 @@ def _variables(frame):
         if ends_scope and len(stack) > 1:
             return stack[-2]
     return engine.vars
-
-
-def _path(name):
-    """A template's file, "<template>" for one that has none."""
-    if not name:
-        return '<template>'
-    if isinstance(name, unicode):
-        name = name.encode(sys.getfilesystemencoding() or 'utf-8', 'replace')
-    return os.path.abspath(name) if os.path.isfile(name) else str(name)

@@ -146,9 +146,8 @@ PyMethodDef functions[] = {
      "They are asked again as if nothing had been said of any code."},
     {"event_number", entry_event_number, METH_NOARGS,
      "event_number()\n\n"
-     "The same while one event of the calling thread's is handled, and another one at the next "
-     "that "
-     "a hook is asked about."},
+     "The same while one event of the calling thread's is handled, another one at the next that a "
+     "hook is asked about."},
     {"watch", entry_watch, METH_VARARGS,
      "watch(callback, frames)\n\n"
      "Before each line of these frames, a tuple, and before each of their returns, the callback is "

@@ -133,6 +133,8 @@ Kind kind_of(PyFrameObject* frame) {
     if (kind != Kind::kUnknown) {
         return kind;
     }
+    const ErrnoGuard keep_errno;
+    const PendingErrorGuard keep_error;
     const MayAsk may_ask = may_ask_hook(code);
     if (names_setprofile(code)) {
         kind = Kind::kProfiles;
@@ -145,8 +147,6 @@ Kind kind_of(PyFrameObject* frame) {
         }
         kind = answer == MayStop::kYes ? Kind::kMayStop : Kind::kPassed;
     }
-    const ErrnoGuard keep_errno;
-    const PendingErrorGuard keep_error;
     const uint32_t edition = core.breakpoints.edition;
     // The registry keeps such code, and tells of its end.
     if (registered_pathname(&code_names, code) != nullptr && edition == core.breakpoints.edition) {

@@ -36,9 +36,9 @@ class AttributeTest(dap_session.TestCase):
     # What is not known.
 
     def test_unknown_attributes_are_told_of_once_with_what_there_is_instead(self):
-        self.ran(program=self.script('print 1\n'), pythonPath='x', stoponEntry=True, django=True, pyramid=True,
-                 processId=5, quite_another=1, type='sorrel', request='launch', name='x',
-                 __sessionId='x', debugServer=1, flask=None)
+        self.ran(program=self.script('print 1\n'), pythonPath='x', stoponEntry=True, django=True,
+                 pyramid=True, processId=5, quite_another=1, type='sorrel', request='launch',
+                 name='x', __sessionId='x', debugServer=1, flask=None)
         self.assertEqual(self.warnings(), [
             'launch: left out, since there is no such attribute: '
             'processId (it is for attach); pyramid (templates are found by themselves); '
