@@ -16,6 +16,8 @@ from sorrel.common import errors
 
 # Kinds of steps, as the core numbers them.
 RUNNING, STEP_INTO = -1, 0
+# So many names of files are kept.
+_MAXIMUM = 1024
 
 # Taken now: a program may replace what the interpreter's modules offer.
 _current_frames = sys._current_frames
@@ -29,8 +31,10 @@ _of_engines = []
 # Whether the core asks hooks; whether it is to do so for good, for one that is none of an engine's,
 # or for as long as there are breakpoints for it.
 _is_asking = _is_always_asking = False
-# Lines of those, sets by files.
+# Lines of those, by files: see ask_for_breakpoints().
 _breakpoints = {}
+# What files are called without links.
+_real_paths = {}
 _use_hooks = core._for_sorrel['use_hooks']
 _ask_at = core._for_sorrel['ask_at']
 _event_number = core._for_sorrel['event_number']
@@ -152,6 +156,13 @@ class _Language(object):
             _keys.update(codes)
         return codes
 
+    def _TranslateFrame(self, frame, for_exception):
+        """The core compares names of files as they are spelt: a breakpoint may have another one."""
+        place = self.hook._TranslateFrame(frame, for_exception)
+        path, line = place[:2]
+        known = lines_with_breakpoints(path).get(line)
+        return (known, line) + tuple(place[2:]) if known and not for_exception else place
+
     def is_key(self, frame):
         return frame.f_code in _keys
 
@@ -263,10 +274,13 @@ def ask_no_more():
 
 
 def ask_for_breakpoints(lines):
-    """lines: those of breakpoints that may be in templates, sets by files."""
+    """lines: those of breakpoints that may be in templates, by files without links: a dict of each,
+    with what the core has been told that the file is called.
+    """
     global _breakpoints
     if lines == _breakpoints:
         return
+    _real_paths.clear()
     _breakpoints = lines
     core._for_sorrel['ask_everywhere']()
     for language in _of_engines:
@@ -277,8 +291,17 @@ def ask_for_breakpoints(lines):
 
 
 def lines_with_breakpoints(path):
-    """Those of a template's file."""
-    return _breakpoints.get(path, ())
+    """Those of a template's file, with what the core knows the file as."""
+    return _breakpoints.get(_real_path(path), {})
+
+
+def _real_path(path):
+    found = _real_paths.get(path)
+    if found is None:
+        if len(_real_paths) >= _MAXIMUM:
+            _real_paths.clear()
+        found = _real_paths[path] = os.path.realpath(path)
+    return found
 
 
 def _ask():

@@ -303,7 +303,7 @@ class Breakpoints(object):
         in_templates = {}
         for breakpoint in self._known:
             if breakpoint.path and not breakpoint.path.endswith(file_code.PYTHON):
-                in_templates.setdefault(breakpoint.file, set()).add(breakpoint.line)
+                in_templates.setdefault(breakpoint.real_path, {})[breakpoint.line] = breakpoint.file
         sublanguages.ask_for_breakpoints(in_templates)
 
     def _set(self, breakpoint):

@@ -80,6 +80,19 @@ class StoppingTest(JinjaTestCase):
         self.assertEqual(self.places(
             program, ['break page.html:3', 'continue'], page=PAGE)[1], 'page:3')
 
+    def test_breakpoint_in_a_folder_that_the_engine_finds_by_a_link(self):
+        os.mkdir(os.path.join(self.folder, 'pages'))
+        os.symlink('pages', os.path.join(self.folder, 'current'))
+        self.script(PAGE, os.path.join('pages', 'linked.html'))
+        program = PROGRAM + ('env = environment(loader=jinja2.FileSystemLoader(%r))\n'
+                             'view("linked.html", env, items=[1])\n')
+        said = []
+        for set_in, loaded_from in ('pages', 'current'), ('current', 'pages'):
+            said.append(self.places(
+                program % os.path.join(self.folder, loaded_from),
+                ['break %s/linked.html:3' % set_in, 'continue'])[1])
+        self.assertEqual(said, ['linked:3', 'linked:3'])
+
     def test_breakpoint_on_each_line_of_text_and_tags(self):
         for line in (1, 2, 8):
             self.assertEqual(self.places(
