@@ -6,6 +6,7 @@ import bisect
 
 from sorrel.common import text_files
 from sorrel.inspection import code_lines, compiled_files, nesting
+from sorrel.languages import sublanguages
 
 PYTHON = ('.py', '.pyw')
 # Bytes of files whose code is kept.
@@ -80,6 +81,9 @@ class FileCode(object):
 def of_file(path):
     """The FileCode of a source file. Raises text_files.Unreadable."""
     version = text_files.version(path)
+    of_template = None if path.endswith(PYTHON) else sublanguages.known_lines(path, version)
+    if of_template is not None:
+        return FileCode(None, of_template)
     known_version, _, found = _known.get(path, (None, 0, None))
     is_known = known_version == version
     if is_known and not found.is_guess():

@@ -48,9 +48,9 @@ def functions(namespace):
     return found
 
 
-def lines(frame):
-    """The Lines of a frame's function."""
-    return Lines(frame.f_code, _places(frame.f_code, frame.f_globals))
+def lines(code, namespace):
+    """The Lines of a function of a template's, whose globals these are."""
+    return Lines(code, _places(code, namespace))
 
 
 def line_of_error(frame, path):

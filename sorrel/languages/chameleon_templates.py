@@ -48,8 +48,8 @@ class Hook(generated_code.Hook):
                     found.append(self._namespace(known))
         return found
 
-    def lines_of(self, frame):
-        return chameleon_code.lines(frame)
+    def lines_of(self, code, namespace):
+        return chameleon_code.lines(code, namespace)
 
     def path_of(self, frame):
         return self._of(frame).path

@@ -22,11 +22,15 @@ _RAISE = opcode.opmap['RAISE_VARARGS']
 
 class Places(object):
 
-    def __init__(self, text_node, rendering):
-        """text_node: the class of those that are text. rendering: code that renders a template."""
-        self._text_node = text_node
+    def __init__(self, base, extends, rendering):
+        """base: django.template.base. extends: the class of the tag of that name, of which only the
+        blocks are rendered. rendering: code that renders a template.
+        """
+        self._base = base
+        self._extends = extends
         self._rendering = rendering
-        # By id(): templates with the offsets of their lines, or the id() of their nodes.
+        # By id() and what it is: of templates the offsets of their lines, the id() of their nodes, or
+        # the places where something of them begins.
         self._known = {}
 
     def of(self, node, frame, for_any=False):
@@ -35,7 +39,7 @@ class Places(object):
         None where that is not known, or for blank text if not for any node.
         """
         blank_lines = 0
-        if isinstance(node, self._text_node):
+        if isinstance(node, self._base.TextNode):
             text = node.s
             if not for_any and not text.strip():
                 return None
@@ -44,12 +48,42 @@ class Places(object):
             place = self._origin(node, frame), node.token.lineno
         elif getattr(node, 'source', None):
             origin, (start, _) = node.source
-            place = origin, bisect.bisect_right(self._of(origin, _line_starts), start)
+            starts = self._of(origin, _line_starts, 'lines')
+            place = origin, bisect.bisect_right(starts, start)
         else:
             return None
         name = getattr(place[0], 'name', None)
         return (sublanguages.path_of_template(name if name != _UNKNOWN else None),
                 place[1] + blank_lines)
+
+    def of_template(self, template, frame):
+        """The path of a template that a frame renders, and the lines of it at which threads can
+        stop; None for the path if there are none.
+        """
+        places = self._of(template, lambda whole: self._all(whole, frame), 'places')
+        return places[0][0] if places else None, [line for _, line in places]
+
+    def _all(self, template, frame):
+        places = [self.of(node, frame) for node in self._inside(template.nodelist)]
+        places = [place for place in places if place is not None]
+        # Tags of the program's may hold those of other templates.
+        return sorted(set([place for place in places if place[0] == places[0][0]]))
+
+    def _inside(self, what):
+        """All nodes that are held by one, or by what one has."""
+        found, left, seen = [], [what], set()
+        for one in left:
+            if id(one) in seen:
+                continue
+            seen.add(id(one))
+            if isinstance(one, self._base.Node):
+                found.append(one)
+                left += [one.blocks] if isinstance(one, self._extends) else vars(one).values()
+            elif isinstance(one, dict):
+                left += one.values()
+            elif isinstance(one, (list, tuple)):
+                left += one
+        return found
 
     def _origin(self, node, frame):
         """Up to 1.9 it is known only to the template, one of those that are being rendered."""
@@ -58,18 +92,18 @@ class Places(object):
         while frame is not None:
             if frame.f_code is self._rendering:
                 template = frame.f_locals['self']
-                if id(node) in self._of(template, _ids_of_nodes):
+                if id(node) in self._of(template, _ids_of_nodes, 'nodes'):
                     return template.origin
             frame = frame.f_back
         return None
 
-    def _of(self, what, made):
-        known = self._known.get(id(what))
+    def _of(self, what, made, name):
+        known = self._known.get((id(what), name))
         if known is None:
             if len(self._known) >= _MAXIMUM:
                 self._known.clear()
             # With what it is of, as long as the id() is to be its own.
-            known = self._known[id(what)] = what, made(what)
+            known = self._known[id(what), name] = what, made(what)
         return known[1]
 
 

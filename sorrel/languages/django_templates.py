@@ -30,7 +30,7 @@ def hook(engine):
     base = sys.modules.get('django.template.base')
     tags = sys.modules.get('django.template.loader_tags')
     if not hasattr(base, 'Node') or not hasattr(base, 'Template') \
-            or not hasattr(tags, 'BlockNode'):
+            or not hasattr(tags, 'BlockNode') or not hasattr(tags, 'ExtendsNode'):
         return None
     if hasattr(base.Node, 'render_annotated'):
         return Hook(base, tags, [base.Node.render_annotated])
@@ -59,7 +59,7 @@ class Hook(sublanguages.EngineHook):
             self._begin_nodes, self._loop_lines = django_nodes.rendering_lines(self._loop)
         self._keys = self._roots + self._placers + [self._loop] * (loop is not None)
         self._base = base
-        self._places = django_nodes.Places(base.TextNode, _code(base.Template._render))
+        self._places = django_nodes.Places(base, tags.ExtendsNode, self._roots[0])
         engine = os.path.dirname(os.path.dirname(os.path.abspath(base.__file__)))
         folders = [os.path.join(engine, name) for name in _FOLDERS]
         folders += [os.path.dirname(os.path.abspath(code.co_filename)) for code in self._keys]
@@ -102,6 +102,8 @@ class Hook(sublanguages.EngineHook):
         """
         if frame.f_code not in self._roots:  # Their returns count in any case.
             self.say_where(frame.f_code, self._lines_to_ask_at)
+        elif event == CALL and frame.f_code is self._roots[0]:
+            self._begin(frame)
         ident = _ident()
         number = self.count_question(ident)
         if event == RETURN:
@@ -122,6 +124,11 @@ class Hook(sublanguages.EngineHook):
 
     def _lines_to_ask_at(self, code):
         return self._begin_nodes if code is self._loop else (code.co_firstlineno,)
+
+    def _begin(self, frame):
+        path, lines = self._places.of_template(frame.f_locals['self'], frame)
+        if sublanguages.lines_with_breakpoints(path):
+            sublanguages.begun(path, lines)
 
     def _begins_node(self, frame, event):
         if frame.f_code is self._loop:

@@ -31,7 +31,8 @@ class Hook(sublanguages.EngineHook):
         # The core keeps the list and looks into it again: files of templates come to it.
         self._paths = [(os.path.dirname(os.path.abspath(path)) + os.sep, 1) for path in files]
         self._folders = tuple([folder for folder, _ in self._paths])
-        # By id(), code of templates; and of any, what the core has not been told of yet.
+        # By id(), code of templates, each with all of its template's; and of any, what the core has
+        # not been told of yet.
         self._code = {}
         self._new = []
         # By id(), the lines of code that has been run, the names of whose files are in the paths.
@@ -50,10 +51,12 @@ class Hook(sublanguages.EngineHook):
         """The variables of the modules of all templates that are loaded."""
         raise NotImplementedError
 
-    def lines_of(self, frame):
-        """Where the lines of the template are in the frame's code: an object with the methods
+    def lines_of(self, code, namespace):
+        """Where the lines of the template are in some of its code: an object with the methods
         of_template(line), the template's line that one of the code belongs to, and begins(line),
         whether something of the template begins in one of the code.
+
+        namespace: the variables of the template's module.
         """
         raise NotImplementedError
 
@@ -76,8 +79,9 @@ class Hook(sublanguages.EngineHook):
 
     def learn(self, namespace):
         """The template of a module with these variables, if it is one, is known from now on."""
-        new = [code for code in self.code_of(namespace) if id(code) not in self._code]
-        self._code.update([(id(code), code) for code in new])
+        all_code = self.code_of(namespace)
+        new = [code for code in all_code if id(code) not in self._code]
+        self._code.update([(id(code), (code, all_code)) for code in new])
         self._new.extend(new)
 
     def tell_core(self):
@@ -137,7 +141,7 @@ class Hook(sublanguages.EngineHook):
                 self._return(frame, kind)
             return False
         self._of(frame)
-        self.say_where(frame.f_code, lambda code: self._lines_to_ask_at(frame))
+        self.say_where(frame.f_code, lambda code: self._lines_to_ask_at(code, frame))
         if event == LINE and number < 3 and self._is_place(frame):
             return number == 2 or self.ends_step(_ident(), frame, kind)
         return event == EXCEPTION and number > 1 and kind == sublanguages.RUNNING
@@ -165,19 +169,38 @@ class Hook(sublanguages.EngineHook):
         return self._of(frame).begins(frame.f_lineno) and not self.is_passing_on(frame)
 
     def _of(self, frame):
-        lines = self._lines.get(id(frame.f_code))
-        if lines is None:
+        code = frame.f_code
+        if id(code) not in self._lines:
             self._leave_to_hook(core.get_frame_file(frame))
-            self._leave_to_hook(frame.f_code.co_filename)
-            lines = self._lines[id(frame.f_code)] = self.lines_of(frame)
+            self._leave_to_hook(code.co_filename)
+        return self._lines_in(code, frame)
+
+    def _lines_in(self, code, frame):
+        """code: the frame's, or other code of its template's."""
+        lines = self._lines.get(id(code))
+        if lines is None:
+            lines = self._lines[id(code)] = self.lines_of(code, frame.f_globals)
         return lines
 
-    def _lines_to_ask_at(self, frame):
+    def _lines_to_ask_at(self, code, frame):
         """Those where a line of the template begins that has a breakpoint."""
-        lines = self._of(frame)
-        wanted = sublanguages.lines_with_breakpoints(self.path_of(frame))
-        return [line for _, line in dis.findlinestarts(frame.f_code)
-                if lines.begins(line) and lines.of_template(line) in wanted]
+        path = self.path_of(frame)
+        if not sublanguages.lines_with_breakpoints(path):
+            return ()
+        begun = set()
+        for other in self._code[id(code)][1]:
+            begun.update([line for _, line in self._beginnings(other, frame)])
+        sublanguages.begun(path, sorted(begun))
+        # They may have moved.
+        wanted = sublanguages.lines_with_breakpoints(path)
+        return [line for line, of_template in self._beginnings(code, frame)
+                if of_template in wanted]
+
+    def _beginnings(self, code, frame):
+        """Where lines of the template begin: pairs of the code's line and the template's."""
+        lines = self._lines_in(code, frame)
+        return [(line, lines.of_template(line)) for _, line in dis.findlinestarts(code)
+                if lines.begins(line)]
 
     def _leave_to_hook(self, path):
         """Has the core leave to the hook where steps end in a template's file."""

@@ -51,8 +51,8 @@ class Hook(generated_code.Hook):
                       for known in gc.get_referrers(template) if type(known) is template]
         return found
 
-    def lines_of(self, frame):
-        return jinja_code.Lines(frame.f_code, frame.f_globals['debug_info'])
+    def lines_of(self, code, namespace):
+        return jinja_code.Lines(code, namespace['debug_info'])
 
     def path_of(self, frame):
         return jinja_code.path(frame.f_code)

@@ -46,8 +46,8 @@ class Hook(generated_code.Hook):
     def namespaces(self):
         return [vars(known.module) for known in self._known._modules.values()]
 
-    def lines_of(self, frame):
-        return self._source(frame.f_globals).lines(frame.f_code)
+    def lines_of(self, code, namespace):
+        return self._source(namespace).lines(code)
 
     def path_of(self, frame):
         name = frame.f_globals.get('_template_filename')

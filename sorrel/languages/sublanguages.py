@@ -12,7 +12,7 @@ import sys
 
 import tmorvik26_vs2012_x64 as core
 
-from sorrel.common import errors
+from sorrel.common import errors, text_files
 
 # Kinds of steps, as the core numbers them.
 RUNNING, STEP_INTO = -1, 0
@@ -35,6 +35,10 @@ _is_asking = _is_always_asking = False
 _breakpoints = {}
 # What files are called without links.
 _real_paths = {}
+# By such names, what told files from what they were before when an engine had made templates of
+# them, and the lines at which threads can stop. Who is told of another one.
+_lines_of_files = {}
+_tell_of_lines = None
 _use_hooks = core._for_sorrel['use_hooks']
 _ask_at = core._for_sorrel['ask_at']
 _event_number = core._for_sorrel['event_number']
@@ -225,7 +229,7 @@ def register(hook):
 def register_for_engine(name, make):
     """The same of an EngineHook, while something may stop in a template: see ask().
 
-    name: to turn it off by. make: gives it, or None for as long as too little of the engine is there.
+    name: to turn it off by. make: gives it, or None as long as too little of the engine is there.
     """
     language = _LanguageOfEngine(name, make)
     _of_engines.append(language)
@@ -292,7 +296,38 @@ def ask_for_breakpoints(lines):
 
 def lines_with_breakpoints(path):
     """Those of a template's file, with what the core knows the file as."""
-    return _breakpoints.get(_real_path(path), {})
+    return _breakpoints.get(_real_path(path), {}) if _breakpoints else {}
+
+
+def when_begun(tell):
+    """tell(path) is called, in a thread of the program's, for a template's file that has breakpoints
+    when it is found out anew at which of its lines threads can stop: see known_lines().
+    """
+    global _tell_of_lines
+    _tell_of_lines = tell
+
+
+def begun(path, lines):
+    """The calling thread begins with a template whose file has breakpoints. Threads can stop at these
+    lines, in their order, and no others.
+    """
+    path = _real_path(path)
+    try:
+        known = text_files.version(path), lines
+    except text_files.Unreadable:
+        return
+    if _lines_of_files.get(path) != known:
+        _lines_of_files[path] = known
+        if _tell_of_lines is not None:
+            _tell_of_lines(path)
+
+
+def known_lines(path, version):
+    """Those of a template's file at which threads can stop; None where that is not known of this
+    version of it.
+    """
+    known, lines = _lines_of_files.get(_real_path(path), (None, None))
+    return lines if known == version else None
 
 
 def _real_path(path):

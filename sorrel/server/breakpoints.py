@@ -140,8 +140,7 @@ class Breakpoints(object):
         real_paths = set([os.path.realpath(path) for path in paths])
         for breakpoint in self._all():
             own = [breakpoint.path or ''] + [one.path for one in breakpoint.held]
-            if breakpoint.is_verified \
-                    and real_paths.intersection([os.path.realpath(path) for path in own]):
+            if real_paths.intersection([os.path.realpath(path) for path in own]):
                 self._tell_if_changed(breakpoint, self._set_anew)
 
     def _learn_texts(self, paths):

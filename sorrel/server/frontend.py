@@ -257,6 +257,11 @@ class Program(object):
         if session is not None:
             session.imported()
 
+    def template_begun(self, path):
+        session = self._session
+        if session is not None:
+            session.breakpoints.loaded_anew([path])
+
 
 def tell(line):
     """Says something to whoever reads the program's standard error."""

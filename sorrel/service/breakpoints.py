@@ -172,6 +172,18 @@ class Breakpoints(object):
                 breakpoint.is_at(place)
                 self._set_anew(breakpoint)
 
+    def move(self, breakpoint, place):
+        """It is to be at another Place. Nothing happens to one that is no longer there."""
+        with self._lock:
+            self._refresh()
+            if breakpoint in self._known:
+                at = self._known.index(breakpoint)
+                del self._known[at]
+                self._set_anew(breakpoint)
+                breakpoint.is_at(place)
+                self._known.insert(at, breakpoint)
+                self._set_anew(breakpoint)
+
     def add_hidden(self, path, line, condition=None):
         """One of the service's own, of which nobody is told. As `add`, on a line with code."""
         with self._lock:

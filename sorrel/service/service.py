@@ -14,7 +14,9 @@ So may be `idle()`, called about once a second while the program runs, in one of
 And `log(breakpoint, frame)`, which writes what a breakpoint with a message says, in its thread; it
 returns what `stopped` does.
 And a fifth, `imported()`: there are other modules than before; the thread that has imported them
-goes on when it returns. And `interrupt()`, called at Ctrl-C while another thread than the main one
+goes on when it returns. And `template_begun(path)`, called in a thread of the program's that begins
+with a template whose file has breakpoints: it may be known only now which of its lines can stop a
+thread. And `interrupt()`, called at Ctrl-C while another thread than the main one
 is stopped: whether that was for what is done there. And `nothing_runs()`, called in a thread of the
 server's at Ctrl-C where no thread has got to a line since the last one: how the program is to go
 on, a Resume that is DETACH, QUIT or INTERRUPT, or None for no other way. Threads wait at their next
@@ -131,6 +133,7 @@ class Service(BreakingIn, object):
             self.breakpoints.new_number, self._callback, self._with_room, self._stop_at_event)
         self.exceptions = exceptions.Exceptions(self.breakpoints, self.passing)
         self.modules = modules.Modules()
+        sublanguages.when_begun(lambda path: self._call_if_there('template_begun', path))
         _services[self._process] = self
 
     @staticmethod
@@ -768,11 +771,11 @@ class Service(BreakingIn, object):
             self.exceptions.told(thread, argument)
         return is_told
 
-    def _call_if_there(self, name):
+    def _call_if_there(self, name, *arguments):
         method = getattr(self._front_end, name, None)
         if method is not None and not self._is_forked():
             try:
-                method()
+                method(*arguments)
             except Exception:
                 # The core would let the program have the error of an import.
                 errors.print_error()

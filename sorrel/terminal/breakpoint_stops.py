@@ -50,6 +50,21 @@ class BreakpointStops(object):
         for breakpoint in self.service.breakpoints.pending():
             self._settle(breakpoint)
 
+    def template_begun(self, path):
+        """Those in lines at which nothing of the template begins go on to the next one."""
+        places = Places(self.service.breakpoints)
+        for breakpoint in self.service.breakpoints.all():
+            if breakpoint.real_path != path or breakpoint.is_in_no_file():
+                continue
+            try:
+                place = places.in_file(breakpoint.path, breakpoint.line)
+            except Refused as refusal:
+                self._news.append('*** Breakpoint %d: %s' % (breakpoint.number, refusal))
+                continue
+            if place.line != breakpoint.line:
+                self.service.breakpoints.move(breakpoint, place)
+                self._news.append(_moved(breakpoint))
+
     # At a stop.
 
     def _look_at_breakpoints(self, stop):
@@ -78,8 +93,7 @@ class BreakpointStops(object):
             return None
         except Refused as refusal:
             return str(refusal)
-        self._news.append('Breakpoint %d is at %s now' % (
-            breakpoint.number, shown_place(breakpoint)))
+        self._news.append(_moved(breakpoint))
         return None
 
     def _there(self, stop):
@@ -103,3 +117,7 @@ class BreakpointStops(object):
             self._news.append('Condition of breakpoint %d: %s' % (
                 breakpoint.number, errors.error_text(*error)))
         return holds
+
+
+def _moved(breakpoint):
+    return 'Breakpoint %d is at %s now' % (breakpoint.number, shown_place(breakpoint))

@@ -70,6 +70,10 @@ class ChameleonTest(page_template_session.TestCase):
                          ['Breakpoint 2 at page.pt:6', 'page.pt:6', 'page.pt:6',
                           'The program ended with exit status 0.'])
 
+    def test_a_breakpoint_moves_to_where_something_begins(self):
+        self.assert_answers(['break page.pt:2', 'continue', 'p items'], ['page.pt:3', '[1, 2]'])
+        self.assert_answers(['break page.pt:9', 'continue', 'p item'], ['page.pt:10', '1'])
+
     def test_a_loop_in_one_line_stops_in_each_turn(self):
         self.assert_answers(
             ['break page.pt:2'] + ['continue'] * 4,

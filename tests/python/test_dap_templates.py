@@ -55,6 +55,18 @@ class TemplatesTest(dap_session.TestCase):
         self.assertEqual((client.top()['line'], client.top()['source']['path']), (3, self.page))
         self.assertEqual(client.evaluate('double'), '10')
 
+    def test_breakpoints_are_told_where_they_have_moved_to(self):
+        self.page = self.script('text\n\n{{ items }}\ntext\n', 'page.html')
+        client = self.begun([{'line': 1}, {'line': 4}])
+        self.assertEqual([(one['verified'], one['line']) for one in self.breakpoints['breakpoints']],
+                         [(True, 1), (True, 4)])
+        client.go()
+        client.stopped()
+        told = [client.event('breakpoint')['breakpoint'] for _ in range(2)]
+        self.assertEqual([(one['verified'], one['line']) for one in told], [(True, 3), (False, 4)])
+        self.assert_in('no code from line 4', told[1]['message'])
+        self.assertEqual(client.top()['line'], 3)
+
     def test_log_message_has_values_of_the_template(self):
         client = self.begun([{'line': 3, 'logMessage': 'it is {double} of {items|length}'}])
         client.go()

@@ -84,6 +84,11 @@ class DjangoTest(page_template_session.TestCase):
             ['break page.html:5', 'continue', 'p item', 'continue', 'p item'],
             ['page.html:5', '3', 'page.html:5', '5'])
 
+    def test_a_breakpoint_moves_to_where_something_begins(self):
+        self.assert_answers(['break page.html:8', 'continue'], ['page.html:10'])
+        self.assert_answers(['break base.html:4', 'continue'], ['base.html:5'])
+        self.assert_answers(['break foot.html:2', 'continue'], ['foot.html:2'])
+
     def test_conditions_are_the_templates_or_python(self):
         for condition in 'item > 3', 'item == 5', '3 < item':
             self.assert_answers(['break page.html:5, ' + condition, 'continue', 'p item'],

@@ -99,6 +99,36 @@ class StoppingTest(JinjaTestCase):
                 VIEW, ['break page.html:%d' % line, 'continue'], page=PAGE)[1:],
                 ['page:%d' % line])
 
+    def test_breakpoint_moves_to_where_something_begins(self):
+        text = 'text\nmore\n{{ title }}\n{% for item in items %}\n  one\n  two\n  {{ item }}\n' \
+            '{% endfor %}\nend\n'
+        said = self.render(
+            VIEW, ['break page.html:1', 'break page.html:6', 'break page.html:9', 'continue',
+                   'info breakpoints', 'continue', 'break page.html:5', 'break page.html:8'],
+            page=text)
+        self.assertEqual(said[3].splitlines(), [
+            'Breakpoint 1 is at page.html:3 now', 'Breakpoint 2 is at page.html:7 now',
+            '*** Breakpoint 3: no code from line 9 of page.html on', '> page.html(3)root()',
+            '-> {{ title }}'])
+        self.assertEqual([line.rpartition(' ')[2] for line in said[4].splitlines()
+                          if 'keep' in line], ['page.html:3', 'page.html:7', 'page.html:9'])
+        self.assertEqual(template_session.place(said[5]), 'page:7')
+        self.assertTrue(said[6].endswith('page.html:7\n'), said[6])
+        self.assertTrue(said[7].startswith('*** no code from line 8 of '), said[7])
+
+    def test_breakpoint_goes_by_the_template_as_it_has_changed(self):
+        program = PROGRAM + '''\
+import os
+env = environment(auto_reload=True)
+view('page.html', env, items=[1])
+open('page.html', 'w').write('new\\n{{ items }}\\n\\ntext\\n{{ items }}\\n')
+os.utime('page.html', (1, 1))
+view('page.html', env, items=[2])
+'''
+        places = self.places(program, ['break page.html:4', 'continue', 'continue', 'p items'],
+                             page=PAGE)
+        self.assertEqual(places[1:], ['page:4', 'page:5', '[2]'])
+
     def test_engine_is_left_alone_while_nothing_may_stop_in_a_template(self):
         program = VIEW + ('import sorrel.languages.sublanguages as known\n'
                           'print known.is_of_engine(), known._is_asking\n')

@@ -50,6 +50,10 @@ class MakoTest(page_template_session.TestCase):
         self.assert_from('page.html:7', ['next', 'next', 'next', 'next'],
                          ['page.html:9', 'page.html:10', 'page.html:12', 'page.html:6'])
 
+    def test_a_breakpoint_moves_to_where_something_begins(self):
+        self.assert_answers(['break page.html:8', 'continue'], ['page.html:9'])
+        self.assert_answers(['break page.html:13', 'continue'], ['page.html:14'])
+
     def test_a_breakpoint_in_each_turn_with_a_condition(self):
         self.assert_answers(['break page.html:7, item > 4', 'continue', 'p item'],
                             ['page.html:7', '5'])

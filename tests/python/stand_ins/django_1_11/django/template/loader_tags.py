@@ -29,6 +29,7 @@ class ExtendsNode(Node):
 
     def __init__(self, nodelist, name):
         self.nodelist, self.name = nodelist, name
+        self.blocks = dict([(node.name, node) for node in nodelist.get_nodes_by_type(BlockNode)])
 
     def render(self, context):
         from django.template.loader import get_template
