@@ -90,9 +90,10 @@ def view(thread, frame):
     of variables; else None.
     """
     language = sublanguages.at_work(thread, frame)
-    if sublanguages.location(language, frame) is None or not hasattr(language.hook, '_Variables'):
+    if sublanguages.location(language, frame) is None:
         return None
-    return View(language.hook, frame)
+    hook = language.of(frame).hook
+    return View(hook, frame) if hasattr(hook, '_Variables') else None
 
 
 def evaluator(thread, frame):
@@ -103,5 +104,5 @@ def evaluator(thread, frame):
     language = sublanguages.at_work(thread, frame)
     if language is None or not language.is_key(frame):
         return None
-    evaluate = getattr(language.hook, '_Eval', None)
+    evaluate = getattr(language.of(frame).hook, '_Eval', None)
     return evaluate and (lambda expression: evaluate(expression, frame))

@@ -63,7 +63,7 @@ class Hook(sublanguages.EngineHook):
         engine = os.path.dirname(os.path.dirname(os.path.abspath(base.__file__)))
         folders = [os.path.join(engine, name) for name in _FOLDERS]
         folders += [os.path.dirname(os.path.abspath(code.co_filename)) for code in self._keys]
-        self._paths = [(folder + os.sep, 1) for folder in sorted(set(folders))]
+        self._folders = [folder + os.sep for folder in sorted(set(folders))]
         # By threads, whether a line began where the last question was.
         self._begins = {}
         # By threads and the id() of roots: the line that was begun last, the id() of its nodes.
@@ -75,6 +75,9 @@ class Hook(sublanguages.EngineHook):
 
     def is_template(self, frame):
         return frame.f_code in self._keys
+
+    def is_place(self, frame):
+        return self._node(frame) is not None
 
     def begin(self):
         self._begun.clear()
@@ -91,7 +94,7 @@ class Hook(sublanguages.EngineHook):
         return [self._call]
 
     def _GetModulePaths(self):
-        return self._paths
+        return self._folders
 
     def _GetSubLanguageFrames(self):
         return self._keys
@@ -152,7 +155,7 @@ class Hook(sublanguages.EngineHook):
         if is_root:
             self._begun.pop((ident, id(frame)), None)
         if kind in (sublanguages.RUNNING, sublanguages.STEP_INTO) \
-                or self.ends.get(ident) != id(self._root(frame)):
+                or not self.is_end(ident, self._root(frame)):
             return
         if not is_root:
             self._going_on.add(ident)
@@ -166,13 +169,7 @@ class Hook(sublanguages.EngineHook):
         root = self._root(frame)
         if _ident() in self._going_on or root is None:
             return root
-        frame = root.f_back
-        while frame is not None and self._node(frame) is None and self.is_of_engine(frame):
-            frame = frame.f_back
-        if frame is not None and self._node(frame) is not None:
-            frame = self._root(frame)
-        self.ends[_ident()] = id(frame)
-        return frame
+        return self.end_outside(_ident(), root.f_back, self.is_of_engine)
 
     # Where a frame is.
 

@@ -28,9 +28,9 @@ class Hook(sublanguages.EngineHook):
         sublanguages.EngineHook.__init__(self)
         self._rendering = rendering
         self._watched = watched
-        # The core keeps the list and looks into it again: files of templates come to it.
-        self._paths = [(os.path.dirname(os.path.abspath(path)) + os.sep, 1) for path in files]
-        self._folders = tuple([folder for folder, _ in self._paths])
+        self._folders = tuple([os.path.dirname(os.path.abspath(path)) + os.sep for path in files])
+        # The names of files of templates.
+        self._files = set()
         # By id(), code of templates, each with all of its template's; and of any, what the core has
         # not been told of yet.
         self._code = {}
@@ -115,7 +115,7 @@ class Hook(sublanguages.EngineHook):
         return self._rendering
 
     def _GetModulePaths(self):
-        return self._paths
+        return self._folders
 
     def _GetSubLanguageFrames(self):
         if self._is_behind:
@@ -152,16 +152,12 @@ class Hook(sublanguages.EngineHook):
         return self.path_of(frame), self._of(frame).of_template(frame.f_lineno)
 
     def _GetStepOutFrame(self, frame):
-        frame = frame.f_back
-        while frame is not None and id(frame.f_code) not in self._code and self._is_hidden(frame):
-            frame = frame.f_back
-        self.ends[_ident()] = id(frame)
-        return frame
+        return self.end_outside(_ident(), frame.f_back, self._is_hidden)
 
     def _return(self, frame, kind):
         """A step that would have ended in a frame ends further out where that is left."""
         if kind not in (sublanguages.RUNNING, sublanguages.STEP_INTO) \
-                and self.ends.get(_ident()) == id(frame) and not self.is_suspended(frame):
+                and self.is_end(_ident(), frame) and not self.is_suspended(frame):
             core.step_out()
 
     def _is_place(self, frame):
@@ -204,9 +200,10 @@ class Hook(sublanguages.EngineHook):
 
     def _leave_to_hook(self, path):
         """Has the core leave to the hook where steps end in a template's file."""
-        if path and (path, 1) not in self._paths:
-            self._paths.append((path, 1))
+        if path and path not in self._files:
+            self._files.add(path)
+            self.add_path(path)
 
     def _is_hidden(self, frame):
         return (core.get_frame_file(frame) or '').startswith(self._folders) \
-            or (frame.f_code.co_filename, 1) in self._paths
+            or frame.f_code.co_filename in self._files

@@ -42,9 +42,15 @@ _tell_of_lines = None
 _use_hooks = core._for_sorrel['use_hooks']
 _ask_at = core._for_sorrel['ask_at']
 _event_number = core._for_sorrel['event_number']
-_keys = set()
+# By code whose frames may stand for lines, the language whose hook has named it.
+_keys = {}
 # Names of engines.
 _turned_off = set()
+# Pairs of what the files of any engine begin with and a number: what the templates of one call may
+# render those of another. The core keeps the list and looks into it again.
+_paths_of_engines = []
+# By threads, the id() of the frame of a template's that the last step is to end in.
+_ends = {}
 # By threads (idents, as keys), those whose step has begun in what a template has called: the core
 # takes them for running when they are back in that.
 _leading_back = {}
@@ -58,19 +64,20 @@ class EngineHook(object):
     """What the hook of an engine has beside the methods that the core calls."""
 
     def __init__(self):
-        # Pairs for _GetModulePaths().
-        self._paths = []
-        # By threads, the id() of the frame of a template's that the last step is to end in.
-        self.ends = {}
         # The id() of code of which the core has been told where to ask.
         self._said = set()
         # By threads, the event that was asked about last, and how often.
         self._questions = {}
 
     def is_of_engine(self, frame):
-        """Whether a frame is in one of the engine's files."""
+        """Whether a frame is in a file of an engine's."""
         path = core.get_frame_file(frame) or frame.f_code.co_filename
-        return path.startswith(tuple([beginning for beginning, _ in self._paths]))
+        return path.startswith(tuple([beginning for beginning, _ in _paths_of_engines]))
+
+    def add_path(self, path):
+        """What is in files whose names begin with this is the engine's."""
+        if (path, 1) not in _paths_of_engines:
+            _paths_of_engines.append((path, 1))
 
     def say_where(self, code, lines):
         """While a thread runs on, the core is to ask about the code only at some of its lines, with
@@ -112,7 +119,33 @@ class EngineHook(object):
         """
         if kind == STEP_INTO or kind == RUNNING and thread not in _leading_back:
             return kind == STEP_INTO
-        return self.ends.get(thread) == id(self.end_in(frame))
+        return self.is_end(thread, self.end_in(frame))
+
+    def is_end(self, thread, frame):
+        """Whether the last step of the calling thread, whose ident this is, is to end in this frame
+        of a template's.
+        """
+        return _ends.get(thread) == id(frame)
+
+    def end_outside(self, thread, frame, is_hidden):
+        """Where a step out leads, from this frame on: the first one of a template's, or what
+        is_hidden(frame) says is none of the engine's.
+        """
+        language = None
+        while frame is not None:
+            language = _owner(frame)
+            if language is not None and language.hook.is_place(frame):
+                frame = language.hook.end_in(frame)
+                break
+            if not is_hidden(frame):
+                break
+            frame = frame.f_back
+        _ends[thread] = id(frame)
+        return frame
+
+    def is_place(self, frame):
+        """Whether a frame that may stand for a line of a template does."""
+        return self.is_template(frame)
 
     def ask_everywhere(self):
         """The core asks about all lines again, whatever has been said."""
@@ -157,7 +190,7 @@ class _Language(object):
     def _GetSubLanguageFrames(self):
         codes = self.hook._GetSubLanguageFrames()
         if isinstance(codes, list):
-            _keys.update(codes)
+            _keys.update(dict.fromkeys(codes, self))
         return codes
 
     def _TranslateFrame(self, frame, for_exception):
@@ -169,6 +202,10 @@ class _Language(object):
 
     def is_key(self, frame):
         return frame.f_code in _keys
+
+    def of(self, frame):
+        """The language that a frame of its threads stands for a line of, if it does for any."""
+        return self
 
     def is_implemented_in(self, path):
         for beginning, category in self._paths:
@@ -210,13 +247,44 @@ class _LanguageOfEngine(_Language):
                 self.hook.begin()
             core.register_sub_language_hook(self)
 
-    # The core does not forget a hook that is turned off when it has been in use.
+    def _GetModulePaths(self):
+        for path in self.hook._GetModulePaths() if self.is_on() else ():
+            self.hook.add_path(path)
+        self._paths = _paths_of_engines
+        return self._paths
+
+    # The core asks one hook alone while a template is rendered, the first: for those of the others
+    # that are rendered meanwhile, too. And it does not forget one that is turned off.
+
+    def of(self, frame):
+        return _owner(frame) or self
+
     def _StopHere(self, frame, event, kind):
-        return self.is_on() and self.hook._StopHere(frame, event, kind)
+        language = self.of(frame)
+        return language.is_on() and language.hook._StopHere(frame, event, kind)
+
+    def _TranslateFrame(self, frame, for_exception):
+        return _Language._TranslateFrame(self.of(frame), frame, for_exception)
+
+    def _GetStepOutFrame(self, frame):
+        return self.of(frame).hook._GetStepOutFrame(frame)
+
+    def _Eval(self, text, frame):
+        return self.of(frame).hook._Eval(text, frame)
 
     def is_key(self, frame):
-        return _Language.is_key(self, frame) \
-            or self.hook is not None and self.hook.is_template(frame)
+        return _Language.is_key(self, frame) or _owner(frame) is not None
+
+
+def _owner(frame):
+    """The language of an engine's that a frame may stand for a line of; None for none."""
+    language = _keys.get(frame.f_code)
+    if language in _of_engines:
+        return language
+    for language in _of_engines:
+        if language.hook is not None and language.hook.is_template(frame):
+            return language
+    return None
 
 
 def register(hook):
@@ -395,13 +463,15 @@ def at_work(thread, frame=None):
     found = None
     if _entered_by:
         found = _outermost_at_work(_current_frames().get(thread)) or _outermost_at_work(frame)
-    return found if found is None or found.is_on() else None
+    return found
 
 
 def _outermost_at_work(frame):
     found = None
     while frame is not None:
-        found = _entered_by.get(frame.f_code, found)
+        language = _entered_by.get(frame.f_code)
+        if language is not None and language.is_on():
+            found = language
         frame = frame.f_back
     return found
 
@@ -421,12 +491,7 @@ def is_hidden(language, frame):
 
 def is_key(frame):
     """Whether the frame's code is such that its frames may stand for lines of a language."""
-    if frame.f_code in _keys:
-        return True
-    for language in _of_engines:
-        if language.is_key(frame):
-            return True
-    return False
+    return frame.f_code in _keys or _owner(frame) is not None
 
 
 def is_module(frame):
@@ -442,7 +507,7 @@ def location(language, frame):
     if language is None or not language.is_key(frame):
         return None
     try:
-        path, line = language.hook._TranslateFrame(frame, 1)[:2]
+        path, line = language.of(frame).hook._TranslateFrame(frame, 1)[:2]
         return str(path), int(line)
     except Exception:
         return None  # The frame is shown as what it is.
@@ -456,13 +521,13 @@ def step(thread, frame, is_over):
     inner = frame
     is_in_language = bool(_of_engines) and at_work(thread) is not None
     while frame is not None:
-        for language in _of_engines:
-            if language.is_key(frame):
-                if is_over or frame is not inner:
-                    language.hook.ends[thread] = id(language.hook.end_in(frame))
-                if frame is not inner:
-                    _leading_back[thread] = True
-                return
+        language = _owner(frame)
+        if language is not None:
+            if is_over or frame is not inner:
+                _ends[thread] = id(language.hook.end_in(frame))
+            if frame is not inner:
+                _leading_back[thread] = True
+            return
         frame = frame.f_back if is_in_language else None
 
 

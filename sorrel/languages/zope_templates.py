@@ -47,8 +47,6 @@ class Hook(sublanguages.EngineHook):
         self._interpret = _code(interpreter.interpret)
         self._placers = [_code(getattr(interpreter, name)) for name in _PLACERS
                          if hasattr(interpreter, name)]
-        # What expressions in Python run as is nobody's own code.
-        self._paths = [('<string>', 1)]
         # By threads: the place that was asked about last, with the answer for breakpoints; the
         # return that was; the place of the line that was begun last.
         self._asked = {}
@@ -71,13 +69,10 @@ class Hook(sublanguages.EngineHook):
         return [self._call]
 
     def _GetModulePaths(self):
-        for name in _PACKAGES:
-            path = getattr(sys.modules.get(name), '__file__', None)
-            if path is not None:
-                path = os.path.dirname(os.path.abspath(path)) + os.sep
-                if (path, 1) not in self._paths:
-                    self._paths.append((path, 1))
-        return self._paths
+        files = [getattr(sys.modules.get(name), '__file__', None) for name in _PACKAGES]
+        # What expressions in Python run as is nobody's own code.
+        return ['<string>'] + [os.path.dirname(os.path.abspath(path)) + os.sep
+                               for path in files if path is not None]
 
     def _GetSubLanguageFrames(self):
         return [self._interpret] + self._placers
@@ -127,12 +122,12 @@ class Hook(sublanguages.EngineHook):
         """A step over a line goes on in the frame that goes through the template, and further out
         when that is left.
         """
-        if self.ends.get(ident) != id(self._root(frame)):
+        if not self.is_end(ident, self._root(frame)):
             return
         if frame.f_code is not self._interpret:
             self._going_on.add(ident)
         try:
-            if ident in self._going_on or self.ends[ident] == id(frame):
+            if ident in self._going_on or self.is_end(ident, frame):
                 core.step_out()
         finally:
             self._going_on.discard(ident)
@@ -141,13 +136,7 @@ class Hook(sublanguages.EngineHook):
         """The macro, or the template, that has asked for this one; or what of the program has."""
         if _ident() in self._going_on:
             return self._root(frame)
-        frame = self._root(frame).f_back
-        while frame is not None and frame.f_code is not self._interpret and self.is_of_engine(frame):
-            frame = frame.f_back
-        if frame is not None and frame.f_code is self._interpret:
-            frame = self._root(frame)
-        self.ends[_ident()] = id(frame)
-        return frame
+        return self.end_outside(_ident(), self._root(frame).f_back, self.is_of_engine)
 
     # Where a frame is.
 

@@ -4,7 +4,8 @@ import os
 import zipfile
 
 import template_session
-from template_session import stack
+from page_template_session import STAND_INS
+from template_session import place, stack
 
 ENDED = 'The program ended with exit status 0.'
 PATH = template_session.engine_path('jinja2')
@@ -293,6 +294,48 @@ view('page.html', env, items=[2])
                                      'continue'], page=PAGE)
         self.assertEqual(said[2:4], ["'<'\n", "Markup(u'&lt;')\n"])
         self.assertTrue('&lt;' in said[4])
+
+
+class OtherEnginesTest(JinjaTestCase):
+
+    path = (PATH or []) + [os.path.join(STAND_INS, 'mako_1')]
+    PROGRAM = PROGRAM + '''\
+from mako.lookup import TemplateLookup
+lookup = TemplateLookup(directories=['.'])
+def other(name, **given):
+    return lookup.get_template(name).render(**given)
+'''
+    TEMPLATES = {'outer': 'outer\n{{ inner("inner.html", n=n + 1) }}\n{{ n }}\n',
+                 'inner': 'inner\n${n}\n${n + 1}\n',
+                 'first': '${inner("last.html", n=n + 1)}\n${n}\n',
+                 'last': '{{ n }}\n{{ n + 1 }}\n'}
+
+    def test_templates_of_two_engines_by_turns(self):
+        program = self.PROGRAM + ('for n in 1, 2:\n    view("last.html", n=n)\n'
+                                  '    other("inner.html", n=n)\n')
+        self.assertEqual(self.places(
+            program, ['break last.html:2', 'break inner.html:2'] + ['continue', 'p n'] * 4,
+            **self.TEMPLATES)[2:], ['last:2', '1', 'inner:2', '1', 'last:2', '2', 'inner:2', '2'])
+
+    def test_template_of_another_engine_within_one_of_this(self):
+        said = self.render(
+            self.PROGRAM + 'view("outer.html", n=1, inner=other)\n',
+            ['break inner.html:2', 'continue', 'where', 'p n', 'n = 7', 'next', 'p n', 'up', 'up',
+             'p n'], **self.TEMPLATES)
+        self.assertEqual(stack(said[2]), ['outer:2', 'inner:2'])
+        self.assertEqual((said[3], place(said[5]), said[6], said[9]),
+                         ('2\n', 'inner:3', '7\n', '1\n'))
+
+    def test_template_of_this_engine_within_one_of_another(self):
+        said = self.render(
+            self.PROGRAM + 'other("first.html", n=1, inner=view)\n',
+            ['break last.html:1', 'continue', 'where', 'p n|string', 'next', 'next', 'next',
+             'next'],
+            **self.TEMPLATES)
+        self.assertEqual(stack(said[2]), ['first:1', 'last:1'])
+        self.assertEqual(said[3], "u'2'\n")
+        self.assertEqual([place(answer) for answer in said[4:]],
+                         ['last:2', 'prog.py:8', 'prog.py:8', 'first:2'])
 
 
 class VariablesTest(JinjaTestCase):

@@ -192,3 +192,33 @@ for item in 1, 2:
         self.assertEqual([place(answer) for answer in said[2:11]], [
             'page.pt:2', '1', 'other.pt:2', '1', 'page.pt:2', '2', 'other.pt:2', '2',
             'The program ended with exit status 0.'])
+
+    def test_a_template_of_one_engine_within_one_of_another(self):
+        files = {'other.pt': '<p>\n${item}\n${inner and inner(item)}\n</p>\n',
+                 'page.pt': '<p>\n<b tal:content="item">x</b>\n'
+                            '<b tal:content="python:inner and inner(item)">x</b>\n</p>\n'}
+        program = PROGRAM % self.folder + """\
+from chameleon import PageTemplateFile as Other
+other = Other(page('other.pt').filename)
+def zope(item):
+    return view('page.pt', item=item + 1, inner=None)
+def chameleon(item):
+    return other(item=item + 1, inner=None)
+view('page.pt', item=1, inner=chameleon)
+other(item=5, inner=zope)
+"""
+        for engines in ('zope_tal', 'chameleon_3'), ('zope_tal', 'chameleon_2'):
+            said = self.render(engines, program, files, [
+                'break other.pt:2', 'continue', 'where', 'p item', 'info locals', 'next', 'return',
+                'clear other.pt:2', 'break page.pt:2, python:item == 6', 'continue', 'where', 'p item',
+                'next', 'next'])
+            shown = [one for one in stack(said[2]) if '.pt' in one]
+            self.assertEqual((place(said[1]), shown), ('other.pt:2', ['page.pt:3', 'other.pt:2']))
+            self.assertEqual(said[3], '2\n')
+            self.assert_in('item = 2', said[4])
+            self.assertEqual(place(said[5]), 'other.pt:3')
+            self.assertEqual(place(said[6]).partition(':')[0], 'prog.py')
+            shown = [one for one in stack(said[10]) if '.pt' in one]
+            self.assertEqual((place(said[9]), shown), ('page.pt:2', ['other.pt:3', 'page.pt:2']))
+            self.assertEqual(said[11], '6\n')
+            self.assertEqual(place(said[12]), 'page.pt:3')
