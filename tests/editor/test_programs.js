@@ -5,6 +5,9 @@ const test = require('node:test');
 const path = require('node:path');
 const { withEditor, listening, line, ROOT } = require('./lib/session');
 
+// What ./morvik setup has brought for 2.7, Jinja2 among it.
+const PACKAGES = path.join(ROOT, '.deps', 'programs', 'usr', 'lib', 'python2.7', 'dist-packages');
+const PAGES = path.join(__dirname, 'pages');
 const EXAMPLES = path.join(ROOT, 'examples');
 const TEMPLATES = path.join(EXAMPLES, 'template_language');
 
@@ -41,3 +44,17 @@ test('a breakpoint in a template stops at it', () => withEditor(async (editor) =
     await editor.shows('call stack', 'bill.weft', 'bills.py');
 }, { programs: TEMPLATES, configurations: (folder) => [{ type: 'sorrel', request: 'launch',
     name: 'bills', program: path.join(folder, 'bills.py'), hooks: ['weft.debugging:Hook'] }] }));
+
+test('a page of HTML is debugged as the template that it is', () => withEditor(async (editor) => {
+    await editor.openFile('templates/page.html');
+    await editor.clickGutter(4);
+    await editor.press('F5');
+    await editor.stoppedAt('page.html:5');
+    await editor.shows('variables', "item = 'apple'", "title = 'Fruit'");
+    await editor.press('F10');
+    await editor.stoppedAt('page.html:3');
+    await editor.press('F5');
+    await editor.stoppedAt('page.html:5');
+    await editor.shows('variables', "item = 'pear'");
+}, { programs: PAGES, configurations: (folder) => [{ type: 'sorrel', request: 'launch',
+    name: 'pages', program: path.join(folder, 'pages.py'), env: { PYTHONPATH: PACKAGES } }] }));

@@ -130,6 +130,28 @@ view('page.html', env, items=[2])
                              page=PAGE)
         self.assertEqual(places[1:], ['page:4', 'page:5', '[2]'])
 
+    def test_events_that_rendering_costs(self):
+        program = PROGRAM + '''\
+import tmorvik26_vs2012_x64 as core
+count = core._for_sorrel['event_number']
+def costs():
+    template = environment().get_template('page.html')
+    template.render(items=[1])
+    before = count()
+    for _ in range(20):
+        template.render(items=range(100))
+    return count() - before
+print 'it costs', costs()
+'''
+        costs = []
+        for command in 'info threads', 'break other.html:1', 'break page.html:3, 0':
+            said = self.render(program, [command, 'continue'], page=PAGE, other='{{ x }}\n')
+            costs.append(int(said[-1].split('it costs ')[1].split()[0]))
+        # A render of 100 turns has more than 300 lines. Some events come with the pulse.
+        self.assertTrue(costs[0] < 20, costs)
+        self.assertTrue(costs[1] < 20 * 10, costs)
+        self.assertTrue(costs[2] > 20 * 100, costs)
+
     def test_engine_is_left_alone_while_nothing_may_stop_in_a_template(self):
         program = VIEW + ('import sorrel.languages.sublanguages as known\n'
                           'print known.is_of_engine(), known._is_asking\n')

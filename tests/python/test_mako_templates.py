@@ -34,6 +34,11 @@ FILES = {
     'long.html': '<%def name="show(n)">\n${n}\n</%def>\n% for n in many:\n${show(n)}\n% endfor\n',
     'tree.html': '${n}\n% if n > 1:\n<%\n  context._data["n"] = n - 1\n%>\n'
                  '<%include file="tree.html"/>\n% endif\n',
+    'deep1.html': '<%inherit file="deep2.html"/>\n${title}\n',
+    'deep2.html': '<%inherit file="deep3.html"/>\n2\n${next.body()}\n',
+    'deep3.html': '<%inherit file="deep4.html"/>\n${next.body()}\n',
+    'deep4.html': '<%inherit file="deep5.html"/>\n${next.body()}\n',
+    'deep5.html': '<p>\n${next.body()}\n${title}\n',
     'wrong.html': '${title}\n${1 / zero}\n',
 }
 
@@ -71,6 +76,16 @@ class MakoTest(page_template_session.TestCase):
             shown = [one for one in stack(said[2]) if not one.startswith('prog.py')]
             self.assertEqual((engine, shown),
                              (engine, ['base.html:2', 'page.html:7', 'page.html:3']))
+
+    def test_five_levels_of_inheritance(self):
+        commands = ['break deep1.html:2', 'continue', 'where', 'p title', 'next', 'tbreak deep5.html:3',
+                    'continue']
+        for engine, said in self.answers(commands, view='view("deep1.html", title="T")\n'):
+            shown = [one for one in stack(said[2]) if not one.startswith('prog.py')]
+            self.assertEqual((engine, shown), (engine, [
+                'deep5.html:2', 'deep4.html:2', 'deep3.html:2', 'deep2.html:3', 'deep1.html:2']))
+            self.assertEqual(said[3], "'T'\n")
+            self.assertEqual((engine, place(said[4])), (engine, 'deep5.html:3'))
 
     def test_variables_are_the_templates(self):
         commands = ['break page.html:10', 'continue', 'info locals', 'p double + 1',

@@ -149,6 +149,21 @@ class ZopeTest(page_template_session.TestCase):
         self.assert_from('macro.pt:2, item == 9999', ['p item'], ['9999'], files=files,
                          view="view('page.pt', macro=page('macro.pt'), items=range(10000))\n")
 
+    def test_a_macro_may_use_another_one_over_five_levels(self):
+        files = dict([('level%d.pt' % level, '''\
+<x metal:define-macro="m">
+<y metal:use-macro="python:page('level%d.pt').macros['m']">
+</y></x>
+''' % (level + 1)) for level in range(1, 5)], **{
+            'level5.pt': '<x metal:define-macro="m">\n<b tal:content="title">x</b>\n</x>\n',
+            'page.pt': '<p metal:use-macro="python:page(\'level1.pt\').macros[\'m\']">\n</p>\n'})
+        for engine, said in self.answers(['tbreak level5.pt:2', 'continue', 'where', 'p title', 'next'],
+                                         files=files, view="view('page.pt', title='T')\n"):
+            shown = [one.partition(':')[0] for one in stack(said[2]) if '.pt:' in one]
+            self.assertEqual((engine, shown), (engine, ['page.pt'] + [
+                'level%d.pt' % level for level in range(1, 6)]))
+            self.assertEqual(said[3], "'T'\n")
+
     def test_a_template_may_use_itself(self):
         files = {'page.pt': '''\
 <p metal:define-macro="m">

@@ -127,7 +127,8 @@ def _value(function, text, line):
     expression, _, used = text.partition('|')
     expression = expression.strip()
     _use(function, expression)
-    expression = expression.replace('self.body()', 'context.get("body_")()')
+    for written in 'self.body()', 'next.body()':
+        expression = expression.replace(written, 'context.get("body_")()')
     made = 'unicode(%s)' % expression
     for name in used.split(','):
         if name.strip():

@@ -25,9 +25,17 @@ def _include_file(context, uri):
 def _render(template, data):
     context = Context(lookup_=template.lookup, **data)
     del context._kwargs['lookup_']
-    module = own = template.module
-    if module._inherited:
-        context._data['body_'] = lambda: own.render_body(context)
+    module = template.module
+    while module._inherited:
+        context = _within(context, module)
         module = template.lookup.get_template(module._inherited).module
     module.render_body(context)
     return context.text()
+
+
+def _within(context, module):
+    """What the parent of a template has, with what writes the template's own body."""
+    parents = Context(**context._data)
+    parents._kwargs, parents._pieces = context._kwargs, context._pieces
+    parents._data['body_'] = lambda: module.render_body(context)
+    return parents
