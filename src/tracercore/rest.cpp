@@ -82,6 +82,7 @@ bool thread_needs_events(const PyThreadState* thread, ThreadData* record, PyFram
 enum class Kind : uint8_t {
     kUnknown,
     kPassed,    // nothing stops in them
+    kMarker,    // the same, but their calls and ends are needed
     kMayStop,   // a breakpoint may
     kProfiles,  // they may have the interpreter call a profile function of the program's
 };
@@ -111,6 +112,8 @@ Kind known_kind(const PyCodeObject* code) {
 }
 
 bool is_passed_code(const PyCodeObject* code) { return known_kind(code) == Kind::kPassed; }
+
+bool rests_in_kind(Kind kind) { return kind == Kind::kPassed || kind == Kind::kMarker; }
 
 // The interpreter tells a profile function that the call of a built-in function has ended if there
 // was one when it began. That of the program is not to hear so of the call that sets it: where the
@@ -146,6 +149,9 @@ Kind kind_of(PyFrameObject* frame) {
             return Kind::kMayStop;
         }
         kind = answer == MayStop::kYes ? Kind::kMayStop : Kind::kPassed;
+    }
+    if (kind == Kind::kPassed && is_marker_code(code)) {
+        kind = Kind::kMarker;
     }
     const uint32_t edition = core.breakpoints.edition;
     // The registry keeps such code, and tells of its end.
@@ -202,7 +208,7 @@ void settle_in(PyThreadState* thread, PyFrameObject* frame, bool is_new) {
     if (!needed) {
         kind = kind_of(frame);
         record = thread_table_find(&core.threads, thread);  // Python code may have run.
-        needed = kind != Kind::kPassed || thread_needs_events(thread, record, frame);
+        needed = !rests_in_kind(kind) || thread_needs_events(thread, record, frame);
     } else if (kind == Kind::kUnknown && names_setprofile(frame->f_code)) {
         kind = Kind::kProfiles;
     }
@@ -263,7 +269,7 @@ bool return_passes(const ThreadData* record, const PyFrameObject* frame, const P
     };
     return next != nullptr && next->f_trace == nullptr && !is_watched(next) &&
            !is_at(record->return_frame) && !is_at(record->bot_frame) &&
-           is_passed_code(next->f_code) &&
+           rests_in_kind(known_kind(next->f_code)) && !leaves_language(record, frame) &&
            (value != nullptr || !is_printed_stop(core.exception_mode)) &&
            record->woken_frame != frame;
 }

@@ -377,7 +377,7 @@ void track_sub_language(PyFrameObject* frame) {
 
 void leave_sub_language_frame(PyFrameObject* frame) {
     ThreadData* const record = thread_table_current(&core.threads);
-    if (record != nullptr && record->sub_lang_frame == as_object(frame)) {
+    if (record != nullptr && leaves_language(record, frame)) {
         leave(record);
     }
 }
@@ -446,14 +446,18 @@ MayAsk may_ask_hook(PyCodeObject* code) {
     if (state().registered == 0) {
         return MayAsk::kNotConcerned;
     }
-    PyObject* const key = reinterpret_cast<PyObject*>(code);
-    if (find(state().marker_codes, key)) {
-        return MayAsk::kYes;
-    }
-    if (!find(state().key_codes, key)) {
+    if (!find(state().key_codes, reinterpret_cast<PyObject*>(code))) {
         return MayAsk::kNotConcerned;
     }
     return is_asked_anywhere(code) ? MayAsk::kYes : MayAsk::kNo;
+}
+
+bool is_marker_code(PyCodeObject* code) {
+    return state().registered != 0 && find(state().marker_codes, reinterpret_cast<PyObject*>(code));
+}
+
+bool leaves_language(const ThreadData* record, const PyFrameObject* frame) {
+    return record->sub_lang_frame == reinterpret_cast<const PyObject*>(frame);
 }
 
 bool sub_language_stop_test(PyFrameObject* frame, int event) {

@@ -78,9 +78,15 @@ bool is_hook_asked(const ThreadData* record, const PyFrameObject* frame, int eve
 bool sub_languages_need_calls();
 bool sub_languages_need_events(const ThreadData* record);
 
-// Whether a thread that runs on needs the events of frames of this code for a hook's sake. May run
-// Python code.
+// Whether a thread that runs on needs the events of frames of this code for a hook's sake, beside
+// those of their calls and ends. May run Python code.
 MayAsk may_ask_hook(PyCodeObject* code);
+
+// Whether the calls and ends of its frames may begin and end a language. May run Python code.
+bool is_marker_code(PyCodeObject* code);
+
+// Whether the thread leaves its language with this frame.
+bool leaves_language(const ThreadData* record, const PyFrameObject* frame);
 
 // Whether the hook of the frame's key code, or a breakpoint at its place, stops the calling
 // thread here.
