@@ -78,7 +78,8 @@ class Places(object):
             seen.add(id(one))
             if isinstance(one, self._base.Node):
                 found.append(one)
-                left += [one.blocks] if isinstance(one, self._extends) else vars(one).values()
+                left += [one.blocks] if isinstance(one, self._extends) \
+                    else getattr(one, '__dict__', {}).values()
             elif isinstance(one, dict):
                 left += one.values()
             elif isinstance(one, (list, tuple)):

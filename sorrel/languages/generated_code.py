@@ -186,7 +186,7 @@ class Hook(sublanguages.EngineHook):
         begun = set()
         for other in self._code[id(code)][1]:
             begun.update([line for _, line in self._beginnings(other, frame)])
-        sublanguages.begun(path, sorted(begun))
+        sublanguages.begun(path, begun)
         # They may have moved.
         wanted = sublanguages.lines_with_breakpoints(path)
         return [line for line, of_template in self._beginnings(code, frame)

@@ -377,13 +377,14 @@ def when_begun(tell):
 
 def begun(path, lines):
     """The calling thread begins with a template whose file has breakpoints. Threads can stop at these
-    lines, in their order, and no others.
+    lines, and no others but those of other templates that were made of the same text.
     """
     path = _real_path(path)
     try:
-        known = text_files.version(path), lines
+        version = text_files.version(path)
     except text_files.Unreadable:
         return
+    known = version, sorted(set(lines).union(known_lines(path, version) or ()))
     if _lines_of_files.get(path) != known:
         _lines_of_files[path] = known
         if _tell_of_lines is not None:
@@ -391,8 +392,8 @@ def begun(path, lines):
 
 
 def known_lines(path, version):
-    """Those of a template's file at which threads can stop; None where that is not known of this
-    version of it.
+    """Those of a template's file at which threads can stop, in their order; None where that is not
+    known of this version of it.
     """
     known, lines = _lines_of_files.get(_real_path(path), (None, None))
     return lines if known == version else None
