@@ -91,6 +91,23 @@ class EnginesTest(dap_session.TestCase):
         client.ask('disconnect')
         self.assert_in('new', program.ended()[0])
 
+    def test_django_1_4(self):
+        self.check('django_1_4')
 
-for _name in ENGINES:
-    setattr(EnginesTest, 'test_' + _name, lambda self, name=_name: self.check(name))
+    def test_django_1_11(self):
+        self.check('django_1_11')
+
+    def test_mako_0_9(self):
+        self.check('mako_0_9')
+
+    def test_mako_1(self):
+        self.check('mako_1')
+
+    def test_chameleon_2(self):
+        self.check('chameleon_2')
+
+    def test_chameleon_3(self):
+        self.check('chameleon_3')
+
+    def test_zope_tal(self):
+        self.check('zope_tal')
