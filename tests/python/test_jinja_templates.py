@@ -147,10 +147,9 @@ print 'it costs', costs()
         for command in 'info threads', 'break other.html:1', 'break page.html:3, 0':
             said = self.render(program, [command, 'continue'], page=PAGE, other='{{ x }}\n')
             costs.append(int(said[-1].split('it costs ')[1].split()[0]))
-        # A render of 100 turns has more than 300 lines. Some events come with the pulse.
-        self.assertTrue(costs[0] < 20, costs)
-        self.assertTrue(costs[1] < 20 * 10, costs)
-        self.assertTrue(costs[2] > 20 * 100, costs)
+        # Each of the 2,000 turns has three lines, and more than three calls. Some calls may be told
+        # of all the same: where in memory their code is decides whether they are known for passed.
+        self.assertTrue(costs[0] < 6000 and costs[1] < 6000 < costs[2], costs)
 
     def test_engine_is_left_alone_while_nothing_may_stop_in_a_template(self):
         program = VIEW + ('import sorrel.languages.sublanguages as known\n'
